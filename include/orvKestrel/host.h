@@ -1,0 +1,47 @@
+// What a host hands the engine: its clock, its short date format and its callbacks.
+#pragma once
+
+#include <cstdint>
+#include <ctime>
+#include <functional>
+#include <string>
+
+namespace orvKestrel {
+
+// Every "now" and "today" of a run reads this clock. By default it is the system clock; a host
+// may start it at a chosen local time, from where it runs on in real time.
+class Clock {
+ public:
+  Clock() = default;
+  // Starts at the local time given as seconds since the epoch (as mktime gives them).
+  static Clock StartingAt(std::time_t localStart);
+  // Seconds since the epoch (UTC), whole seconds.
+  std::time_t Now() const;
+
+ private:
+  std::int64_t offset_ = 0;  // seconds added to the system clock
+};
+
+// The answers of a message box.
+enum class BoxAnswer { Ok, Abort, Retry, Ignore };
+
+struct MessageBoxRequest {
+  enum class Buttons { OkOnly, AbortRetryIgnore };
+  std::string title;
+  std::string text;  // lines separated by "\r\n"
+  Buttons buttons = Buttons::OkOnly;
+};
+
+struct Host {
+  // Lets the host's pending events run; called before every log event and in long loops.
+  std::function<void()> yield;
+  // A modal question. Without it the error trap answers Abort (leave the procedure).
+  std::function<BoxAnswer(const MessageBoxRequest&)> messageBox;
+  // Receives trace lines (enter, leave, error). Without it nothing is built or timed.
+  std::function<void(const std::string&)> traceSink;
+  Clock clock;
+  // The short date format in strftime form.
+  std::string shortDateFormat = "%d.%m.%Y";
+};
+
+}  // namespace orvKestrel

@@ -1,0 +1,95 @@
+// The engine's one file-system object. Every file operation of a run goes through it, so that
+// tests can inject faults at one place. Failing operations throw KestrelError (errno + text).
+// The implementation is split by service: one .cpp per service in this folder.
+#pragma once
+
+#include "platform/Faults.h"
+
+#include <cstdint>
+#include <ctime>
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace orvKestrel {
+
+// Attribute bits as the jobs know them.
+inline constexpr std::uint32_t kAttrReadOnly = 1;
+inline constexpr std::uint32_t kAttrHidden = 2;
+inline constexpr std::uint32_t kAttrSystem = 4;
+inline constexpr std::uint32_t kAttrDirectory = 16;
+inline constexpr std::uint32_t kAttrArchive = 32;
+inline constexpr std::uint32_t kAttrCompressed = 2048;
+
+struct DirEntry {
+  std::string name;
+  bool isDir = false;  // a real folder; a link to a folder is neither a folder nor a file here
+  bool isLink = false;
+};
+
+// Whole seconds since the epoch.
+struct FileTimes {
+  std::time_t created = 0;  // birth time; the change time where the file system has none
+  std::time_t accessed = 0;
+  std::time_t written = 0;
+};
+
+struct FileStat {
+  bool isDir = false;
+  std::uint64_t size = 0;
+  FileTimes times;
+};
+
+class FileSystem {
+ public:
+  Faults& faults() { return faults_; }
+
+  // --- queries (dir.cpp) ---
+  bool FileExists(const std::string& path) const;    // a regular file (links followed)
+  bool FolderExists(const std::string& path) const;  // a folder (links followed)
+  // The entries of a folder in the order the file system gives them, without "." and "..";
+  // nullopt when the folder cannot be opened.
+  std::optional<std::vector<DirEntry>> ListFolder(const std::string& path);
+  FileStat Stat(const std::string& path);  // throws when missing
+  std::uint64_t FolderSize(const std::string& path);  // all files below, recursively
+  bool FolderIsEmpty(const std::string& path);         // no entry at all, hidden ones included
+  void CreateFolder(const std::string& path);          // one level; throws when it exists
+
+  // --- contents (fileio.cpp) ---
+  std::optional<std::string> ReadFile(const std::string& path);  // nullopt when missing
+  std::string ReadHead(const std::string& path, std::size_t n);  // throws when unreadable
+  // Writes a temporary file beside path, flushes it and renames it over path.
+  void WriteFileAtomic(const std::string& path, const std::string& data);
+
+  // --- attributes (attributes.cpp) ---
+  std::uint32_t GetAttributes(const std::string& path);
+  void SetAttributes(const std::string& path, std::uint32_t attrs);
+
+  // --- times (filetimes.cpp) ---
+  FileTimes GetTimes(const std::string& path);
+  // Sets last access and last write; the creation time cannot be set here and is left as it is.
+  void SetTimes(const std::string& path, std::time_t accessed, std::time_t written);
+
+  // --- transfers (fileops.cpp) ---
+  // Contents, permission bits and the last-write time; never a partial file under dest's name.
+  void CopyFile(const std::string& source, const std::string& dest, bool overwrite);
+  // rename; across file systems a flushed copy with all times, then removal of the source.
+  // An existing destination is an error.
+  void MoveFile(const std::string& source, const std::string& dest);
+  void DeleteFile(const std::string& path, bool force);  // force also removes read-only files
+  void DeleteFolder(const std::string& path, bool force);  // with everything inside
+
+  // --- recycle bin (trash.cpp) ---
+  void Trash(const std::string& path);
+
+  // --- drives (drives.cpp) ---
+  std::string DriveName(const std::string& path);    // the mount point that holds path
+  std::int64_t FreeBytes(const std::string& path);   // for unprivileged users; throws
+  bool SameDrive(const std::string& a, const std::string& b);
+
+ private:
+  void Gate(FaultOp op);  // throws the armed fault
+  Faults faults_;
+};
+
+}  // namespace orvKestrel

@@ -1,0 +1,98 @@
+#include "platform/Paths.h"
+
+#include <unistd.h>
+
+#include <vector>
+
+namespace orvKestrel::paths {
+
+std::string BuildPath(std::string_view folder, std::string_view name) {
+  if (folder.empty()) return std::string(name);
+  if (name.empty()) return std::string(folder);
+  std::string out(folder);
+  const bool endsSep = out.back() == '/';
+  const bool startsSep = name.front() == '/';
+  if (endsSep && startsSep) name.remove_prefix(1);
+  else if (!endsSep && !startsSep) out += '/';
+  out += name;
+  return out;
+}
+
+std::string GetFileName(std::string_view path) {
+  const auto pos = path.rfind('/');
+  return std::string(pos == std::string_view::npos ? path : path.substr(pos + 1));
+}
+
+std::string GetExtensionName(std::string_view path) {
+  const std::string name = GetFileName(path);
+  const auto dot = name.rfind('.');
+  return dot == std::string::npos ? std::string() : name.substr(dot + 1);
+}
+
+std::string GetBaseName(std::string_view path) {
+  const std::string name = GetFileName(path);
+  const auto dot = name.rfind('.');
+  return dot == std::string::npos ? name : name.substr(0, dot);
+}
+
+std::string GetParentFolderName(std::string_view path) {
+  const auto pos = path.rfind('/');
+  if (pos == std::string_view::npos) return {};
+  if (pos == 0) return "/";
+  return std::string(path.substr(0, pos));
+}
+
+std::string GetAbsolutePathName(std::string_view path) {
+  std::string full;
+  if (path.empty() || path.front() != '/') {
+    std::vector<char> buf(4096);
+    while (getcwd(buf.data(), buf.size()) == nullptr && buf.size() < (1u << 20)) {
+      buf.resize(buf.size() * 2);
+    }
+    full = std::string(buf.data());
+    full += '/';
+  }
+  full += path;
+  std::vector<std::string_view> parts;
+  std::string_view rest(full);
+  while (!rest.empty()) {
+    const auto pos = rest.find('/');
+    const std::string_view part = rest.substr(0, pos);
+    rest = pos == std::string_view::npos ? std::string_view() : rest.substr(pos + 1);
+    if (part.empty() || part == ".") continue;
+    if (part == "..") {
+      if (!parts.empty()) parts.pop_back();
+      continue;
+    }
+    parts.push_back(part);
+  }
+  std::string out;
+  for (const auto part : parts) {
+    out += '/';
+    out += part;
+  }
+  return out.empty() ? "/" : out;
+}
+
+std::string ReplaceAll(std::string_view text, std::string_view what, std::string_view with) {
+  if (what.empty()) return std::string(text);
+  std::string out;
+  std::size_t start = 0;
+  for (auto pos = text.find(what); pos != std::string_view::npos; pos = text.find(what, start)) {
+    out.append(text.substr(start, pos - start));
+    out.append(with);
+    start = pos + what.size();
+  }
+  out.append(text.substr(start));
+  return out;
+}
+
+std::string LowerAscii(std::string_view text) {
+  std::string out(text);
+  for (char& c : out) {
+    if (c >= 'A' && c <= 'Z') c = static_cast<char>(c - 'A' + 'a');
+  }
+  return out;
+}
+
+}  // namespace orvKestrel::paths

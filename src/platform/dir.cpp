@@ -1,0 +1,106 @@
+// Folder queries and enumeration.
+#include "platform/FileSystem.h"
+#include "platform/SysError.h"
+
+#include <dirent.h>
+#include <fcntl.h>
+#include <sys/stat.h>
+
+#include <cerrno>
+#include <cstring>
+#include <memory>
+
+namespace orvKestrel {
+namespace {
+
+struct DirCloser {
+  void operator()(DIR* d) const { closedir(d); }
+};
+using DirHandle = std::unique_ptr<DIR, DirCloser>;
+
+bool IsDot(const char* name) {
+  return name[0] == '.' && (name[1] == '\0' || (name[1] == '.' && name[2] == '\0'));
+}
+
+}  // namespace
+
+void FileSystem::Gate(FaultOp op) {
+  if (const int err = faults_.Check(op)) ThrowSys(err);
+}
+
+bool FileSystem::FileExists(const std::string& path) const {
+  struct stat st {};
+  return ::stat(path.c_str(), &st) == 0 && S_ISREG(st.st_mode);
+}
+
+bool FileSystem::FolderExists(const std::string& path) const {
+  struct stat st {};
+  return !path.empty() && ::stat(path.c_str(), &st) == 0 && S_ISDIR(st.st_mode);
+}
+
+std::optional<std::vector<DirEntry>> FileSystem::ListFolder(const std::string& path) {
+  if (faults_.Check(FaultOp::Open) != 0) return std::nullopt;
+  DirHandle dir(opendir(path.empty() ? "." : path.c_str()));
+  if (!dir) return std::nullopt;
+  std::vector<DirEntry> entries;
+  while (const dirent* e = readdir(dir.get())) {
+    if (IsDot(e->d_name)) continue;
+    DirEntry entry{e->d_name, e->d_type == DT_DIR, e->d_type == DT_LNK};
+    if (e->d_type == DT_UNKNOWN) {  // some file systems do not fill d_type
+      struct stat st {};
+      const std::string full = path + (path.empty() || path.back() == '/' ? "" : "/") + e->d_name;
+      if (::lstat(full.c_str(), &st) == 0) {
+        entry.isDir = S_ISDIR(st.st_mode);
+        entry.isLink = S_ISLNK(st.st_mode);
+      }
+    }
+    entries.push_back(std::move(entry));
+  }
+  return entries;
+}
+
+FileStat FileSystem::Stat(const std::string& path) {
+  struct statx sx {};
+  if (::statx(AT_FDCWD, path.c_str(), 0, STATX_BASIC_STATS | STATX_BTIME, &sx) != 0) {
+    ThrowSys(errno);
+  }
+  FileStat out;
+  out.isDir = S_ISDIR(sx.stx_mode);
+  out.size = sx.stx_size;
+  out.times.accessed = sx.stx_atime.tv_sec;
+  out.times.written = sx.stx_mtime.tv_sec;
+  out.times.created = (sx.stx_mask & STATX_BTIME) ? sx.stx_btime.tv_sec : sx.stx_ctime.tv_sec;
+  return out;
+}
+
+std::uint64_t FileSystem::FolderSize(const std::string& path) {
+  auto entries = ListFolder(path);
+  if (!entries) ThrowSys(errno ? errno : ENOENT);
+  std::uint64_t total = 0;
+  for (const DirEntry& e : *entries) {
+    const std::string full = path + (path.back() == '/' ? "" : "/") + e.name;
+    if (e.isDir) {
+      total += FolderSize(full);
+    } else {
+      struct stat st {};
+      if (::lstat(full.c_str(), &st) == 0 && S_ISREG(st.st_mode)) total += static_cast<std::uint64_t>(st.st_size);
+    }
+  }
+  return total;
+}
+
+bool FileSystem::FolderIsEmpty(const std::string& path) {
+  DirHandle dir(opendir(path.c_str()));
+  if (!dir) ThrowSys(errno);
+  while (const dirent* e = readdir(dir.get())) {
+    if (!IsDot(e->d_name)) return false;
+  }
+  return true;
+}
+
+void FileSystem::CreateFolder(const std::string& path) {
+  Gate(FaultOp::Open);
+  if (::mkdir(path.c_str(), 0777) != 0) ThrowSys(errno);
+}
+
+}  // namespace orvKestrel

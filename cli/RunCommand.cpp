@@ -181,6 +181,11 @@ int Execute(Mode mode, const RunOptions& o) {
   return kestrel.HadErrors() ? kExitErrors : 0;
 }
 
+// An empty folder name would become "/", the root folder.
+const CLI::Validator kNotEmpty(
+    [](std::string& s) { return s.empty() ? std::string("must not be empty") : std::string(); }, "",
+    "NOT_EMPTY");
+
 void AddShared(CLI::App* cmd, RunOptions& o, bool passOptions) {
   cmd->add_option("--lang", o.lang,
                   "Language file (section LogMessages); without it the built-in German texts "
@@ -231,14 +236,14 @@ void AddRunCommands(CLI::App& app, Action& action) {
       "the process at once).";
   CLI::App* run = app.add_subcommand("run", "Run every due job of a job folder once");
   run->footer(exits);
-  run->add_option("JOBDIR", o->target, "Job folder (.kjb files)")->required();
+  run->add_option("JOBDIR", o->target, "Job folder (.kjb files)")->required()->check(kNotEmpty);
   AddShared(run, *o, true);
   run->callback(bind(Mode::Run));
 
   CLI::App* one = app.add_subcommand(
       "run-one", "Run one job file now: no schedule, state, counter or free-space test");
   one->footer(exits);
-  one->add_option("JOBFILE", o->target, "Job file (.kjb)")->required();
+  one->add_option("JOBFILE", o->target, "Job file (.kjb)")->required()->check(kNotEmpty);
   AddShared(one, *o, false);
   one->callback(bind(Mode::RunOne));
 
@@ -248,7 +253,7 @@ void AddRunCommands(CLI::App& app, Action& action) {
       "Passes start at whole intervals from the start; a slow pass skips the starts it overran. "
       "Nothing of its own goes to stdout. Exit status: 130 when stopped by a signal, 2 for a bad "
       "command line.");
-  daemon->add_option("JOBDIR", o->target, "Job folder (.kjb files)")->required();
+  daemon->add_option("JOBDIR", o->target, "Job folder (.kjb files)")->required()->check(kNotEmpty);
   daemon
       ->add_option("--every", o->every,
                    "Seconds from the start of one pass to the next (default 60)")

@@ -32,8 +32,8 @@ class Engine {
   Engine& operator=(const Engine&) = delete;
 
   // ----- public members and events (engine/clsKestrel.cpp, engine/Engine.cpp) -----
-  // May run on another thread than the run (it then calls host.yield on that thread); never from
-  // a signal handler, which should only note the signal for the host to pass on.
+  // May run on another thread than the run (it then calls host.yield on that thread), and in a
+  // signal handler only when host.yield is unset or safe there too.
   void StopMsg(bool bStop);
   void FireLogMessage(const std::string& LogMsg, std::int16_t MsgID, bool bView, bool bFile,
                       bool bSameView, bool bIsLast = false);

@@ -57,7 +57,8 @@ bool ListsAnyFile(FileSystem& fs, const std::string& sJobDir) {
   const auto entries = fs.ListFolder(folder);
   if (!entries) return false;
   for (const DirEntry& e : *entries) {
-    if (!e.isDir && e.name.front() != '.' && e.name.compare(0, prefix.size(), prefix) == 0) {
+    if (!e.isDir && !e.name.empty() && e.name.front() != '.' &&
+        e.name.compare(0, prefix.size(), prefix) == 0) {
       return true;
     }
   }

@@ -222,6 +222,7 @@ class RunTest : public ::testing::Test {
 TEST_F(RunTest, BadCommandLinesExitTwo) {
   const std::vector<std::vector<std::string>> bad = {
       {"run"},
+      {"run", ""},
       {"run", jobs, "--bogus"},
       {"run", jobs, "--events", "xml"},
       {"run", jobs, "--on-error", "maybe"},

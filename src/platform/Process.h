@@ -22,7 +22,6 @@ class Process {
   Process(const Process&) = delete;
   Process& operator=(const Process&) = delete;
 
-  pid_t Pid() const { return pid_; }
   // Blocks up to timeout (0: only looks) and answers whether the program has ended; an ended
   // program is reaped at once.
   bool WaitFor(std::chrono::milliseconds timeout);

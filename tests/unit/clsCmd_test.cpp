@@ -1,5 +1,6 @@
 #include <orvKestrel/clsCmd.h>
 
+#include "errortrap/modFailSafeLITE.h"
 #include "support/TestSupport.h"
 
 #include <fcntl.h>
@@ -304,6 +305,14 @@ TEST(clsCmd, CallIsTraced) {
   ASSERT_EQ(trace.size(), 3u);  // header, enter, leave
   EXPECT_NE(trace[1].find("->clsCmd : Sub ShellAndWait : (job=<job>)"), std::string::npos);
   EXPECT_NE(trace[2].find("<-clsCmd : Sub ShellAndWait : (job=<job>)"), std::string::npos);
+
+  // Given the engine's trap, the call nests inside the engine's trace.
+  trace.clear();
+  FailSafe trap(host);
+  trap.Enter("clsKestrel", "Sub ExecuteSingleJob", "()");
+  clsCmd(host, trap).ShellAndWait(j);
+  ASSERT_EQ(trace.size(), 4u);  // one header only
+  EXPECT_NE(trace[2].find("->\tclsCmd : Sub ShellAndWait"), std::string::npos) << trace[2];
 }
 
 }  // namespace

@@ -147,6 +147,8 @@ int Execute(Mode mode, const RunOptions& o) {
   StopSignals signals;
   host.yield = [&signals] { signals.OnYield(); };
   host.messageBox = MakeAnswerer(o.onError);
+  // stdout is the event stream; what the jobs' programs print goes to stderr.
+  host.programStdoutToStderr = true;
   if (trace) {
     host.traceSink = [f = trace.get()](const std::string& line) {
       std::fwrite(line.data(), 1, line.size(), f);

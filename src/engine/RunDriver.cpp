@@ -188,7 +188,7 @@ void Engine::RunExternalProgram(job& job) {
     return ParamText({{"job", kJobParam}});
   });
   if (dryRun) return;
-  p.Do([&] { clsCmd(host).ShellAndWait(job); });
+  p.Do([&] { clsCmd(host, trap).ShellAndWait(job); });
 }
 
 JobState Engine::CheckStatus(job& job, const std::string& sDel) {

@@ -116,9 +116,16 @@ class Process {
     return false;
   }
 
-  // Reads stdout until it holds `count` lines that contain `text`, or EOF.
+  // Reads stdout until it holds `count` lines that contain `text`; false at EOF or after a while
+  // without them, so that a daemon that never says it cannot hold the test for ever.
   bool ReadUntil(const std::string& text, int count) {
+    const auto until = std::chrono::steady_clock::now() + std::chrono::seconds(20);
     while (Count(text) < count) {
+      const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(
+          until - std::chrono::steady_clock::now());
+      if (left.count() <= 0) return false;
+      pollfd pfd{out_, POLLIN, 0};
+      if (::poll(&pfd, 1, static_cast<int>(left.count())) <= 0) continue;
       if (!ReadSome(out_, out)) return false;
     }
     return true;

@@ -126,6 +126,8 @@ TEST(SetProfileValue, KeepsEveryOtherLine) {
       {"creates the content of a new file", "", "Job", "Status", "5", "[Job]\nStatus=5\n"},
       {"first of two sections and first of two keys", "[Job]\nA=1\nA=2\n[job]\nA=3\n", "Job", "A",
        "9", "[Job]\nA=9\nA=2\n[job]\nA=3\n"},
+      {"a key only in a repeated section goes into the first", "[Job]\nA=1\n[job]\nB=3\n", "Job",
+       "B", "9", "[Job]\nA=1\nB=9\n[job]\nB=3\n"},
       {"empty section gets the key after its header", "[Job]\n[Info]\nX=1\n", "Job", "A", "1",
        "[Job]\nA=1\n[Info]\nX=1\n"},
       {"CRLF kept", "[Job]\r\nA=1\r\n", "Job", "B", "2", "[Job]\r\nA=1\r\nB=2\r\n"},

@@ -100,11 +100,13 @@ void FileSystem::WriteFileAtomic(const std::string& path, const std::string& dat
   const std::string target = LinkTarget(path);
   struct stat old {};
   const bool existed = ::stat(target.c_str(), &old) == 0;
+  // A file the caller may not write stays as it is, although replacing it by rename would work.
+  Gate(FaultOp::Open);
+  if (existed && ::access(target.c_str(), W_OK) != 0) ThrowSys(errno);
   std::random_device rd;
   // A hidden name, so that a folder listing taken meanwhile does not see a half-written file.
   const std::string tmp = ParentOf(target) + "/." + NameOf(target) + ".kestrel-tmp-" +
                           std::to_string(rd());
-  Gate(FaultOp::Open);
   Fd fd(::open(tmp.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0666));
   if (fd.get() < 0) ThrowSys(errno);
   auto fail = [&](int err) {

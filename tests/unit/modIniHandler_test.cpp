@@ -7,6 +7,7 @@
 
 #include <gtest/gtest.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <filesystem>
 
@@ -167,6 +168,16 @@ TEST(WriteJobString, WritesReadsBackAndKeepsTheFileMode) {
   EXPECT_EQ(st.st_mode & 07777, 0640u);
   // Nothing but the job file is left in the folder.
   EXPECT_EQ(std::distance(std::filesystem::directory_iterator(dir.str()), {}), 1);
+}
+
+TEST(WriteJobString, AReadOnlyFileIsNotReplaced) {
+  if (::geteuid() == 0) GTEST_SKIP() << "root may write any file";
+  TempDir dir;
+  FileSystem fs;
+  WriteFile(dir / "a.kjb", "[Job]\nA=1\n");
+  ::chmod((dir / "a.kjb").c_str(), 0444);
+  EXPECT_THROW(WriteJobString(fs, "Job", "A", "2", dir / "a.kjb"), KestrelError);
+  EXPECT_EQ(ReadFile(dir / "a.kjb"), "[Job]\nA=1\n");
 }
 
 TEST(WriteJobString, WritesThroughALinkAndKeepsIt) {

@@ -193,6 +193,32 @@ std::vector<std::string> Lines(const std::string& text) {
   return lines;
 }
 
+// The events of a jsonl stream without the lines of the file step: CurrentJob events and the
+// run driver's own messages.
+std::vector<std::string> DriverEvents(const std::string& out) {
+  std::vector<std::string> kept;
+  for (const std::string& line : Lines(out)) {
+    const auto j = nlohmann::json::parse(line);
+    if (j["event"] == "LogMessage") {
+      const int id = j["MsgID"];
+      if (id != 2 && id != 3 && id != 6 && id != 7 && id != 8 && id != 9 && id != 28) continue;
+    } else if (j["event"] != "CurrentJob") {
+      continue;
+    }
+    kept.push_back(line);
+  }
+  return kept;
+}
+
+// The lines of a text view or log that the run driver wrote for job `name`.
+std::vector<std::string> JobLines(const std::string& text, const std::string& name) {
+  std::vector<std::string> kept;
+  for (const std::string& line : Lines(text)) {
+    if (line.find(name + ": ") != std::string::npos) kept.push_back(line);
+  }
+  return kept;
+}
+
 std::string Value(const std::string& ini, const std::string& key) {
   std::smatch m;
   const std::regex re("(^|\n)" + key + "=([^\r\n]*)");
@@ -205,6 +231,8 @@ class RunTest : public ::testing::Test {
     fs::create_directories(dir / "src");
     fs::create_directories(dir / "dst");
     fs::create_directories(jobs);
+    // Something to find, so that a job ends as "done" and not as "nothing found".
+    WriteFile(dir / "src/f.txt", "f");
   }
   std::string Job(const std::string& name, const std::string& extra) {
     const std::string path = jobs + "/" + name + ".kjb";
@@ -261,7 +289,7 @@ TEST_F(RunTest, JsonlStreamAndJobFileAfterwards) {
   const std::string path = Job("a", "Counter=2\nInterval=3\n");
   Result r = Kestrel(Args({"run", jobs, "--events", "jsonl"}), dir.str());
   EXPECT_EQ(r.exit, 0) << r.err;
-  EXPECT_THAT(Lines(r.out),
+  EXPECT_THAT(DriverEvents(r.out),
               ElementsAre("{\"event\":\"CurrentJob\",\"sFileName\":\"a.kjb\",\"lIndex\":0,"
                           "\"lCounter\":1,\"iStatus\":0,\"IntervalType\":0,\"IntervalTimeType\":0,"
                           "\"IntervalTime\":\"00:00:00\",\"IntervalDate\":\"15.06.2026\","
@@ -271,7 +299,7 @@ TEST_F(RunTest, JsonlStreamAndJobFileAfterwards) {
   // Given with a trailing "/" the folder is the same.
   r = Kestrel(Args({"run", jobs + "/", "--events", "jsonl"}), dir.str());
   EXPECT_EQ(r.exit, 0) << r.err;
-  const auto lines = Lines(r.out);
+  const auto lines = DriverEvents(r.out);
   ASSERT_EQ(lines.size(), 4u) << r.out;
   EXPECT_EQ(lines[1],
             "{\"event\":\"LogMessage\",\"LogMsg\":\"a: Starte Auftrag\",\"MsgID\":3,"
@@ -289,15 +317,15 @@ TEST_F(RunTest, TextViewLogFileAndLanguage) {
   const Result r = Kestrel(
       Args({"run", jobs, "--log", dir / "kestrel.log", "--lang", dir / "en.lng"}), dir.str());
   EXPECT_EQ(r.exit, 0) << r.err;
-  EXPECT_EQ(r.out, "a: Starting job\na: Auftrag ausgeführt\n");
-  const auto log = Lines(ReadFile(dir / "kestrel.log"));
+  EXPECT_THAT(JobLines(r.out, "a"), ElementsAre("a: Starting job", "a: Auftrag ausgeführt"));
+  const auto log = JobLines(ReadFile(dir / "kestrel.log"), "a");
   ASSERT_EQ(log.size(), 2u);
   EXPECT_TRUE(std::regex_match(log[0], std::regex("2026-06-15 12:00:0[0-9] a: Starting job")))
       << log[0];
   // Appended, not replaced.
   Job("a", "Counter=1\n");
   Kestrel(Args({"run", jobs, "--log", dir / "kestrel.log"}), dir.str());
-  EXPECT_EQ(Lines(ReadFile(dir / "kestrel.log")).size(), 4u);
+  EXPECT_EQ(JobLines(ReadFile(dir / "kestrel.log"), "a").size(), 4u);
 }
 
 TEST_F(RunTest, DryRunChangesNoJobFile) {
@@ -309,6 +337,7 @@ TEST_F(RunTest, DryRunChangesNoJobFile) {
   EXPECT_THAT(r.out,
               HasSubstr("a: Starte Auftrag - Vorschau - Dateien kopieren (keine Aktionen): "));
   EXPECT_EQ(ReadFile(a) + ReadFile(b), before);
+  EXPECT_TRUE(fs::is_empty(dir / "dst"));
 }
 
 TEST_F(RunTest, RunOneRunsTheNamedJobOnly) {
@@ -317,8 +346,8 @@ TEST_F(RunTest, RunOneRunsTheNamedJobOnly) {
   const std::string before = ReadFile(a);
   const Result r = Kestrel(Args({"run-one", "jobs/a.kjb", "--events", "jsonl"}), dir.str());
   EXPECT_EQ(r.exit, 0) << r.err;
-  const auto lines = Lines(r.out);
-  ASSERT_EQ(lines.size(), 2u) << r.out;
+  const auto lines = DriverEvents(r.out);
+  ASSERT_EQ(lines.size(), 2u) << r.out;  // no CurrentJob event
   EXPECT_THAT(lines[0], HasSubstr("\"LogMsg\":\"a: Starte Auftrag\""));
   EXPECT_EQ(ReadFile(a), before);
 }
@@ -377,7 +406,7 @@ TEST_F(RunTest, DaemonRunsEveryIntervalAndStopsOnSigterm) {
   Process p(Args({"daemon", jobs, "--every", "1", "--events", "jsonl"}), dir.str());
   ASSERT_TRUE(p.WaitForHandler(SIGTERM));
   const auto start = std::chrono::steady_clock::now();
-  ASSERT_TRUE(p.ReadUntil("a: Auftrag ausgeführt", 2)) << p.out;
+  ASSERT_TRUE(p.ReadUntil("a: Starte Auftrag", 2)) << p.out;
   // Two passes take one interval: the second starts a second after the first.
   EXPECT_GE(std::chrono::steady_clock::now() - start, std::chrono::milliseconds(500));
   ASSERT_EQ(::kill(p.pid(), SIGTERM), 0);

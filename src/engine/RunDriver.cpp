@@ -1,14 +1,15 @@
 // The run driver: every due job of a folder (ExecuteAllJobs), one named job (ExecuteOneJob), a
 // job's state (CheckStatus) and the run of one job record from start to end (ExecuteSingleJob).
-#include <orvKestrel/clsCmd.h>
-
-#include <cstdlib>
-
 #include "engine/Engine.h"
+
 #include "jobs/JobReader.h"
 #include "jobs/modIniHandler.h"
 #include "platform/Paths.h"
 #include "platform/SysError.h"
+
+#include <orvKestrel/clsCmd.h>
+
+#include <cstdlib>
 
 namespace orvKestrel {
 namespace {
@@ -160,6 +161,20 @@ void StartLine(Engine& e, job& job) {
   }
 }
 
+// The closing line of a job that was not stopped: what the file step found.
+void EndLine(Engine& e, job& job) {
+  Proc p(e.trap, "clsKestrel", "Sub EndLine", [&] { return ParamText({{"job", kJobParam}}); });
+  if (e.noFiles) {
+    e.Log(7, job.JobName + ": " + e.T(7), true, true, true, true);
+    e.noFiles = false;
+  } else if (e.jobError) {
+    e.jobEndedWithError = true;
+    e.Log(28, job.JobName + ": " + e.T(28), true, true, true, true);
+  } else {
+    e.Log(6, job.JobName + ": " + e.T(6), true, true, true, true);
+  }
+}
+
 }  // namespace
 
 std::vector<job> Engine::GetJobs(const std::string& sJobDir, const std::string& sFile) {
@@ -300,15 +315,7 @@ void Engine::ExecuteSingleJob(job& job, const std::string& sJobDir,
     if (job.ExecDo == 1 && job.Execution == 0) RunExternalProgram(job);
     p.Do([&] { Search(job, job.SubFolder == 1, false); });
     if (!Stopped()) {
-      if (noFiles) {
-        Log(7, job.JobName + ": " + T(7), true, true, true, true);
-        noFiles = false;
-      } else if (jobError) {
-        jobEndedWithError = true;
-        Log(28, job.JobName + ": " + T(28), true, true, true, true);
-      } else {
-        Log(6, job.JobName + ": " + T(6), true, true, true, true);
-      }
+      EndLine(*this, job);
       if (job.ExecDo == 1 && job.Execution == 1) RunExternalProgram(job);
       return;
     }

@@ -376,3 +376,38 @@ TEST_F(RunDriverTest, FreeSpaceTriggerRunsOnlyBelowTheLimit) {
 
 }  // namespace
 }  // namespace orvKestrel
+
+namespace orvKestrel {
+namespace {
+
+TEST(Events, CounterCarriesCountsAndEveryLineYieldsFirst) {
+  Engine e{Host{}};
+  int yields = 0;
+  std::vector<int> yieldsAtLine;
+  struct Recorder : testing::RecordingEvents {
+    int* yields = nullptr;
+    std::vector<int>* seen = nullptr;
+    void LogMessage(const std::string& m, std::int16_t id, bool v, bool f, bool s,
+                    bool l) override {
+      seen->push_back(*yields);
+      RecordingEvents::LogMessage(m, id, v, f, s, l);
+    }
+  } ev;
+  ev.yields = &yields;
+  ev.seen = &yieldsAtLine;
+  e.host.yield = [&] { ++yields; };
+  e.events = &ev;
+  e.KestrelCounter(0, 0);
+  e.KestrelCounter(9, 0);
+  EXPECT_THAT(ev.counters, ElementsAre(std::pair(1, 1), std::pair(10, 1)));
+  e.LoadLogMessages("");
+  e.SetMsgIDs();
+  e.Log(3, "a", true, true, false);
+  e.Log(6, "b", true, true, true, true);
+  EXPECT_THAT(yieldsAtLine, ElementsAre(1, 2));
+  EXPECT_THAT(ev.lines,
+              ElementsAre(Line("a", 3, true, true, false), Line("b", 6, true, true, true)));
+}
+
+}  // namespace
+}  // namespace orvKestrel

@@ -109,6 +109,8 @@ void Engine::Search(job& job, bool bAll, bool bOpposite) {
   if (job.DoFileMatch == 1 || job.DoFileMatch == 2) {
     CleanFilePattern(job.Filename, job.UseFileRegEx != 0);
   }
+  // A synchronisation starts from here: pattern object, empty list, "t16" and the rewritten
+  // patterns are in place; its passes walk and hand on the lists themselves.
   if (job.Action == 5) {
     SearchSync(job, bAll);
     return;

@@ -17,6 +17,17 @@ class Filters : public SelectionTest {
     }
     return list;
   }
+  // Empty files with the given modification (and access) times.
+  template <std::size_t N>
+  FileList WithTimes(const std::pair<const char*, std::time_t> (&files)[N]) {
+    FileList list;
+    for (const auto& [name, t] : files) {
+      WriteFile(In(name), "");
+      SetModified(In(name), t);
+      list.push_back(In(name));
+    }
+    return list;
+  }
   std::vector<std::string> Names(const FileList& list) {
     std::vector<std::string> out;
     for (const auto& f : list) out.push_back(paths::GetFileName(f));
@@ -143,12 +154,7 @@ TEST_F(Filters, DateRangeKeepsTheWholeDaysInclusive) {
       {"last", LocalTime(2024, 3, 10, 23, 59, 59)},
       {"after", LocalTime(2024, 3, 11, 0, 0, 0)},
   };
-  FileList all;
-  for (const auto& [name, t] : files) {
-    WriteFile(In(name), "");
-    SetModified(In(name), t);
-    all.push_back(In(name));
-  }
+  const FileList all = WithTimes(files);
   job j = MakeJob();
   j.FileAge = 3;
   j.FileAgeType = 1;
@@ -225,12 +231,7 @@ TEST_F(FileAgeFilter, MinuteBoundariesNotElapsedMinutes) {
       {"m2", LocalTime(2024, 5, 6, 12, 28, 59)},  // 91 s, 2 boundaries
       {"m3", LocalTime(2024, 5, 6, 12, 27, 0)},   // 3 boundaries
   };
-  FileList all;
-  for (const auto& [name, t] : files) {
-    WriteFile(In(name), "");
-    SetModified(In(name), t);
-    all.push_back(In(name));
-  }
+  const FileList all = WithTimes(files);
   job j = MakeJob();
   j.FileAgeType = 1;
   j.FileAgeDiff = 2;

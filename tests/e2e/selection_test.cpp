@@ -150,4 +150,20 @@ TEST_F(Selection, APatternThatMatchesNothingReportsNoFilesWithoutChecking) {
   EXPECT_EQ(Texts(lines, 7), std::vector<std::string>{"a: Keine Dateien gefunden"});
 }
 
+TEST_F(Selection, OnlyTheSelectedFilesReachTheCopy) {
+  Put(src() / "skip" / "f.txt", "x");
+  WriteJob(
+      "Action=0\nSubFolder=1\nFStruct=1\nNoHidenFolderScan=1\nDoFolderMatch=1\n"
+      "FolderMatch=skip\nExtOpt=2\nExt=TXT\n");
+  const auto lines = Run();
+  EXPECT_EQ(exit_, 0);
+  EXPECT_EQ(Texts(lines, 18), std::vector<std::string>{"a: Kopiere Dateien ..."});
+  std::vector<std::string> copied;
+  for (const auto& entry : fs::recursive_directory_iterator(root_ / "dst")) {
+    if (entry.is_regular_file()) copied.push_back(fs::relative(entry.path(), root_ / "dst"));
+  }
+  std::sort(copied.begin(), copied.end());
+  EXPECT_EQ(copied, (std::vector<std::string>{"a.txt", "sub/c.txt", "sub/deeper/d.txt"}));
+}
+
 }  // namespace

@@ -3,6 +3,7 @@
 #pragma once
 
 #include "engine/Engine.h"
+#include "platform/SysError.h"
 #include "support/TestSupport.h"
 
 #include <fcntl.h>

@@ -78,6 +78,7 @@ class FileTransfer {
   }
 
   void Replace() {
+    RefuseSameFile(e_, src_, dest_);
     e_.fs.DeleteFile(dest_, true);
     Transfer(true);
     if (!Copying() && job_.Exist == 3 && job_.FStruct == 1) e_.CheckEmptyFolder(src_, job_);
@@ -98,7 +99,7 @@ class FileTransfer {
       TransferNew(false, true);
       return;
     }
-    RefuseSameFile(e_, src_, dest_);
+    RefuseSameFile(e_, src_, dest_);  // deleting the source would delete the destination
     e_.DeleteSourceFile(src_, job_);
     e_.Log(36, e_.T(36) + src_, true, true, false, false);
   }
@@ -114,7 +115,6 @@ class FileTransfer {
   bool Overwrite() {
     if (NoRoom(true)) return false;
     if (DestExists()) {
-      RefuseSameFile(e_, src_, dest_);
       Replace();
     } else {
       TransferNew(true, false);
@@ -128,8 +128,8 @@ class FileTransfer {
       TransferNew(true, false);
       return true;
     }
-    RefuseSameFile(e_, src_, dest_);
     const bool efsDelete = job_.EFSDelete == 1;
+    if (efsDelete) RefuseSameFile(e_, src_, dest_);
     if (CheckExist(e_.fs, e_.trap, src_, dest_, static_cast<std::int16_t>(job_.ExtFileTime),
                    job_.EFSelect)) {
       Replace();

@@ -5,6 +5,8 @@
 #include "platform/Paths.h"
 #include "platform/SysError.h"
 
+#include <optional>
+
 namespace orvKestrel {
 
 void Engine::CopyFiles(FileList& sArray, job& job) {
@@ -57,6 +59,16 @@ std::int64_t Length(FileSystem& fs, const std::string& path) {
   return static_cast<std::int64_t>(fs.Stat(path).size);
 }
 
+// The length of an existing file; nothing when there is none (or a folder of that name).
+std::optional<std::int64_t> ExistingLength(FileSystem& fs, const std::string& path) {
+  try {
+    const FileStat st = fs.Stat(path);
+    if (!st.isDir) return static_cast<std::int64_t>(st.size);
+  } catch (const KestrelError&) {
+  }
+  return std::nullopt;
+}
+
 }  // namespace
 
 bool Engine::NoRoomFor(const std::string& source, const std::string& op, const std::string& dest,
@@ -69,9 +81,9 @@ bool Engine::NoRoomFor(const std::string& source, const std::string& op, const s
   bool noRoom = lastNoRoom;
   if (replacing) {
     // Deliberately the old file's length is subtracted: replacing needs room for both.
-    if (fs.FileExists(dest)) {
+    if (const auto existing = ExistingLength(fs, dest)) {
       std::int64_t left = 0;
-      noRoom = !__builtin_sub_overflow(FreeSpace(fs, dest), Length(fs, dest), &left) &&
+      noRoom = !__builtin_sub_overflow(FreeSpace(fs, dest), *existing, &left) &&
                left <= Length(fs, source);
     }
   } else if (op == "move" && fs.SameDrive(source, dest)) {

@@ -28,6 +28,7 @@ class FileTransfer {
     if (e_.fileTime) e_.ReadSourceFileTime(src_);
     const std::string folder = job_.FStruct == 1 ? e_.HandleFolders(src_, job_) : job_.To;
     dest_ = BuildPath(folder, GetFileName(src_));
+    destExists_ = e_.fs.FileExists(dest_);
     bool writeTimes = true;
     switch (job_.Exist) {
       case 0: KeepExisting(); break;
@@ -45,7 +46,7 @@ class FileTransfer {
 
  private:
   bool Copying() const { return kind_ == Kind::Copy; }
-  bool DestExists() const { return e_.fs.FileExists(dest_); }
+  bool DestExists() const { return destExists_; }
   bool NoRoom(bool replacing) {
     return e_.NoRoomFor(src_, Copying() ? "copy" : "move", dest_, replacing);
   }
@@ -146,6 +147,7 @@ class FileTransfer {
   Kind kind_;
   const std::string& src_;
   std::string dest_;
+  bool destExists_ = false;  // looked at once, before the policy acts
 };
 
 void LogError(Engine& e, const job& job, Kind kind, const std::string& src) {

@@ -104,22 +104,20 @@ class FilePreview {
         job_.FStruct == 1 ? e_.HandlePreviewFolders(src_, job_) : job_.To;
     dest_ = BuildPath(folder, paths::GetFileName(src_));
     const bool exists = e_.fs.FileExists(dest_);
-    if (exists && job_.Exist != 0 && job_.Exist != 2 && e_.fs.SameFile(src_, dest_)) {
-      ReportError("source and destination are the same file");
-      return true;
-    }
     switch (job_.Exist) {
       case 0:
         if (exists) return Report(59, dest_, 14);
         return New();
       case 1:
         if (!exists) return New();
+        if (SameFile()) return true;
         Report(47);
         folders_.Gone(src_, job_, job_.DelEFolSource == 1);
         return true;
       case 2: return Rename();
       case 3:
         if (!exists) return New();
+        if (SameFile()) return true;
         Report(Copying() ? 41 : 55, dest_, 46);
         Moved(true);
         return true;
@@ -142,6 +140,13 @@ class FilePreview {
     const char* where = Copying() ? " -  Move files " : " - Func MoveFiles ";
     e_.Log(10, job_.JobName + ": " + e_.T(10) + description + where + src_, true, true, false,
            false);
+  }
+
+  // Where the real run refuses to delete the source through its destination: its error line.
+  bool SameFile() {
+    if (!e_.fs.SameFile(src_, dest_)) return false;
+    ReportError("source and destination are the same file");
+    return true;
   }
 
   // The source leaves its folder when it is moved; a replacing move under policy 3 with the
@@ -173,9 +178,11 @@ class FilePreview {
   }
 
   bool Compare() {
+    if (job_.EFSDelete == 1 && SameFile()) return true;
     const bool replace = CheckExist(e_.fs, e_.trap, src_, dest_,
                                     static_cast<std::int16_t>(job_.ExtFileTime), job_.EFSelect);
     if (replace) {
+      if (SameFile()) return true;
       Report(Copying() ? 42 : 56, dest_, 46);
       Moved(true);
     } else {

@@ -321,6 +321,11 @@ TEST_F(CopyTest, ADestinationThatIsTheSourceItselfIsNeverDeleted) {
                                "job: Fehler: source and destination are the same file -  Move files " +
                                Src("a.txt")});
   }
+  // Comparing a file with itself refuses, and nothing is deleted: that is no error.
+  rec.lines.clear();
+  j.EFSDelete = 0;
+  Copy({Src("a.txt")});
+  EXPECT_EQ(Ids(), (std::vector<std::int16_t>{85, 45}));
 }
 
 TEST_F(CopyTest, FreeSpaceRefusalIsReportedAndSkipsTheFile) {

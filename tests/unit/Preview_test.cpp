@@ -101,11 +101,19 @@ TEST_F(PreviewTest, OnlyCompareReportsNothingForNewFilesExceptWhenRenaming) {
 
 TEST_F(PreviewTest, FailuresTheRealRunWouldHaveAreShownWithoutFailingThePreview) {
   j.To = src;
-  j.Exist = 3;
+  j.ExtFileTime = 1;
   Source("a.txt", "a");
+  const std::string error = "job: Fehler: source and destination are the same file -  Move files ";
+  for (std::int16_t exist : {1, 3}) {
+    j.Exist = exist;
+    EXPECT_EQ(PreviewOf("a.txt", "Copy"), std::vector<std::string>{error + Src("a.txt")});
+  }
+  // Comparing a file with itself refuses, and nothing is deleted: no error in the real run.
+  j.Exist = 4;
   EXPECT_EQ(PreviewOf("a.txt", "Copy"),
-            std::vector<std::string>{"job: Fehler: source and destination are the same file -  Move files " +
-                                     Src("a.txt")});
+            std::vector<std::string>{"Quelldatei nicht neuer: " + Src("a.txt") + " nach " + Src("a.txt")});
+  j.EFSDelete = 1;
+  EXPECT_EQ(PreviewOf("a.txt", "Copy"), std::vector<std::string>{error + Src("a.txt")});
   EXPECT_FALSE(engine.jobError);
 }
 

@@ -251,7 +251,7 @@ void FileSystem::CopyFile(const std::string& source, const std::string& dest, bo
   Gate(FaultOp::Copy);
   if (source.empty() || dest.empty()) ThrowInvalidCall();
   const OpenSource src = OpenRegular(faults_, source);
-  if (!overwrite && EntryExists(dest)) ThrowSys(EEXIST);
+  // Without overwrite the final rename refuses an existing destination; callers look first.
   CopyThroughTemp(faults_, src, dest, overwrite, false);
 }
 

@@ -341,10 +341,11 @@ TEST_F(CopyTest, FreeSpaceRefusalIsReportedAndSkipsTheFile) {
   EXPECT_EQ(Ids()[1], 10);
   EXPECT_TRUE(engine.jobError);
   EXPECT_FALSE(Exists(Dst("a.txt")));
-  // Without the check nothing is refused.
-  engine.noSizeCheck = true;
+  // A new file under policy 0 asks the drive itself, which has room.
+  j.Exist = 0;
   Copy({Src("a.txt")});
   EXPECT_TRUE(Exists(Dst("a.txt")));
+  EXPECT_FALSE(engine.lastNoRoom);
 }
 
 }  // namespace

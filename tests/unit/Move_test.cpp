@@ -115,3 +115,21 @@ TEST_F(MoveTest, ADestinationThatIsTheSourceItselfIsNeverDeleted) {
 
 }  // namespace
 }  // namespace orvKestrel::testing
+
+namespace orvKestrel::testing {
+namespace {
+
+TEST_F(MoveTest, AMoveWithinOneDriveNeedsNoRoom) {
+  engine.noSizeCheck = false;
+  engine.lastNoRoom = true;
+  Source("a.txt", "a");
+  engine.fs.faults().Arm(FaultOp::Statvfs, 1, EIO);  // asking for free space would fail
+  Move({Src("a.txt")});
+  EXPECT_FALSE(engine.fs.faults().Fired());
+  engine.fs.faults().Disarm();
+  EXPECT_EQ(FileLines(), std::vector<std::string>{"Verschoben: " + Tail("a.txt")});
+  EXPECT_FALSE(engine.lastNoRoom);
+}
+
+}  // namespace
+}  // namespace orvKestrel::testing

@@ -39,7 +39,10 @@ bool FileSystem::FolderExists(const std::string& path) const {
 }
 
 std::optional<std::vector<DirEntry>> FileSystem::ListFolder(const std::string& path) {
-  if (faults_.Check(FaultOp::Open) != 0) return std::nullopt;
+  if (const int err = faults_.Check(FaultOp::List)) {
+    errno = err;
+    return std::nullopt;
+  }
   DirHandle dir(opendir(path.empty() ? "." : path.c_str()));
   if (!dir) return std::nullopt;
   std::vector<DirEntry> entries;
@@ -92,6 +95,7 @@ std::uint64_t FileSystem::FolderSize(const std::string& path) {
 }
 
 bool FileSystem::FolderIsEmpty(const std::string& path) {
+  Gate(FaultOp::List);
   DirHandle dir(opendir(path.c_str()));
   if (!dir) ThrowSys(errno);
   while (const dirent* e = readdir(dir.get())) {

@@ -138,7 +138,10 @@ void Engine::FindFiles(const std::string& vsFolderPath, const std::string& vsSea
   if (folder.empty() || folder.back() != '/') folder += '/';
   // The mask is always "*.*", which takes every entry.
   const auto entries = fs.ListFolder(folder);
-  if (!entries) return;  // a folder that cannot be listed simply gives no files
+  if (!entries) {  // a folder that cannot be listed simply gives no files
+    unlistedFolders.push_back(folder);
+    return;
+  }
   AddFiles(*this, folder, *entries, job);
   if (!bSearchInFolder) return;
   for (const DirEntry& entry : *entries) {

@@ -1,8 +1,10 @@
 // Defects found by fuzzing, fault injection and hostile trees, each pinned by the smallest case
 // that showed it.
+#include "ActionsFixture.h"
 #include "SelectionSupport.h"
 #include "jobs/Profile.h"
 #include "selection/RegExp.h"
+#include "selection/Sync.h"
 
 namespace orvKestrel::testing {
 namespace {
@@ -51,6 +53,52 @@ TEST_F(NewlineNames, TheWalkSelectsThemByPattern) {
   e.CleanFilePattern(j.Filename, false);
   e.FindFiles(j.From, "*.*", false, j);
   EXPECT_EQ(e.files, std::vector<std::string>{In("line\nbreak.txt")});
+}
+
+class FaultRegressions : public ActionsTest {};
+
+// Overwriting deleted the old destination before copying: a copy that then failed lost it.
+TEST_F(FaultRegressions, AFailedCopyOntoAnExistingFileLeavesItAsItWas) {
+  for (const FaultOp op : {FaultOp::Open, FaultOp::Read, FaultOp::Write, FaultOp::Rename}) {
+    SCOPED_TRACE(static_cast<int>(op));
+    for (const std::int16_t exist : {3, 4}) {
+      j.Exist = exist;
+      j.ExtFileTime = 1;  // compare write times
+      Source("a.txt", "newer, longer contents", kNew);  // replaces under 4 as well
+      Dest("a.txt", "old contents", kOld);
+      engine.fs.faults().Arm(op, 1, ENOSPC);
+      FileList list{Src("a.txt")};
+      engine.CopyFiles(list, j);
+      EXPECT_TRUE(engine.fs.faults().Fired()) << ::testing::PrintToString(Lines());
+      engine.fs.faults().Disarm();
+      EXPECT_EQ(ReadFile(Dst("a.txt")), "old contents");
+      EXPECT_TRUE(engine.jobError);
+      engine.jobError = false;
+    }
+  }
+  EXPECT_EQ(Names(dst), std::vector<std::string>{"a.txt"});  // no temporary file left
+}
+
+// The removal pass of a synchronisation took a primary folder it could not list for an empty
+// one, and deleted the secondary's copies of everything in it.
+TEST_F(FaultRegressions, SyncRemovesNothingBelowAPrimaryFolderItCannotList) {
+  Source("sub/kept.txt", "k");
+  Source("top.txt", "t");
+  Dest("sub/kept.txt", "k");
+  Dest("top.txt", "t");
+  Dest("only-here.txt", "o");
+  j.Action = 5;
+  j.SyncDelete = 1;
+  j.SubFolder = 1;
+  j.FStruct = 1;
+  j.DoPreview = 0;
+  engine.fs.faults().Arm(FaultOp::List, 2, EACCES);  // 1: the primary folder, 2: its "sub"
+  engine.FileCleanUp(j, true);
+  EXPECT_TRUE(engine.fs.faults().Fired());
+  engine.fs.faults().Disarm();
+  EXPECT_TRUE(Exists(Dst("sub/kept.txt")));
+  EXPECT_TRUE(Exists(Dst("top.txt")));
+  EXPECT_FALSE(Exists(Dst("only-here.txt")));  // what the listing did show still counts
 }
 
 }  // namespace

@@ -30,7 +30,8 @@ std::string ParentOf(const std::string& path) {
 
 // The file's modification time when it is a readable regular file.
 bool ReadableFile(const std::string& path, time_t& mtime) {
-  const int fd = ::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NOCTTY);
+  // Non-blocking, so that a pipe in the list cannot hang the run.
+  const int fd = ::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NOCTTY | O_NONBLOCK);
   if (fd < 0) return false;
   struct stat st {};
   const bool ok = ::fstat(fd, &st) == 0 && S_ISREG(st.st_mode);

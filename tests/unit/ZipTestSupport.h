@@ -108,3 +108,48 @@ inline std::vector<std::string> TempLeftovers(const std::string& folder) {
 }
 
 }  // namespace orvKestrel::testing
+
+#include "engine/Engine.h"
+
+#include <functional>
+
+namespace orvKestrel::testing {
+
+// Records events and lets a test act when a progress event comes.
+struct HookedEvents : RecordingEvents {
+  void KestrelCounter(std::int32_t all, std::int32_t curr) override {
+    RecordingEvents::KestrelCounter(all, curr);
+    if (onCounter) onCounter(all, curr);
+  }
+  std::function<void(std::int32_t, std::int32_t)> onCounter;
+};
+
+// An engine with the default catalogue whose events are recorded, and a job over
+// dir/in -> dir/out.
+struct ZipEngine {
+  ZipEngine() {
+    e.LoadLogMessages("");
+    e.SetMsgIDs();
+    e.events = &ev;
+    j.JobName = "job";
+    j.From = dir / "in";
+    j.To = dir / "out";
+    j.DoPreview = 0;
+    std::filesystem::create_directories(j.From);
+    std::filesystem::create_directories(j.To);
+  }
+  // Writes a source file below From and returns its full path.
+  std::string Src(const std::string& rel, const std::string& data = "data") {
+    const std::string path = dir / ("in/" + rel);
+    WriteFile(path, data);
+    return path;
+  }
+  std::string Out(const std::string& rel) const { return dir / ("out/" + rel); }
+
+  TempDir dir;
+  Engine e{Host{}};
+  HookedEvents ev;
+  job j;
+};
+
+}  // namespace orvKestrel::testing

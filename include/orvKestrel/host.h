@@ -42,6 +42,9 @@ struct Host {
   Clock clock;
   // The short date format in strftime form.
   std::string shortDateFormat = "%d.%m.%Y";
+  // External programs write their standard output to the host's standard error instead (for a
+  // host whose standard output is a machine-read stream).
+  bool programStdoutToStderr = false;
 };
 
 }  // namespace orvKestrel

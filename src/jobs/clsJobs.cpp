@@ -1,13 +1,26 @@
-// PLACEHOLDER: not built yet; the owner of this role replaces the whole file.
 #include <orvKestrel/clsJobs.h>
+
+#include "errortrap/modFailSafeLITE.h"
 #include "jobs/JobReader.h"
+#include "platform/FileSystem.h"
+
 namespace orvKestrel {
-struct clsJobs::Impl { Host host; bool failed = false; };
-clsJobs::clsJobs(Host host) : m_(std::make_unique<Impl>()) { m_->host = std::move(host); }
+
+struct clsJobs::Impl {
+  explicit Impl(Host h) : host(std::move(h)), trap(host) {}
+  Host host;
+  FileSystem fs;
+  FailSafe trap;  // holds a pointer to host
+  bool failed = false;
+};
+
+clsJobs::clsJobs(Host host) : m_(std::make_unique<Impl>(std::move(host))) {}
 clsJobs::~clsJobs() = default;
-std::vector<job> clsJobs::GetJobs(const std::string&, const std::string&) { return {}; }
+
+std::vector<job> clsJobs::GetJobs(const std::string& sJobDir, const std::string& sFile) {
+  return ReadJobs(m_->fs, m_->trap, m_->host, sJobDir, sFile, &m_->failed);
+}
+
 bool clsJobs::LastReadFailed() const { return m_->failed; }
-}  // namespace orvKestrel
-namespace orvKestrel {
-std::vector<job> ReadJobs(FileSystem&, FailSafe&, const Host&, const std::string&, const std::string&, bool*) { return {}; }
+
 }  // namespace orvKestrel

@@ -3,9 +3,11 @@
 #include "platform/SysError.h"
 
 #include <fcntl.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <cerrno>
+#include <cstdlib>
 #include <random>
 #include <utility>
 
@@ -31,6 +33,22 @@ std::string ParentOf(const std::string& path) {
   const auto pos = path.rfind('/');
   if (pos == std::string::npos) return ".";
   return pos == 0 ? "/" : path.substr(0, pos);
+}
+
+std::string NameOf(const std::string& path) {
+  const auto pos = path.rfind('/');
+  return pos == std::string::npos ? path : path.substr(pos + 1);
+}
+
+// The file that path names after following links; path itself when it is no link.
+std::string LinkTarget(const std::string& path) {
+  struct stat st {};
+  if (::lstat(path.c_str(), &st) != 0 || !S_ISLNK(st.st_mode)) return path;
+  char* real = ::realpath(path.c_str(), nullptr);
+  if (real == nullptr) return path;  // a dangling link: replace the link itself
+  std::string out(real);
+  std::free(real);
+  return out;
 }
 
 }  // namespace
@@ -78,15 +96,29 @@ std::string FileSystem::ReadHead(const std::string& path, std::size_t n) {
 }
 
 void FileSystem::WriteFileAtomic(const std::string& path, const std::string& data) {
-  std::random_device rd;
-  const std::string tmp = path + ".kestrel-tmp-" + std::to_string(rd());
+  // A link is followed, so that the link stays and its target gets the new contents.
+  const std::string target = LinkTarget(path);
+  struct stat old {};
+  const bool existed = ::stat(target.c_str(), &old) == 0;
+  // A file the caller may not write stays as it is, although replacing it by rename would work.
   Gate(FaultOp::Open);
+  if (existed && ::access(target.c_str(), W_OK) != 0) ThrowSys(errno);
+  std::random_device rd;
+  // A hidden name, so that a folder listing taken meanwhile does not see a half-written file.
+  const std::string tmp = ParentOf(target) + "/." + NameOf(target) + ".kestrel-tmp-" +
+                          std::to_string(rd());
   Fd fd(::open(tmp.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0666));
   if (fd.get() < 0) ThrowSys(errno);
   auto fail = [&](int err) {
     ::unlink(tmp.c_str());
     ThrowSys(err);
   };
+  if (existed) {
+    // Owner and group where we may (root editing another user's job file); else they stay ours.
+    const int chowned = ::fchown(fd.get(), old.st_uid, old.st_gid);
+    static_cast<void>(chowned);
+    if (::fchmod(fd.get(), old.st_mode & 07777) != 0) fail(errno);
+  }
   std::size_t done = 0;
   while (done < data.size()) {
     if (const int err = faults_.Check(FaultOp::Write)) fail(err);
@@ -100,8 +132,8 @@ void FileSystem::WriteFileAtomic(const std::string& path, const std::string& dat
   if (::fsync(fd.get()) != 0) fail(errno);
   if (::close(fd.release()) != 0) fail(errno);
   if (const int err = faults_.Check(FaultOp::Rename)) fail(err);
-  if (::rename(tmp.c_str(), path.c_str()) != 0) fail(errno);
-  Fd dir(::open(ParentOf(path).c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+  if (::rename(tmp.c_str(), target.c_str()) != 0) fail(errno);
+  Fd dir(::open(ParentOf(target).c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
   if (dir.get() >= 0) ::fsync(dir.get());
 }
 

@@ -1,0 +1,299 @@
+#include <orvKestrel/clsJobs.h>
+
+#include "jobs/JobFields.h"
+#include "platform/FileSystem.h"
+#include "support/TestSupport.h"
+
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <filesystem>
+#include <map>
+#include <variant>
+
+namespace orvKestrel {
+namespace {
+
+using testing::TempDir;
+using testing::WriteFile;
+
+// The trap writes "error.log" into the current folder: keep it out of the build tree.
+class InFolder {
+ public:
+  explicit InFolder(const std::string& dir) : old_(std::filesystem::current_path()) {
+    std::filesystem::current_path(dir);
+  }
+  ~InFolder() { std::filesystem::current_path(old_); }
+
+ private:
+  std::filesystem::path old_;
+};
+
+Host FixedHost() {
+  Host host;
+  std::tm tm{};
+  tm.tm_year = 2026 - 1900;
+  tm.tm_mon = 10;
+  tm.tm_mday = 22;
+  tm.tm_hour = 10;
+  tm.tm_isdst = -1;
+  host.clock = Clock::StartingAt(std::mktime(&tm));
+  host.shortDateFormat = "%d.%m.%Y";
+  return host;
+}
+
+// A job file whose Name is its own name, plus extra lines.
+void WriteJob(const TempDir& dir, const std::string& name, const std::string& extra = "") {
+  WriteFile(dir / name, "[Job]\nName=" + name + "\n" + extra);
+}
+
+std::vector<std::string> Names(const std::vector<job>& jobs) {
+  std::vector<std::string> out;
+  for (const job& j : jobs) out.push_back(j.JobName);
+  return out;
+}
+
+// Job files of dir in the order the file system lists them.
+std::vector<std::string> ListingOrder(const TempDir& dir) {
+  FileSystem fs;
+  std::vector<std::string> out;
+  const auto entries = fs.ListFolder(dir.str());
+  for (const DirEntry& e : entries.value()) {
+    if (e.name.ends_with(".kjb") || e.name.ends_with(".KJB")) out.push_back(e.name);
+  }
+  return out;
+}
+
+TEST(GetJobs, AnEmptySectionGivesEveryDefault) {
+  TempDir dir;
+  WriteFile(dir / "a.kjb", "[Job]\n");
+  clsJobs jobs(FixedHost());
+  const std::vector<job> got = jobs.GetJobs(dir.str() + "/");
+  ASSERT_EQ(got.size(), 1u);
+  EXPECT_FALSE(jobs.LastReadFailed());
+  using Value = std::variant<std::int64_t, double, std::string>;
+  const std::map<std::string, Value> notZero = {
+      {"DoPreview", 1},           {"FreeSpaceVal", 1},           {"Execution", 1},
+      {"ExecMaxSec", 1},          {"ZipGrade", "3"},             {"FileAgeType", 1},
+      {"FileAgeDiff", 1},         {"IntervalMonthDay", 1},       {"IntervalTime", "00:00:00"},
+      {"RenameTxt", "_"},         {"NodeIcon", ",,,,,,,,,,"},    {"IntervalDate", "22.11.2026"},
+      {"DateFrom", "22.11.2026"}, {"DateTo", "22.11.2026"},      {"Status", "0"},
+  };
+  int seen = 0;
+  ForEachField(got[0], [&](const char* name, const auto& value) {
+    ++seen;
+    using T = std::decay_t<decltype(value)>;
+    const auto it = notZero.find(name);
+    if constexpr (std::is_same_v<T, std::string>) {
+      EXPECT_EQ(value, it == notZero.end() ? "" : std::get<std::string>(it->second)) << name;
+    } else if constexpr (std::is_same_v<T, double>) {
+      EXPECT_EQ(value, 0.0) << name;
+    } else {
+      EXPECT_EQ(value, it == notZero.end() ? 0 : std::get<std::int64_t>(it->second)) << name;
+    }
+  });
+  EXPECT_EQ(seen, 106);
+}
+
+TEST(GetJobs, ConvertsValues) {
+  TempDir dir;
+  WriteFile(dir / "a.kjb",
+            "[Job]\nZipGrade=7.5\nAction=1,5\nCounter= -3 \nFileSize=1,5\nExecPath=\"  /bin/x  \"\n"
+            "ExecParam='  -v  '\nFrom=\"  /in  \"\nTo=" + std::string(300, 't') + "\nName=M\xFC\x6cler\n"
+            "[Info]\nProgVersion=2.1\n[Job]\nInactive=1\n");
+  WriteFile(dir / "b.kjb", "[Job]\nZipGrade= 4.0 \nDoPreview=0\n");
+  WriteFile(dir / "c.kjb", "[Job]\nZipGrade=6.5\nSubFolder=2\n");
+  clsJobs jobs(FixedHost());
+  const job a = jobs.GetJobs(dir.str() + "/", "a.kjb").at(0);
+  EXPECT_EQ(a.ZipGrade, "8");
+  EXPECT_EQ(a.Action, 2);
+  EXPECT_EQ(a.Counter, -3);
+  EXPECT_DOUBLE_EQ(a.FileSize, 1.5);
+  EXPECT_EQ(a.ExecPath, "/bin/x");
+  EXPECT_EQ(a.ExecParam, "-v");
+  EXPECT_EQ(a.From, "  /in  ");  // only the program path and arguments are trimmed
+  EXPECT_EQ(a.To, std::string(255, 't'));
+  EXPECT_EQ(a.JobName, "M\xC3\xBCller");
+  EXPECT_EQ(a.Version, "2.1");
+  EXPECT_EQ(a.Inactive, 0);  // a repeated section is not read
+  const job b = jobs.GetJobs(dir.str() + "/", "b.kjb").at(0);
+  EXPECT_EQ(b.ZipGrade, "4");
+  EXPECT_EQ(b.DoPreview, 0);
+  const job c = jobs.GetJobs(dir.str() + "/", "c.kjb").at(0);
+  EXPECT_EQ(c.ZipGrade, "6");
+  EXPECT_EQ(c.SubFolder, 2);
+}
+
+TEST(GetJobs, TakesJobFilesInListingOrder) {
+  TempDir dir;
+  WriteJob(dir, "x.txt");
+  WriteJob(dir, "b.kjb");
+  WriteJob(dir, "A.KJB");
+  WriteJob(dir, ".hidden.kjb");
+  WriteJob(dir, "noext");
+  std::filesystem::create_directories(dir / "folder.kjb");
+  std::filesystem::create_symlink(dir / "b.kjb", dir / "link.kjb");
+  clsJobs jobs(FixedHost());
+  const std::vector<job> got = jobs.GetJobs(dir.str() + "/");
+  std::vector<std::string> expected;
+  for (const std::string& name : ListingOrder(dir)) {
+    if (name != ".hidden.kjb" && name != "folder.kjb") expected.push_back(name == "link.kjb" ? "b.kjb" : name);
+  }
+  EXPECT_EQ(Names(got), expected);
+  EXPECT_EQ(got.size(), 3u);
+}
+
+TEST(GetJobs, ANamedFileGoesThroughTheSameTest) {
+  TempDir dir;
+  WriteJob(dir, "x.txt");
+  WriteJob(dir, "b.kjb");
+  WriteJob(dir, "c.kjb");
+  clsJobs jobs(FixedHost());
+  EXPECT_EQ(Names(jobs.GetJobs(dir.str() + "/", "c.kjb")), std::vector<std::string>{"c.kjb"});
+  EXPECT_TRUE(jobs.GetJobs(dir.str() + "/", "x.txt").empty());
+  // A named file that is missing reads as a record of defaults, like any missing key.
+  const std::vector<job> missing = jobs.GetJobs(dir.str() + "/", "gone.kjb");
+  ASSERT_EQ(missing.size(), 1u);
+  EXPECT_EQ(missing[0].JobName, "");
+  EXPECT_EQ(missing[0].DoPreview, 1);
+}
+
+TEST(GetJobs, FoldersWithoutJobFiles) {
+  TempDir dir;
+  WriteJob(dir, "x.txt");
+  clsJobs jobs(FixedHost());
+  EXPECT_TRUE(jobs.GetJobs(dir.str() + "/").empty());
+  EXPECT_TRUE(jobs.GetJobs(dir / "missing/").empty());
+  EXPECT_FALSE(jobs.LastReadFailed());
+}
+
+TEST(GetJobs, WithoutTrailingSeparatorTheParentIsListed) {
+  TempDir dir;
+  WriteJob(dir, "jobs/inside.kjb");
+  WriteJob(dir, "jobs-old.kjb");
+  WriteJob(dir, "other.kjb");
+  clsJobs jobs(FixedHost());
+  // "jobs" + "*" lists the parent's names beginning with "jobs"; the name is then joined to
+  // "jobs", where no such file is: one record of defaults, nothing from inside the folder.
+  const std::vector<job> got = jobs.GetJobs(dir / "jobs");
+  EXPECT_EQ(Names(got), std::vector<std::string>{""});
+}
+
+struct BadFolder {
+  TempDir dir;
+  std::vector<std::string> order;  // the five job files in listing order
+};
+
+// Five job files; the third in listing order gets the bad line.
+void MakeFive(BadFolder& f, const std::string& badLine) {
+  for (const char* name : {"j1.kjb", "j2.kjb", "j3.kjb", "j4.kjb", "j5.kjb"}) WriteJob(f.dir, name);
+  f.order = ListingOrder(f.dir);
+  WriteJob(f.dir, f.order[2], badLine);
+}
+
+struct Reported {
+  std::vector<std::string> texts;
+  BoxAnswer answer = BoxAnswer::Abort;
+};
+
+Host Asking(Reported& r) {
+  Host host = FixedHost();
+  host.messageBox = [&r](const MessageBoxRequest& q) {
+    r.texts.push_back(q.text);
+    return r.answer;
+  };
+  return host;
+}
+
+TEST(GetJobs, ABadNumberStopsTheListingAndNamesFileAndKey) {
+  BadFolder f;
+  InFolder here(f.dir.str());
+  MakeFive(f, "Counter=abc\n");
+  Reported r;
+  clsJobs jobs(Asking(r));
+  const std::vector<job> got = jobs.GetJobs(f.dir.str() + "/");
+  EXPECT_EQ(Names(got), (std::vector<std::string>{f.order[0], f.order[1]}));
+  EXPECT_TRUE(jobs.LastReadFailed());
+  ASSERT_EQ(r.texts.size(), 1u);
+  EXPECT_NE(r.texts[0].find("#13"), std::string::npos) << r.texts[0];
+  EXPECT_NE(r.texts[0].find(f.dir / f.order[2]), std::string::npos) << r.texts[0];
+  EXPECT_NE(r.texts[0].find("key \"Counter\""), std::string::npos) << r.texts[0];
+  EXPECT_NE(r.texts[0].find("\"abc\""), std::string::npos) << r.texts[0];
+  EXPECT_NE(testing::ReadFile("error.log").find("key \"Counter\""), std::string::npos);
+}
+
+TEST(GetJobs, IgnorePassesOverTheBadFileAndRetryReadsItAgain) {
+  BadFolder f;
+  InFolder here(f.dir.str());
+  MakeFive(f, "Action=x\n");
+  Reported r;
+  r.answer = BoxAnswer::Ignore;
+  clsJobs ignoring(Asking(r));
+  EXPECT_EQ(ignoring.GetJobs(f.dir.str() + "/").size(), 4u);
+  EXPECT_TRUE(ignoring.LastReadFailed());
+
+  Host host = FixedHost();
+  host.messageBox = [&](const MessageBoxRequest&) {
+    WriteJob(f.dir, f.order[2], "Action=1\n");  // the user fixes the line, then retries
+    return BoxAnswer::Retry;
+  };
+  clsJobs retrying(host);
+  const std::vector<job> got = retrying.GetJobs(f.dir.str() + "/");
+  ASSERT_EQ(got.size(), 5u);
+  EXPECT_EQ(got[2].Action, 1);
+  EXPECT_FALSE(retrying.LastReadFailed());
+}
+
+TEST(GetJobs, EmptyValueIsAnErrorButAMissingKeyIsNot) {
+  TempDir dir;
+  InFolder here(dir.str());
+  WriteFile(dir / "a.kjb", "[Job]\nCounter=\n");
+  WriteFile(dir / "b.kjb", "[Job]\nName=b\n");
+  Reported r;
+  clsJobs jobs(Asking(r));
+  EXPECT_TRUE(jobs.GetJobs(dir.str() + "/", "a.kjb").empty());
+  EXPECT_TRUE(jobs.LastReadFailed());
+  ASSERT_EQ(r.texts.size(), 1u);
+  EXPECT_NE(r.texts[0].find("Type mismatch"), std::string::npos) << r.texts[0];
+  const std::vector<job> b = jobs.GetJobs(dir.str() + "/", "b.kjb");
+  ASSERT_EQ(b.size(), 1u);
+  EXPECT_EQ(b[0].Counter, 0);
+  EXPECT_FALSE(jobs.LastReadFailed());
+}
+
+TEST(GetJobs, OverflowFollowsTheKeysConversion) {
+  TempDir dir;
+  InFolder here(dir.str());
+  const std::pair<const char*, bool> cases[] = {
+      {"Action=32768", false},     {"Action=32767", true},     {"ExecDo=32768", false},
+      {"Inactive=32768", true},    {"Counter=2147483648", false}, {"ZipGrade=32768", false},
+  };
+  for (const auto& [line, ok] : cases) {
+    SCOPED_TRACE(line);
+    WriteFile(dir / "a.kjb", std::string("[Job]\n") + line + "\n");
+    Reported r;
+    clsJobs jobs(Asking(r));
+    EXPECT_EQ(jobs.GetJobs(dir.str() + "/").size(), ok ? 1u : 0u);
+    EXPECT_EQ(jobs.LastReadFailed(), !ok);
+    if (!ok) {
+      ASSERT_EQ(r.texts.size(), 1u);
+      EXPECT_NE(r.texts[0].find("#6 (Overflow"), std::string::npos) << r.texts[0];
+    }
+  }
+}
+
+TEST(GetJobs, AnUnreadableJobFileIsReported) {
+  TempDir dir;
+  InFolder here(dir.str());
+  std::filesystem::create_directories(dir / "d.kjb");
+  Reported r;
+  clsJobs jobs(Asking(r));
+  // A folder named like a job file, given by name, cannot be read as one.
+  EXPECT_TRUE(jobs.GetJobs(dir.str() + "/", "d.kjb").empty());
+  EXPECT_TRUE(jobs.LastReadFailed());
+  ASSERT_EQ(r.texts.size(), 1u);
+  EXPECT_NE(r.texts[0].find(dir / "d.kjb"), std::string::npos) << r.texts[0];
+}
+
+}  // namespace
+}  // namespace orvKestrel

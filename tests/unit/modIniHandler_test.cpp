@@ -1,0 +1,206 @@
+#include "jobs/modIniHandler.h"
+
+#include "jobs/Profile.h"
+#include "platform/FileSystem.h"
+#include "platform/SysError.h"
+#include "support/TestSupport.h"
+
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <filesystem>
+
+namespace orvKestrel {
+namespace {
+
+using testing::ReadFile;
+using testing::TempDir;
+using testing::WriteFile;
+
+struct ReadCase {
+  const char* name;
+  std::string file;
+  const char* section;
+  const char* key;
+  std::string expected;
+  int nSize = 256;
+};
+
+TEST(Profile, ReadsValuesAsTheProfileFunctionsDo) {
+  const std::string longValue(300, 'x');
+  std::string umlauts;
+  for (int i = 0; i < 300; ++i) umlauts += "\xC3\xA4";  // 300 times "ä" in UTF-8
+  const ReadCase cases[] = {
+      {"plain", "[Job]\nName=a\n", "Job", "Name", "a"},
+      {"names without regard to case", "[jOB]\nNAME=a\n", "Job", "name", "a"},
+      {"blanks around key and value", "  [ Job ]  \n  Name  =  a b  \n", "Job", "Name", "a b"},
+      {"tabs too", "[Job]\n\tName\t=\ta\t\n", "Job", "Name", "a"},
+      {"double quotes keep inner blanks", "[Job]\nName=\"  a  \"\n", "Job", "Name", "  a  "},
+      {"single quotes", "[Job]\nName='a'\n", "Job", "Name", "a"},
+      {"one pair only", "[Job]\nName=\"\"a\"\"\n", "Job", "Name", "\"a\""},
+      {"quotes that do not match stay", "[Job]\nName=\"a'\n", "Job", "Name", "\"a'"},
+      {"a lone quote stays", "[Job]\nName=\"\n", "Job", "Name", "\""},
+      {"first key wins", "[Job]\nName=a\nName=b\n", "Job", "Name", "a"},
+      {"first section wins", "[Job]\nName=a\n[Job]\nName=b\nTo=t\n", "Job", "Name", "a"},
+      {"a repeated section is not searched", "[Job]\nName=a\n[job]\nTo=t\n", "Job", "To", "dflt"},
+      {"comment", "[Job]\n;Name=a\n  ; Name=b\nName=c\n", "Job", "Name", "c"},
+      {"commented section", ";[Job]\nName=a\n", "Job", "Name", "dflt"},
+      {"keys before any section", "Name=a\n[Job]\n", "Job", "Name", "dflt"},
+      {"other section", "[Info]\nName=a\n", "Job", "Name", "dflt"},
+      {"empty value is not the default", "[Job]\nName=\n", "Job", "Name", ""},
+      {"line without equals sign", "[Job]\nName\n", "Job", "Name", ""},
+      {"equals sign in the value", "[Job]\nName=a=b\n", "Job", "Name", "a=b"},
+      {"CRLF line ends", "[Job]\r\nName=a\r\nTo=b\r\n", "Job", "To", "b"},
+      {"no line end at the end", "[Job]\nName=a", "Job", "Name", "a"},
+      {"byte-order mark", "\xEF\xBB\xBF[Job]\nName=a\n", "Job", "Name", "a"},
+      {"Windows-1252", "[Job]\nName=M\xFCller \xC4\xD6\x80\n", "Job", "Name",
+       "M\xC3\xBCller \xC3\x84\xC3\x96\xE2\x82\xAC"},
+      {"UTF-8", "[Job]\nName=M\xC3\xBCller\n", "Job", "Name", "M\xC3\xBCller"},
+      {"cut to 255 characters", "[Job]\nFrom=" + longValue + "\n", "Job", "From",
+       std::string(255, 'x')},
+      {"cut counts characters, not bytes", "[Job]\nFrom=" + umlauts + "\n", "Job", "From",
+       umlauts.substr(0, 510)},
+      {"cut to nSize - 1", "[Job]\nName=abcdef\n", "Job", "Name", "abc", 4},
+      {"nSize 1 gives nothing", "[Job]\nName=abcdef\n", "Job", "Name", "", 1},
+      {"the default is cut too", "", "Job", "Name", "df", 3},
+  };
+  for (const ReadCase& c : cases) {
+    SCOPED_TRACE(c.name);
+    EXPECT_EQ(Profile(c.file).Get(c.section, c.key, "dflt", c.nSize), c.expected);
+  }
+}
+
+TEST(Profile, UndefinedWindows1252BytesSurviveARoundTrip) {
+  const std::string file = "[Job]\nName=a\x81\x8D\x8F\x90\x9D\xE4\n";
+  EXPECT_EQ(Profile(file).Get("Job", "Name", ""), "a\xC2\x81\xC2\x8D\xC2\x8F\xC2\x90\xC2\x9D\xC3\xA4");
+  // Writing another key leaves those bytes exactly as they were.
+  EXPECT_EQ(SetProfileValue(file, "Job", "To", "b"), file + "To=b\n");
+}
+
+TEST(GetJobString, MissingFileGivesTheDefault) {
+  TempDir dir;
+  FileSystem fs;
+  EXPECT_EQ(GetJobString(fs, "Job", "Counter", "0", dir / "none.kjb"), "0");
+  EXPECT_EQ(GetJobString(fs, "Job", "Counter", "0", ""), "0");
+}
+
+TEST(GetLangString, UnreadableLanguageFileGivesTheDefault) {
+  TempDir dir;
+  FileSystem fs;
+  // A folder cannot be read as a file.
+  EXPECT_EQ(GetLangString(fs, "LogMessages", "t11", "Kopiert", dir.str()), "Kopiert");
+  WriteFile(dir / "en.lng", "[LogMessages]\nt11=Copied\nt12=\n");
+  EXPECT_EQ(GetLangString(fs, "LogMessages", "t11", "Kopiert", dir / "en.lng"), "Copied");
+  EXPECT_EQ(GetLangString(fs, "LogMessages", "t12", "Verschoben", dir / "en.lng"), "");
+}
+
+struct WriteCase {
+  const char* name;
+  std::string before;
+  const char* section;
+  const char* key;
+  std::string value;
+  std::string after;
+};
+
+TEST(SetProfileValue, KeepsEveryOtherLine) {
+  const std::string job =
+      "; my backup job\n"
+      "[Job]\n"
+      "Name=Backup\n"
+      "; how often\n"
+      "Counter = 3   \n"
+      "To=/b\n"
+      "\n"
+      "[Info]\n"
+      "ProgVersion=2.1\n";
+  const WriteCase cases[] = {
+      {"replaces the value in place", job, "Job", "counter", "2",
+       "; my backup job\n[Job]\nName=Backup\n; how often\nCounter=2\nTo=/b\n\n[Info]\n"
+       "ProgVersion=2.1\n"},
+      {"adds a key after the section's last key", job, "JOB", "Status", "5",
+       "; my backup job\n[Job]\nName=Backup\n; how often\nCounter = 3   \nTo=/b\nStatus=5\n\n"
+       "[Info]\nProgVersion=2.1\n"},
+      {"adds a missing section at the end", job, "Extra", "IntState", "22.11.2026",
+       job + "\n[Extra]\nIntState=22.11.2026\n"},
+      {"creates the content of a new file", "", "Job", "Status", "5", "[Job]\nStatus=5\n"},
+      {"first of two sections and first of two keys", "[Job]\nA=1\nA=2\n[job]\nA=3\n", "Job", "A",
+       "9", "[Job]\nA=9\nA=2\n[job]\nA=3\n"},
+      {"a key only in a repeated section goes into the first", "[Job]\nA=1\n[job]\nB=3\n", "Job",
+       "B", "9", "[Job]\nA=1\nB=9\n[job]\nB=3\n"},
+      {"empty section gets the key after its header", "[Job]\n[Info]\nX=1\n", "Job", "A", "1",
+       "[Job]\nA=1\n[Info]\nX=1\n"},
+      {"CRLF kept", "[Job]\r\nA=1\r\n", "Job", "B", "2", "[Job]\r\nA=1\r\nB=2\r\n"},
+      {"last line without a line end", "[Job]\nA=1", "Job", "B", "2", "[Job]\nA=1\nB=2\n"},
+      {"byte-order mark kept", "\xEF\xBB\xBF[Job]\nA=1\n", "Job", "A", "2",
+       "\xEF\xBB\xBF[Job]\nA=2\n"},
+      {"Windows-1252 kept", "[Job]\nName=M\xFCller\nA=1\n", "Job", "A", "\xC3\xA4",
+       "[Job]\nName=M\xFCller\nA=\xE4\n"},
+      {"a character Windows-1252 cannot hold turns the file into UTF-8",
+       "[Job]\nName=M\xFCller\n", "Job", "A", "\xE2\x86\x92",
+       "[Job]\nName=M\xC3\xBCller\nA=\xE2\x86\x92\n"},
+  };
+  for (const WriteCase& c : cases) {
+    SCOPED_TRACE(c.name);
+    EXPECT_EQ(SetProfileValue(c.before, c.section, c.key, c.value), c.after);
+  }
+}
+
+TEST(SetProfileValue, RefusesWhatALineCannotHold) {
+  EXPECT_THROW(SetProfileValue("", "Job", "A", "1\n2"), KestrelError);
+  EXPECT_THROW(SetProfileValue("", "Job", "A=B", "1"), KestrelError);
+  EXPECT_THROW(SetProfileValue("", "Job", " ", "1"), KestrelError);
+}
+
+TEST(WriteJobString, WritesReadsBackAndKeepsTheFileMode) {
+  TempDir dir;
+  FileSystem fs;
+  const std::string path = dir / "a.kjb";
+  WriteJobString(fs, "Job", "Counter", "4", path);
+  EXPECT_EQ(ReadFile(path), "[Job]\nCounter=4\n");
+  ::chmod(path.c_str(), 0640);
+  WriteJobString(fs, "Job", "Status", "5", path);
+  EXPECT_EQ(GetJobString(fs, "Job", "Status", "0", path), "5");
+  EXPECT_EQ(GetJobString(fs, "Job", "Counter", "0", path), "4");
+  struct stat st {};
+  ASSERT_EQ(::stat(path.c_str(), &st), 0);
+  EXPECT_EQ(st.st_mode & 07777, 0640u);
+  // Nothing but the job file is left in the folder.
+  EXPECT_EQ(std::distance(std::filesystem::directory_iterator(dir.str()), {}), 1);
+}
+
+TEST(WriteJobString, AReadOnlyFileIsNotReplaced) {
+  if (::geteuid() == 0) GTEST_SKIP() << "root may write any file";
+  TempDir dir;
+  FileSystem fs;
+  WriteFile(dir / "a.kjb", "[Job]\nA=1\n");
+  ::chmod((dir / "a.kjb").c_str(), 0444);
+  EXPECT_THROW(WriteJobString(fs, "Job", "A", "2", dir / "a.kjb"), KestrelError);
+  EXPECT_EQ(ReadFile(dir / "a.kjb"), "[Job]\nA=1\n");
+}
+
+TEST(WriteJobString, WritesThroughALinkAndKeepsIt) {
+  TempDir dir;
+  FileSystem fs;
+  WriteFile(dir / "real.kjb", "[Job]\nA=1\n");
+  std::filesystem::create_symlink(dir / "real.kjb", dir / "link.kjb");
+  WriteJobString(fs, "Job", "A", "2", dir / "link.kjb");
+  EXPECT_TRUE(std::filesystem::is_symlink(dir / "link.kjb"));
+  EXPECT_EQ(ReadFile(dir / "real.kjb"), "[Job]\nA=2\n");
+}
+
+TEST(WriteJobString, AFailedWriteLeavesTheOldFile) {
+  TempDir dir;
+  FileSystem fs;
+  WriteFile(dir / "a.kjb", "[Job]\nA=1\n");
+  fs.faults().Arm(FaultOp::Rename, 1, EIO);
+  EXPECT_THROW(WriteJobString(fs, "Job", "A", "2", dir / "a.kjb"), KestrelError);
+  EXPECT_EQ(ReadFile(dir / "a.kjb"), "[Job]\nA=1\n");
+  EXPECT_EQ(std::distance(std::filesystem::directory_iterator(dir.str()), {}), 1);
+  // A missing folder is an error, not a silent no-op.
+  EXPECT_THROW(WriteJobString(fs, "Job", "A", "2", dir / "no/a.kjb"), KestrelError);
+}
+
+}  // namespace
+}  // namespace orvKestrel

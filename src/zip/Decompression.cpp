@@ -23,8 +23,8 @@ bool ReportFailures(Engine& e, const job& job, const std::string& file, std::int
   for (const auto& f : failures) onlyPassword = onlyPassword && f.kind == Failure::Kind::Password;
   if (failures.empty() || onlyPassword) return !failures.empty();
   for (const auto& f : failures) {
-    e.Log(10, job.JobName + ": " + e.T(10) + f.reason + " - " + file + e.T(14) + f.entry, true,
-          true, false);
+    e.Log(10, job.JobName + ": " + e.T(10) + f.reason + " - " + file + ": " + f.entry, true, true,
+          false);
   }
   e.jobError = true;
   return true;

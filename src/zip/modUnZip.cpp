@@ -115,16 +115,18 @@ std::int32_t Extractor::Run(bool& cancelled) {
 }
 
 void Extractor::Entry(zip_uint64_t index) {
-  zip_stat_t zs;
-  if (zip_stat_index(za_, index, 0, &zs) != 0 || !(zs.valid & ZIP_STAT_NAME)) {
-    Fail(Kind::Damaged, "#" + std::to_string(index), ziphandle::ErrorText(zip_get_error(za_)));
-    return;
-  }
-  std::string entry = zs.name;
   zip_uint8_t opsys = 0;
   zip_uint32_t attr = 0;
   zip_file_get_external_attributes(za_, index, 0, &opsys, &attr);
   const bool unix = opsys == ZIP_OPSYS_UNIX;
+  // Names from Unix systems are bytes, as file names there are; others may be code page 437.
+  zip_stat_t zs;
+  if (zip_stat_index(za_, index, unix ? ZIP_FL_ENC_RAW : 0, &zs) != 0 ||
+      !(zs.valid & ZIP_STAT_NAME)) {
+    Fail(Kind::Damaged, "#" + std::to_string(index), ziphandle::ErrorText(zip_get_error(za_)));
+    return;
+  }
+  std::string entry = zs.name;
   const auto umode = static_cast<mode_t>(attr >> 16);
   std::string path = entry;
   if (!unix) {

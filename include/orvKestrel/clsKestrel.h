@@ -38,7 +38,10 @@ class clsKestrel {
   // The listener stays owned by the host and must outlive the calls that raise events.
   void Connect(IKestrelEvents* events);
 
-  // Request (true) or withdraw (false) a stop. Safe from another thread or a signal handler.
+  // Request (true) or withdraw (false) a stop; a run ends at its next stop test. Safe from another
+  // thread (the host's yield callback is then called on that thread too) and from a signal
+  // handler when the host's yield callback is unset or itself safe there. A stop requested
+  // between runs is forgotten: each run clears the flag at its start.
   void StopMsg(bool bStop);
   void CheckNoFileSize(bool b);
   // While true, every job of a call acts as a preview and nothing is written: no job file,

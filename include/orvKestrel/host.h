@@ -15,11 +15,14 @@ class Clock {
   Clock() = default;
   // Starts at the local time given as seconds since the epoch (as mktime gives them).
   static Clock StartingAt(std::time_t localStart);
+  // Stands still at the given time: for tests that must not see a second tick by.
+  static Clock FixedAt(std::time_t localTime);
   // Seconds since the epoch (UTC), whole seconds.
   std::time_t Now() const;
 
  private:
   std::int64_t offset_ = 0;  // seconds added to the system clock
+  bool fixed_ = false;       // offset_ is the time itself
 };
 
 // The answers of a message box.

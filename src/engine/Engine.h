@@ -31,7 +31,9 @@ class Engine {
   Engine(const Engine&) = delete;
   Engine& operator=(const Engine&) = delete;
 
-  // ----- public members and events (engine/clsKestrel.cpp, engine/Events.cpp) -----
+  // ----- public members and events (engine/clsKestrel.cpp, engine/Engine.cpp) -----
+  // May run on another thread than the run (it then calls host.yield on that thread), and in a
+  // signal handler only when host.yield is unset or safe there too.
   void StopMsg(bool bStop);
   void FireLogMessage(const std::string& LogMsg, std::int16_t MsgID, bool bView, bool bFile,
                       bool bSameView, bool bIsLast = false);
@@ -68,6 +70,8 @@ class Engine {
   void WriteJobString(const std::string& section, const std::string& Name,
                       const std::string& Value);
   void RunExternalProgram(job& job);  // clsCmd::ShellAndWait unless dry run
+  // A job of the current call ended "(mit Fehler)"; unlike jobError, cleared by every call.
+  bool jobEndedWithError = false;
 
   // ----- schedules and free space (engine/Scheduling.cpp) -----
   bool CheckDailyInterval(std::string& sIntState, std::string& sTime);

@@ -1,14 +1,326 @@
-// PLACEHOLDER: not built yet; the owner of this role replaces the whole file.
+// The run driver: every due job of a folder (ExecuteAllJobs), one named job (ExecuteOneJob), a
+// job's state (CheckStatus) and the run of one job record from start to end (ExecuteSingleJob).
 #include "engine/Engine.h"
 
-namespace orvKestrel {
+#include "jobs/JobReader.h"
+#include "jobs/modIniHandler.h"
+#include "platform/Paths.h"
+#include "platform/SysError.h"
 
-void Engine::ExecuteAllJobs(const std::string&, const std::string&, bool, bool, bool) {}
-void Engine::ExecuteOneJob(const std::string&, const std::string&, const std::string&, bool, bool) {}
-JobState Engine::CheckStatus(job&, const std::string&) { return sOK; }
-void Engine::ExecuteSingleJob(job&, const std::string&, const std::string&, bool, bool) {}
-std::vector<job> Engine::GetJobs(const std::string&, const std::string&) { return {}; }
-void Engine::WriteJobString(const std::string&, const std::string&, const std::string&) {}
-void Engine::RunExternalProgram(job&) {}
+#include <orvKestrel/clsCmd.h>
+
+#include <cstdlib>
+
+namespace orvKestrel {
+namespace {
+
+std::string Num(std::int64_t v) { return std::to_string(v); }
+
+// A number written as text ("Status" of a job file); anything else is a conversion error.
+double ToNumber(const std::string& text) {
+  const char* begin = text.c_str();
+  char* end = nullptr;
+  const double v = std::strtod(begin, &end);
+  while (end != nullptr && *end == ' ') ++end;
+  if (end == begin || end == nullptr || *end != '\0') {
+    throw KestrelError(kErrTypeMismatch, "Type mismatch");
+  }
+  return v;
+}
+
+// The catalogue key of a preview's start line, by Action; 0 = no start line.
+int PreviewKey(std::int16_t action) {
+  switch (action) {
+    case 0:
+      return 39;
+    case 1:
+      return 52;
+    case 2:
+      return 53;
+    case 3:
+      return 30;
+    case 4:
+      return 71;
+    case 5:
+    case 22:
+      return 91;
+    default:
+      return 0;
+  }
+}
+
+// Whether the listing of sJobDir & "*" yields an ordinary file: the separator between folder and
+// pattern is the caller's, so "/x/jobs" lists the entries of "/x" that begin with "jobs".
+bool ListsAnyFile(FileSystem& fs, const std::string& sJobDir) {
+  const auto slash = sJobDir.rfind('/');
+  const std::string folder = slash == std::string::npos ? "." : sJobDir.substr(0, slash + 1);
+  const std::string prefix = slash == std::string::npos ? sJobDir : sJobDir.substr(slash + 1);
+  const auto entries = fs.ListFolder(folder);
+  if (!entries) return false;
+  for (const DirEntry& e : *entries) {
+    if (!e.isDir && !e.name.empty() && e.name.front() != '.' &&
+        e.name.compare(0, prefix.size(), prefix) == 0) {
+      return true;
+    }
+  }
+  return false;
+}
+
+void DecideDue(Engine& e, job& j, bool& due) {
+  Proc p(e.trap, "clsKestrel", "Sub DecideDue", [&] {
+    return ParamText({{"job", kJobParam}, {"bDue", BoolText(due)}});
+  });
+  if (j.IntervalType == 0) {
+    due = true;
+  } else if (j.IntervalType == 1 && j.Status != "4" && j.Status != "3") {
+    bool fired = due;
+    switch (j.IntervalTimeType) {
+      case 0:
+        fired = e.CheckDailyInterval(j.IntervalState, j.IntervalTime);
+        break;
+      case 1:
+        fired = e.CheckWeeklyInterval(j.IntervalState, j.IntervalTime, j.IntervalWeekDay);
+        break;
+      case 2:
+        fired = e.CheckMonthlyInterval(j.IntervalState, j.IntervalTime, j.IntervalMonthDay);
+        break;
+      case 3:
+        fired = e.CheckDateInterval(j.IntervalState, j.IntervalTime, j.IntervalDate);
+        break;
+      default:
+        return;  // an unknown schedule keeps the previous job's answer
+    }
+    due = fired;
+    if (due) j.Counter = 1;
+  } else if (j.IntervalType == 2) {
+    due = false;
+  }
+}
+
+void DriveJob(Engine& e, job& j, std::int32_t i, const std::string& sJobDir,
+              const std::string& sLanguagePath, bool bVerbose, bool& due) {
+  Proc p(e.trap, "clsKestrel", "Sub DriveJob", [&] {
+    return ParamText({{"job", kJobParam},
+                      {"lIndex", Num(i)},
+                      {"sJobDir", sJobDir},
+                      {"bVerbose", BoolText(bVerbose)}});
+  });
+  const std::string fileName = j.JobName + ".kjb";
+  // Named after the job, not after the file it was read from.
+  e.m_sCurrJobFile = paths::BuildPath(sJobDir, fileName);
+  DecideDue(e, j, due);
+  if (!due) return;
+
+  j.Status = Num(e.CheckStatus(j, j.Action == 2 ? "Delete" : ""));
+  const auto status = static_cast<std::int16_t>(std::stoi(j.Status));
+  const auto announce = [&] {
+    e.FireCurrentJob(fileName, i, static_cast<std::int32_t>(std::int64_t{j.Counter} - 1), status,
+                     j.IntervalType, j.IntervalTimeType, j.IntervalTime, j.IntervalDate,
+                     j.IntervalWeekDay, j.IntervalMonthDay);
+  };
+  if (j.ChkFreeSpace == 0) announce();
+
+  if (j.Counter != 1) {
+    // Counts on below zero: such a job waits until the host rewrites "Counter".
+    if (j.IntervalType == 0 && j.Status != "4" && j.Status != "3") {
+      e.WriteJobString("Job", "Counter", Num(std::int64_t{j.Counter} - 1));
+    }
+    return;
+  }
+  if (j.Status == "3" || j.Status == "4" || j.Status == "5") {
+    if (bVerbose) e.Log(9, j.JobName + ": " + e.T(9), true, true, false, false);
+    return;
+  }
+  if (j.Status == "0" || j.Status == "1") {
+    e.Yield();
+    if (j.ChkFreeSpace != 1) {
+      e.ExecuteSingleJob(j, sJobDir, sLanguagePath, false, false);
+    } else if (e.CheckFreeSpace(j.FreeSpaceVal, j.From)) {
+      announce();
+      e.ExecuteSingleJob(j, sJobDir, sLanguagePath, false, false);
+    }
+  } else if (bVerbose) {
+    e.Log(8, j.JobName + ": " + e.T(8), true, true, false, false);
+  }
+  if (j.IntervalType == 0) e.WriteJobString("Job", "Counter", Num(j.Interval));
+  if (status == sRunOnce) {
+    e.FireCurrentJob(fileName, i, j.Interval, sRunnedOnce, 0, 0, "", "", 0, 0);
+    e.WriteJobString("Job", "Status", "5");
+  } else {
+    e.FireCurrentJob(fileName, i, j.Interval, status, 0, 0, "", "", 0, 0);
+  }
+}
+
+void StartLine(Engine& e, job& job) {
+  Proc p(e.trap, "clsKestrel", "Sub StartLine", [&] { return ParamText({{"job", kJobParam}}); });
+  const std::string head = job.JobName + ": " + e.T(3);
+  if (job.DoPreview != 1) {
+    e.Log(3, head, true, true, false, false);
+  } else if (const int key = PreviewKey(job.Action); key != 0) {
+    e.Log(3, head + " - " + e.T(key), true, true, false, false);
+  }
+}
+
+// The closing line of a job that was not stopped: what the file step found.
+void EndLine(Engine& e, job& job) {
+  Proc p(e.trap, "clsKestrel", "Sub EndLine", [&] { return ParamText({{"job", kJobParam}}); });
+  if (e.noFiles) {
+    e.Log(7, job.JobName + ": " + e.T(7), true, true, true, true);
+    e.noFiles = false;
+  } else if (e.jobError) {
+    e.jobEndedWithError = true;
+    e.Log(28, job.JobName + ": " + e.T(28), true, true, true, true);
+  } else {
+    e.Log(6, job.JobName + ": " + e.T(6), true, true, true, true);
+  }
+}
+
+}  // namespace
+
+std::vector<job> Engine::GetJobs(const std::string& sJobDir, const std::string& sFile) {
+  Proc p(trap, "clsKestrel", "Function GetJobs", [&] {
+    return ParamText({{"sJobDir", sJobDir}, {"sFile", Opt(sFile)}});
+  });
+  std::vector<job> jobs;
+  p.Do([&] { jobs = ReadJobs(fs, trap, host, sJobDir, sFile); });
+  return jobs;
+}
+
+void Engine::WriteJobString(const std::string& section, const std::string& Name,
+                            const std::string& Value) {
+  Proc p(trap, "modIniHandler", "Sub WriteJobString", [&] {
+    return ParamText({{"section", section},
+                      {"Name", Name},
+                      {"Value", Value},
+                      {"m_sCurrJobFile", m_sCurrJobFile}});
+  });
+  if (dryRun) return;
+  p.Do([&] { orvKestrel::WriteJobString(fs, section, Name, Value, m_sCurrJobFile); });
+}
+
+void Engine::RunExternalProgram(job& job) {
+  Proc p(trap, "clsKestrel", "Sub RunExternalProgram", [&] {
+    return ParamText({{"job", kJobParam}});
+  });
+  if (dryRun) return;
+  p.Do([&] { clsCmd(host, trap).ShellAndWait(job); });
+}
+
+JobState Engine::CheckStatus(job& job, const std::string& sDel) {
+  Proc p(trap, "clsKestrel", "Function CheckStatus", [&] {
+    return ParamText({{"job", kJobParam}, {"sDel", Opt(sDel)}});
+  });
+  if (job.Inactive == 1) return sDeactivated;
+  if (sDel != "Delete") {
+    if (!fs.FolderExists(job.From) || !fs.FolderExists(job.To)) return sError;
+    if (job.RunOnce != 1) return sOK;
+    bool ranOnce = false;
+    if (!p.Do([&] { ranOnce = ToNumber(job.Status) == 5; })) return sOK;
+    if (ranOnce) return sRunnedOnce;
+    // Marked as run the moment it is found due, before it runs.
+    WriteJobString("Job", "Status", "5");
+    return sRunOnce;
+  }
+  // A delete job needs no destination, and its run-once mark is left to the caller.
+  if (!fs.FolderExists(job.From)) return sError;
+  return job.RunOnce != 1 ? sOK : sRunOnce;
+}
+
+void Engine::ExecuteAllJobs(const std::string& sJobDir, const std::string& sLanguagePath,
+                            bool bVerbose, bool bDoPreview, bool bFilterRegExp) {
+  Proc p(trap, "clsKestrel", "Sub ExecuteAllJobs", [&] {
+    return ParamText({{"sJobDir", sJobDir},
+                      {"sLanguagePath", sLanguagePath},
+                      {"bVerbose", Opt(BoolText(bVerbose))},
+                      {"bDoPreview", Opt(BoolText(bDoPreview))},
+                      {"bFilterRegExp", Opt(BoolText(bFilterRegExp))}});
+  });
+  LoadLogMessages(sLanguagePath);
+  SetMsgIDs();
+  catalogueLoaded = true;
+  jobError = false;
+  stop.store(false);
+  filterRegExp = bFilterRegExp;
+  jobEndedWithError = false;
+  trap.ResetErrorCount();
+
+  if (!ListsAnyFile(fs, sJobDir)) return;
+  std::vector<job> jobs = GetJobs(sJobDir);
+  // Deliberately not reset between jobs: a job whose schedule is not tested inherits it.
+  bool due = false;
+  for (std::size_t i = 0; i < jobs.size(); ++i) {
+    if (Stopped()) return;
+    job& j = jobs[i];
+    if (bDoPreview || j.DoPreview == 0) {
+      DriveJob(*this, j, static_cast<std::int32_t>(i), sJobDir, sLanguagePath, bVerbose, due);
+    }
+    if (Stopped()) return;
+  }
+}
+
+void Engine::ExecuteOneJob(const std::string& sFile, const std::string& sJobDir,
+                           const std::string& sLanguagePath, bool bStartInactive,
+                           bool bFilterRegEx) {
+  Proc p(trap, "clsKestrel", "Sub ExecuteOneJob", [&] {
+    return ParamText({{"sFile", sFile},
+                      {"sJobDir", sJobDir},
+                      {"sLanguagePath", Opt(sLanguagePath)},
+                      {"bStartInactive", Opt(BoolText(bStartInactive))},
+                      {"bFilterRegEx", Opt(BoolText(bFilterRegEx))}});
+  });
+  stop.store(false);
+  filterRegExp = bFilterRegEx;
+  jobEndedWithError = false;
+  trap.ResetErrorCount();
+  std::vector<job> jobs = GetJobs(sJobDir, sFile);
+  // bStartInactive is not passed on: an inactive job named here is passed over silently.
+  if (!jobs.empty()) ExecuteSingleJob(jobs.front(), sJobDir, sLanguagePath, false, false);
+}
+
+void Engine::ExecuteSingleJob(job& job, const std::string& sJobDir,
+                              const std::string& sLanguagePath, bool bStartInactive,
+                              bool bVerbose) {
+  Proc p(trap, "clsKestrel", "Sub ExecuteSingleJob", [&] {
+    return ParamText({{"job", kJobParam},
+                      {"sJobDir", sJobDir},
+                      {"sLanguagePath", sLanguagePath},
+                      {"bStartInactive", BoolText(bStartInactive)},
+                      {"bVerbose", BoolText(bVerbose)}});
+  });
+  if (!catalogueLoaded) {
+    LoadLogMessages(sLanguagePath);
+    SetMsgIDs();
+    catalogueLoaded = true;
+  }
+  const bool active = job.Inactive == 0;
+  if (bStartInactive) job.Inactive = 0;  // after the decision: it does not activate this run
+  if (!active) {
+    if (bVerbose) Log(9, job.JobName + ": " + T(9), true, true, false, false);
+    return;
+  }
+  const bool pathsOk = fs.FolderExists(job.From) && (job.Action == 2 || fs.FolderExists(job.To));
+  if (!pathsOk) {
+    if (bVerbose) Log(8, job.JobName + ": " + T(8), true, true, false, false);
+    return;
+  }
+  if (!Stopped()) {
+    if (dryRun) job.DoPreview = 1;
+    StartLine(*this, job);
+    if (job.ExtOpt == 0) {
+      job.Ext.clear();
+    } else if (job.Ext.empty()) {
+      job.ExtOpt = 0;
+    }
+    if (job.FileOpt == 0) job.FileSize = 0;
+    if (job.ExecDo == 1 && job.Execution == 0) RunExternalProgram(job);
+    p.Do([&] { Search(job, job.SubFolder == 1, false); });
+    if (!Stopped()) {
+      EndLine(*this, job);
+      if (job.ExecDo == 1 && job.Execution == 1) RunExternalProgram(job);
+      return;
+    }
+  }
+  Log(2, job.JobName + ": " + T(2), true, true, true, true);
+}
 
 }  // namespace orvKestrel

@@ -1,12 +1,130 @@
-// PLACEHOLDER: not built yet; the owner of this role replaces the whole file.
+// Schedules (daily, weekly, monthly, on a date) and the free-space trigger. The schedules are
+// built for polling: each fires at most once a day and remembers that day in "IntState".
+#include <optional>
+
 #include "engine/Engine.h"
+#include "engine/modDiskFree.h"
+#include "platform/DateText.h"
+#include "platform/SysError.h"
 
 namespace orvKestrel {
+namespace {
 
-bool Engine::CheckDailyInterval(std::string&, std::string&) { return false; }
-bool Engine::CheckWeeklyInterval(std::string&, std::string&, std::int16_t&) { return false; }
-bool Engine::CheckMonthlyInterval(std::string&, std::string&, std::int16_t&) { return false; }
-bool Engine::CheckDateInterval(std::string&, std::string&, std::string&) { return false; }
-bool Engine::CheckFreeSpace(std::int32_t&, const std::string&) { return false; }
+int TimeOrThrow(const std::string& text) {
+  const auto t = datetext::ParseTimeOfDay(text);
+  if (!t) throw KestrelError(kErrTypeMismatch, "Type mismatch");
+  return *t;
+}
+
+std::time_t DateOrThrow(const std::string& text, const std::string& shortDateFormat) {
+  const auto d = datetext::ParseDateTime(text, shortDateFormat);
+  if (!d) throw KestrelError(kErrTypeMismatch, "Type mismatch");
+  return *d;
+}
+
+// Midnight of the day before the day that starts at midnight `today`.
+std::time_t DayBefore(std::time_t today) {
+  std::tm tm = datetext::Local(today);
+  tm.tm_mday -= 1;
+  tm.tm_isdst = -1;
+  return std::mktime(&tm);
+}
+
+// What every schedule does once its day test has passed. Only the file learns the new state; the
+// caller's IntervalState stays as it was for the rest of the call.
+template <class P>
+bool FiringRule(Engine& e, P& p, const std::string& sIntState, const std::string& sTime) {
+  if (sTime.empty()) return false;
+  const std::time_t now = e.host.clock.Now();
+  std::optional<int> at;
+  if (!p.Do([&] { at = TimeOrThrow(sTime); }) || !at) return false;
+  // Equal counts as "not yet".
+  if (*at >= datetext::SecondsOfDay(now)) return false;
+  const std::time_t today = datetext::StartOfDay(now);
+  const std::string& format = e.host.shortDateFormat;
+  if (sIntState.empty()) {
+    // Never fired: remember yesterday, so that the next call fires.
+    e.WriteJobString("Job", "IntState", datetext::FormatDate(DayBefore(today), format));
+    return false;
+  }
+  std::optional<std::time_t> last;
+  if (!p.Do([&] { last = DateOrThrow(sIntState, format); }) || !last) return false;
+  if (*last >= today) return false;  // fired today already, or a later date
+  e.WriteJobString("Job", "IntState", datetext::FormatDate(today, format));
+  return true;
+}
+
+// Weekday numbers of the jobs (0 = Monday .. 6 = Sunday) to Sunday = 1 .. Saturday = 7; anything
+// else maps to 0, which no day has.
+int MapWeekDay(std::int16_t iWeekDay) {
+  if (iWeekDay >= 0 && iWeekDay <= 5) return iWeekDay + 2;
+  return iWeekDay == 6 ? 1 : 0;
+}
+
+std::string Num(std::int64_t v) { return std::to_string(v); }
+
+}  // namespace
+
+bool Engine::CheckDailyInterval(std::string& sIntState, std::string& sTime) {
+  Proc p(trap, "clsKestrel", "Function CheckDailyInterval", [&] {
+    return ParamText({{"sIntState", sIntState}, {"sTime", sTime}});
+  });
+  return FiringRule(*this, p, sIntState, sTime);
+}
+
+bool Engine::CheckWeeklyInterval(std::string& sIntState, std::string& sTime,
+                                 std::int16_t& iWeekDay) {
+  Proc p(trap, "clsKestrel", "Function CheckWeeklyInterval", [&] {
+    return ParamText({{"sIntState", sIntState}, {"sTime", sTime}, {"iWeekDay", Num(iWeekDay)}});
+  });
+  const int weekday = datetext::Local(host.clock.Now()).tm_wday + 1;
+  if (weekday != MapWeekDay(iWeekDay)) return false;
+  return FiringRule(*this, p, sIntState, sTime);
+}
+
+bool Engine::CheckMonthlyInterval(std::string& sIntState, std::string& sTime,
+                                  std::int16_t& iMonthDay) {
+  Proc p(trap, "clsKestrel", "Function CheckMonthlyInterval", [&] {
+    return ParamText({{"sIntState", sIntState}, {"sTime", sTime}, {"iMonthDay", Num(iMonthDay)}});
+  });
+  // A day the month does not have is simply never reached in that month.
+  if (datetext::Local(host.clock.Now()).tm_mday != iMonthDay) return false;
+  return FiringRule(*this, p, sIntState, sTime);
+}
+
+bool Engine::CheckDateInterval(std::string& sIntState, std::string& sTime, std::string& sExeDate) {
+  Proc p(trap, "clsKestrel", "Function CheckDateInterval", [&] {
+    return ParamText({{"sIntState", sIntState}, {"sTime", sTime}, {"sExeDate", sExeDate}});
+  });
+  // The date is converted before anything else: an empty or invalid one is an error.
+  std::optional<std::time_t> date;
+  if (!p.Do([&] { date = DateOrThrow(sExeDate, host.shortDateFormat); }) || !date) return false;
+  // A date with a time part never equals the day.
+  if (*date != datetext::StartOfDay(host.clock.Now())) return false;
+  return FiringRule(*this, p, sIntState, sTime);
+}
+
+bool Engine::CheckFreeSpace(std::int32_t& FreeSpaceLimit, const std::string& sPath) {
+  Proc p(trap, "clsKestrel", "Function CheckFreeSpace", [&] {
+    return ParamText({{"FreeSpaceLimit", Num(FreeSpaceLimit)}, {"sPath", sPath}});
+  });
+  if (FreeSpaceLimit < 1) FreeSpaceLimit = 1;
+  std::string drive;
+  if (!p.Do([&] { drive = fs.DriveName(sPath); })) return false;
+  const std::int32_t freeBytes = GetDiskFree(fs, trap, drive);
+  // The limit in bytes is 32-bit: 2048 MB and more overflow, an error for the trap. When the
+  // host goes on regardless, the limit stays 0.
+  std::int32_t limit = 0;
+  if (!p.Do([&] {
+        if (__builtin_mul_overflow(FreeSpaceLimit, 1024 * 1024, &limit)) {
+          limit = 0;
+          throw KestrelError(kErrOverflow, "Overflow");
+        }
+      })) {
+    return false;
+  }
+  // Strictly less: the trigger is for jobs that make room on a filling drive.
+  return freeBytes < limit;
+}
 
 }  // namespace orvKestrel

@@ -27,7 +27,9 @@ JobState clsKestrel::CheckStatus(job& job, const std::string& sDel) {
   return m_->CheckStatus(job, sDel);
 }
 
-bool clsKestrel::HadErrors() const { return m_->jobError || m_->trap.ErrorCount() > 0; }
+bool clsKestrel::HadErrors() const {
+  return m_->jobEndedWithError || m_->trap.ErrorCount() > 0;
+}
 
 Engine& clsKestrel::Internals() { return *m_; }
 

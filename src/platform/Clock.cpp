@@ -17,6 +17,16 @@ Clock Clock::StartingAt(std::time_t localStart) {
   return c;
 }
 
-std::time_t Clock::Now() const { return SystemNow() + static_cast<std::time_t>(offset_); }
+Clock Clock::FixedAt(std::time_t localTime) {
+  Clock c;
+  c.offset_ = static_cast<std::int64_t>(localTime);
+  c.fixed_ = true;
+  return c;
+}
+
+std::time_t Clock::Now() const {
+  if (fixed_) return static_cast<std::time_t>(offset_);
+  return SystemNow() + static_cast<std::time_t>(offset_);
+}
 
 }  // namespace orvKestrel

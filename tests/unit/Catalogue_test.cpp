@@ -1,0 +1,95 @@
+#include "engine/Catalogue.h"
+
+#include <gtest/gtest.h>
+
+#include "engine/Engine.h"
+#include "support/TestSupport.h"
+
+namespace orvKestrel {
+namespace {
+
+using testing::TempDir;
+using testing::WriteFile;
+
+Catalogue Load(FileSystem& fs, const std::string& lang) {
+  Catalogue c;
+  c.LoadLogMessages(fs, lang);
+  c.SetMsgIDs();
+  return c;
+}
+
+TEST(Catalogue, DefaultsWithTheirAffixes) {
+  FileSystem fs;
+  const Catalogue c = Load(fs, "");
+  EXPECT_EQ(Catalogue::EntryCount(), 86);
+  struct Case {
+    int n;
+    const char* text;
+  };
+  for (const Case k :
+       {Case{2, "Aktion 'Aufträge ausführen' abgebrochen"}, Case{3, "Starte Auftrag"},
+        Case{10, "Fehler: "}, Case{11, "Kopiert: "}, Case{14, " nach "},
+        Case{20, "Lösche Dateien aus "}, Case{28, "Auftrag ausgeführt (mit Fehler)"},
+        Case{30, "Komprimiere Dateien (Kopie) -  "}, Case{46, " überschreibt "},
+        Case{72, " Zip Dateien gefunden. Starte Dekompression ..."},
+        Case{77, " Datei wurde dekomprimiert: "}, Case{90, " mit "},
+        Case{96, "Lösche Dateien aus sekundärem Verzeichnis "}}) {
+    EXPECT_EQ(c.Text(k.n), k.text) << "t" << k.n;
+  }
+  EXPECT_EQ(c.Id(11), 11);
+  EXPECT_EQ(c.Id(96), 96);
+  EXPECT_EQ(c.Id(90), 0);  // "t90" keeps no number
+  for (int missing : {1, 4, 5, 21, 22, 23, 24, 29, 68, 69}) {
+    EXPECT_FALSE(Catalogue::Exists(missing)) << missing;
+    EXPECT_EQ(c.Text(missing), "");
+  }
+}
+
+TEST(Catalogue, LanguageFileReplacesTextsButNotAffixes) {
+  TempDir dir;
+  FileSystem fs;
+  const std::string lang = dir / "en.lng";
+  WriteFile(lang,
+            "[LogMessages]\n"
+            "t11=Copied\n"
+            "t13=\n"
+            "t14=to\n"
+            "t6=Job done\n"
+            "t99=ignored\n"
+            "t3=" +
+                std::string(300, 'x') + "\n");
+  const Catalogue c = Load(fs, lang);
+  EXPECT_EQ(c.Text(11), "Copied: ");
+  EXPECT_EQ(c.Text(13), ": ");  // present but empty: the empty text, not the default
+  EXPECT_EQ(c.Text(14), " to ");
+  EXPECT_EQ(c.Text(28), "Job done (mit Fehler)");  // built from the replaced "t6"
+  EXPECT_EQ(c.Text(3), std::string(255, 'x'));
+  EXPECT_EQ(c.Text(12), "Verschoben: ");
+}
+
+TEST(Catalogue, BothPartsOfT28CanBeReplaced) {
+  TempDir dir;
+  FileSystem fs;
+  WriteFile(dir / "en.lng", "[LogMessages]\nt28=(with errors)\nt6=Done\n");
+  EXPECT_EQ(Load(fs, dir / "en.lng").Text(28), "Done (with errors)");
+}
+
+TEST(Catalogue, MissingLanguageFileGivesDefaults) {
+  FileSystem fs;
+  EXPECT_EQ(Load(fs, "/nonexistent/en.lng").Text(11), "Kopiert: ");
+}
+
+TEST(Catalogue, LoadedOncePerEngine) {
+  TempDir dir;
+  WriteFile(dir / "en.lng", "[LogMessages]\nt11=Copied\n");
+  WriteFile(dir / "fr.lng", "[LogMessages]\nt11=Copie\n");
+  Engine e{Host{}};
+  e.ExecuteAllJobs(dir / "jobs/", dir / "en.lng", false, false, false);
+  EXPECT_EQ(e.T(11), "Copied: ");
+  EXPECT_EQ(e.Id(11), 11);
+  e.ExecuteAllJobs(dir / "jobs/", dir / "fr.lng", false, false, false);
+  EXPECT_EQ(e.T(11), "Copied: ");
+}
+
+}  // namespace
+}  // namespace orvKestrel

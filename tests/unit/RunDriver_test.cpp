@@ -1,0 +1,413 @@
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <filesystem>
+#include <functional>
+
+#include "engine/Engine.h"
+#include "support/TestSupport.h"
+#include "unit/EngineTestSupport.h"
+
+namespace orvKestrel {
+namespace {
+
+using ::testing::ElementsAre;
+using testing::KeyValue;
+using testing::LocalTime;
+using testing::ReadFile;
+using testing::TempDir;
+using testing::WriteFile;
+
+// Records the events and the driver's own lines (what the file step logs in between is its own
+// business), and lets a test act inside a log event.
+class Events : public testing::RecordingEvents {
+ public:
+  void LogMessage(const std::string& LogMsg, std::int16_t MsgID, bool bView, bool bFile,
+                  bool bSameView, bool bIsLast) override {
+    static constexpr std::int16_t kDriver[] = {2, 3, 6, 7, 8, 9, 28};
+    if (std::find(std::begin(kDriver), std::end(kDriver), MsgID) != std::end(kDriver)) {
+      RecordingEvents::LogMessage(LogMsg, MsgID, bView, bFile, bSameView, bIsLast);
+    }
+    if (onLog) onLog();
+  }
+  std::function<void()> onLog;
+};
+
+class RunDriverTest : public ::testing::Test {
+ protected:
+  RunDriverTest() {
+    std::filesystem::create_directories(src);
+    std::filesystem::create_directories(dst);
+    std::filesystem::create_directories(jobs);
+    // Something to find, so that the file step ends as "done" and not as "nothing found".
+    WriteFile(src + "/f.txt", "f");
+    e.events = &ev;
+    e.host.clock = Clock::FixedAt(LocalTime(2026, 6, 15, 12, 0));
+    e.host.messageBox = [this](const MessageBoxRequest&) {
+      ++errors;
+      return BoxAnswer::Abort;
+    };
+  }
+  // A job file named after the job, with paths that exist; DoPreview 0 unless extra says so.
+  std::string Job(const std::string& name, const std::string& extra) {
+    const std::string path = jobs + name + ".kjb";
+    WriteFile(path, "[Job]\nName=" + name + "\nFrom=" + src + "\nTo=" + dst + "\n" + extra +
+                        (extra.find("DoPreview") == std::string::npos ? "DoPreview=0\n" : ""));
+    return path;
+  }
+  std::string Value(const std::string& name, const std::string& key) {
+    return KeyValue(ReadFile(jobs + name + ".kjb"), key).value_or("<missing>");
+  }
+  void Pass(bool verbose = false, bool preview = false) {
+    ev.lines.clear();
+    ev.jobs.clear();
+    e.ExecuteAllJobs(jobs, "", verbose, preview, false);
+  }
+  void RunOne(const std::string& file) {
+    ev.lines.clear();
+    ev.jobs.clear();
+    e.ExecuteOneJob(file, jobs, "", false, false);
+  }
+
+  TempDir dir;
+  testing::CurrentDir cwd{dir.str()};
+  const std::string src = dir / "src";
+  const std::string dst = dir / "dst";
+  const std::string jobs = dir / "jobs/";
+  Engine e{Host{}};
+  Events ev;
+  int errors = 0;
+};
+
+MATCHER_P5(Line, text, id, view, file, same, "") {
+  return arg.text == text && arg.id == id && arg.view == view && arg.file == file &&
+         arg.sameView == same && arg.isLast == same;
+}
+
+MATCHER_P4(Current, file, index, counter, status, "") {
+  return arg.sFileName == file && arg.lIndex == index && arg.lCounter == counter &&
+         arg.iStatus == status;
+}
+
+MATCHER_P3(Counting, file, counter, status, "") {
+  return arg.sFileName == file && arg.lCounter == counter && arg.iStatus == status;
+}
+
+// The closing event of a due job: the schedule fields are not carried.
+MATCHER(Plain, "") {
+  return arg.IntervalType == 0 && arg.IntervalTimeType == 0 && arg.IntervalTime.empty() &&
+         arg.IntervalDate.empty() && arg.IntervalWeekDay == 0 && arg.IntervalMonthDay == 0;
+}
+
+TEST_F(RunDriverTest, CounterThreeRunsOnTheThirdPassAndStartsAgainFromInterval) {
+  Job("a", "Counter=3\nInterval=5\n");
+  Pass();
+  EXPECT_EQ(Value("a", "Counter"), "2");
+  EXPECT_TRUE(ev.lines.empty());
+  ASSERT_EQ(ev.jobs.size(), 1u);
+  const auto& first = ev.jobs[0];
+  EXPECT_THAT(first, Current("a.kjb", 0, 2, 0));
+  EXPECT_EQ(first.IntervalTime, "00:00:00");
+  EXPECT_EQ(first.IntervalDate, "15.06.2026");
+  EXPECT_EQ(first.IntervalMonthDay, 1);
+
+  Pass();
+  EXPECT_EQ(Value("a", "Counter"), "1");
+  EXPECT_TRUE(ev.lines.empty());
+
+  Pass();
+  EXPECT_THAT(ev.lines, ElementsAre(Line("a: Starte Auftrag", 3, true, true, false),
+                                    Line("a: Auftrag ausgeführt", 6, true, true, true)));
+  EXPECT_THAT(ev.jobs, ElementsAre(Current("a.kjb", 0, 0, 0), Current("a.kjb", 0, 5, 0)));
+  EXPECT_THAT(ev.jobs[1], Plain());
+  EXPECT_EQ(Value("a", "Counter"), "5");
+  EXPECT_EQ(errors, 0);
+}
+
+TEST_F(RunDriverTest, CounterZeroNeverRunsAndKeepsFalling) {
+  Job("a", "");
+  for (const char* expected : {"-1", "-2", "-3"}) {
+    Pass();
+    EXPECT_EQ(Value("a", "Counter"), expected);
+    EXPECT_TRUE(ev.lines.empty());
+  }
+}
+
+TEST_F(RunDriverTest, RunOnceIsMarkedBeforeItRunsAndThenReportedInactive) {
+  Job("a", "RunOnce=1\nCounter=1\nInterval=1\n");
+  std::string statusAtStart;
+  ev.onLog = [&] {
+    if (statusAtStart.empty()) statusAtStart = Value("a", "Status");
+  };
+  Pass();
+  EXPECT_EQ(statusAtStart, "5");
+  EXPECT_EQ(Value("a", "Status"), "5");
+  EXPECT_THAT(ev.Texts(), ElementsAre("a: Starte Auftrag", "a: Auftrag ausgeführt"));
+  EXPECT_THAT(ev.jobs, ElementsAre(Current("a.kjb", 0, 0, 1), Current("a.kjb", 0, 1, 5)));
+
+  ev.onLog = nullptr;
+  Pass(true);
+  EXPECT_THAT(ev.lines, ElementsAre(Line("a: Auftrag deaktiviert", 9, true, true, false)));
+  EXPECT_THAT(ev.jobs, ElementsAre(Current("a.kjb", 0, 0, 5)));
+  Pass(false);
+  EXPECT_TRUE(ev.lines.empty());
+}
+
+TEST_F(RunDriverTest, PreviewJobsAreLeftOutOfOrdinaryRuns) {
+  const std::string path = dir / "jobs/a.kjb";
+  WriteFile(path, "[Job]\nName=a\nFrom=" + src + "\nTo=" + dst + "\nCounter=1\n");
+  const std::string before = ReadFile(path);
+  Pass();
+  EXPECT_TRUE(ev.lines.empty());
+  EXPECT_TRUE(ev.jobs.empty());
+  EXPECT_EQ(ReadFile(path), before);
+
+  Pass(false, true);
+  EXPECT_THAT(ev.Texts(),
+              ElementsAre("a: Starte Auftrag - Vorschau - Dateien kopieren (keine Aktionen): ",
+                          "a: Auftrag ausgeführt"));
+  EXPECT_EQ(ev.lines[0].id, 3);
+}
+
+TEST_F(RunDriverTest, PreviewStartLineByAction) {
+  struct Case {
+    int action;
+    const char* line;  // nullptr: no start line
+  };
+  const Case cases[] = {
+      {0, "a: Starte Auftrag - Vorschau - Dateien kopieren (keine Aktionen): "},
+      {1, "a: Starte Auftrag - Vorschau - Dateien verschieben (keine Aktionen): "},
+      {2, "a: Starte Auftrag - Vorschau - Dateien löschen (keine Aktionen): "},
+      {3, "a: Starte Auftrag - Komprimiere Dateien (Kopie) -  "},
+      {4, "a: Starte Auftrag - Dekomprimiere Dateien (Vorschau - keine Aktion)"},
+      {5, "a: Starte Auftrag - Synchronisiere Verzeichnis (Vorschau) "},
+      {22, "a: Starte Auftrag - Synchronisiere Verzeichnis (Vorschau) "},
+      {9, nullptr},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.action);
+    Job("a", "DoPreview=1\nAction=" + std::to_string(c.action) + "\n");
+    RunOne("a.kjb");
+    ASSERT_FALSE(ev.lines.empty());
+    if (c.line != nullptr) {
+      EXPECT_THAT(ev.lines[0], Line(c.line, 3, true, true, false));
+    } else {
+      EXPECT_NE(ev.lines[0].id, 3);
+    }
+    EXPECT_TRUE(ev.lines.back().isLast);
+  }
+}
+
+TEST_F(RunDriverTest, DeleteJobNeedsNoDestination) {
+  WriteFile(jobs + "d.kjb", "[Job]\nName=d\nFrom=" + src + "\nTo=" + dir / "missing" +
+                                "\nAction=2\nCounter=1\nDoPreview=0\n");
+  Pass();
+  EXPECT_THAT(ev.Texts(), ElementsAre("d: Starte Auftrag", "d: Auftrag ausgeführt"));
+}
+
+TEST_F(RunDriverTest, MissingPathsAreStateTwo) {
+  WriteFile(jobs + "c.kjb", "[Job]\nName=c\nFrom=" + src + "\nTo=" + dir / "missing" +
+                                "\nCounter=1\nInterval=3\nDoPreview=0\n");
+  Pass(true);
+  EXPECT_THAT(ev.lines, ElementsAre(Line("c: Pfade ungültig", 8, true, true, false)));
+  EXPECT_THAT(ev.jobs, ElementsAre(Current("c.kjb", 0, 0, 2), Current("c.kjb", 0, 3, 2)));
+  EXPECT_EQ(Value("c", "Counter"), "3");
+  Pass(false);
+  EXPECT_TRUE(ev.lines.empty());
+}
+
+TEST_F(RunDriverTest, InactiveJobsDoNotCountDown) {
+  Job("a", "Inactive=1\nCounter=2\n");
+  Job("b", "Inactive=1\nCounter=1\n");
+  const std::string a = ReadFile(jobs + "a.kjb"), b = ReadFile(jobs + "b.kjb");
+  Pass(true);
+  EXPECT_THAT(ev.Texts(), ElementsAre("b: Auftrag deaktiviert"));
+  EXPECT_EQ(ReadFile(jobs + "a.kjb"), a);
+  EXPECT_EQ(ReadFile(jobs + "b.kjb"), b);
+}
+
+TEST_F(RunDriverTest, StateIsWrittenToTheFileNamedAfterTheJob) {
+  const std::string path = jobs + "x.kjb";
+  WriteFile(path, "[Job]\nName=other\nFrom=" + src + "\nTo=" + dst + "\nCounter=2\nDoPreview=0\n");
+  const std::string before = ReadFile(path);
+  Pass();
+  EXPECT_EQ(ReadFile(path), before);
+  EXPECT_EQ(Value("other", "Counter"), "1");
+  EXPECT_THAT(ev.jobs, ElementsAre(Current("other.kjb", 0, 1, 0)));
+}
+
+TEST_F(RunDriverTest, DueFlagCarriesOverToAJobWhoseScheduleIsNotTested) {
+  // The listing order is the file system's: find names that list the carrier after "a".
+  const std::string carrier = "IntervalType=1\nIntTimeType=9\nCounter=1\n";
+  std::string b;
+  for (int k = 0; k < 50 && b.empty(); ++k) {
+    for (bool aFirst : {true, false}) {
+      std::filesystem::remove_all(jobs);
+      const std::string name = "b" + std::to_string(k);
+      if (aFirst) Job("a", "Counter=5\n");
+      Job(name, carrier);
+      if (!aFirst) Job("a", "Counter=5\n");
+      const auto listed = e.GetJobs(jobs);
+      if (listed.size() == 2 && listed[0].JobName == "a") {
+        b = name;
+        break;
+      }
+    }
+  }
+  ASSERT_FALSE(b.empty());
+  // "a" has no schedule: due. "b" keeps that answer and runs with its Counter of 1.
+  Pass();
+  EXPECT_THAT(ev.Texts(), ElementsAre(b + ": Starte Auftrag", b + ": Auftrag ausgeführt"));
+  EXPECT_EQ(Value("a", "Counter"), "4");
+
+  // A job that is never due passes "not due" on.
+  Job("a", "IntervalType=2\nCounter=1\n");
+  Pass();
+  EXPECT_TRUE(ev.lines.empty());
+  EXPECT_TRUE(ev.jobs.empty());
+}
+
+TEST_F(RunDriverTest, ScheduledJobRunsWhenItsScheduleFires) {
+  Job("s", "IntervalType=1\nIntTimeType=0\nIntervalTime=08:00:00\nIntState=14.06.2026\n");
+  Pass();
+  EXPECT_THAT(ev.Texts(), ElementsAre("s: Starte Auftrag", "s: Auftrag ausgeführt"));
+  EXPECT_EQ(Value("s", "IntState"), "15.06.2026");
+  EXPECT_EQ(Value("s", "Counter"), "<missing>");  // only unscheduled jobs count
+  Job("s", "IntervalType=1\nIntTimeType=0\nIntervalTime=08:00:00\nIntState=15.06.2026\n");
+  Pass();
+  EXPECT_TRUE(ev.lines.empty());
+}
+
+TEST_F(RunDriverTest, OneJobNowWithoutStateOrEvents) {
+  const std::string path = Job("a", "Inactive=1\nCounter=1\n");
+  e.ExecuteOneJob("a.kjb", jobs, "", true, false);
+  EXPECT_TRUE(ev.lines.empty());
+  EXPECT_TRUE(ev.jobs.empty());
+
+  Job("a", "Counter=7\nRunOnce=1\n");
+  const std::string before = ReadFile(path);
+  RunOne("a.kjb");
+  EXPECT_THAT(ev.Texts(), ElementsAre("a: Starte Auftrag", "a: Auftrag ausgeführt"));
+  EXPECT_TRUE(ev.jobs.empty());
+  EXPECT_EQ(ReadFile(path), before);
+}
+
+TEST_F(RunDriverTest, ClosingLineReadsTheFlagsOfTheFileStep) {
+  Job("a", "");
+  // The job-error flag survives into ExecuteOneJob: only ExecuteAllJobs clears it.
+  e.jobError = true;
+  RunOne("a.kjb");
+  EXPECT_THAT(ev.lines,
+              ElementsAre(Line("a: Starte Auftrag", 3, true, true, false),
+                          Line("a: Auftrag ausgeführt (mit Fehler)", 28, true, true, true)));
+  EXPECT_TRUE(e.jobEndedWithError);
+  e.jobError = false;
+  // Nothing to find: the file step reports it through the no-files flag.
+  std::filesystem::create_directories(dir / "empty");
+  WriteFile(jobs + "e.kjb",
+            "[Job]\nName=e\nFrom=" + dir / "empty" + "\nTo=" + dst + "\nDoPreview=0\n");
+  e.noFiles = true;
+  RunOne("e.kjb");
+  EXPECT_THAT(ev.lines, ElementsAre(Line("e: Starte Auftrag", 3, true, true, false),
+                                    Line("e: Keine Dateien gefunden", 7, true, true, true)));
+  EXPECT_FALSE(e.noFiles);
+  EXPECT_FALSE(e.jobEndedWithError);
+}
+
+TEST_F(RunDriverTest, DryRunWritesNothingAndPreviewsEverything) {
+  Job("a", "Counter=3\n");
+  Job("b", "Counter=1\nRunOnce=1\n");
+  Job("c", "IntervalType=1\nIntervalTime=00:00:01\n");
+  const std::string a = ReadFile(jobs + "a.kjb"), b = ReadFile(jobs + "b.kjb"),
+                    c = ReadFile(jobs + "c.kjb");
+  e.dryRun = true;
+  for (int pass = 0; pass < 2; ++pass) {
+    Pass();
+    EXPECT_THAT(ev.Texts(), ::testing::Contains("b: Starte Auftrag - Vorschau - Dateien kopieren "
+                                                "(keine Aktionen): "));
+    EXPECT_THAT(ev.jobs, ::testing::Contains(Counting("a.kjb", 2, 0)));
+  }
+  EXPECT_EQ(ReadFile(jobs + "a.kjb"), a);
+  EXPECT_EQ(ReadFile(jobs + "b.kjb"), b);
+  EXPECT_EQ(ReadFile(jobs + "c.kjb"), c);
+  EXPECT_EQ(ReadFile(src + "/f.txt"), "f");
+  EXPECT_TRUE(std::filesystem::is_empty(dst));
+  EXPECT_EQ(std::distance(std::filesystem::directory_iterator(jobs),
+                          std::filesystem::directory_iterator()),
+            3);
+}
+
+TEST_F(RunDriverTest, StopEndsTheRunAfterTheCurrentJob) {
+  Job("a", "Counter=1\n");
+  Job("b", "Counter=1\n");
+  ev.onLog = [this] { e.StopMsg(true); };
+  Pass();
+  ASSERT_EQ(ev.lines.size(), 2u);
+  const std::string name = ev.lines[0].text.substr(0, 1);
+  EXPECT_THAT(ev.lines, ElementsAre(Line(name + ": Starte Auftrag", 3, true, true, false),
+                                    Line(name + ": Aktion 'Aufträge ausführen' abgebrochen", 2,
+                                         true, true, true)));
+  EXPECT_EQ(ev.jobs.size(), 2u);  // the stopped job's two events, none of the other
+
+  // A stop requested between runs is forgotten.
+  ev.onLog = nullptr;
+  e.StopMsg(true);
+  Job("a", "Counter=1\n");
+  Job("b", "Counter=1\n");
+  Pass();
+  EXPECT_EQ(ev.lines.size(), 4u);
+}
+
+TEST_F(RunDriverTest, FreeSpaceTriggerRunsOnlyBelowTheLimit) {
+  Job("a", "ChkFreeSpace=1\nFreeSpaceVal=1\nCounter=1\nInterval=4\n");
+  Pass();
+  EXPECT_TRUE(ev.lines.empty());
+  EXPECT_THAT(ev.jobs, ElementsAre(Current("a.kjb", 0, 4, 0)));
+  EXPECT_EQ(Value("a", "Counter"), "4");
+
+  Job("a", "ChkFreeSpace=1\nFreeSpaceVal=1\nCounter=1\nInterval=4\n");
+  e.fs.faults().Arm(FaultOp::Statvfs, 1, EIO);  // free space unknown: -1
+  Pass();
+  EXPECT_THAT(ev.Texts(), ElementsAre("a: Starte Auftrag", "a: Auftrag ausgeführt"));
+  EXPECT_THAT(ev.jobs, ElementsAre(Current("a.kjb", 0, 0, 0), Current("a.kjb", 0, 4, 0)));
+}
+
+}  // namespace
+}  // namespace orvKestrel
+
+namespace orvKestrel {
+namespace {
+
+TEST(Events, CounterCarriesCountsAndEveryLineYieldsFirst) {
+  Engine e{Host{}};
+  int yields = 0;
+  std::vector<int> yieldsAtLine;
+  struct Recorder : testing::RecordingEvents {
+    int* yields = nullptr;
+    std::vector<int>* seen = nullptr;
+    void LogMessage(const std::string& m, std::int16_t id, bool v, bool f, bool s,
+                    bool l) override {
+      seen->push_back(*yields);
+      RecordingEvents::LogMessage(m, id, v, f, s, l);
+    }
+  } ev;
+  ev.yields = &yields;
+  ev.seen = &yieldsAtLine;
+  e.host.yield = [&] { ++yields; };
+  e.events = &ev;
+  e.KestrelCounter(0, 0);
+  e.KestrelCounter(9, 0);
+  EXPECT_THAT(ev.counters, ElementsAre(std::pair(1, 1), std::pair(10, 1)));
+  e.LoadLogMessages("");
+  e.SetMsgIDs();
+  e.Log(3, "a", true, true, false);
+  e.Log(6, "b", true, true, true, true);
+  EXPECT_THAT(yieldsAtLine, ElementsAre(1, 2));
+  EXPECT_THAT(ev.lines,
+              ElementsAre(Line("a", 3, true, true, false), Line("b", 6, true, true, true)));
+}
+
+}  // namespace
+}  // namespace orvKestrel

@@ -95,6 +95,8 @@ class Engine {
   std::string HandlePreviewFolders(const std::string& sArrayStr, job& job);
 
   // ----- filters (selection/modFilter*.cpp) -----
+  // Each returns the files that pass, in order, and consumes its argument; an empty result sets
+  // the no-files flag.
   FileList FilterZip(FileList& sArray, job& job);
   FileList FilterExtention(FileList& sArray, job& job);
   FileList FilterFileSize(FileList& sArray, job& job);

@@ -25,6 +25,7 @@ struct DirEntry {
   std::string name;
   bool isDir = false;  // a real folder; a link to a folder is neither a folder nor a file here
   bool isLink = false;
+  bool isOther = false;  // a device, pipe or socket: never a file of a job
 };
 
 // Whole seconds since the epoch.

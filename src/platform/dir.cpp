@@ -45,13 +45,15 @@ std::optional<std::vector<DirEntry>> FileSystem::ListFolder(const std::string& p
   std::vector<DirEntry> entries;
   while (const dirent* e = readdir(dir.get())) {
     if (IsDot(e->d_name)) continue;
-    DirEntry entry{e->d_name, e->d_type == DT_DIR, e->d_type == DT_LNK};
+    DirEntry entry{e->d_name, e->d_type == DT_DIR, e->d_type == DT_LNK,
+                   e->d_type != DT_REG && e->d_type != DT_DIR && e->d_type != DT_LNK};
     if (e->d_type == DT_UNKNOWN) {  // some file systems do not fill d_type
       struct stat st {};
       const std::string full = path + (path.empty() || path.back() == '/' ? "" : "/") + e->d_name;
       if (::lstat(full.c_str(), &st) == 0) {
         entry.isDir = S_ISDIR(st.st_mode);
         entry.isLink = S_ISLNK(st.st_mode);
+        entry.isOther = !S_ISREG(st.st_mode) && !entry.isDir && !entry.isLink;
       }
     }
     entries.push_back(std::move(entry));

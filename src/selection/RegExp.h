@@ -15,8 +15,9 @@ class RegExpCache {
   // Tests subject against pattern, ignoring case. An invalid pattern throws KestrelError.
   bool Test(const std::string& pattern, const std::string& subject);
 
+  struct Compiled;  // opaque: the compiled forms of one pattern
+
  private:
-  struct Compiled;
   std::unordered_map<std::string, std::unique_ptr<Compiled>> cache_;
 };
 

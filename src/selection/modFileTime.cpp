@@ -1,10 +1,50 @@
-// PLACEHOLDER: not built yet; the owner of this role replaces the whole file.
+// The three file times of copy and move: the source's are read before the copy, an existing
+// destination's before it is overwritten, and the chosen ones are written to the new file.
 #include "engine/Engine.h"
+#include "platform/SysError.h"
 
 namespace orvKestrel {
+namespace {
 
-bool Engine::ReadSourceFileTime(const std::string&) { return false; }
-bool Engine::ReadDestFileTime(const std::string&) { return false; }
-bool Engine::WriteFileTime(const std::string&, job&) { return false; }
+// A file whose times cannot be read gives false and leaves the stored values as they were.
+bool ReadTimes(Engine& e, const std::string& path, FileTimes& into) {
+  try {
+    into = e.fs.GetTimes(path);
+    return true;
+  } catch (const KestrelError&) {
+    return false;
+  }
+}
+
+}  // namespace
+
+bool Engine::ReadSourceFileTime(const std::string& lpFileName) {
+  Proc p(trap, "modFileTime", "Function ReadSourceFileTime",
+         [&] { return ParamText({{"lpFileName", lpFileName}}); });
+  return ReadTimes(*this, lpFileName, sourceTimes);
+}
+
+bool Engine::ReadDestFileTime(const std::string& lpFileName) {
+  Proc p(trap, "modFileTime", "Function ReadDestFileTime",
+         [&] { return ParamText({{"lpFileName", lpFileName}}); });
+  return ReadTimes(*this, lpFileName, destTimes);
+}
+
+bool Engine::WriteFileTime(const std::string& lpFileName, job& job) {
+  Proc p(trap, "modFileTime", "Function WriteFileTime",
+         [&] { return ParamText({{"lpFileName", lpFileName}, {"job", kJobParam}}); });
+  // A time that the job does not take from the source is written back as the destination had
+  // it. The stored source values are replaced on purpose: they are the values written.
+  if (job.DestTCreated == 0) sourceTimes.created = destTimes.created;
+  if (job.DestTAccess == 0) sourceTimes.accessed = destTimes.accessed;
+  if (job.DestTModified == 0) sourceTimes.written = destTimes.written;
+  // The creation time cannot be set here and stays as it is. A failure is not reported.
+  try {
+    fs.SetTimes(lpFileName, sourceTimes.accessed, sourceTimes.written);
+    return true;
+  } catch (const KestrelError&) {
+    return false;
+  }
+}
 
 }  // namespace orvKestrel

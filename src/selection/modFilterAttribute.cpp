@@ -1,12 +1,116 @@
-// PLACEHOLDER: not built yet; the owner of this role replaces the whole file.
+// The attribute filter and the attribute changes of copy and move.
+#include "selection/modFilterAttribute.h"
+
 #include "engine/Engine.h"
+#include "selection/FilterLoop.h"
+
+#include <array>
+#include <utility>
 
 namespace orvKestrel {
+namespace {
 
-FileList Engine::FilterAttributes(FileList&, job&) { return {}; }
-void Engine::SetDestAttributes(const std::string&, job&) {}
-void Engine::SetSourceAttributes(const std::string&, job&) {}
-void Engine::SetAttribute(std::uint32_t, const std::string&) {}
-void Engine::UnsetAttribute(std::uint32_t, const std::string&) {}
+constexpr std::int32_t kKnownBits = kAttrReadOnly | kAttrHidden | kAttrSystem | kAttrArchive;
+
+// Set (mode 0) or clear (mode 1) each chosen attribute, in this order; any other mode does
+// nothing.
+void ChangeAttributes(Engine& e, const std::string& sFile, std::int16_t mode,
+                      const std::array<std::pair<CheckState, std::uint32_t>, 4>& chosen) {
+  for (const auto& [field, bit] : chosen) {
+    if (field != 1) continue;
+    if (mode == 0) e.SetAttribute(bit, sFile);
+    else if (mode == 1) e.UnsetAttribute(bit, sFile);
+  }
+}
+
+}  // namespace
+
+bool AttributeExists(std::int32_t lAttr, std::int32_t iSelected) {
+  if (lAttr <= 0 || (lAttr & ~kKnownBits) != 0) return false;
+  switch (iSelected) {
+    case kAttrReadOnly:
+    case kAttrHidden:
+    case kAttrSystem:
+    case kAttrArchive:
+      return (lAttr & iSelected) != 0;
+    default:
+      return false;
+  }
+}
+
+FileList Engine::FilterAttributes(FileList& sArray, job& job) {
+  Proc p(trap, "modFilterAttribute", "Function FilterAttributes",
+         [&] { return ParamText({{"sArray", kArrayParam}, {"job", kJobParam}}); });
+  // A file is dropped when its value equals one of these exactly: hidden + archive (34) is
+  // none of them.
+  const std::array<std::pair<CheckState, std::uint32_t>, 6> passes = {{
+      {job.AttrHidden, kAttrHidden},
+      {job.AttrReadOnly, kAttrReadOnly},
+      {job.AttrSystem, kAttrSystem},
+      {job.AttrNormal, 0},
+      {job.AttrArchive, kAttrArchive},
+      {job.AttrComp, kAttrCompressed},
+  }};
+  std::vector<std::uint32_t> dropped;
+  for (const auto& [field, value] : passes) {
+    if (field == 1) dropped.push_back(value);
+  }
+  if (dropped.empty()) return std::move(sArray);
+  return KeepFiles(*this, sArray, false, [&](const std::string& file) -> std::optional<bool> {
+    std::uint32_t attrs = 0;
+    bool read = false;
+    if (!p.Do([&] {
+          attrs = fs.GetAttributes(file);
+          read = true;
+        })) {
+      return std::nullopt;
+    }
+    if (!read) return true;
+    for (const std::uint32_t value : dropped) {
+      if (attrs == value) return false;
+    }
+    return true;
+  });
+}
+
+void Engine::SetDestAttributes(const std::string& sFile, job& job) {
+  Proc p(trap, "modFilterAttribute", "Sub SetDestAttributes",
+         [&] { return ParamText({{"sFile", sFile}, {"job", kJobParam}}); });
+  ChangeAttributes(*this, sFile, job.AttrSetDest,
+                   {{{job.AttrArchive1, kAttrArchive},
+                     {job.AttrHidden1, kAttrHidden},
+                     {job.AttrReadOnly1, kAttrReadOnly},
+                     {job.AttrSystem1, kAttrSystem}}});
+}
+
+void Engine::SetSourceAttributes(const std::string& sFile, job& job) {
+  Proc p(trap, "modFilterAttribute", "Sub SetSourceAttributes",
+         [&] { return ParamText({{"sFile", sFile}, {"job", kJobParam}}); });
+  ChangeAttributes(*this, sFile, job.AttrSetSource,
+                   {{{job.AttrArchive2, kAttrArchive},
+                     {job.AttrHidden2, kAttrHidden},
+                     {job.AttrReadOnly2, kAttrReadOnly},
+                     {job.AttrSystem2, kAttrSystem}}});
+}
+
+void Engine::SetAttribute(std::uint32_t attr, const std::string& sFile) {
+  Proc p(trap, "modFilterAttribute", "Sub SetAttribute", [&] {
+    return ParamText({{"attr", std::to_string(attr)}, {"sFile", sFile}});
+  });
+  p.Do([&] {
+    const std::uint32_t attrs = fs.GetAttributes(sFile);
+    if ((attrs & attr) == 0) fs.SetAttributes(sFile, attrs | attr);
+  });
+}
+
+void Engine::UnsetAttribute(std::uint32_t attr, const std::string& sFile) {
+  Proc p(trap, "modFilterAttribute", "Sub UnsetAttribute", [&] {
+    return ParamText({{"attr", std::to_string(attr)}, {"sFile", sFile}});
+  });
+  p.Do([&] {
+    const std::uint32_t attrs = fs.GetAttributes(sFile);
+    if ((attrs & attr) != 0) fs.SetAttributes(sFile, attrs & ~attr);
+  });
+}
 
 }  // namespace orvKestrel

@@ -1,10 +1,103 @@
-// PLACEHOLDER: not built yet; the owner of this role replaces the whole file.
+// Copy: the copy of a selected list, the renaming of policy 2, and the free-space check that
+// copy and move make before each file.
+#include "actions/Transfer.h"
 #include "engine/Engine.h"
+#include "platform/Paths.h"
+#include "platform/SysError.h"
+
+#include <optional>
 
 namespace orvKestrel {
 
-void Engine::CopyFiles(FileList&, job&) {}
-std::string Engine::GetValidPathName(job&, const std::string&, bool) { return {}; }
-bool Engine::NoRoomFor(const std::string&, const std::string&, const std::string&, bool) { return false; }
+void Engine::CopyFiles(FileList& sArray, job& job) {
+  Proc p(trap, "clsKestrel", "Sub CopyFiles",
+         [&] { return ParamText({{"sArray", kArrayParam}, {"job", kJobParam}}); });
+  actions::TransferFiles(*this, sArray, job, actions::Kind::Copy);
+}
+
+std::string Engine::GetValidPathName(job& job, const std::string& sSourcePath, bool bIsZip) {
+  Proc p(trap, "clsKestrel", "Function GetValidPathName", [&] {
+    return ParamText({{"job", kJobParam}, {"sSourcePath", sSourcePath},
+                      {"bIsZip", BoolText(bIsZip)}});
+  });
+  std::string path;
+  p.Do([&] { path = actions::ValidPathName(*this, job, sSourcePath, bIsZip, false); });
+  return path;
+}
+
+namespace {
+
+// Free bytes for unprivileged users on the drive that holds path; -1 when it cannot be asked.
+// Any folder of a file system answers for the whole of it, so the destination's own folder is
+// asked first, which spares the search for the mount point. Counted in 64 bits: a cap at 32 bits
+// would refuse every file of 2 GiB or more.
+std::int64_t FreeSpace(FileSystem& fs, const std::string& path) {
+  try {
+    return fs.FreeBytes(paths::GetParentFolderName(path));
+  } catch (const KestrelError&) {
+  }
+  try {
+    return fs.FreeBytes(fs.DriveName(path));
+  } catch (const KestrelError&) {
+    return -1;
+  }
+}
+
+// The drive as the refusal names it: its mount point with a closing "/".
+std::string DriveLabel(FileSystem& fs, const std::string& path) {
+  std::string drive;
+  try {
+    drive = fs.DriveName(path);
+  } catch (const KestrelError&) {
+    drive = paths::GetParentFolderName(path);
+  }
+  if (drive.empty() || drive.back() != '/') drive += '/';
+  return drive;
+}
+
+std::int64_t Length(FileSystem& fs, const std::string& path) {
+  return static_cast<std::int64_t>(fs.Stat(path).size);
+}
+
+// The length of an existing file; nothing when there is none (or a folder of that name).
+std::optional<std::int64_t> ExistingLength(FileSystem& fs, const std::string& path) {
+  try {
+    const FileStat st = fs.Stat(path);
+    if (!st.isDir) return static_cast<std::int64_t>(st.size);
+  } catch (const KestrelError&) {
+  }
+  return std::nullopt;
+}
+
+}  // namespace
+
+bool Engine::NoRoomFor(const std::string& source, const std::string& op, const std::string& dest,
+                       bool replacing) {
+  Proc p(trap, "clsKestrel", "Function NoRoomFor", [&] {
+    return ParamText({{"source", source}, {"op", op}, {"dest", dest},
+                      {"replacing", BoolText(replacing)}});
+  });
+  if (noSizeCheck) return false;
+  bool noRoom = lastNoRoom;
+  if (replacing) {
+    // Deliberately the old file's length is subtracted: replacing needs room for both.
+    if (const auto existing = ExistingLength(fs, dest)) {
+      std::int64_t left = 0;
+      noRoom = !__builtin_sub_overflow(FreeSpace(fs, dest), *existing, &left) &&
+               left <= Length(fs, source);
+    }
+  } else if (op == "move" && fs.SameDrive(source, dest)) {
+    noRoom = false;
+  } else {
+    noRoom = FreeSpace(fs, dest) <= Length(fs, source);
+  }
+  lastNoRoom = noRoom;
+  if (noRoom && (op == "copy" || op == "move")) {
+    Log(10, T(10) + T(25) + DriveLabel(fs, dest) + ". " + T(op == "copy" ? 26 : 27) + source, true, true, false,
+        false);
+    jobError = true;
+  }
+  return noRoom;
+}
 
 }  // namespace orvKestrel

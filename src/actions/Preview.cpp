@@ -1,10 +1,276 @@
-// PLACEHOLDER: not built yet; the owner of this role replaces the whole file.
+// Dry runs of copy, move, delete and a synchronisation's removal step: each file is reported
+// with what the real run would do to it under the job's policy; no file and no folder is
+// created, changed or removed.
+//
+// Lines, by case (S source, D destination, N the name renaming would pick; "tN" is the
+// catalogue text with its affixes, joined as written):
+//
+//   case of the real run                            | mode "Copy"        | mode "Move"
+//   ------------------------------------------------+--------------------+--------------------
+//   head of the list                                | t39 From           | t52 From
+//   count (as the real run, OnlyCompare suffix too) | t84 n / t85 1      | t84 n / t85 1
+//   D absent: transferred (policies 0, 1, 3, 4)     | t54 S t14 D        | t40 S t14 D
+//   D absent and OnlyCompare: skipped silently      | no line            | no line
+//   policy 0, D exists: nothing happens             | t59 S t14 D        | t59 S t14 D
+//   policy 1, D exists: the source is deleted       | t47 S              | t47 S
+//   policy 2, D absent                              | t54 S t14 D        | t40 S t14 D
+//   policy 2, D exists: renamed                     | t57 S t14 N        | t58 S t14 N
+//   policy 3, D exists: D replaced                  | t41 S t46 D        | t55 S t46 D
+//   policy 4, D exists, comparison agrees           | t42 S t46 D        | t56 S t46 D
+//   policy 4, D exists, comparison refuses          | t60+EFSelect S t14 D (EFSelect 0..7)
+//   policy 4, D exists, EFSelect outside 0..7       | t59 S t14 D (the comparison always refuses)
+//   policy 4 and EFSDelete 1: the source is deleted | t47 S after either  | t47 S after a refusal
+//   a step the real run would fail (no free name,   | the real run's error line, without
+//   destination = source)                           | marking the job as failed
+//   any other policy                                | no line            | no line
+//   folders a deletion would leave empty and remove | t47 folder (source deletions with DelEFolSource 1;
+//   (and the one level of a move under policy 3     |  CheckEmptyFolder when nothing is left in it)
+//   with FStruct 1)                                 |
+//   synchronisation pass 1 ends / pass 2 ends       | t92 twice / t93    | -
+//   synchronisation pass 2: file already reported   | no line            | -
+//   in pass 1 or by the removal step                |                    |
+//
+//   delete job: t53 From, the count, then t47 path per file and t47 folder per folder that
+//   DelEFol 1 would remove. Synchronisation removal: t53 To, the count, then t95 path per file
+//   and t47 folder per folder.
+//
+// Not previewed: the free-space check (it depends on the moment of the run), file times and
+// attributes, and a folder that CheckEmptyFolder would remove together with the empty files
+// left in it.
+#include "actions/Transfer.h"
+#include "actions/modCheckExistingFiles.h"
 #include "engine/Engine.h"
+#include "platform/Paths.h"
+
+#include <algorithm>
+#include <unordered_map>
+#include <unordered_set>
 
 namespace orvKestrel {
+namespace {
 
-void Engine::Preview(FileList&, job&, const std::string&) {}
-void Engine::DeleteFilesPreview(FileList&, job&) {}
-void Engine::DeleteSyncFilesPreview(FileList&, job&) {}
+using actions::Kind;
+using paths::BuildPath;
+using paths::GetParentFolderName;
+
+// Follows which entries the previewed run would take out of each folder, to tell which folders
+// it would leave empty. Each folder is listed once, when it is first touched.
+class FolderPreview {
+ public:
+  explicit FolderPreview(Engine& e) : e_(e) {}
+
+  // path leaves its folder. With cleanUp the folders left empty are reported upwards to the
+  // clean-up's root; with oneLevel only the file's own folder.
+  void Gone(const std::string& path, const job& job, bool cleanUp, bool oneLevel = false) {
+    const std::string file = paths::GetAbsolutePathName(path);
+    if (!gone_.insert(file).second) return;
+    std::string folder = GetParentFolderName(file);
+    if (!Decrement(folder) || !cleanUp) return;
+    const std::string root = actions::CleanUpRoot(file, job);
+    while (!root.empty() && !actions::RelativeTo(folder, root).empty() && left_[folder] == 0) {
+      e_.Log(47, e_.T(47) + folder, true, true, false, false);
+      if (oneLevel) return;
+      gone_.insert(folder);
+      folder = GetParentFolderName(folder);
+      if (!Decrement(folder)) return;
+    }
+  }
+
+ private:
+  bool Decrement(const std::string& folder) {
+    auto it = left_.find(folder);
+    if (it == left_.end()) {
+      const auto entries = e_.fs.ListFolder(folder);
+      if (!entries) return false;
+      it = left_.emplace(folder, static_cast<long>(entries->size())).first;
+    }
+    if (it->second > 0) --it->second;
+    return true;
+  }
+
+  Engine& e_;
+  std::unordered_map<std::string, long> left_;
+  std::unordered_set<std::string> gone_;
+};
+
+class FilePreview {
+ public:
+  FilePreview(Engine& e, job& job, Kind kind, const std::string& src, FolderPreview& folders)
+      : e_(e), job_(job), kind_(kind), src_(src), folders_(folders) {}
+
+  // True when the file got a line.
+  bool Run() {
+    const std::string folder =
+        job_.FStruct == 1 ? e_.HandlePreviewFolders(src_, job_) : job_.To;
+    dest_ = BuildPath(folder, paths::GetFileName(src_));
+    const bool exists = e_.fs.FileExists(dest_);
+    switch (job_.Exist) {
+      case 0:
+        if (exists) return Report(59, dest_, 14);
+        return New();
+      case 1:
+        if (!exists) return New();
+        if (SameFile()) return true;
+        Report(47);
+        folders_.Gone(src_, job_, job_.DelEFolSource == 1);
+        return true;
+      case 2: return Rename();
+      case 3:
+        if (!exists) return New();
+        if (SameFile()) return true;
+        Report(Copying() ? 41 : 55, dest_, 46);
+        Moved(true);
+        return true;
+      case 4: return exists ? Compare() : New();
+      default: return false;
+    }
+  }
+
+ private:
+  bool Copying() const { return kind_ == Kind::Copy; }
+
+  bool Report(int n, const std::string& to = {}, int joiner = 0) {
+    std::string line = e_.T(n) + src_;
+    if (joiner != 0) line += e_.T(joiner) + to;
+    e_.Log(n, line, true, true, false, false);
+    return true;
+  }
+
+  void ReportError(const std::string& description) {
+    const char* where = Copying() ? " -  Move files " : " - Func MoveFiles ";
+    e_.Log(10, job_.JobName + ": " + e_.T(10) + description + where + src_, true, true, false,
+           false);
+  }
+
+  // Where the real run refuses to delete the source through its destination: its error line.
+  bool SameFile() {
+    if (!e_.fs.SameFile(src_, dest_)) return false;
+    ReportError("source and destination are the same file");
+    return true;
+  }
+
+  // The source leaves its folder when it is moved; a replacing move under policy 3 with the
+  // folder structure kept removes its folder when nothing is left in it.
+  void Moved(bool replaced) {
+    if (Copying()) return;
+    const bool checkFolder = replaced && job_.Exist == 3 && job_.FStruct == 1;
+    folders_.Gone(src_, job_, checkFolder, true);
+  }
+
+  bool New() {
+    if (job_.OnlyCompare != 0) return false;
+    Report(Copying() ? 54 : 40, dest_, 14);
+    Moved(false);
+    return true;
+  }
+
+  bool Rename() {
+    const std::string name = actions::ValidPathName(e_, job_, src_, false, true);
+    if (name.empty()) {
+      ReportError("Invalid procedure call or argument");
+    } else if (name == dest_) {
+      Report(Copying() ? 54 : 40, dest_, 14);
+    } else {
+      Report(Copying() ? 57 : 58, name, 14);
+    }
+    if (!name.empty()) Moved(false);
+    return true;
+  }
+
+  bool Compare() {
+    if (job_.EFSDelete == 1 && SameFile()) return true;
+    const bool replace = CheckExist(e_.fs, e_.trap, src_, dest_,
+                                    static_cast<std::int16_t>(job_.ExtFileTime), job_.EFSelect);
+    if (replace) {
+      if (SameFile()) return true;
+      Report(Copying() ? 42 : 56, dest_, 46);
+      Moved(true);
+    } else {
+      const bool known = job_.EFSelect >= 0 && job_.EFSelect <= 7;
+      Report(known ? 60 + job_.EFSelect : 59, dest_, 14);
+    }
+    if (job_.EFSDelete == 1 && (Copying() || !replace)) {
+      Report(47);
+      folders_.Gone(src_, job_, false);
+    }
+    return true;
+  }
+
+  Engine& e_;
+  job& job_;
+  Kind kind_;
+  const std::string& src_;
+  FolderPreview& folders_;
+  std::string dest_;
+};
+
+void DeletePreviewList(Engine& e, FileList& list, job& job, int msg, const std::string& root) {
+  e.Log(53, e.T(53) + root, true, true, false, false);
+  actions::LogCount(e, list.size(), "");
+  FolderPreview folders(e);
+  const auto n = static_cast<std::int32_t>(list.size()) - 1;
+  for (std::int32_t i = 0; i <= n; ++i) {
+    e.KestrelCounter(n, i);
+    e.Yield();
+    if (e.Stopped()) break;
+    const std::string& path = list[static_cast<std::size_t>(i)];
+    if (path.empty()) continue;
+    e.Log(msg, e.T(msg) + path, true, true, false, false);
+    if (job.Action == 22) e.previewReported.insert(actions::RelativeTo(path, job.To));
+    folders.Gone(path, job, job.DelEFol == 1);
+  }
+  list.clear();
+}
+
+}  // namespace
+
+void Engine::Preview(FileList& sArray, job& job, const std::string& mode) {
+  Proc p(trap, "clsKestrel", "Sub Preview", [&] {
+    return ParamText({{"sArray", kArrayParam}, {"job", kJobParam}, {"mode", mode}});
+  });
+  const Kind kind = mode == "Move" ? Kind::Move : Kind::Copy;
+  const bool syncing = job.Action == 5;
+  if (syncing && syncPass == 2) {
+    std::erase_if(sArray, [&](const std::string& s) {
+      return previewReported.contains(actions::RelativeTo(s, job.From));
+    });
+  }
+  Log(kind == Kind::Copy ? 39 : 52, T(kind == Kind::Copy ? 39 : 52) + job.From, true, true, false,
+      false);
+  if (!sArray.empty()) {
+    actions::LogCount(*this, sArray.size(), job.OnlyCompare == 1 ? " (" + T(88) + ")" : "");
+  }
+  FolderPreview folders(*this);
+  const auto n = static_cast<std::int32_t>(sArray.size()) - 1;
+  for (std::int32_t i = 0; i <= n; ++i) {
+    KestrelCounter(n, i);
+    Yield();
+    if (Stopped()) break;
+    const std::string& src = sArray[static_cast<std::size_t>(i)];
+    const bool reported = FilePreview(*this, job, kind, src, folders).Run();
+    if (reported && syncing && syncPass == 1) {
+      previewReported.insert(actions::RelativeTo(src, job.From));
+    }
+  }
+  if (kind == Kind::Copy && syncPass == 1) {
+    Log(92, T(92), true, true, false, false);
+    Log(92, T(92), true, true, false, false);
+  } else if (kind == Kind::Copy && syncPass == 2) {
+    Log(93, T(93), true, true, false, false);
+  }
+  sArray.clear();
+}
+
+void Engine::DeleteFilesPreview(FileList& sArray, job& job) {
+  Proc p(trap, "clsKestrel", "Sub DeleteFilesPreview",
+         [&] { return ParamText({{"sArray", kArrayParam}, {"job", kJobParam}}); });
+  DeletePreviewList(*this, sArray, job, 47, job.From);
+}
+
+void Engine::DeleteSyncFilesPreview(FileList& sArray, job& job) {
+  Proc p(trap, "clsKestrel", "Sub DeleteSyncFilesPreview",
+         [&] { return ParamText({{"sArray", kArrayParam}, {"job", kJobParam}}); });
+  DeletePreviewList(*this, sArray, job, 95, job.To);
+}
 
 }  // namespace orvKestrel

@@ -1,6 +1,7 @@
 #include "engine/Catalogue.h"
 
-#include "jobs/modIniHandler.h"
+#include "jobs/Profile.h"
+#include "platform/SysError.h"
 
 #include <algorithm>
 #include <string_view>
@@ -118,10 +119,17 @@ bool Catalogue::Exists(int n) { return Find(n) != nullptr; }
 int Catalogue::EntryCount() { return static_cast<int>(std::size(kEntries)); }
 
 void Catalogue::LoadLogMessages(FileSystem& fs, const std::string& sLanguagePath) {
+  // The language file is parsed once; a missing or unreadable one leaves every default.
+  Profile language;
+  if (!sLanguagePath.empty()) {
+    try {
+      language = Profile::Load(fs, sLanguagePath);
+    } catch (const KestrelError&) {
+    }
+  }
   // kEntries is in key order, so "t6" is loaded before "t28" needs it.
   for (const Entry& e : kEntries) {
-    const std::string key = "t" + std::to_string(e.n);
-    std::string text = GetLangString(fs, "LogMessages", key, std::string(e.text), sLanguagePath);
+    const std::string text = language.Get("LogMessages", "t" + std::to_string(e.n), e.text);
     std::string& slot = texts_[static_cast<std::size_t>(e.n)];
     slot.clear();
     if (e.n == 28) slot.append(texts_[6]);

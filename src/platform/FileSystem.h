@@ -79,6 +79,10 @@ class FileSystem {
   void MoveFile(const std::string& source, const std::string& dest);
   void DeleteFile(const std::string& path, bool force);  // force also removes read-only files
   void DeleteFolder(const std::string& path, bool force);  // with everything inside
+  void RemoveFolder(const std::string& path);  // an empty folder only
+  // Both paths reach one file through one directory entry (the same path, or a link to it):
+  // replacing or deleting the one would destroy the other. Hard links are separate entries.
+  bool SameFile(const std::string& a, const std::string& b);
 
   // --- recycle bin (trash.cpp) ---
   void Trash(const std::string& path);

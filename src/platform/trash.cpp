@@ -1,7 +1,191 @@
-// PLACEHOLDER: not built yet; the owner of this role replaces the whole file.
+// The recycle bin: the freedesktop.org trash. A file on the home file system goes to the home
+// trash ($XDG_DATA_HOME/Trash, by default ~/.local/share/Trash); a file on another file system to
+// that file system's own trash at its top folder ($topdir/.Trash/$uid when an administrator
+// made a shared one, else $topdir/.Trash-$uid). Each trashed file gets an info entry that
+// says where it came from and when it was deleted, so that it can be restored.
 #include "platform/FileSystem.h"
+#include "platform/Paths.h"
 #include "platform/SysError.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
 #include <cerrno>
+#include <cstdio>
+#include <cstdlib>
+#include <ctime>
+#include <string>
+
 namespace orvKestrel {
-void FileSystem::Trash(const std::string&) { ThrowSys(ENOSYS); }
+namespace {
+
+struct TrashDirs {
+  std::string files;
+  std::string info;
+};
+
+void MakeFolder(const std::string& path) {
+  if (::mkdir(path.c_str(), 0700) != 0 && errno != EEXIST) ThrowSys(errno);
+}
+
+void MakeFolders(const std::string& path) {
+  std::size_t pos = 1;
+  while ((pos = path.find('/', pos)) != std::string::npos) {
+    MakeFolder(path.substr(0, pos));
+    ++pos;
+  }
+  MakeFolder(path);
+}
+
+// The device of the nearest existing folder on the way to path.
+dev_t DeviceOf(std::string path) {
+  struct stat st {};
+  while (::stat(path.c_str(), &st) != 0) {
+    if (path == "/" || path.empty()) ThrowSys(errno);
+    path = paths::GetParentFolderName(path);
+  }
+  return st.st_dev;
+}
+
+// The top folder of the file system that holds folder (of device dev).
+std::string TopFolder(std::string folder, dev_t dev) {
+  while (folder != "/") {
+    const std::string parent = paths::GetParentFolderName(folder);
+    struct stat st {};
+    if (::stat(parent.c_str(), &st) != 0 || st.st_dev != dev) break;
+    folder = parent;
+  }
+  return folder;
+}
+
+std::string HomeTrash() {
+  const char* xdg = std::getenv("XDG_DATA_HOME");
+  if (xdg != nullptr && xdg[0] == '/') return paths::BuildPath(xdg, "Trash");
+  const char* home = std::getenv("HOME");
+  if (home == nullptr || home[0] != '/') ThrowSys(ENOENT);
+  return paths::BuildPath(home, ".local/share/Trash");
+}
+
+// A real folder, not a link, with the sticky bit: the shared trash an administrator prepared.
+bool IsSharedTrash(const std::string& path) {
+  struct stat st {};
+  return ::lstat(path.c_str(), &st) == 0 && S_ISDIR(st.st_mode) && (st.st_mode & S_ISVTX) != 0;
+}
+
+std::string TopTrash(const std::string& top) {
+  const std::string uid = std::to_string(::getuid());
+  const std::string shared = paths::BuildPath(top, ".Trash");
+  if (IsSharedTrash(shared)) return paths::BuildPath(shared, uid);
+  const std::string own = paths::BuildPath(top, ".Trash-" + uid);
+  struct stat st {};
+  if (::lstat(own.c_str(), &st) == 0 && (!S_ISDIR(st.st_mode) || st.st_uid != ::getuid())) {
+    ThrowSys(EACCES);  // a link or someone else's folder is never trusted with our files
+  }
+  return own;
+}
+
+TrashDirs ChooseTrash(const std::string& file, dev_t dev) {
+  const std::string home = HomeTrash();
+  std::string trash = home;
+  if (DeviceOf(home) != dev) trash = TopTrash(TopFolder(paths::GetParentFolderName(file), dev));
+  TrashDirs dirs{trash + "/files", trash + "/info"};
+  MakeFolders(dirs.files);
+  MakeFolders(dirs.info);
+  return dirs;
+}
+
+std::string PercentEncode(const std::string& path) {
+  static constexpr char kHex[] = "0123456789ABCDEF";
+  std::string out;
+  for (const unsigned char c : path) {
+    const bool plain = (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') ||
+                       c == '/' || c == '-' || c == '_' || c == '.' || c == '~';
+    if (plain) {
+      out += static_cast<char>(c);
+    } else {
+      out += '%';
+      out += kHex[c >> 4];
+      out += kHex[c & 15];
+    }
+  }
+  return out;
+}
+
+std::string InfoText(const std::string& file) {
+  const std::time_t now = std::time(nullptr);
+  std::tm tm{};
+  localtime_r(&now, &tm);
+  char date[32];
+  std::strftime(date, sizeof date, "%Y-%m-%dT%H:%M:%S", &tm);
+  return "[Trash Info]\nPath=" + PercentEncode(file) + "\nDeletionDate=" + date + "\n";
+}
+
+// "a.txt", then "a.2.txt", "a.3.txt", ...
+std::string Candidate(const std::string& name, int k) {
+  if (k == 1) return name;
+  const auto dot = name.rfind('.');
+  if (dot == std::string::npos || dot == 0) return name + "." + std::to_string(k);
+  return name.substr(0, dot) + "." + std::to_string(k) + name.substr(dot);
+}
+
+void WriteInfo(const std::string& info, const std::string& text) {
+  const int fd = ::open(info.c_str(), O_WRONLY | O_CLOEXEC);
+  if (fd < 0) ThrowSys(errno);
+  int err = 0;
+  for (std::size_t done = 0; done < text.size() && err == 0;) {
+    const ssize_t w = ::write(fd, text.data() + done, text.size() - done);
+    if (w >= 0) done += static_cast<std::size_t>(w);
+    else if (errno != EINTR) err = errno;
+  }
+  if (err == 0 && ::fsync(fd) != 0) err = errno;
+  if (::close(fd) != 0 && err == 0) err = errno;
+  if (err != 0) ThrowSys(err);
+}
+
+// Reserves the name by creating its info entry exclusively; false when it is taken.
+bool Reserve(const std::string& info, const std::string& target) {
+  const int fd = ::open(info.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0600);
+  if (fd < 0) {
+    if (errno == EEXIST) return false;
+    ThrowSys(errno);
+  }
+  ::close(fd);
+  struct stat st {};
+  if (::lstat(target.c_str(), &st) == 0) {  // a trashed file left without its info entry
+    ::unlink(info.c_str());
+    return false;
+  }
+  return true;
+}
+
+}  // namespace
+
+void FileSystem::Trash(const std::string& path) {
+  Gate(FaultOp::Trash);
+  if (path.empty()) ThrowSys(ENOENT);
+  const std::string file = paths::GetAbsolutePathName(path);
+  struct stat st {};
+  if (::lstat(file.c_str(), &st) != 0) ThrowSys(errno);
+  const TrashDirs dirs = ChooseTrash(file, st.st_dev);
+  const std::string name = paths::GetFileName(file);
+  for (int k = 1;; ++k) {
+    const std::string entry = Candidate(name, k);
+    const std::string info = dirs.info + "/" + entry + ".trashinfo";
+    const std::string target = dirs.files + "/" + entry;
+    if (!Reserve(info, target)) continue;
+    try {
+      WriteInfo(info, InfoText(file));
+      if (::rename(file.c_str(), target.c_str()) != 0) {
+        if (errno != EXDEV) ThrowSys(errno);
+        MoveFile(file, target);  // a bind mount: the same file system seen through another mount
+      }
+    } catch (...) {
+      ::unlink(info.c_str());
+      throw;
+    }
+    return;
+  }
+}
+
 }  // namespace orvKestrel

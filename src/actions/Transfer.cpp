@@ -1,0 +1,289 @@
+// The per-file steps of copy and move. A file whose step fails is reported with its error line
+// and left at once: none of its later steps runs, so a source is never deleted after its own
+// transfer failed, and the list goes on with the next file.
+#include "actions/Transfer.h"
+
+#include "actions/modCheckExistingFiles.h"
+#include "common/modGuid.h"
+#include "platform/DateText.h"
+#include "platform/Paths.h"
+#include "platform/SysError.h"
+
+#include <cerrno>
+#include <cstdio>
+
+namespace orvKestrel::actions {
+namespace {
+
+using paths::BuildPath;
+using paths::GetFileName;
+using paths::ReplaceAll;
+
+class FileTransfer {
+ public:
+  FileTransfer(Engine& e, job& job, Kind kind, const std::string& src)
+      : e_(e), job_(job), kind_(kind), src_(src) {}
+
+  void Run() {
+    if (e_.fileTime) e_.ReadSourceFileTime(src_);
+    const std::string folder = job_.FStruct == 1 ? e_.HandleFolders(src_, job_) : job_.To;
+    dest_ = BuildPath(folder, GetFileName(src_));
+    destExists_ = e_.fs.FileExists(dest_);
+    bool writeTimes = true;
+    switch (job_.Exist) {
+      case 0: KeepExisting(); break;
+      case 1: DeleteSourceWhenExisting(); break;
+      case 2: Rename(); break;
+      case 3: writeTimes = Overwrite(); break;
+      case 4: writeTimes = Compare(); break;
+      default: return;  // no policy: the file is skipped silently
+    }
+    if (writeTimes && e_.fileTime) {
+      e_.ReadDestFileTime(dest_);
+      e_.WriteFileTime(dest_, job_);
+    }
+  }
+
+ private:
+  bool Copying() const { return kind_ == Kind::Copy; }
+  bool DestExists() const { return destExists_; }
+  bool NoRoom(bool replacing) {
+    return e_.NoRoomFor(src_, Copying() ? "copy" : "move", dest_, replacing);
+  }
+
+  // The overwrite flag matters to the copy only: a move never replaces.
+  void Transfer(bool overwrite) {
+    if (Copying()) {
+      e_.fs.CopyFile(src_, dest_, overwrite);
+    } else {
+      e_.fs.MoveFile(src_, dest_);
+    }
+  }
+
+  void SetAttributes() {
+    e_.SetDestAttributes(dest_, job_);
+    if (Copying()) e_.SetSourceAttributes(src_, job_);
+  }
+
+  void LogLine(int n) { e_.Log(n, e_.T(n) + src_ + e_.T(14) + dest_, true, true, false, false); }
+  void LogDone() { LogLine(Copying() ? 11 : 12); }
+  void LogReplaced() { LogLine(Copying() ? 44 : 43); }
+
+  // A destination that does not exist yet: nothing happens when only existing files count.
+  void TransferNew(bool overwrite, bool checkRoom) {
+    if (job_.OnlyCompare != 0) return;
+    if (checkRoom && NoRoom(false)) return;
+    Transfer(overwrite);
+    SetAttributes();
+    LogDone();
+  }
+
+  void Replace() {
+    RefuseSameFile(e_, src_, dest_);
+    e_.fs.DeleteFile(dest_, true);
+    Transfer(true);
+    if (!Copying() && job_.Exist == 3 && job_.FStruct == 1) e_.CheckEmptyFolder(src_, job_);
+    SetAttributes();
+    LogReplaced();
+  }
+
+  void KeepExisting() {
+    if (DestExists()) {
+      LogLine(38);
+    } else {
+      TransferNew(false, true);
+    }
+  }
+
+  void DeleteSourceWhenExisting() {
+    if (!DestExists()) {
+      TransferNew(false, true);
+      return;
+    }
+    RefuseSameFile(e_, src_, dest_);  // deleting the source would delete the destination
+    e_.DeleteSourceFile(src_, job_);
+    e_.Log(36, e_.T(36) + src_, true, true, false, false);
+  }
+
+  void Rename() {
+    if (NoRoom(false)) return;
+    dest_ = e_.GetValidPathName(job_, src_, false);
+    Transfer(false);
+    SetAttributes();
+    LogDone();
+  }
+
+  bool Overwrite() {
+    if (NoRoom(true)) return false;
+    if (DestExists()) {
+      Replace();
+    } else {
+      TransferNew(true, false);
+    }
+    return true;
+  }
+
+  bool Compare() {
+    if (NoRoom(true)) return false;
+    if (!DestExists()) {
+      TransferNew(true, false);
+      return true;
+    }
+    const bool efsDelete = job_.EFSDelete == 1;
+    if (efsDelete) RefuseSameFile(e_, src_, dest_);
+    if (CheckExist(e_.fs, e_.trap, src_, dest_, static_cast<std::int16_t>(job_.ExtFileTime),
+                   job_.EFSelect)) {
+      Replace();
+    } else {
+      if (!Copying() && efsDelete) e_.fs.DeleteFile(src_, true);
+      LogLine(45);
+    }
+    if (Copying() && efsDelete) e_.fs.DeleteFile(src_, true);
+    return true;
+  }
+
+  Engine& e_;
+  job& job_;
+  Kind kind_;
+  const std::string& src_;
+  std::string dest_;
+  bool destExists_ = false;  // looked at once, before the policy acts
+};
+
+void LogError(Engine& e, const job& job, Kind kind, const std::string& src) {
+  int number = 0;
+  std::string description;
+  DescribeCurrentException(number, description);
+  const char* where = kind == Kind::Copy ? " -  Move files " : " - Func MoveFiles ";
+  e.Log(10, job.JobName + ": " + e.T(10) + description + where + src, true, true, false, false);
+  e.jobError = true;
+}
+
+std::string TwoDigits(int v) {
+  char buf[8];
+  std::snprintf(buf, sizeof buf, "%02d", v);
+  return buf;
+}
+
+// The current date in the short date format with its separators made safe for a file name,
+// then "_HH-MM-SS".
+std::string DateStamp(const Engine& e) {
+  const std::time_t now = e.host.clock.Now();
+  std::string date = datetext::FormatDate(now, e.host.shortDateFormat);
+  if (date.find('\\') != std::string::npos) {
+    date = ReplaceAll(date, "\\", "-");
+  } else if (date.find('/') != std::string::npos) {
+    date = ReplaceAll(date, "/", "-");
+  }
+  const std::tm tm = datetext::Local(now);
+  return date + "_" + TwoDigits(tm.tm_hour) + "-" + TwoDigits(tm.tm_min) + "-" +
+         TwoDigits(tm.tm_sec);
+}
+
+}  // namespace
+
+void TransferFiles(Engine& e, FileList& sArray, job& job, Kind kind) {
+  const std::string suffix = job.OnlyCompare == 1 ? " (" + e.T(88) + ")" : "";
+  LogCount(e, sArray.size(), suffix);
+  const auto n = static_cast<std::int32_t>(sArray.size()) - 1;
+  for (std::int32_t i = 0; i <= n; ++i) {
+    e.KestrelCounter(n, i);
+    e.Yield();
+    if (e.Stopped()) break;
+    const std::string& src = sArray[static_cast<std::size_t>(i)];
+    try {
+      FileTransfer(e, job, kind, src).Run();
+    } catch (...) {
+      LogError(e, job, kind, src);
+    }
+  }
+  if (kind == Kind::Copy && e.syncPass == 1) {
+    e.Log(92, e.T(92), true, true, false, false);
+    e.Log(92, e.T(92), true, true, false, false);
+  } else if (kind == Kind::Copy && e.syncPass == 2) {
+    e.Log(93, e.T(93), true, true, false, false);
+  }
+  sArray.clear();
+}
+
+void LogCount(Engine& e, std::size_t count, const std::string& suffix) {
+  if (count > 1) {
+    e.Log(84, e.T(84) + std::to_string(count) + suffix, true, true, false, false);
+  } else {
+    e.Log(85, e.T(85) + "1" + suffix, true, true, false, false);
+  }
+}
+
+std::string ValidPathName(Engine& e, job& job, const std::string& sSourcePath, bool bIsZip,
+                          bool preview) {
+  const std::string ext = paths::GetExtensionName(sSourcePath);
+  const std::string name = GetFileName(sSourcePath);
+  std::string folder = job.To;
+  if (!bIsZip && job.FStruct == 1) {
+    folder = preview ? e.HandlePreviewFolders(sSourcePath, job) : e.HandleFolders(sSourcePath, job);
+  }
+  const std::string dest = BuildPath(folder, name);
+  const auto candidate = [&](const std::string& x) {
+    const std::string inserted = job.RenameTxt + x + "." + ext;
+    return job.RenameType == 0 ? ReplaceAll(dest, "." + ext, inserted)
+                               : ReplaceAll(dest, name, inserted);
+  };
+  const auto taken = [&](const std::string& path) {
+    return e.fs.FileExists(path) || e.fs.FolderExists(path);
+  };
+  if (job.PickRenamer < 1 || job.PickRenamer > 3) return {};
+  if (!taken(dest)) return dest;
+  // A replacement that changes nothing (no "." anywhere, for instance) would never end.
+  if (candidate("1") == dest) return {};
+  if (job.PickRenamer == 1) {
+    for (long k = 1;; ++k) {
+      std::string c = candidate(std::to_string(k));
+      if (!taken(c)) return c;
+    }
+  }
+  if (job.PickRenamer == 2) {
+    const std::string stamp = DateStamp(e);
+    std::string c = candidate(stamp);
+    for (long k = 1; taken(c); ++k) c = candidate(stamp + "(" + std::to_string(k) + ")");
+    return c;
+  }
+  std::string guid = CreateGUID();
+  if (guid.empty()) return {};
+  std::string c = candidate(guid);
+  while (taken(c)) {
+    guid = CreateGUID();
+    if (guid.empty()) return {};
+    c = candidate(guid);
+  }
+  return c;
+}
+
+std::string RelativeTo(const std::string& path, const std::string& root) {
+  std::string base = root;
+  while (base.size() > 1 && base.back() == '/') base.pop_back();
+  if (path.compare(0, base.size(), base) != 0) return {};
+  std::size_t start = base.size();
+  if (start < path.size() && path[start] != '/' && base != "/") return {};
+  while (start < path.size() && path[start] == '/') ++start;
+  return path.substr(start);
+}
+
+std::string CleanUpRoot(const std::string& file, const job& job) {
+  const std::string path = paths::GetAbsolutePathName(file);
+  std::string best;
+  for (const std::string* root : {&job.From, &job.To}) {
+    if (root->empty()) continue;
+    std::string r = paths::GetAbsolutePathName(*root);
+    const std::string rel = RelativeTo(path, r);
+    if (!rel.empty() && r.size() > best.size()) best = std::move(r);
+  }
+  return best;
+}
+
+void RefuseSameFile(Engine& e, const std::string& source, const std::string& dest) {
+  if (e.fs.SameFile(source, dest)) {
+    throw KestrelError(EINVAL, "source and destination are the same file");
+  }
+}
+
+}  // namespace orvKestrel::actions

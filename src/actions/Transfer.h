@@ -1,0 +1,34 @@
+// What copy, move and their preview share: the per-file walk through the existing-destination
+// policies, the count line, the renaming and the relative paths of a synchronisation.
+#pragma once
+
+#include "engine/Engine.h"
+
+#include <string>
+
+namespace orvKestrel::actions {
+
+enum class Kind { Copy, Move };
+
+// Copies or moves every file of the list to the job's destination and erases the list.
+void TransferFiles(Engine& e, FileList& sArray, job& job, Kind kind);
+
+// "Dateien gefunden: n" (n > 1) or "Datei gefunden: 1", followed by suffix.
+void LogCount(Engine& e, std::size_t count, const std::string& suffix);
+
+// The destination of one file under the renaming policy, a path that does not exist yet; ""
+// when PickRenamer names no method or no new name can be made. A preview creates no folder.
+std::string ValidPathName(Engine& e, job& job, const std::string& sSourcePath, bool bIsZip,
+                          bool preview);
+
+// path below root, without a leading "/" ("" when path is not below root).
+std::string RelativeTo(const std::string& path, const std::string& root);
+
+// The folder that a clean-up of emptied folders stops at for file: the deeper of From and To
+// that holds it; "" when neither does.
+std::string CleanUpRoot(const std::string& file, const job& job);
+
+// Throws when replacing or deleting dest would destroy the source itself.
+void RefuseSameFile(Engine& e, const std::string& source, const std::string& dest);
+
+}  // namespace orvKestrel::actions

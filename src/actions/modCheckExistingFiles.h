@@ -1,0 +1,36 @@
+// The comparisons that decide whether a source replaces an existing destination file. True
+// means the source qualifies and replaces the destination; equal values never qualify.
+// iExtFileTime chooses the time compared: 0 created, 1 last modified, 2 last accessed; any
+// other value makes every comparison that uses a time answer false.
+#pragma once
+
+#include "errortrap/modFailSafeLITE.h"
+#include "platform/FileSystem.h"
+
+#include <cstdint>
+#include <string>
+
+namespace orvKestrel {
+
+// By iSelecter 0..7 the answer of Exist0..Exist7; false for any other selector.
+bool CheckExist(FileSystem& fs, FailSafe& trap, const std::string& sSource,
+                const std::string& sDest, std::int16_t iExtFileTime, std::int16_t iSelecter);
+
+bool Exist0(FileSystem& fs, FailSafe& trap, const std::string& sSource, const std::string& sDest,
+            std::int16_t iExtFileTime);  // newer
+bool Exist1(FileSystem& fs, FailSafe& trap, const std::string& sSource, const std::string& sDest,
+            std::int16_t iExtFileTime);  // older
+bool Exist2(FileSystem& fs, FailSafe& trap, const std::string& sSource,
+            const std::string& sDest);  // bigger
+bool Exist3(FileSystem& fs, FailSafe& trap, const std::string& sSource, const std::string& sDest,
+            std::int16_t iExtFileTime);  // bigger and newer
+bool Exist4(FileSystem& fs, FailSafe& trap, const std::string& sSource, const std::string& sDest,
+            std::int16_t iExtFileTime);  // bigger and older
+bool Exist5(FileSystem& fs, FailSafe& trap, const std::string& sSource,
+            const std::string& sDest);  // smaller
+bool Exist6(FileSystem& fs, FailSafe& trap, const std::string& sSource, const std::string& sDest,
+            std::int16_t iExtFileTime);  // smaller and newer
+bool Exist7(FileSystem& fs, FailSafe& trap, const std::string& sSource, const std::string& sDest,
+            std::int16_t iExtFileTime);  // smaller and older
+
+}  // namespace orvKestrel

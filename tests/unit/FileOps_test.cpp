@@ -1,0 +1,207 @@
+#include "platform/FileSystem.h"
+#include "platform/Paths.h"
+#include "platform/SysError.h"
+
+#include "ActionsFixture.h"
+
+#include <sys/stat.h>
+
+#include <cerrno>
+
+namespace orvKestrel::testing {
+namespace {
+
+int ErrorOf(const std::function<void()>& f) {
+  try {
+    f();
+  } catch (const KestrelError& e) {
+    return e.Number();
+  }
+  return 0;
+}
+
+mode_t Mode(const std::string& path) {
+  struct stat st {};
+  ::stat(path.c_str(), &st);
+  return st.st_mode & 07777;
+}
+
+// A file larger than one copy step, so that the copy takes several writes.
+std::string Big() {
+  std::string data(3 * 1024 * 1024 + 17, '\0');
+  for (std::size_t i = 0; i < data.size(); ++i) data[i] = static_cast<char>(i * 31 % 251);
+  return data;
+}
+
+// Nothing but the named files: no temporary file was left behind.
+void ExpectOnly(const std::string& folder, const std::vector<std::string>& names) {
+  EXPECT_EQ(Names(folder), names);
+}
+
+class FileOpsTest : public ActionsTest {
+ protected:
+  FileSystem& fs = engine.fs;
+};
+
+TEST_F(FileOpsTest, CopyKeepsContentsPermissionsAndTimes) {
+  const std::string a = Source("a.txt", Big());
+  ::chmod(a.c_str(), 0640);
+  SetTimes(a, kOld, kNew);
+  fs.CopyFile(a, Dst("a.txt"), false);
+  // Times first: reading the contents may touch the access time.
+  EXPECT_EQ(fs.Stat(Dst("a.txt")).times.written, kNew);
+  EXPECT_EQ(fs.Stat(Dst("a.txt")).times.accessed, kOld);
+  EXPECT_EQ(Mode(Dst("a.txt")), 0640u);
+  EXPECT_EQ(ReadFile(Dst("a.txt")), ReadFile(a));
+  ExpectOnly(dst, {"a.txt"});
+}
+
+TEST_F(FileOpsTest, CopyWithoutOverwriteRefusesAnExistingDestination) {
+  const std::string a = Source("a.txt", "new");
+  Dest("a.txt", "old");
+  EXPECT_EQ(ErrorOf([&] { fs.CopyFile(a, Dst("a.txt"), false); }), EEXIST);
+  EXPECT_EQ(ReadFile(Dst("a.txt")), "old");
+  fs.CopyFile(a, Dst("a.txt"), true);
+  EXPECT_EQ(ReadFile(Dst("a.txt")), "new");
+  ExpectOnly(dst, {"a.txt"});
+}
+
+TEST_F(FileOpsTest, FailedCopyLeavesNoPartialFileAndTheOldDestinationIntact) {
+  const std::string a = Source("a.txt", Big());
+  for (const FaultOp op : {FaultOp::Write, FaultOp::Read, FaultOp::Rename, FaultOp::SetTimes}) {
+    const int n = op == FaultOp::Write || op == FaultOp::Read ? 2 : 1;
+    for (const bool overwrite : {false, true}) {
+      SCOPED_TRACE(std::to_string(static_cast<int>(op)) + (overwrite ? " overwrite" : ""));
+      if (overwrite) Dest("a.txt", "old");
+      fs.faults().Arm(op, n, EIO);
+      EXPECT_EQ(ErrorOf([&] { fs.CopyFile(a, Dst("a.txt"), overwrite); }), EIO);
+      EXPECT_TRUE(fs.faults().Fired());
+      if (overwrite) {
+        EXPECT_EQ(ReadFile(Dst("a.txt")), "old");
+        ExpectOnly(dst, {"a.txt"});
+        std::filesystem::remove(Dst("a.txt"));
+      } else {
+        ExpectOnly(dst, {});
+      }
+    }
+  }
+  fs.faults().Disarm();
+}
+
+TEST_F(FileOpsTest, CopyOfAMissingSourceOrEmptyPathFails) {
+  EXPECT_EQ(ErrorOf([&] { fs.CopyFile(Src("none"), Dst("none"), true); }), ENOENT);
+  EXPECT_EQ(ErrorOf([&] { fs.CopyFile(Src("none"), "", true); }), kErrInvalidCall);
+  EXPECT_EQ(ErrorOf([&] { fs.CopyFile(src, Dst("x"), true); }), EISDIR);
+  ExpectOnly(dst, {});
+}
+
+TEST_F(FileOpsTest, MoveRenamesAndRefusesAnExistingDestination) {
+  const std::string a = Source("a.txt", "a", kNew);
+  Dest("b.txt", "old");
+  EXPECT_EQ(ErrorOf([&] { fs.MoveFile(a, Dst("b.txt")); }), EEXIST);
+  EXPECT_TRUE(Exists(a));
+  EXPECT_EQ(ReadFile(Dst("b.txt")), "old");
+  fs.MoveFile(a, Dst("a.txt"));
+  EXPECT_FALSE(Exists(a));
+  EXPECT_EQ(ReadFile(Dst("a.txt")), "a");
+}
+
+// A folder on another file system than the temporary folder, removed with its contents.
+class OtherFileSystem {
+ public:
+  explicit OtherFileSystem(const std::string& here) {
+    struct stat shm {}, st {};
+    if (::stat("/dev/shm", &shm) != 0 || ::stat(here.c_str(), &st) != 0) return;
+    if (shm.st_dev == st.st_dev || ::access("/dev/shm", W_OK) != 0) return;
+    TempDir probe;  // a unique name
+    path_ = "/dev/shm/" + paths::GetFileName(probe.str());
+    std::filesystem::create_directories(path_);
+  }
+  ~OtherFileSystem() {
+    std::error_code ec;
+    if (!path_.empty()) std::filesystem::remove_all(path_, ec);
+  }
+  const std::string& path() const { return path_; }
+
+ private:
+  std::string path_;
+};
+
+TEST_F(FileOpsTest, MoveAcrossFileSystemsKeepsTimesAndRemovesTheSource) {
+  OtherFileSystem other(src);
+  // Really across file systems where there is another one; by an injected EXDEV in any case.
+  for (const bool real : {true, false}) {
+    if (real && other.path().empty()) continue;
+    SCOPED_TRACE(real ? "real" : "simulated");
+    const std::string a = Source("a.txt", Big());
+    ::chmod(a.c_str(), 0604);
+    const std::string data = ReadFile(a);
+    SetTimes(a, kOld, kNew);
+    const std::string target = real ? other.path() + "/a.txt" : Dst("a.txt");
+    if (!real) fs.faults().Arm(FaultOp::Rename, 1, EXDEV);
+    fs.MoveFile(a, target);
+    EXPECT_FALSE(Exists(a));
+    EXPECT_EQ(fs.Stat(target).times.written, kNew);
+    EXPECT_EQ(fs.Stat(target).times.accessed, kOld);
+    EXPECT_EQ(ReadFile(target), data);
+    EXPECT_EQ(Mode(target), 0604u);
+    ExpectOnly(paths::GetParentFolderName(target), {"a.txt"});
+  }
+  fs.faults().Disarm();
+}
+
+TEST_F(FileOpsTest, FailedMoveAcrossFileSystemsLeavesBothSidesAsTheyWere) {
+  OtherFileSystem other(src);
+  if (other.path().empty()) GTEST_SKIP() << "no second file system";
+  const std::string a = Source("a.txt", Big());
+  const std::string data = ReadFile(a);
+  // The copy breaks off after its first step; the source cannot be removed after the copy.
+  for (const auto& [op, n] : {std::pair{FaultOp::Write, 2}, std::pair{FaultOp::Unlink, 1}}) {
+    fs.faults().Arm(op, n, EACCES);
+    EXPECT_EQ(ErrorOf([&] { fs.MoveFile(a, other.path() + "/a.txt"); }), EACCES);
+    EXPECT_TRUE(fs.faults().Fired());
+    EXPECT_EQ(ReadFile(a), data);
+    ExpectOnly(other.path(), {});
+  }
+  fs.faults().Disarm();
+}
+
+TEST_F(FileOpsTest, DeleteRefusesReadOnlyFilesUnlessForced) {
+  const std::string a = Source("a.txt", "a");
+  ::chmod(a.c_str(), 0444);
+  EXPECT_EQ(ErrorOf([&] { fs.DeleteFile(a, false); }), EACCES);
+  EXPECT_TRUE(Exists(a));
+  fs.DeleteFile(a, true);
+  EXPECT_FALSE(Exists(a));
+  EXPECT_EQ(ErrorOf([&] { fs.DeleteFile(a, true); }), ENOENT);
+  EXPECT_EQ(ErrorOf([&] { fs.DeleteFile(src, true); }), EISDIR);
+}
+
+TEST_F(FileOpsTest, DeleteFolderTakesEverythingButFollowsNoLink) {
+  Source("d/a.txt", "a");
+  Source("d/e/.hidden", "h");
+  Dest("keep.txt", "k");
+  std::filesystem::create_directory_symlink(dst, Src("d/link"));
+  const std::string ro = Source("d/ro.txt", "r");
+  ::chmod(ro.c_str(), 0444);
+  EXPECT_EQ(ErrorOf([&] { fs.DeleteFolder(Src("d"), false); }), EACCES);
+  fs.DeleteFolder(Src("d"), true);
+  EXPECT_FALSE(Exists(Src("d")));
+  EXPECT_TRUE(Exists(Dst("keep.txt")));
+  EXPECT_EQ(ErrorOf([&] { fs.RemoveFolder(src); }), 0);
+  EXPECT_EQ(ErrorOf([&] { fs.RemoveFolder(dst); }), ENOTEMPTY);
+}
+
+TEST_F(FileOpsTest, SameFileMeansOneDirectoryEntry) {
+  const std::string a = Source("a.txt", "a");
+  std::filesystem::create_symlink(a, Dst("link.txt"));
+  std::filesystem::create_hard_link(a, Dst("hard.txt"));
+  EXPECT_TRUE(fs.SameFile(a, a));
+  EXPECT_TRUE(fs.SameFile(a, src + "/./a.txt"));
+  EXPECT_TRUE(fs.SameFile(a, Dst("link.txt")));
+  EXPECT_FALSE(fs.SameFile(a, Dst("hard.txt")));
+  EXPECT_FALSE(fs.SameFile(a, Dst("none.txt")));
+}
+
+}  // namespace
+}  // namespace orvKestrel::testing

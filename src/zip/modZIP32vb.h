@@ -1,8 +1,54 @@
 // The zip facade: the archive operations the engine uses, under their names, on libzip.
+//
+// Writing. ZipFile and ZipAddFile stage a file in an archive that stays open across calls for
+// the same path; the archive is written when Flush() commits it (or when a call names another
+// archive). libzip writes a temporary file beside the archive and renames it into place, so an
+// archive is either as it was or complete; a cancelled or failed commit leaves it as it was.
+// A staged source is read at commit time: callers that delete sources must wait for a
+// successful Flush() and leave out the files in FailedSources().
+//
+// What the values the engine passes mean here:
+//
+//   call / value                   meaning
+//   -----------------------------  --------------------------------------------------------------
+//   ZipFile mode, flags            The archive is created when missing, otherwise opened and
+//   ZipAddFile mode                added to: entries already in it are always kept, and an entry
+//     (0..7; 3; 4)                 of the same name from an earlier commit is replaced. Every
+//                                  value behaves so (4, the "add to an existing archive" policy,
+//                                  as much as 0 or 3): dropping an existing archive would lose
+//                                  the entries of earlier runs whose sources are gone.
+//   same entry name twice in one   The second file is refused (result 0): replacing the staged
+//     uncommitted archive          entry would drop the first file while its source may be
+//                                  deleted after the commit.
+//   password (ZipFile)             Non-empty: entries are written AES-256 encrypted. Kept for the
+//                                  ZipAddFile calls that follow.
+//   SetCompressionRate(rate)       Deflate level, clamped to 0..9; 0 stores.
+//   SaveFolderLocation(base)       Entry name = the file's path below base, "/"-separated,
+//                                  UTF-8; a file outside base keeps its path without the leading
+//                                  "/". Entries carry the files' modification times.
+//   UnZipEx overwriteMode          For a file that already exists in the destination:
+//     0 (default), 2               keep the existing file (the entry is not extracted),
+//     3                            replace it,
+//     4                            replace it when the entry is newer than the file.
+//   UnZipEx keepFolders            0: every file flat into the destination; else stored folders.
+//   UnZipEx filter                 Wildcards (* ?) against the entry's file name, without regard
+//                                  to ASCII case; "*.*" and "*" take every file; several
+//                                  patterns may be separated by ";".
+//   CheckZipFile result            0 readable, 1 damaged or without files, 2 missing, 3 not a zip
+//                                  archive, 4 the password does not open the archive's encrypted
+//                                  entries (missing or wrong: tested on the first encrypted
+//                                  file, which costs one header check, not a decompression).
+//
+// Reading takes traditional (PKWARE) and AES entries. Extraction never writes outside its
+// destination: entries with an absolute path or a ".." component, links whose target leaves
+// the destination, and files whose folder below the destination is a link are refused and
+// listed in Failures(); the rest is extracted. Each file is written to a temporary name and
+// renamed, so no partial file stands under an entry's name; it gets the entry's time.
 #pragma once
 
 #include <atomic>
 #include <cstdint>
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -12,6 +58,14 @@ class FileSystem;
 
 class ZipLibrary {
  public:
+  // Why an entry of the last UnZipEx was not extracted.
+  struct EntryFailure {
+    enum class Kind { Unsafe, Password, Damaged, Write };
+    Kind kind;
+    std::string entry;
+    std::string reason;
+  };
+
   explicit ZipLibrary(FileSystem& fs);
   ~ZipLibrary();
   ZipLibrary(const ZipLibrary&) = delete;
@@ -20,33 +74,56 @@ class ZipLibrary {
   void InitZip();
   void SetCompressionRate(std::int32_t rate);
   void SaveFolderLocation(const std::string& base);
+  // 1: the file is staged in the archive; 0: it is not.
   std::int32_t ZipFile(const std::string& archive, const std::string& file,
                        const std::string& password, std::int32_t mode, std::int32_t flags);
   std::int32_t ZipAddFile(const std::string& archive, const std::string& file, std::int32_t mode,
                           std::int32_t flags);
-  // 0 readable, 1 damaged or without files, 2 missing, 3 not a zip archive.
   std::int32_t CheckZipFile(const std::string& archive, const std::string& password);
+  // Files (not folders) in the archive; 0 when it cannot be opened.
   std::int32_t ZipFileCount(const std::string& archive);
+  // Files extracted (links included, folders not).
   std::int32_t UnZipEx(const std::string& archive, const std::string& destination,
                        const std::string& filter, std::int32_t keepFolders,
                        const std::string& password, std::int32_t overwriteMode,
                        std::int32_t reserved);
-  // Asks the operation in progress to stop. Safe from another thread or a signal handler.
+  // Asks the operation in progress (a commit or an extraction) to stop. Safe from another
+  // thread or a signal handler.
   void CancelZip();
-  // Commits an archive kept open across ZipFile/ZipAddFile calls; a no-op when none is open.
-  void Flush();
-  // Entries of the last UnZipEx that were refused because they would land outside the
-  // destination.
-  const std::vector<std::string>& RefusedEntries() const { return refused_; }
+
+  // Commits the open archive; true when it was written or none was open. With durable, the
+  // written archive is flushed to disk before Flush returns (do so before deleting sources).
+  bool Flush(bool durable = false);
+  // The archive staged and not yet committed ("" when none).
+  std::string OpenArchive() const;
+  // Why the last Flush failed ("" when it did not).
+  const std::string& FlushError() const { return flushError_; }
+  // Sources of the last Flush that could not be read at commit time and were left out.
+  const std::vector<std::string>& FailedSources() const { return failedSources_; }
+  // Whether the last commit or extraction ended because of CancelZip.
+  bool LastCancelled() const { return lastCancelled_; }
+  // Entries of the last UnZipEx that were not extracted because of an error.
+  const std::vector<EntryFailure>& Failures() const { return failures_; }
+  // Flushes everything the last UnZipEx wrote to disk (before its archive is deleted).
+  void SyncExtracted();
 
  private:
-  struct State;
+  struct Session;
+  Session* OpenSession(const std::string& archive);
+  std::int32_t Stage(const std::string& archive, const std::string& file);
+  bool Commit(bool durable);
+
   FileSystem& fs_;
   std::atomic<bool> cancel_{false};
-  std::vector<std::string> refused_;
-  std::int32_t rate_ = 3;
+  std::unique_ptr<Session> session_;
+  std::int32_t rate_ = 6;
   std::string base_;
   std::string password_;
+  std::string flushError_;
+  std::vector<std::string> failedSources_;
+  bool lastCancelled_ = false;
+  std::vector<EntryFailure> failures_;
+  std::string lastDestination_;
 };
 
 }  // namespace orvKestrel

@@ -1,0 +1,153 @@
+#include "zip/ZipNames.h"
+
+#include <cstdint>
+
+namespace orvKestrel::zipnames {
+namespace {
+
+char Lower(char c) { return (c >= 'A' && c <= 'Z') ? static_cast<char>(c - 'A' + 'a') : c; }
+
+// Length of the UTF-8 sequence that starts with c (1 for a stray byte).
+std::size_t SeqLen(unsigned char c) {
+  if (c >= 0xF0 && c <= 0xF4) return 4;
+  if (c >= 0xE0) return c <= 0xEF ? 3 : 1;
+  if (c >= 0xC2) return 2;
+  return 1;
+}
+
+std::size_t CharLen(std::string_view s, std::size_t i) {
+  const std::size_t n = SeqLen(static_cast<unsigned char>(s[i]));
+  return i + n <= s.size() ? n : 1;
+}
+
+// Wildcard match with one backtracking point per "*": linear in practice, never exponential.
+bool Wild(std::string_view p, std::string_view s) {
+  std::size_t pi = 0, si = 0;
+  std::size_t starP = std::string_view::npos, starS = 0;
+  while (si < s.size()) {
+    if (pi < p.size() && p[pi] == '*') {
+      starP = pi++;
+      starS = si;
+    } else if (pi < p.size() && p[pi] == '?') {
+      ++pi;
+      si += CharLen(s, si);
+    } else if (pi < p.size() && Lower(p[pi]) == Lower(s[si])) {
+      ++pi;
+      ++si;
+    } else if (starP != std::string_view::npos) {
+      pi = starP + 1;
+      starS += CharLen(s, starS);
+      si = starS;
+    } else {
+      return false;
+    }
+  }
+  while (pi < p.size() && p[pi] == '*') ++pi;
+  return pi == p.size();
+}
+
+std::string_view Trim(std::string_view s) {
+  while (!s.empty() && s.front() == ' ') s.remove_prefix(1);
+  while (!s.empty() && s.back() == ' ') s.remove_suffix(1);
+  return s;
+}
+
+}  // namespace
+
+std::string EntryName(std::string_view file, std::string_view base) {
+  while (!base.empty() && base.back() == '/') base.remove_suffix(1);
+  std::string_view rest = file;
+  if (!base.empty() && file.size() > base.size() && file.substr(0, base.size()) == base &&
+      file[base.size()] == '/') {
+    rest = file.substr(base.size());
+  }
+  while (!rest.empty() && rest.front() == '/') rest.remove_prefix(1);
+  return std::string(rest);
+}
+
+bool IsValidUtf8(std::string_view text) {
+  std::size_t i = 0;
+  while (i < text.size()) {
+    const auto c = static_cast<unsigned char>(text[i]);
+    if (c < 0x80) {
+      ++i;
+      continue;
+    }
+    const std::size_t n = SeqLen(c);
+    if (n == 1 || i + n > text.size()) return false;
+    std::uint32_t cp = c & (0xFF >> (n + 1));
+    for (std::size_t k = 1; k < n; ++k) {
+      const auto cc = static_cast<unsigned char>(text[i + k]);
+      if ((cc & 0xC0) != 0x80) return false;
+      cp = (cp << 6) | (cc & 0x3F);
+    }
+    const std::uint32_t min = n == 2 ? 0x80 : n == 3 ? 0x800 : 0x10000;
+    if (cp < min || cp > 0x10FFFF || (cp >= 0xD800 && cp <= 0xDFFF)) return false;
+    i += n;
+  }
+  return true;
+}
+
+NameFilter::NameFilter(std::string_view filter) {
+  std::string_view rest = filter;
+  for (;;) {
+    const auto pos = rest.find(';');
+    const std::string_view one = Trim(rest.substr(0, pos));
+    if (one == "*" || one == "*.*") all_ = true;
+    if (!one.empty()) patterns_.emplace_back(one);
+    if (pos == std::string_view::npos) break;
+    rest = rest.substr(pos + 1);
+  }
+  if (patterns_.empty()) all_ = true;
+}
+
+bool NameFilter::Matches(std::string_view name) const {
+  if (all_) return true;
+  for (const auto& p : patterns_) {
+    if (Wild(p, name)) return true;
+  }
+  return false;
+}
+
+SplitPath SplitEntryPath(std::string_view name) {
+  SplitPath out;
+  if (!name.empty() && name.front() == '/') {
+    out.refused = "absolute path";
+    return out;
+  }
+  std::string_view rest = name;
+  while (!rest.empty()) {
+    const auto pos = rest.find('/');
+    const std::string_view part = rest.substr(0, pos);
+    rest = pos == std::string_view::npos ? std::string_view() : rest.substr(pos + 1);
+    if (part.empty() || part == ".") continue;
+    if (part == "..") {
+      out.parts.clear();
+      out.refused = "path leaves the destination (\"..\")";
+      return out;
+    }
+    out.parts.emplace_back(part);
+  }
+  return out;
+}
+
+bool LinkStaysInside(const std::vector<std::string>& folder, std::string_view target) {
+  if (target.empty() || target.front() == '/') return false;
+  std::size_t depth = folder.size();
+  std::string_view rest = target;
+  while (!rest.empty()) {
+    const auto pos = rest.find('/');
+    const std::string_view part = rest.substr(0, pos);
+    rest = pos == std::string_view::npos ? std::string_view() : rest.substr(pos + 1);
+    if (part.empty() || part == ".") continue;
+    if (part == "..") {
+      if (depth == 0) return false;
+      --depth;
+    } else {
+      ++depth;
+    }
+  }
+  return true;
+}
+
+}  // namespace orvKestrel::zipnames

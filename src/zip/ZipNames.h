@@ -1,0 +1,43 @@
+// Pure text rules of the zip facade: entry names, name filters and the safety test of the
+// paths stored in an archive.
+#pragma once
+
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace orvKestrel::zipnames {
+
+// The entry name of file relative to base: the part below base without leading "/"; a file
+// outside base keeps its whole path without the leading "/".
+std::string EntryName(std::string_view file, std::string_view base);
+
+bool IsValidUtf8(std::string_view text);
+
+// The filter of an extraction: wildcard patterns separated by ";" (blanks around them
+// ignored), "*" any run of characters, "?" one character, ASCII case ignored. An empty filter,
+// "*" and "*.*" take every name.
+class NameFilter {
+ public:
+  explicit NameFilter(std::string_view filter);
+  bool Matches(std::string_view name) const;
+  bool TakesAll() const { return all_; }
+
+ private:
+  std::vector<std::string> patterns_;
+  bool all_ = false;
+};
+
+// The components of a stored path, or the reason why it is refused because it would leave
+// the destination (absolute, or a ".." component). Empty and "." components are dropped.
+struct SplitPath {
+  std::vector<std::string> parts;
+  std::string refused;  // non-empty: why the path is refused
+};
+SplitPath SplitEntryPath(std::string_view name);
+
+// Whether a link stored at the folder parts (below the destination) with this target stays
+// inside the destination when its target is resolved by text.
+bool LinkStaysInside(const std::vector<std::string>& folder, std::string_view target);
+
+}  // namespace orvKestrel::zipnames

@@ -1,6 +1,7 @@
 // The writing half of the zip facade (staging, commit), and the archive tests.
 #include "zip/modZIP32vb.h"
 
+#include "platform/FileSystem.h"
 #include "zip/ZipHandle.h"
 #include "zip/ZipNames.h"
 
@@ -10,6 +11,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <cstring>
 #include <unordered_set>
 
 namespace orvKestrel {
@@ -120,7 +122,7 @@ std::int32_t ZipLibrary::Stage(const std::string& archive, const std::string& fi
   const std::string name = zipnames::EntryName(file, base_);
   if (name.empty() || s->names.count(name) != 0) return 0;
   time_t mtime = 0;
-  if (!ReadableFile(file, mtime)) return 0;
+  if (fs_.faults().Check(FaultOp::Open) != 0 || !ReadableFile(file, mtime)) return 0;
   zip_t* za = s->za.get();
   zip_source_t* src = zip_source_file_create(file.c_str(), 0, -1, nullptr);
   if (src == nullptr) return 0;
@@ -169,6 +171,11 @@ bool ZipLibrary::Commit(bool durable) {
   if (!session_) return true;
   std::unique_ptr<Session> s = std::move(session_);
   zip_t* za = s->za.get();
+  // An injected fault stands for the commit's own writing failing: nothing is written.
+  if (const int err = fs_.faults().Check(FaultOp::Write)) {
+    flushError_ = std::strerror(err);
+    return false;
+  }
   for (;;) {
     if (zip_close(za) == 0) {
       (void)s->za.release();  // closed and freed by libzip

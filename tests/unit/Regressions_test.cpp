@@ -5,6 +5,7 @@
 #include "jobs/Profile.h"
 #include "selection/RegExp.h"
 #include "selection/Sync.h"
+#include "unit/ZipTestSupport.h"
 
 namespace orvKestrel::testing {
 namespace {
@@ -99,6 +100,19 @@ TEST_F(FaultRegressions, SyncRemovesNothingBelowAPrimaryFolderItCannotList) {
   EXPECT_TRUE(Exists(Dst("sub/kept.txt")));
   EXPECT_TRUE(Exists(Dst("top.txt")));
   EXPECT_FALSE(Exists(Dst("only-here.txt")));  // what the listing did show still counts
+}
+
+// A further file that could not be added to a new archive got its "Fehler" line, but the job
+// still ended as a success.
+TEST(CompressionRegression, AFileLeftOutOfANewArchiveFailsTheJob) {
+  ZipEngine z;
+  z.j.Action = 3;
+  FileList files{z.Src("a.txt"), z.Src("b.txt")};
+  z.e.fs.faults().Arm(FaultOp::Open, 2, EACCES);  // the second file's opening
+  z.e.Zip_Files(files, z.j);
+  EXPECT_TRUE(z.e.fs.faults().Fired());
+  EXPECT_EQ(z.ev.Texts().back(), "Fehler: " + z.Src("b.txt"));
+  EXPECT_TRUE(z.e.jobError);
 }
 
 }  // namespace

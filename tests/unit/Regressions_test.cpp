@@ -115,5 +115,21 @@ TEST(CompressionRegression, AFileLeftOutOfANewArchiveFailsTheJob) {
   EXPECT_TRUE(z.e.jobError);
 }
 
+// The temporary file of an atomic write was named "." + name + a suffix: for a job file whose
+// name is already 255 bytes long that is no valid name, and the run state was never written.
+TEST(HostileNames, AFileWithALongestNameIsStillReplacedAtomically) {
+  TempDir dir;
+  const std::string path = dir / (std::string(251, 'j') + ".kjb");
+  WriteFile(path, "[Job]\nCounter=1\n");
+  FileSystem fs;
+  fs.WriteFileAtomic(path, "[Job]\nCounter=2\n");
+  EXPECT_EQ(ReadFile(path), "[Job]\nCounter=2\n");
+  std::vector<std::string> names;
+  for (const auto& e : std::filesystem::directory_iterator(dir.str())) {
+    names.push_back(e.path().filename().string());
+  }
+  EXPECT_EQ(names, std::vector<std::string>{std::string(251, 'j') + ".kjb"});
+}
+
 }  // namespace
 }  // namespace orvKestrel::testing

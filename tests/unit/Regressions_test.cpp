@@ -7,6 +7,9 @@
 #include "selection/Sync.h"
 #include "unit/ZipTestSupport.h"
 
+#include <atomic>
+#include <thread>
+
 namespace orvKestrel::testing {
 namespace {
 
@@ -151,6 +154,27 @@ TEST_F(FaultRegressions, AFileWithALongestNameGoesToTheTrash) {
   } else {
     ::unsetenv("XDG_DATA_HOME");
   }
+}
+
+// A source that grew while it was copied was copied as far as the copy read it, and that torn
+// copy was put in place as if it were the file.
+TEST_F(FaultRegressions, AFileThatChangesWhileItIsCopiedIsNotPutInPlace) {
+  const std::string file = Source("growing.log", std::string(16 << 20, 'x'));
+  std::atomic<bool> done{false};
+  std::thread writer([&] {
+    const int fd = ::open(file.c_str(), O_WRONLY | O_APPEND);
+    while (!done.load()) {
+      if (::write(fd, "y", 1) != 1) break;
+    }
+    ::close(fd);
+  });
+  EXPECT_THROW(engine.fs.CopyFile(file, Dst("growing.log"), false), KestrelError);
+  done = true;
+  writer.join();
+  EXPECT_FALSE(Exists(Dst("growing.log")));
+  EXPECT_TRUE(Names(dst).empty());  // nor its temporary
+  engine.fs.CopyFile(file, Dst("growing.log"), false);  // at rest it copies
+  EXPECT_EQ(ReadFile(Dst("growing.log")), ReadFile(file));
 }
 
 }  // namespace

@@ -6,6 +6,7 @@
 #include <fcntl.h>
 #include <sys/stat.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
 #include <memory>
@@ -23,6 +24,21 @@ bool IsDot(const char* name) {
 }
 
 }  // namespace
+
+bool IsEngineTemporary(std::string_view name) {
+  if (!name.starts_with('.')) return false;
+  const auto at = name.rfind(".kestrel-");
+  if (at == std::string_view::npos) return false;
+  std::string_view rest = name.substr(at + 9);
+  const auto all = [](std::string_view s, auto pred) {
+    return !s.empty() && std::all_of(s.begin(), s.end(), [&](char c) { return pred(c); });
+  };
+  const auto digit = [](char c) { return c >= '0' && c <= '9'; };
+  const auto hex = [](char c) { return (c >= '0' && c <= '9') || (c >= 'a' && c <= 'f'); };
+  if (at == 0 && rest.size() == 20 && rest.ends_with(".tmp")) return all(rest.substr(0, 16), hex);
+  if (rest.starts_with("tmp-")) rest.remove_prefix(4);
+  return at > 0 && all(rest, digit);
+}
 
 void FileSystem::Gate(FaultOp op) {
   if (const int err = faults_.Check(op)) ThrowSys(err);

@@ -43,7 +43,7 @@ void AddFiles(Engine& e, const std::string& vsFolderPath, const std::vector<DirE
   if (e.Stopped()) return;
   if (!e.regex) e.regex = std::make_unique<RegExpCache>();
   for (const DirEntry& entry : entries) {
-    if (entry.isDir) continue;
+    if (entry.isDir || IsEngineTemporary(entry.name)) continue;  // left by a killed run
     std::string full = BuildPath(vsFolderPath, entry.name);
     if (!IsSelectableFile(e, entry, full)) continue;
     const std::string base = GetBaseName(full);

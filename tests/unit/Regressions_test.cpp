@@ -31,11 +31,11 @@ TEST(Regressions, ProfileWriteOfAsciiIntoAsciiStaysByteForByte) {
   EXPECT_EQ(SetProfileValue(file, "Job", "Status", "5"), "[Job]\r\nStatus=5\r\nFrom=/a\r\n");
 }
 
-class NewlineNames : public SelectionTest {};
+class WalkRegressions : public SelectionTest {};
 
 // "*" is ".*", and "." did not match a line break: a file whose name holds one was never taken
 // by a wildcard pattern.
-TEST_F(NewlineNames, WildcardsTakeNamesWithLineBreaks) {
+TEST_F(WalkRegressions, WildcardsTakeNamesWithLineBreaks) {
   RegExpCache re;
   std::string star = "*", around = "*b*";
   e.CleanFilePattern(star, false);
@@ -48,7 +48,7 @@ TEST_F(NewlineNames, WildcardsTakeNamesWithLineBreaks) {
   EXPECT_FALSE(re.Test("^a$", "a\n"));  // "$" still only at the very end
 }
 
-TEST_F(NewlineNames, TheWalkSelectsThemByPattern) {
+TEST_F(WalkRegressions, TheWalkSelectsThemByPattern) {
   WriteFile(In("line\nbreak.txt"), "x");
   job j = MakeJob();
   j.DoFileMatch = 2;
@@ -175,6 +175,26 @@ TEST_F(FaultRegressions, AFileThatChangesWhileItIsCopiedIsNotPutInPlace) {
   EXPECT_TRUE(Names(dst).empty());  // nor its temporary
   engine.fs.CopyFile(file, Dst("growing.log"), false);  // at rest it copies
   EXPECT_EQ(ReadFile(Dst("growing.log")), ReadFile(file));
+}
+
+// A killed copy leaves its hidden temporary beside the destination; a later synchronisation
+// walked it as a file of the job and carried the partial file back into the source folder.
+TEST_F(WalkRegressions, TheWalkPassesOverTemporariesOfKilledRuns) {
+  const std::vector<std::string> temporaries = {".kestrel-0123456789abcdef.tmp",
+                                                ".a.kjb.kestrel-tmp-123456", ".b.txt.kestrel-42"};
+  const std::vector<std::string> files = {"plain.txt", ".kestrel-notes.txt", "a.kestrel-42",
+                                          ".kestrel-0123456789abcdeg.tmp", ".x.kestrel-tmp-"};
+  for (const auto& n : temporaries) WriteFile(In(n), "partial");
+  for (const auto& n : files) WriteFile(In(n), "file");
+  job j = MakeJob();
+  e.regex = std::make_unique<RegExpCache>();
+  e.FindFiles(j.From, "*.*", false, j);
+  std::vector<std::string> found;
+  for (const auto& f : e.files) found.push_back(f.substr(In("").size()));
+  std::sort(found.begin(), found.end());
+  std::vector<std::string> expected = files;
+  std::sort(expected.begin(), expected.end());
+  EXPECT_EQ(found, expected);
 }
 
 }  // namespace

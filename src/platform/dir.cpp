@@ -7,6 +7,7 @@
 #include <sys/stat.h>
 
 #include <algorithm>
+#include <cctype>
 #include <cerrno>
 #include <cstring>
 #include <memory>
@@ -35,7 +36,13 @@ bool IsEngineTemporary(std::string_view name) {
   };
   const auto digit = [](char c) { return c >= '0' && c <= '9'; };
   const auto hex = [](char c) { return (c >= '0' && c <= '9') || (c >= 'a' && c <= 'f'); };
-  if (at == 0 && rest.size() == 20 && rest.ends_with(".tmp")) return all(rest.substr(0, 16), hex);
+  if (at == 0 && rest.size() >= 20 && rest.substr(16, 4) == ".tmp") {
+    // An archive's staging name may carry libzip's temporary suffix ".XXXXXX".
+    const std::string_view tail = rest.substr(20);
+    const auto alnum = [](char c) { return std::isalnum(static_cast<unsigned char>(c)) != 0; };
+    return all(rest.substr(0, 16), hex) &&
+           (tail.empty() || (tail.size() == 7 && tail[0] == '.' && all(tail.substr(1), alnum)));
+  }
   if (rest.starts_with("tmp-")) rest.remove_prefix(4);
   return at > 0 && all(rest, digit);
 }

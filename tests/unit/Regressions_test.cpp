@@ -6,6 +6,7 @@
 #include "selection/RegExp.h"
 #include "selection/Sync.h"
 #include "unit/ZipTestSupport.h"
+#include "zip/modZIP32vb.h"
 
 #include <atomic>
 #include <thread>
@@ -180,10 +181,12 @@ TEST_F(FaultRegressions, AFileThatChangesWhileItIsCopiedIsNotPutInPlace) {
 // A killed copy leaves its hidden temporary beside the destination; a later synchronisation
 // walked it as a file of the job and carried the partial file back into the source folder.
 TEST_F(WalkRegressions, TheWalkPassesOverTemporariesOfKilledRuns) {
-  const std::vector<std::string> temporaries = {".kestrel-0123456789abcdef.tmp",
-                                                ".a.kjb.kestrel-tmp-123456", ".b.txt.kestrel-42"};
-  const std::vector<std::string> files = {"plain.txt", ".kestrel-notes.txt", "a.kestrel-42",
-                                          ".kestrel-0123456789abcdeg.tmp", ".x.kestrel-tmp-"};
+  const std::vector<std::string> temporaries = {
+      ".kestrel-0123456789abcdef.tmp", ".kestrel-0123456789abcdef.tmp.Ab12Cd",
+      ".a.kjb.kestrel-tmp-123456", ".b.txt.kestrel-42"};
+  const std::vector<std::string> files = {
+      "plain.txt", ".kestrel-notes.txt", "a.kestrel-42", ".kestrel-0123456789abcdeg.tmp",
+      ".x.kestrel-tmp-", ".kestrel-0123456789abcdef.tmp.toolong"};
   for (const auto& n : temporaries) WriteFile(In(n), "partial");
   for (const auto& n : files) WriteFile(In(n), "file");
   job j = MakeJob();
@@ -195,6 +198,64 @@ TEST_F(WalkRegressions, TheWalkPassesOverTemporariesOfKilledRuns) {
   std::vector<std::string> expected = files;
   std::sort(expected.begin(), expected.end());
   EXPECT_EQ(found, expected);
+}
+
+// libzip commits an archive through "<archive>.XXXXXX" beside it: a killed compression left a
+// visible, partial file that looked like an archive. The archive is now written under a hidden
+// staging name; whatever the commit does, the folder shows the archive or nothing.
+TEST(ZipStagingRegression, AnArchiveFolderShowsOnlyTheArchiveBeforeDuringAndAfter) {
+  ZipEngine z;
+  const std::string a = z.Src("a.txt", "alpha"), b = z.Src("b.txt", "beta");
+  const std::string archive = z.Out("x.zip");
+  const auto folder = [&] {
+    std::vector<std::string> names;
+    for (const auto& e : std::filesystem::directory_iterator(z.j.To)) {
+      names.push_back(e.path().filename().string());
+    }
+    return names;
+  };
+  std::string noise(12 << 20, '\0');
+  std::mt19937_64 rng(7);
+  for (char& c : noise) c = static_cast<char>(rng());
+  const std::string big = z.Src("big.bin", noise);
+  ZipLibrary& zip = *z.e.zip;
+  zip.SaveFolderLocation(z.j.From);
+  ASSERT_EQ(zip.ZipFile(archive, a, "", 0, 0), 1);
+  ASSERT_EQ(zip.ZipAddFile(archive, big, 3, 0), 1);
+  // While the commit writes, every name in the folder is a hidden temporary.
+  std::atomic<bool> done{false};
+  std::vector<std::string> seen;
+  std::thread watcher([&] {
+    while (!done.load()) {
+      for (const std::string& n : folder()) {
+        if (std::find(seen.begin(), seen.end(), n) == seen.end()) seen.push_back(n);
+      }
+    }
+  });
+  const bool flushed = zip.Flush();
+  done = true;
+  watcher.join();
+  ASSERT_TRUE(flushed);
+  for (const std::string& n : seen) EXPECT_TRUE(n == "x.zip" || IsEngineTemporary(n)) << n;
+  EXPECT_FALSE(seen.empty());  // the watcher saw the commit at work
+  EXPECT_EQ(folder(), std::vector<std::string>{"x.zip"});
+  const std::string first = ReadFile(archive);
+  // A commit that fails leaves the archive as it was and nothing beside it.
+  ASSERT_EQ(zip.ZipAddFile(archive, b, 4, 0), 1);
+  z.e.fs.faults().Arm(FaultOp::Write, 1, ENOSPC);
+  EXPECT_FALSE(zip.Flush());
+  z.e.fs.faults().Disarm();
+  EXPECT_EQ(folder(), std::vector<std::string>{"x.zip"});
+  EXPECT_EQ(ReadFile(archive), first);
+  // Adding to it keeps its entries; a commit with nothing new changes nothing.
+  ASSERT_EQ(zip.ZipAddFile(archive, b, 4, 0), 1);
+  ASSERT_TRUE(zip.Flush());
+  EXPECT_EQ(folder(), std::vector<std::string>{"x.zip"});
+  EXPECT_EQ(zip.ZipFileCount(archive), 3);
+  zip.ZipAddFile(archive, b, 4, 0);  // the same entry again, refused or replaced
+  zip.Flush();
+  EXPECT_EQ(folder(), std::vector<std::string>{"x.zip"});
+  EXPECT_EQ(zip.ZipFileCount(archive), 3);
 }
 
 }  // namespace

@@ -2,7 +2,8 @@
 // files (folders of 1,000), once as a preview of a copy and once as a synchronisation pass over
 // two folders that already agree (the destination made by `cp -a`). Prints the wall time and
 // the peak resident memory of the kestrel process (wait4's ru_maxrss) for each size, and the
-// ratio of the times, which is 10 for linear growth. The trees are removed afterwards.
+// ratio of the times, which is 10 for linear growth (the better of two runs each, after the
+// trees are flushed to disk). The trees are removed afterwards.
 //   bench_scale [PARENT_DIR] [SMALL] [LARGE]   (default: the temporary folder, 100000, 1000000)
 // Needs about 2 x LARGE inodes and a few GB; runs by hand (minutes), not in CI.
 #include <fcntl.h>
@@ -10,6 +11,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
@@ -43,7 +45,7 @@ void MakeTree(const fs::path& root, long files) {
 }
 
 // Runs a command as a child (its output discarded) and measures it with wait4.
-Measure RunMeasured(const std::vector<std::string>& args) {
+Measure RunOnce(const std::vector<std::string>& args) {
   const auto start = Clock::now();
   const pid_t pid = ::fork();
   if (pid == 0) {
@@ -63,6 +65,17 @@ Measure RunMeasured(const std::vector<std::string>& args) {
   m.maxRssMb = usage.ru_maxrss / 1024;
   m.exitCode = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
   return m;
+}
+
+// The better of two runs: the first may still share the disk with the writing back of the
+// freshly made trees and meet cold caches.
+Measure RunMeasured(const std::vector<std::string>& args) {
+  const Measure a = RunOnce(args);
+  const Measure b = RunOnce(args);
+  Measure best = a.seconds <= b.seconds ? a : b;
+  best.maxRssMb = std::max(a.maxRssMb, b.maxRssMb);
+  best.exitCode = a.exitCode != 0 ? a.exitCode : b.exitCode;
+  return best;
 }
 
 void WriteJob(const fs::path& jobs, const std::string& name, const std::string& keys) {
@@ -89,6 +102,7 @@ Row RunSize(const fs::path& parent, long files) {
   if (std::system(("cp -a '" + src.string() + "' '" + dst.string() + "'").c_str()) != 0) {
     std::fprintf(stderr, "scale: cp -a failed\n");
   }
+  ::sync();
   Row row{files, {}, {}};
   WriteJob(root / "jobs-preview", "preview",
            "From=" + src.string() + "\nTo=" + copyTo.string() + "\nAction=0\nDoPreview=1\n");

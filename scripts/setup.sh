@@ -8,6 +8,7 @@ PACKAGES=(
   libzip-dev libpcre2-dev uuid-dev libcli11-dev nlohmann-json3-dev libfmt-dev
   libgtest-dev libgmock-dev googletest libbenchmark-dev
   zip unzip p7zip-full python3 attr rsync time
+  clang libclang-rt-14-dev
 )
 
 missing=()

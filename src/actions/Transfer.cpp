@@ -78,9 +78,12 @@ class FileTransfer {
     LogDone();
   }
 
+  // A copy replaces the old file in one step (its rename), so that a copy that fails leaves it
+  // as it was. A move cannot replace: the old file is deleted first, and a move that then fails
+  // loses it (the source survives).
   void Replace() {
     RefuseSameFile(e_, src_, dest_);
-    e_.fs.DeleteFile(dest_, true);
+    if (!Copying()) e_.fs.DeleteFile(dest_, true);
     Transfer(true);
     if (!Copying() && job_.Exist == 3 && job_.FStruct == 1) e_.CheckEmptyFolder(src_, job_);
     SetAttributes();

@@ -180,6 +180,8 @@ class Engine {
   std::string savedFrom, savedTo;
   std::unordered_set<std::string> previewReported;  // synchronisation preview: reported files
   bool lastNoRoom = false;  // the free-space check's last answer
+  // Folders that a walk could not list (each ends in "/"): their files are unknown, not absent.
+  std::vector<std::string> unlistedFolders;
   FileTimes sourceTimes, destTimes;
 };
 

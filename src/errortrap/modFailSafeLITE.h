@@ -8,7 +8,6 @@
 #include <chrono>
 #include <cstdint>
 #include <initializer_list>
-#include <source_location>
 #include <string>
 #include <string_view>
 #include <utility>
@@ -70,13 +69,15 @@ class Proc {
 
   // Runs one statement. When it throws, the trap reports it and the host decides: Retry runs it
   // again, Ignore goes on with the next statement (true), Leave ends the procedure (false).
+  // line is the caller's (std::source_location is not available to clang with this libstdc++,
+  // and the fuzz build uses clang).
   template <class F>
-  bool Do(F&& statement, std::source_location loc = std::source_location::current()) {
+  bool Do(F&& statement, int line = __builtin_LINE()) {
     for (;;) {
       int number = 0;
       std::string description;
       if (RunCaught(statement, number, description)) return true;
-      switch (trap_.Report(module_, proc_, number, description, static_cast<int>(loc.line()))) {
+      switch (trap_.Report(module_, proc_, number, description, line)) {
         case TrapAction::Retry: continue;
         case TrapAction::Ignore: return true;
         case TrapAction::Leave: return false;

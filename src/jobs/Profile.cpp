@@ -165,6 +165,19 @@ void CheckWritable(std::string_view section, std::string_view key, std::string_v
   }
 }
 
+// True when the Windows-1252 bytes of lines form valid UTF-8 holding a non-ASCII byte: such a
+// file would be read as UTF-8 (pure ASCII reads the same either way).
+bool WouldReadAsUtf8(const std::vector<RawLine>& lines) {
+  std::string all;
+  bool nonAscii = false;
+  for (const RawLine& l : lines) {
+    for (const char c : l.bytes) nonAscii = nonAscii || static_cast<unsigned char>(c) >= 0x80;
+    all += l.bytes;
+    all += l.eol;
+  }
+  return nonAscii && codepage::IsValidUtf8(all);
+}
+
 }  // namespace
 
 std::string SetProfileValue(std::string_view bytes, std::string_view section, std::string_view key,
@@ -211,6 +224,11 @@ std::string SetProfileValue(std::string_view bytes, std::string_view section, st
       }
       l.bytes = std::move(*enc);
     }
+  }
+  if (!utf8 && WouldReadAsUtf8(lines)) {
+    // The edit removed the only bytes that made the file Windows-1252: kept as they are, the
+    // remaining non-ASCII bytes would read back as UTF-8 and change other keys' values.
+    utf8 = true;
   }
   std::string out = bom;
   out.reserve(bytes.size() + value.size() + key.size() + section.size() + 16);

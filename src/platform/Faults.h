@@ -7,8 +7,10 @@
 
 namespace orvKestrel {
 
+// List is the listing of a folder, apart from Open: a walk treats a folder it cannot list as
+// empty, while a file it cannot open is an error.
 enum class FaultOp : std::uint8_t {
-  Open, Read, Write, Rename, Unlink, Copy, Statvfs, SetTimes, SetAttributes, Trash, Count
+  Open, Read, Write, Rename, Unlink, Copy, Statvfs, SetTimes, SetAttributes, Trash, List, Count
 };
 
 class Faults {

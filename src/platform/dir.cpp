@@ -6,6 +6,8 @@
 #include <fcntl.h>
 #include <sys/stat.h>
 
+#include <algorithm>
+#include <cctype>
 #include <cerrno>
 #include <cstring>
 #include <memory>
@@ -24,6 +26,27 @@ bool IsDot(const char* name) {
 
 }  // namespace
 
+bool IsEngineTemporary(std::string_view name) {
+  if (!name.starts_with('.')) return false;
+  const auto at = name.rfind(".kestrel-");
+  if (at == std::string_view::npos) return false;
+  std::string_view rest = name.substr(at + 9);
+  const auto all = [](std::string_view s, auto pred) {
+    return !s.empty() && std::all_of(s.begin(), s.end(), [&](char c) { return pred(c); });
+  };
+  const auto digit = [](char c) { return c >= '0' && c <= '9'; };
+  const auto hex = [](char c) { return (c >= '0' && c <= '9') || (c >= 'a' && c <= 'f'); };
+  if (at == 0 && rest.size() >= 20 && rest.substr(16, 4) == ".tmp") {
+    // An archive's staging name may carry libzip's temporary suffix ".XXXXXX".
+    const std::string_view tail = rest.substr(20);
+    const auto alnum = [](char c) { return std::isalnum(static_cast<unsigned char>(c)) != 0; };
+    return all(rest.substr(0, 16), hex) &&
+           (tail.empty() || (tail.size() == 7 && tail[0] == '.' && all(tail.substr(1), alnum)));
+  }
+  if (rest.starts_with("tmp-")) rest.remove_prefix(4);
+  return at > 0 && all(rest, digit);
+}
+
 void FileSystem::Gate(FaultOp op) {
   if (const int err = faults_.Check(op)) ThrowSys(err);
 }
@@ -39,7 +62,10 @@ bool FileSystem::FolderExists(const std::string& path) const {
 }
 
 std::optional<std::vector<DirEntry>> FileSystem::ListFolder(const std::string& path) {
-  if (faults_.Check(FaultOp::Open) != 0) return std::nullopt;
+  if (const int err = faults_.Check(FaultOp::List)) {
+    errno = err;
+    return std::nullopt;
+  }
   DirHandle dir(opendir(path.empty() ? "." : path.c_str()));
   if (!dir) return std::nullopt;
   std::vector<DirEntry> entries;
@@ -92,6 +118,7 @@ std::uint64_t FileSystem::FolderSize(const std::string& path) {
 }
 
 bool FileSystem::FolderIsEmpty(const std::string& path) {
+  Gate(FaultOp::List);
   DirHandle dir(opendir(path.c_str()));
   if (!dir) ThrowSys(errno);
   while (const dirent* e = readdir(dir.get())) {

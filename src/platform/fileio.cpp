@@ -104,9 +104,10 @@ void FileSystem::WriteFileAtomic(const std::string& path, const std::string& dat
   Gate(FaultOp::Open);
   if (existed && ::access(target.c_str(), W_OK) != 0) ThrowSys(errno);
   std::random_device rd;
-  // A hidden name, so that a folder listing taken meanwhile does not see a half-written file.
-  const std::string tmp = ParentOf(target) + "/." + NameOf(target) + ".kestrel-tmp-" +
-                          std::to_string(rd());
+  // A hidden name, so that a folder listing taken meanwhile does not see a half-written file;
+  // the name is cut so that the temporary of a 255-byte name is a valid name too.
+  const std::string tmp = ParentOf(target) + "/." + NameOf(target).substr(0, 200) +
+                          ".kestrel-tmp-" + std::to_string(rd());
   Fd fd(::open(tmp.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0666));
   if (fd.get() < 0) ThrowSys(errno);
   auto fail = [&](int err) {

@@ -200,6 +200,17 @@ OpenSource OpenRegular(Faults& faults, const std::string& source) {
   return src;
 }
 
+// A file written to while it was read gives a copy of no state it ever had: such a copy is
+// not put in place (the caller reports it; a later run copies the file at rest).
+void RefuseChangedSource(const OpenSource& src) {
+  struct stat now {};
+  if (::fstat(src.fd.get(), &now) != 0) ThrowSys(errno);
+  if (now.st_size != src.st.st_size || now.st_mtim.tv_sec != src.st.st_mtim.tv_sec ||
+      now.st_mtim.tv_nsec != src.st.st_mtim.tv_nsec) {
+    throw KestrelError(EAGAIN, "The file changed while it was copied");
+  }
+}
+
 // Copies an open source to dest through a temporary file: contents, user attributes,
 // permission bits and the access and write times, flushed before the rename. With keepOwner the
 // owner is kept where the process may set it.
@@ -208,6 +219,7 @@ void CopyThroughTemp(Faults& faults, const OpenSource& src, const std::string& d
   Check(faults, FaultOp::Open);
   TempFile tmp(dest);
   CopyContents(faults, src.fd.get(), tmp.fd());
+  RefuseChangedSource(src);
   CopyUserXattrs(src.fd.get(), tmp.fd());
   if (keepOwner && ::fchown(tmp.fd(), src.st.st_uid, src.st.st_gid) != 0 && errno != EPERM) {
     ThrowSys(errno);

@@ -168,7 +168,9 @@ void FileSystem::Trash(const std::string& path) {
   struct stat st {};
   if (::lstat(file.c_str(), &st) != 0) ThrowSys(errno);
   const TrashDirs dirs = ChooseTrash(file, st.st_dev);
-  const std::string name = paths::GetFileName(file);
+  // The info entry adds ".trashinfo" to the name: a longer name is cut (its info entry keeps
+  // the whole path).
+  const std::string name = paths::GetFileName(file).substr(0, 230);
   for (int k = 1;; ++k) {
     const std::string entry = Candidate(name, k);
     const std::string info = dirs.info + "/" + entry + ".trashinfo";

@@ -17,8 +17,10 @@ namespace {
 // The error number the script engine gives a pattern it cannot compile.
 constexpr int kErrRegExpSyntax = 5017;
 
-constexpr std::uint32_t kByteOptions =
-    PCRE2_CASELESS | PCRE2_ALT_BSUX | PCRE2_MATCH_UNSET_BACKREF | PCRE2_DOLLAR_ENDONLY;
+// "." also matches a line break: names on this platform may hold one, and "*" (".*") must
+// still take every name.
+constexpr std::uint32_t kByteOptions = PCRE2_CASELESS | PCRE2_ALT_BSUX | PCRE2_MATCH_UNSET_BACKREF |
+                                       PCRE2_DOLLAR_ENDONLY | PCRE2_DOTALL;
 constexpr std::uint32_t kUtfOptions = kByteOptions | PCRE2_UTF;
 
 std::string ErrorText(int code) {

@@ -43,7 +43,7 @@ void AddFiles(Engine& e, const std::string& vsFolderPath, const std::vector<DirE
   if (e.Stopped()) return;
   if (!e.regex) e.regex = std::make_unique<RegExpCache>();
   for (const DirEntry& entry : entries) {
-    if (entry.isDir) continue;
+    if (entry.isDir || IsEngineTemporary(entry.name)) continue;  // left by a killed run
     std::string full = BuildPath(vsFolderPath, entry.name);
     if (!IsSelectableFile(e, entry, full)) continue;
     const std::string base = GetBaseName(full);
@@ -138,7 +138,10 @@ void Engine::FindFiles(const std::string& vsFolderPath, const std::string& vsSea
   if (folder.empty() || folder.back() != '/') folder += '/';
   // The mask is always "*.*", which takes every entry.
   const auto entries = fs.ListFolder(folder);
-  if (!entries) return;  // a folder that cannot be listed simply gives no files
+  if (!entries) {  // a folder that cannot be listed simply gives no files
+    unlistedFolders.push_back(folder);
+    return;
+  }
   AddFiles(*this, folder, *entries, job);
   if (!bSearchInFolder) return;
   for (const DirEntry& entry : *entries) {

@@ -19,6 +19,24 @@ FileList Walk(Engine& e, const std::string& folder, bool bAll, job& job) {
   return found;
 }
 
+// Leaves out of a removal list every file below a folder of the primary side that could not be
+// listed: what that folder holds is unknown, so its counterparts must stay.
+void KeepBelowUnlisted(FileList& removal, const std::vector<std::string>& unlisted,
+                       const std::string& from, const std::string& to) {
+  std::unordered_set<std::string> blind;
+  for (const std::string& folder : unlisted) blind.insert(actions::RelativeTo(folder, from));
+  std::erase_if(removal, [&](const std::string& file) {
+    const std::string rel = actions::RelativeTo(file, to);
+    if (blind.contains("")) return true;
+    for (auto slash = rel.find('/'); slash != std::string::npos; slash = rel.find('/', slash + 1)) {
+      if (blind.contains(rel.substr(0, slash + 1)) || blind.contains(rel.substr(0, slash))) {
+        return true;
+      }
+    }
+    return false;
+  });
+}
+
 }  // namespace
 
 FileList MissingInPrimary(const FileList& primary, const std::string& from,
@@ -57,7 +75,10 @@ void Engine::CheckSync(job& job) {
 void Engine::FileCleanUp(job& job, bool bAll) {
   Proc p(trap, "clsKestrel", "Sub FileCleanUp",
          [&] { return ParamText({{"job", kJobParam}, {"bAll", BoolText(bAll)}}); });
+  unlistedFolders.clear();
   const FileList primary = Walk(*this, job.From, bAll, job);
+  const std::vector<std::string> unlisted = std::move(unlistedFolders);
+  unlistedFolders.clear();
   const FileList secondary = Walk(*this, job.To, bAll, job);
   // An empty side, even an empty primary folder, removes nothing.
   if (primary.empty() || secondary.empty()) {
@@ -65,6 +86,7 @@ void Engine::FileCleanUp(job& job, bool bAll) {
     return;
   }
   files = MissingInPrimary(primary, job.From, secondary, job.To);
+  if (!unlisted.empty()) KeepBelowUnlisted(files, unlisted, job.From, job.To);
   if (!CheckSyncArray(files)) return;
   job.Action = 22;
   FileList removal = std::move(files);

@@ -71,6 +71,7 @@ void ZipAll(Engine& e, P& p, FileList& sArray, job& job) {
       e.Log(33, e.T(33) + file + e.T(14) + archive, true, true, false);
     } else if (!existedBefore) {
       e.Log(10, e.T(10) + file, true, true, false);
+      e.jobError = true;  // the file is not in the archive: the job must not end as a success
     } else {
       e.Log(34, e.T(34) + file, true, true, false);
     }

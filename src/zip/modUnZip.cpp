@@ -1,5 +1,6 @@
 // The reading half of the zip facade: extraction that never writes outside its destination
 // and never leaves a partial file under an entry's name.
+#include "platform/FileSystem.h"
 #include "zip/ZipHandle.h"
 #include "zip/ZipNames.h"
 #include "zip/modZIP32vb.h"
@@ -63,9 +64,9 @@ class Extractor {
  public:
   Extractor(zip_t* za, const std::string& dest, const zipnames::NameFilter& filter,
             bool keepFolders, int overwrite, std::atomic<bool>& cancel,
-            std::vector<Failure>& failures)
+            std::vector<Failure>& failures, Faults& faults)
       : za_(za), dest_(dest), filter_(filter), keep_(keepFolders), overwrite_(overwrite),
-        cancel_(cancel), failures_(failures) {}
+        cancel_(cancel), failures_(failures), faults_(faults) {}
 
   // Files extracted; cancelled tells whether CancelZip ended it.
   std::int32_t Run(bool& cancelled);
@@ -90,6 +91,7 @@ class Extractor {
   int overwrite_;
   std::atomic<bool>& cancel_;
   std::vector<Failure>& failures_;
+  Faults& faults_;  // the file-system object's, so that tests can fail a write here too
   std::unordered_set<std::string> folders_;  // folders known to be real folders, not links
   std::vector<Link> links_;
   std::int32_t count_ = 0;
@@ -216,7 +218,8 @@ bool Extractor::WriteFile(zip_uint64_t index, const zip_stat_t& zs, mode_t mode,
     return false;
   }
   std::string tmp;
-  const int fd = CreateTemp(folder, name, mode, tmp);
+  const int injected = faults_.Check(FaultOp::Open);
+  const int fd = injected != 0 ? (errno = injected, -1) : CreateTemp(folder, name, mode, tmp);
   if (fd < 0) {
     Fail(Kind::Write, entry, std::strerror(errno) + std::string(": ") + folder);
     return false;
@@ -237,6 +240,10 @@ bool Extractor::WriteFile(zip_uint64_t index, const zip_stat_t& zs, mode_t mode,
       break;
     }
     if (got == 0) break;
+    if (const int err = faults_.Check(FaultOp::Write)) {
+      error = std::strerror(err);
+      break;
+    }
     if (!WriteAll(fd, buf.data(), static_cast<std::size_t>(got))) {
       error = std::strerror(errno);
       break;
@@ -245,8 +252,12 @@ bool Extractor::WriteFile(zip_uint64_t index, const zip_stat_t& zs, mode_t mode,
   const struct timespec times[2] = {{zs.mtime, 0}, {zs.mtime, 0}};
   if (error.empty() && !cancelled_ && (zs.valid & ZIP_STAT_MTIME)) ::futimens(fd, times);
   if (::close(fd) != 0 && error.empty()) error = std::strerror(errno);
-  if (error.empty() && !cancelled_ && ::rename(tmp.c_str(), Join(folder, name).c_str()) != 0) {
-    error = std::strerror(errno);
+  if (error.empty() && !cancelled_) {
+    if (const int err = faults_.Check(FaultOp::Rename)) {
+      error = std::strerror(err);
+    } else if (::rename(tmp.c_str(), Join(folder, name).c_str()) != 0) {
+      error = std::strerror(errno);
+    }
   }
   if (error.empty() && !cancelled_) return true;
   ::unlink(tmp.c_str());
@@ -318,7 +329,8 @@ std::int32_t ZipLibrary::UnZipEx(const std::string& archive, const std::string& 
     return 0;
   }
   const zipnames::NameFilter names(filter);
-  Extractor x(za.get(), destination, names, keepFolders != 0, overwriteMode, cancel_, failures_);
+  Extractor x(za.get(), destination, names, keepFolders != 0, overwriteMode, cancel_, failures_,
+              fs_.faults());
   bool cancelled = false;
   const std::int32_t count = x.Run(cancelled);
   lastCancelled_ = cancelled;

@@ -1,6 +1,7 @@
 // The writing half of the zip facade (staging, commit), and the archive tests.
 #include "zip/modZIP32vb.h"
 
+#include "platform/FileSystem.h"
 #include "zip/ZipHandle.h"
 #include "zip/ZipNames.h"
 
@@ -9,7 +10,10 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <cstdio>
+#include <random>
 #include <cerrno>
+#include <cstring>
 #include <unordered_set>
 
 namespace orvKestrel {
@@ -58,6 +62,15 @@ bool StartsWithZipRecord(const std::string& path) {
           (head[2] == 7 && head[3] == 8));
 }
 
+// A free hidden name beside the archive, of the form the walk knows as the engine's own
+// temporary (".kestrel-<16 hex>.tmp"); libzip's temporary of the commit adds ".XXXXXX" to it.
+std::string StagingName(const std::string& archive) {
+  static thread_local std::mt19937_64 rng{std::random_device{}()};
+  char hex[17];
+  std::snprintf(hex, sizeof hex, "%016llx", static_cast<unsigned long long>(rng()));
+  return ParentOf(archive) + "/.kestrel-" + hex + ".tmp";
+}
+
 // Errors of a commit that one unreadable source explains.
 bool SourceError(int code) {
   return code == ZIP_ER_READ || code == ZIP_ER_OPEN || code == ZIP_ER_NOENT ||
@@ -72,7 +85,16 @@ struct ZipLibrary::Session {
     std::string source;
     bool replaced;  // an entry of that name came from an earlier commit
   };
+  // Unlinks the staging name unless the commit put it in place.
+  ~Session() {
+    za.reset();
+    if (!staging.empty()) ::unlink(staging.c_str());
+  }
   std::string path;
+  // The archive is written under a hidden name beside it (a hard link to the archive when
+  // there is one, which libzip's commit replaces), then renamed over it: libzip's temporary file
+  // is hidden as well, and a killed run leaves nothing that looks like an archive.
+  std::string staging;
   ZipPtr za;
   std::vector<Staged> staged;
   std::unordered_set<std::string> names;
@@ -103,13 +125,22 @@ ZipLibrary::Session* ZipLibrary::OpenSession(const std::string& archive) {
   // libzip creates the file only at the commit; a folder that cannot take it fails the file
   // now, while the caller can still report it.
   if (::access(ParentOf(archive).c_str(), W_OK | X_OK) != 0) return nullptr;
+  std::string staging = StagingName(archive);
+  struct stat st {};
+  if (::stat(archive.c_str(), &st) == 0 && ::link(archive.c_str(), staging.c_str()) != 0) {
+    staging.clear();  // no hard links here: libzip works beside the archive itself
+  }
   int err = 0;
-  ZipPtr za(zip_open(archive.c_str(), ZIP_CREATE, &err));
-  if (!za) return nullptr;
+  ZipPtr za(zip_open((staging.empty() ? archive : staging).c_str(), ZIP_CREATE, &err));
+  if (!za) {
+    if (!staging.empty()) ::unlink(staging.c_str());
+    return nullptr;
+  }
   cancel_.store(false);
   zip_register_cancel_callback_with_state(za.get(), CancelRequested, nullptr, &cancel_);
   session_ = std::make_unique<Session>();
   session_->path = archive;
+  session_->staging = std::move(staging);
   session_->za = std::move(za);
   return session_.get();
 }
@@ -120,7 +151,7 @@ std::int32_t ZipLibrary::Stage(const std::string& archive, const std::string& fi
   const std::string name = zipnames::EntryName(file, base_);
   if (name.empty() || s->names.count(name) != 0) return 0;
   time_t mtime = 0;
-  if (!ReadableFile(file, mtime)) return 0;
+  if (fs_.faults().Check(FaultOp::Open) != 0 || !ReadableFile(file, mtime)) return 0;
   zip_t* za = s->za.get();
   zip_source_t* src = zip_source_file_create(file.c_str(), 0, -1, nullptr);
   if (src == nullptr) return 0;
@@ -162,6 +193,25 @@ std::int32_t ZipLibrary::ZipAddFile(const std::string& archive, const std::strin
 
 bool ZipLibrary::Flush(bool durable) { return Commit(durable); }
 
+// Puts the committed staging file in the archive's place.
+bool ZipLibrary::PlaceStaged(Session& s) {
+  if (s.staging.empty()) return true;
+  struct stat staged {}, current {};
+  if (::lstat(s.staging.c_str(), &staged) != 0) {
+    s.staging.clear();  // a new archive without entries: libzip writes no file
+    return true;
+  }
+  const bool unchanged = ::lstat(s.path.c_str(), &current) == 0 &&
+                         staged.st_ino == current.st_ino && staged.st_dev == current.st_dev;
+  if (!unchanged && ::rename(s.staging.c_str(), s.path.c_str()) != 0) {
+    flushError_ = std::strerror(errno);
+    return false;  // the session's end removes the staging file: the archive stays as it was
+  }
+  if (unchanged) ::unlink(s.staging.c_str());
+  s.staging.clear();
+  return true;
+}
+
 bool ZipLibrary::Commit(bool durable) {
   flushError_.clear();
   failedSources_.clear();
@@ -169,6 +219,11 @@ bool ZipLibrary::Commit(bool durable) {
   if (!session_) return true;
   std::unique_ptr<Session> s = std::move(session_);
   zip_t* za = s->za.get();
+  // An injected fault stands for the commit's own writing failing: nothing is written.
+  if (const int err = fs_.faults().Check(FaultOp::Write)) {
+    flushError_ = std::strerror(err);
+    return false;
+  }
   for (;;) {
     if (zip_close(za) == 0) {
       (void)s->za.release();  // closed and freed by libzip
@@ -197,6 +252,7 @@ bool ZipLibrary::Commit(bool durable) {
     }
     zip_error_clear(za);
   }
+  if (!PlaceStaged(*s)) return false;
   if (durable) {
     SyncFile(s->path, O_RDONLY);
     SyncFile(ParentOf(s->path), O_RDONLY | O_DIRECTORY);

@@ -112,6 +112,7 @@ class ZipLibrary {
   Session* OpenSession(const std::string& archive);
   std::int32_t Stage(const std::string& archive, const std::string& file);
   bool Commit(bool durable);
+  bool PlaceStaged(Session& s);
 
   FileSystem& fs_;
   std::atomic<bool> cancel_{false};

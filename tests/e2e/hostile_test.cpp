@@ -1,0 +1,306 @@
+// Hostile trees through `kestrel run --events jsonl`: names with line breaks, invalid UTF-8,
+// leading dashes and 255 bytes; link loops; folders and files that cannot be read; paths beyond
+// PATH_MAX; a file that grows while it is copied. Each run ends with the right result or the
+// right error line, never a crash or a hang, and every line of the stream is valid JSON.
+#include "e2e/ReliabilitySupport.h"
+
+#include <dirent.h>
+#include <grp.h>
+#include <pwd.h>
+
+#include <nlohmann/json.hpp>
+
+#include <atomic>
+#include <chrono>
+#include <climits>
+#include <thread>
+
+namespace reliability {
+namespace {
+
+using nlohmann::json;
+
+// The LogMessage lines of a jsonl stream; every line must be JSON.
+std::vector<std::string> LogLines(const std::string& stream) {
+  std::vector<std::string> out;
+  std::istringstream in(stream);
+  std::string line;
+  while (std::getline(in, line)) {
+    json event;
+    try {
+      event = json::parse(line);
+    } catch (const json::exception& e) {
+      ADD_FAILURE() << "not JSON: " << line << " (" << e.what() << ")";
+      continue;
+    }
+    if (event.value("event", "") == "LogMessage") out.push_back(event["LogMsg"].get<std::string>());
+  }
+  return out;
+}
+
+bool Contains(const std::vector<std::string>& lines, const std::string& text) {
+  for (const std::string& l : lines) {
+    if (l.find(text) != std::string::npos) return true;
+  }
+  return false;
+}
+
+class Hostile : public ::testing::Test {
+ protected:
+  Hostile() : dir_("hostile") {
+    fs::create_directories(dir_ / "src");
+    fs::create_directories(dir_ / "dst");
+  }
+
+  void WriteJob(const std::string& keys = "") {
+    Put(dir_ / "jobs/h.kjb", "[Job]\nName=h\nFrom=" + (dir_ / "src").string() +
+                                 "\nTo=" + (dir_ / "dst").string() +
+                                 "\nAction=0\nSubFolder=1\nFStruct=1\nDoPreview=0\n"
+                                 "IntervalType=0\nInterval=1\nCounter=1\n" + keys);
+  }
+
+  // Runs the job folder to its end, within a bound: a walk that loops must not hang the suite.
+  RunResult RunJobs(uid_t asUser = 0) {
+    const std::string out = (dir_ / ".out").string(), err = (dir_ / ".err").string();
+    std::vector<std::string> args{"run", (dir_ / "jobs").string(), "--events", "jsonl"};
+    const pid_t pid = asUser == 0 ? StartKestrel(args, dir_.root(), out, err)
+                                  : StartAs(asUser, args, out, err);
+    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(60);
+    int status = 0;
+    while (::waitpid(pid, &status, WNOHANG) == 0) {
+      if (std::chrono::steady_clock::now() > deadline) {
+        ::kill(pid, SIGKILL);
+        ::waitpid(pid, &status, 0);
+        ADD_FAILURE() << "kestrel did not end within 60 s";
+        break;
+      }
+      std::this_thread::sleep_for(std::chrono::milliseconds(5));
+    }
+    RunResult r{WIFEXITED(status) ? WEXITSTATUS(status) : -1, Get(out), Get(err)};
+    EXPECT_FALSE(WIFSIGNALED(status)) << "kestrel died of signal " << WTERMSIG(status) << "\n"
+                                      << r.err;
+    fs::remove(out);
+    fs::remove(err);
+    lines_ = LogLines(r.out);
+    return r;
+  }
+
+  // kestrel as another user (the tests run as root, whom permissions do not stop).
+  pid_t StartAs(uid_t uid, const std::vector<std::string>& args, const std::string& out,
+                const std::string& err) {
+    const pid_t pid = ::fork();
+    if (pid != 0) return pid;
+    if (::setgroups(0, nullptr) != 0 || ::setgid(uid) != 0 || ::setuid(uid) != 0) ::_exit(125);
+    std::vector<std::string> argv{KESTREL_BIN};
+    argv.insert(argv.end(), args.begin(), args.end());
+    if (::chdir(dir_.root().c_str()) != 0) ::_exit(126);
+    const int o = ::open(out.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0666);
+    const int e = ::open(err.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0666);
+    ::dup2(o, 1);
+    ::dup2(e, 2);
+    std::vector<char*> cargv;
+    for (std::string& a : argv) cargv.push_back(a.data());
+    cargv.push_back(nullptr);
+    ::execv(cargv[0], cargv.data());
+    ::_exit(127);
+  }
+
+  std::string End() const { return lines_.empty() ? "" : lines_.back(); }
+
+  Scratch dir_;
+  std::vector<std::string> lines_;
+};
+
+TEST_F(Hostile, NamesWithLineBreaksInvalidUtf8LeadingDashesAndTheLongestLength) {
+  const std::vector<std::string> names = {"line\nbreak.txt", "bad\xff\xfe" "name.txt", "-rf",
+                                          "--help", "-", std::string(251, 'n') + ".txt",
+                                          "sub/\xc3\x28" "deep.bin", " lead and trail ",
+                                          "tab\there", "*?[x]"};
+  for (std::size_t i = 0; i < names.size(); ++i) Put(dir_ / "src" / names[i], "data " + names[i]);
+  WriteJob();
+  const RunResult r = RunJobs();
+  EXPECT_EQ(r.exitCode, 0) << r.err;
+  EXPECT_EQ(End(), "h: Auftrag ausgeführt");
+  for (const std::string& name : names) {
+    EXPECT_EQ(Get(dir_ / "dst" / name), "data " + name) << name;
+  }
+  // Invalid bytes reach the stream as U+FFFD, the rest of the line as it is.
+  EXPECT_TRUE(Contains(lines_, "bad\xEF\xBF\xBD\xEF\xBF\xBD" "name.txt")) << r.out;
+  EXPECT_TRUE(Contains(lines_, "line\nbreak.txt"));
+  EXPECT_EQ(Files(dir_ / "dst").size(), names.size());
+}
+
+TEST_F(Hostile, LinkLoopsEndAndOnlyRealFilesAreCopied) {
+  Put(dir_ / "src/a/real.txt", "real");
+  fs::create_directory_symlink(".", dir_ / "src/loop");
+  fs::create_directory_symlink("../a", dir_ / "src/a/up");
+  fs::create_symlink("self", dir_ / "src/self");
+  fs::create_symlink("nowhere", dir_ / "src/dangling");
+  fs::create_symlink("a/real.txt", dir_ / "src/file-link.txt");
+  WriteJob();
+  const RunResult r = RunJobs();
+  EXPECT_EQ(r.exitCode, 0) << r.err;
+  EXPECT_EQ(End(), "h: Auftrag ausgeführt");
+  // A link to a file counts as the file; links to folders, loops and dangling links do not.
+  EXPECT_EQ(Files(dir_ / "dst"), (std::map<std::string, std::string>{
+                                     {"a/real.txt", "real"}, {"file-link.txt", "real"}}));
+}
+
+TEST_F(Hostile, AnUnreadableFolderGivesNoFilesAndAnUnreadableFileAnErrorLine) {
+  uid_t user = 0;
+  if (::geteuid() == 0) {
+    const passwd* nobody = ::getpwnam("nobody");
+    if (nobody == nullptr) GTEST_SKIP() << "running as root, and there is no user nobody to drop to";
+    user = nobody->pw_uid;
+  }
+  Put(dir_ / "src/open.txt", "open");
+  Put(dir_ / "src/locked/secret.txt", "secret");
+  Put(dir_ / "src/closed.txt", "closed");
+  WriteJob();
+  if (user != 0) {
+    for (const auto& e : fs::recursive_directory_iterator(dir_.root())) {
+      ASSERT_EQ(::lchown(e.path().c_str(), user, user), 0) << e.path();
+    }
+    ASSERT_EQ(::chown(dir_.root().c_str(), user, user), 0);
+  }
+  fs::permissions(dir_ / "src/locked", fs::perms::none);
+  fs::permissions(dir_ / "src/closed.txt", fs::perms::none);
+  const RunResult r = RunJobs(user);
+  ASSERT_NE(r.exitCode, 125) << "could not switch to user " << user;
+  // The folder that cannot be listed simply gives no files; the file that cannot be read is
+  // an error of its own, and the job says so.
+  EXPECT_EQ(Get(dir_ / "dst/open.txt"), "open");
+  EXPECT_FALSE(fs::exists(dir_ / "dst/locked/secret.txt"));
+  EXPECT_FALSE(fs::exists(dir_ / "dst/closed.txt"));
+  EXPECT_TRUE(Contains(lines_, "Fehler: Permission denied")) << r.out;
+  EXPECT_TRUE(Contains(lines_, (dir_ / "src/closed.txt").string()));
+  EXPECT_EQ(End(), "h: Auftrag ausgeführt (mit Fehler)");
+  EXPECT_EQ(r.exitCode, 1);
+}
+
+// Makes folders below base, level after level, with openat: each level's path may be longer
+// than the system takes in one call. Returns the descriptor of the deepest level.
+int MakeLevels(int base, const std::vector<std::string>& levels) {
+  int fd = ::dup(base);
+  for (const std::string& level : levels) {
+    ::mkdirat(fd, level.c_str(), 0755);
+    const int next = ::openat(fd, level.c_str(), O_RDONLY | O_DIRECTORY);
+    ::close(fd);
+    if (next < 0) return -1;
+    fd = next;
+  }
+  return fd;
+}
+
+void PutAt(int dirFd, const std::string& name, const std::string& data) {
+  const int fd = ::openat(dirFd, name.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
+  ASSERT_GE(fd, 0) << name;
+  ASSERT_EQ(::write(fd, data.data(), data.size()), static_cast<ssize_t>(data.size()));
+  ::close(fd);
+}
+
+std::string GetAt(int dirFd, const std::string& name) {
+  const int fd = ::openat(dirFd, name.c_str(), O_RDONLY);
+  if (fd < 0) return "<missing>";
+  std::string data(4096, '\0');
+  const ssize_t n = ::read(fd, data.data(), data.size());
+  ::close(fd);
+  data.resize(n < 0 ? 0 : static_cast<std::size_t>(n));
+  return data;
+}
+
+// Removes everything below a folder by descriptors (paths may be too long to name).
+void RemoveBelow(int dirFd) {
+  DIR* d = ::fdopendir(::dup(dirFd));
+  if (d == nullptr) return;
+  while (const dirent* e = ::readdir(d)) {
+    const std::string name = e->d_name;
+    if (name == "." || name == "..") continue;
+    if (::unlinkat(dirFd, name.c_str(), 0) == 0) continue;
+    const int sub = ::openat(dirFd, name.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW);
+    if (sub >= 0) {
+      RemoveBelow(sub);
+      ::close(sub);
+    }
+    ::unlinkat(dirFd, name.c_str(), AT_REMOVEDIR);
+  }
+  ::closedir(d);
+}
+
+TEST_F(Hostile, PathsBeyondPathMaxEndWithErrorLinesNotACrash) {
+  // 24 levels of 200 bytes: the deepest files lie beyond PATH_MAX (4096) both in the source and
+  // in the destination.
+  std::vector<std::string> levels;
+  for (int i = 0; i < 24; ++i) levels.push_back(std::string(199, static_cast<char>('a' + i)) + std::to_string(i % 10));
+  const int src = ::open((dir_ / "src").c_str(), O_RDONLY | O_DIRECTORY);
+  ASSERT_GE(src, 0);
+  std::size_t depthOfShort = 0, depthOfLong = 0;
+  std::size_t length = (dir_ / "src").string().size();
+  for (std::size_t i = 0; i < levels.size(); ++i) {
+    length += 1 + levels[i].size();
+    if (length + 12 < PATH_MAX) depthOfShort = i + 1;
+    if (length > PATH_MAX + 400 && depthOfLong == 0) depthOfLong = i + 1;
+  }
+  ASSERT_GT(depthOfLong, depthOfShort);
+  {
+    const int shallow = MakeLevels(src, {levels.begin(), levels.begin() + static_cast<long>(depthOfShort)});
+    ASSERT_GE(shallow, 0);
+    PutAt(shallow, "fits.txt", "fits");
+    ::close(shallow);
+    const int deep = MakeLevels(src, {levels.begin(), levels.begin() + static_cast<long>(depthOfLong)});
+    ASSERT_GE(deep, 0);
+    PutAt(deep, "beyond.txt", "beyond");
+    ::close(deep);
+  }
+  Put(dir_ / "src/top.txt", "top");
+  WriteJob();
+  const RunResult r = RunJobs();
+  EXPECT_EQ(Get(dir_ / "dst/top.txt"), "top");
+  const int dst = ::open((dir_ / "dst").c_str(), O_RDONLY | O_DIRECTORY);
+  ASSERT_GE(dst, 0);
+  const int shallowDst = MakeLevels(dst, {levels.begin(), levels.begin() + static_cast<long>(depthOfShort)});
+  // A file whose path fits is copied; what lies beyond PATH_MAX is never half there: either the
+  // walk could not list its folder (no files, as for any folder it cannot list) or the copy
+  // failed with an error line.
+  EXPECT_EQ(GetAt(shallowDst, "fits.txt"), "fits");
+  const int deepDst = MakeLevels(dst, {levels.begin(), levels.begin() + static_cast<long>(depthOfLong)});
+  const std::string beyond = deepDst >= 0 ? GetAt(deepDst, "beyond.txt") : "<missing>";
+  EXPECT_TRUE(beyond == "<missing>" || beyond == "beyond") << beyond;
+  if (beyond == "<missing>" && Contains(lines_, "beyond.txt")) {
+    EXPECT_TRUE(Contains(lines_, "File name too long")) << r.out;
+    EXPECT_EQ(End(), "h: Auftrag ausgeführt (mit Fehler)");
+  }
+  for (const int fd : {shallowDst, deepDst}) {
+    if (fd >= 0) ::close(fd);
+  }
+  RemoveBelow(src);
+  RemoveBelow(dst);
+  ::close(src);
+  ::close(dst);
+}
+
+TEST_F(Hostile, AFileThatGrowsWhileItIsCopiedIsReportedNotTorn) {
+  Put(dir_ / "src/growing.log", std::string(32 << 20, 'x'));
+  Put(dir_ / "src/quiet.txt", "quiet");
+  WriteJob();
+  std::atomic<bool> done{false};
+  std::thread writer([&] {
+    const int fd = ::open((dir_ / "src/growing.log").c_str(), O_WRONLY | O_APPEND);
+    while (!done.load()) {
+      if (::write(fd, "y", 1) != 1) break;
+    }
+    ::close(fd);
+  });
+  const RunResult r = RunJobs();
+  done = true;
+  writer.join();
+  EXPECT_EQ(Get(dir_ / "dst/quiet.txt"), "quiet");
+  EXPECT_FALSE(fs::exists(dir_ / "dst/growing.log"));
+  EXPECT_TRUE(Contains(lines_, "The file changed while it was copied")) << r.out;
+  EXPECT_EQ(End(), "h: Auftrag ausgeführt (mit Fehler)");
+  EXPECT_EQ(r.exitCode, 1);
+  for (const auto& [rel, data] : Files(dir_ / "dst")) EXPECT_FALSE(Hidden(rel)) << rel;
+}
+
+}  // namespace
+}  // namespace reliability

@@ -1,0 +1,358 @@
+// Helpers of the fault-injection tests: a small tree with one job, a run of the engine in this
+// process with one armed fault, snapshots of the trees, and the invariants every run must keep.
+#pragma once
+
+#include <orvKestrel/clsJobs.h>
+
+#include "engine/Engine.h"
+#include "EngineTestSupport.h"
+#include "support/TestSupport.h"
+
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <unistd.h>
+#include <zip.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <array>
+#include <cstdio>
+#include <cstring>
+#include <ctime>
+#include <filesystem>
+#include <map>
+#include <optional>
+#include <set>
+#include <string>
+#include <vector>
+
+namespace orvKestrel::testing {
+
+// Deterministic bytes that do not compress to nothing.
+inline std::string Bytes(std::size_t n, unsigned seed) {
+  std::string out(n, '\0');
+  std::uint32_t x = seed * 2654435761u + 1;
+  for (char& c : out) {
+    x ^= x << 13;
+    x ^= x >> 17;
+    x ^= x << 5;
+    c = static_cast<char>(x % 61 + 'A');
+  }
+  return out;
+}
+
+struct Scenario {
+  const char* name;
+  const char* keys;                             // the job's own keys
+  std::map<std::string, std::string> files;     // below the root: "src/..." and "dst/..."
+  std::map<std::string, std::time_t> times;     // write times other than the default
+  // Archives to make below the root: path -> entries (name -> contents).
+  std::map<std::string, std::map<std::string, std::string>> archives = {};
+  // Faults after which the job may do less without a message (beyond List, which never
+  // reports): see CheckInvariants.
+  std::set<FaultOp> silentLess = {};
+};
+
+// Writes an archive with libzip directly, apart from the code under test.
+inline void MakeArchive(const std::string& path, const std::map<std::string, std::string>& entries) {
+  std::filesystem::create_directories(std::filesystem::path(path).parent_path());
+  int err = 0;
+  zip_t* za = zip_open(path.c_str(), ZIP_CREATE | ZIP_TRUNCATE, &err);
+  ASSERT_NE(za, nullptr) << path;
+  for (const auto& [name, data] : entries) {
+    zip_source_t* src = zip_source_buffer(za, data.data(), data.size(), 0);
+    ASSERT_GE(zip_file_add(za, name.c_str(), src, ZIP_FL_ENC_UTF_8), 0) << name;
+    zip_file_set_mtime(za, static_cast<zip_uint64_t>(zip_name_locate(za, name.c_str(), 0)),
+                       1700000000, 0);
+  }
+  ASSERT_EQ(zip_close(za), 0) << path;
+}
+
+inline const char* OpName(FaultOp op) {
+  static constexpr std::array<const char*, 11> kNames = {
+      "open", "read", "write", "rename", "unlink", "copy", "statvfs", "set times",
+      "set attributes", "trash", "list"};
+  return kNames[static_cast<std::size_t>(op)];
+}
+
+// The entries of an archive with their contents; nullopt when it cannot be read.
+inline std::optional<std::map<std::string, std::string>> ArchiveEntries(const std::string& path) {
+  int err = 0;
+  zip_t* za = zip_open(path.c_str(), ZIP_RDONLY | ZIP_CHECKCONS, &err);
+  if (za == nullptr) return std::nullopt;
+  std::map<std::string, std::string> entries;
+  const zip_int64_t n = zip_get_num_entries(za, 0);
+  for (zip_int64_t i = 0; i < n; ++i) {
+    zip_stat_t st;
+    zip_file_t* zf = nullptr;
+    std::string data;
+    if (zip_stat_index(za, static_cast<zip_uint64_t>(i), 0, &st) == 0 &&
+        (zf = zip_fopen_index(za, static_cast<zip_uint64_t>(i), 0)) != nullptr) {
+      data.resize(st.size);
+      if (zip_fread(zf, data.data(), st.size) != static_cast<zip_int64_t>(st.size)) data = "<damaged>";
+      zip_fclose(zf);
+    } else {
+      data = "<damaged>";
+    }
+    entries[zip_get_name(za, static_cast<zip_uint64_t>(i), 0)] = data;
+  }
+  zip_discard(za);
+  return entries;
+}
+
+// An archive stands for its entries and their contents: its bytes may differ between two runs
+// that put the same files in it.
+inline std::string ArchiveText(const std::string& path) {
+  const auto entries = ArchiveEntries(path);
+  if (!entries) return "<unreadable archive>";
+  std::string out = "<archive>";
+  for (const auto& [name, data] : *entries) out += name + "=" + data + ";";
+  return out;
+}
+
+// Every file below root/src and root/dst, relative to root, with its contents.
+inline std::map<std::string, std::string> TreeSnapshot(const std::string& root) {
+  std::map<std::string, std::string> out;
+  for (const char* top : {"src", "dst"}) {
+    const std::filesystem::path base = std::filesystem::path(root) / top;
+    if (!std::filesystem::exists(base)) continue;
+    for (const auto& e : std::filesystem::recursive_directory_iterator(base)) {
+      if (e.is_directory()) continue;
+      const std::string path = e.path().string();
+      const std::string rel = path.substr(root.size() + 1);
+      out[rel] = rel.ends_with(".zip") ? ArchiveText(path) : ReadFile(path);
+    }
+  }
+  return out;
+}
+
+struct Line {
+  std::string text;
+  std::int16_t id;
+  bool firedBefore;  // the armed fault had fired when the line was raised
+};
+
+class FaultRecorder : public IKestrelEvents {
+ public:
+  explicit FaultRecorder(const Faults& f) : faults_(f) {}
+  void LogMessage(const std::string& LogMsg, std::int16_t MsgID, bool, bool, bool,
+                  bool) override {
+    lines.push_back({LogMsg, MsgID, faults_.Fired()});
+  }
+  void CurrentJob(const std::string&, std::int32_t, std::int32_t, std::int16_t, std::int16_t,
+                  std::int16_t, const std::string&, const std::string&, std::int16_t,
+                  std::int16_t) override {}
+  void KestrelCounter(std::int32_t, std::int32_t) override {}
+  std::vector<Line> lines;
+
+ private:
+  const Faults& faults_;
+};
+
+struct RunResult {
+  FaultOp op = FaultOp::Count;
+  int err = 0;
+  std::map<std::string, std::string> before, after;
+  std::map<std::string, std::optional<std::map<std::string, std::string>>> archivesAfter;
+  std::vector<Line> lines;
+  std::array<int, static_cast<std::size_t>(FaultOp::Count)> calls{};
+  bool fired = false;
+  int trapErrors = 0;  // errors the error trap reported (error.log and the host)
+  std::int16_t idError = 0, idStart = 0, idDone = 0, idNoFiles = 0, idDoneWithError = 0;
+  std::string jobFileProblem;  // empty when the job file reads as written
+
+  bool HasError() const {
+    return std::any_of(lines.begin(), lines.end(), [&](const Line& l) { return l.id == idError; });
+  }
+  std::int16_t EndId() const { return lines.empty() ? 0 : lines.back().id; }
+  enum class Phase { Before, InJob, After };
+  // Where the fault fired: before the job's start line (reading the job folder and file),
+  // between its start and end lines, or after its end line (writing the job's counter).
+  Phase FiredIn() const {
+    for (const Line& l : lines) {
+      if (l.id == idStart && l.firedBefore) return Phase::Before;
+      if (l.id == idDone || l.id == idDoneWithError || l.id == idNoFiles) {
+        return l.firedBefore ? Phase::InJob : Phase::After;
+      }
+    }
+    return Phase::Before;
+  }
+  bool ok() const { return !HasError() && EndId() == idDone && jobFileProblem.empty(); }
+  std::string Describe() const {
+    std::string out;
+    for (const Line& l : lines) out += "  [" + std::to_string(l.id) + "] " + l.text + "\n";
+    if (!jobFileProblem.empty()) out += "  job file: " + jobFileProblem + "\n";
+    return out;
+  }
+};
+
+// One tree with its job, below a folder of its own (in memory where there is one: the engine
+// flushes every file it writes, and the runs are many).
+class FaultRun {
+ public:
+  explicit FaultRun(const Scenario& s) : s_(s) {
+    std::string tmpl = (std::filesystem::exists("/dev/shm") && ::access("/dev/shm", W_OK) == 0
+                            ? std::string("/dev/shm")
+                            : std::filesystem::temp_directory_path().string()) +
+                       "/kestrel-faults-XXXXXX";
+    if (::mkdtemp(tmpl.data()) == nullptr) throw std::runtime_error("mkdtemp");
+    root_ = tmpl;
+    std::filesystem::create_directories(root_ + "/src");
+    std::filesystem::create_directories(root_ + "/dst");
+    for (const auto& [rel, data] : s.files) {
+      WriteFile(root_ + "/" + rel, data);
+      const auto t = s.times.find(rel);
+      const std::time_t when = t == s.times.end() ? 1700000000 : t->second;
+      const struct timespec times[2] = {{when, 0}, {when, 0}};
+      ::utimensat(AT_FDCWD, (root_ + "/" + rel).c_str(), times, 0);
+    }
+    for (const auto& [rel, entries] : s.archives) {
+      MakeArchive(root_ + "/" + rel, entries);
+      const struct timespec times[2] = {{1700000000, 0}, {1700000000, 0}};
+      ::utimensat(AT_FDCWD, (root_ + "/" + rel).c_str(), times, 0);
+    }
+    jobText_ = "[Job]\nName=j\nFrom=" + root_ + "/src\nTo=" + root_ +
+               "/dst\nDoPreview=0\nIntervalType=0\nInterval=1\nCounter=1\n" + s.keys;
+    WriteFile(root_ + "/jobs/j.kjb", jobText_);
+  }
+  ~FaultRun() {
+    std::error_code ec;
+    std::filesystem::remove_all(root_, ec);
+  }
+  FaultRun(const FaultRun&) = delete;
+  FaultRun& operator=(const FaultRun&) = delete;
+
+  RunResult Run(FaultOp op, int n, int err) {
+    RunResult r;
+    r.op = op;
+    r.err = err;
+    r.before = TreeSnapshot(root_);
+    {
+      CurrentDir here(root_);  // error.log
+      Engine e{Host{}};
+      FaultRecorder rec(e.fs.faults());
+      e.events = &rec;
+      e.fs.faults().Arm(op, n, err);
+      e.ExecuteAllJobs(root_ + "/jobs/", "", false, false, false);
+      r.fired = e.fs.faults().Fired();
+      r.trapErrors = e.trap.ErrorCount();
+      for (std::size_t i = 0; i < r.calls.size(); ++i) {
+        r.calls[i] = e.fs.faults().Calls(static_cast<FaultOp>(i));
+      }
+      r.lines = std::move(rec.lines);
+      r.idError = e.Id(10);
+      r.idStart = e.Id(3);
+      r.idDone = e.Id(6);
+      r.idNoFiles = e.Id(7);
+      r.idDoneWithError = e.Id(28);
+    }
+    r.after = TreeSnapshot(root_);
+    for (const auto& [rel, text] : r.after) {
+      if (rel.ends_with(".zip")) r.archivesAfter[rel] = ArchiveEntries(root_ + "/" + rel);
+    }
+    r.jobFileProblem = CheckJobFile();
+    return r;
+  }
+
+ private:
+  // The job file still reads, with the job as it was written; nothing else in its folder.
+  std::string CheckJobFile() {
+    clsJobs jobs;
+    const std::vector<job> read = jobs.GetJobs(root_ + "/jobs/", "j.kjb");
+    if (read.size() != 1 || jobs.LastReadFailed()) return "does not read";
+    if (read[0].From != root_ + "/src" || read[0].To != root_ + "/dst" || read[0].JobName != "j") {
+      return "changed: " + ReadFile(root_ + "/jobs/j.kjb");
+    }
+    std::set<std::string> names;
+    for (const auto& e : std::filesystem::directory_iterator(root_ + "/jobs")) {
+      names.insert(e.path().filename().string());
+    }
+    if (names != std::set<std::string>{"j.kjb"}) return "a stray file beside it";
+    return {};
+  }
+
+  const Scenario& s_;
+  std::string root_;
+  std::string jobText_;
+};
+
+inline bool HiddenSomewhere(const std::string& rel) {
+  return rel.starts_with('.') || rel.find("/.") != std::string::npos;
+}
+
+// What every run with a fault must keep, measured against a clean run of the same tree:
+//  - no partial file: each file holds what it held before, what a clean run leaves there, or
+//    the whole of some file of the trees (a file copied where a clean run would not copy it);
+//    an archive reads and holds whole files, though perhaps not all of them;
+//    no hidden name (a temporary file) is left behind;
+//  - nothing lost: a file that a clean run keeps somewhere is still where it was or where the
+//    clean run keeps it, and no file that a clean run leaves in place is gone;
+//  - a fault before the job starts (reading the job folder or file) changes nothing, and one
+//    after it (writing the job's counter) leaves the result of a clean run;
+//  - a folder that cannot be listed (List) gives no files, without a message, as the walk
+//    treats an unreadable folder: the run does less than a clean run;
+//  - any other fault inside the job that hits a file operation (open, read, write, rename,
+//    unlink, copy, set times, set attributes, trash) is reported: either the job ends
+//    "(mit Fehler)" after a "t10" error line (a per-file error), or the error trap reports it
+//    (error.log, the host's question, kestrel's exit code) where a procedure-level statement
+//    failed, such as reading an archive's head or deleting an extracted archive. Exceptions:
+//    a statvfs fault (the free space is asked again of the mount point) and EXDEV from the
+//    rename of a move (the move copies and deletes instead) leave the result of a clean run;
+//    a scenario's silentLess faults may leave a file undone without a message;
+//  - the job file still reads, as it was written.
+inline std::vector<std::string> CheckInvariants(const Scenario& s, const RunResult& clean,
+                                                const RunResult& r) {
+  std::vector<std::string> out;
+  std::set<std::string> whole;
+  for (const auto& [p, d] : r.before) whole.insert(d);
+  for (const auto& [p, d] : clean.after) whole.insert(d);
+  for (const auto& [path, data] : r.after) {
+    const bool known = r.before.contains(path) || clean.after.contains(path);
+    if (!known && HiddenSomewhere(path)) out.push_back(path + " is left behind");
+    const auto was = r.before.find(path);
+    const auto done = clean.after.find(path);
+    bool ok = (was != r.before.end() && was->second == data) ||
+              (done != clean.after.end() && done->second == data) || whole.contains(data);
+    if (!ok && r.archivesAfter.contains(path)) {  // a readable archive of whole files
+      const auto& entries = r.archivesAfter.at(path);
+      ok = entries.has_value() &&
+           std::all_of(entries->begin(), entries->end(), [&](const auto& entry) {
+             return whole.contains(entry.second);
+           });
+    }
+    if (!ok) out.push_back(path + " is neither as it was nor complete");
+  }
+  for (const auto& [path, data] : r.before) {
+    bool keptByClean = false, kept = false;
+    for (const auto& [p, d] : clean.after) {
+      if (d != data) continue;
+      keptByClean = true;
+      const auto now = r.after.find(p);
+      kept = kept || (now != r.after.end() && now->second == data);
+    }
+    const auto stays = r.after.find(path);
+    kept = kept || (stays != r.after.end() && stays->second == data);
+    if (keptByClean && !kept) out.push_back(path + " was lost");
+    if (clean.after.contains(path) && !r.after.contains(path)) out.push_back(path + " was removed");
+  }
+  const bool reported = (r.HasError() && r.EndId() == r.idDoneWithError) || r.trapErrors > 0;
+  const bool asClean = r.after == clean.after;
+  switch (r.FiredIn()) {
+    case RunResult::Phase::Before:
+      if (r.after != r.before) out.push_back("a fault before the job changed the trees");
+      break;
+    case RunResult::Phase::After:
+      if (!asClean) out.push_back("a fault after the job changed its result");
+      break;
+    case RunResult::Phase::InJob:
+      if (reported || r.op == FaultOp::List || s.silentLess.contains(r.op)) break;
+      if ((r.op == FaultOp::Statvfs || (r.op == FaultOp::Rename && r.err == EXDEV)) && asClean) break;
+      out.push_back("a failed file operation is not reported");
+      break;
+  }
+  if (!r.jobFileProblem.empty()) out.push_back("job file " + r.jobFileProblem);
+  return out;
+}
+
+}  // namespace orvKestrel::testing

@@ -1,0 +1,102 @@
+// Fault injection: every call of every platform operation of a copy, a move, a synchronisation,
+// a compression and an extraction is made to fail in turn, and after each run the trees must
+// hold no partial file, lose no file, and a run whose result differs from a clean run must say so.
+#include "FaultsSupport.h"
+
+#include <cerrno>
+
+namespace orvKestrel::testing {
+namespace {
+
+const std::map<std::string, std::string> kSourceTree = {
+    {"src/a.txt", "alpha\n"},
+    {"src/big.bin", Bytes(1536 * 1024, 7)},  // two copy steps: a fault can hit the second one
+    {"src/sub/c.txt", "gamma\n"},
+    {"src/sub/deep/d.txt", "delta\n"},
+};
+
+std::map<std::string, std::string> With(std::map<std::string, std::string> tree,
+                                        const std::map<std::string, std::string>& more) {
+  for (const auto& [k, v] : more) tree[k] = v;
+  return tree;
+}
+
+const Scenario kScenarios[] = {
+    {"copy",
+     "Action=0\nSubFolder=1\nFStruct=1\nExist=3\nAttrSetDest=1\nAttrArchive1=1\n",
+     With(kSourceTree, {{"dst/a.txt", "old alpha\n"}}), {}},
+    {"move", "Action=1\nSubFolder=1\nFStruct=1\nDelEFolSource=1\n", kSourceTree, {}},
+    {"sync",
+     "Action=5\nExist=4\nEFSelect=0\nExtFileTime=1\nSyncDelete=1\nSubFolder=1\nFStruct=1\n",
+     // d.txt has been synchronised before: both sides hold it.
+     With(kSourceTree, {{"dst/a.txt", "older alpha\n"}, {"dst/gone.txt", "only here\n"},
+                        {"dst/sub/e.txt", "epsilon\n"}, {"dst/sub/deep/d.txt", "delta\n"}}),
+     {{"src/a.txt", 2000000000}, {"dst/a.txt", 1900000000}}},
+    // The first file of an archive for the whole job that cannot be added is not reported
+    // (only the further files are); it stays where it is.
+    {"compress", "Action=3\nSubFolder=1\nZipAll=0\nZipIntStruct=1\nZipDelComp=1\nExist=3\n",
+     kSourceTree, {}, {}, {FaultOp::Open}},
+    {"extract",
+     "Action=4\nDestZipFolder=1\nDestZipFilter=*.*\nDestZipExist=3\nZipDelDeComp=1\n",
+     {{"dst/a.txt", "old alpha\n"}}, {},
+     {{"src/pack.zip", {{"a.txt", "alpha\n"}, {"sub/b.txt", Bytes(300 * 1024, 3)}}},
+      {"src/more.zip", {{"c.txt", "gamma\n"}}}}},
+};
+
+struct FaultKind {
+  FaultOp op;
+  std::vector<int> errors;
+};
+
+const FaultKind kKinds[] = {
+    {FaultOp::Open, {ENOENT, EACCES}}, {FaultOp::Read, {EIO}},
+    {FaultOp::Write, {ENOSPC, EIO}},   {FaultOp::Rename, {EXDEV, EACCES}},
+    {FaultOp::Unlink, {EACCES, EIO}},  {FaultOp::Copy, {EIO}},
+    {FaultOp::Statvfs, {EIO}},         {FaultOp::SetTimes, {EPERM}},
+    {FaultOp::SetAttributes, {ENOTSUP}}, {FaultOp::Trash, {EIO}},
+    {FaultOp::List, {EACCES, EIO}},
+};
+
+class FaultInjection : public ::testing::TestWithParam<Scenario> {};
+
+TEST_P(FaultInjection, EveryFaultLeavesCompleteFilesAndIsReported) {
+  const Scenario& s = GetParam();
+  FaultRun clean(s);
+  const RunResult base = clean.Run(FaultOp::Count, 0, 0);
+  ASSERT_TRUE(base.ok()) << s.name << " clean run:\n" << base.Describe();
+  ASSERT_TRUE(base.after != base.before) << s.name << ": the clean run must change the trees";
+  int injected = 0;
+  std::vector<std::string> problems;
+  for (const FaultKind& kind : kKinds) {
+    const int calls = base.calls[static_cast<std::size_t>(kind.op)];
+    for (int n = 1; n <= calls; ++n) {
+      for (const int err : kind.errors) {
+        FaultRun run(s);
+        const RunResult r = run.Run(kind.op, n, err);
+        if (!r.fired) continue;
+        ++injected;
+        if (std::getenv("KESTREL_FAULTS_TRACE")) {
+          std::printf("== %s call %d %s\n%s", OpName(kind.op), n, std::strerror(err), r.Describe().c_str());
+        }
+        for (const std::string& p : CheckInvariants(s, base, r)) {
+          problems.push_back(std::string(OpName(kind.op)) + " call " + std::to_string(n) + " " +
+                             std::strerror(err) + ": " + p + "\n" + r.Describe());
+        }
+      }
+    }
+  }
+  RecordProperty("injected", injected);
+  std::printf("[ faults   ] %s: %d faults injected\n", s.name, injected);
+  EXPECT_GT(injected, 20);
+  if (std::getenv("KESTREL_FAULTS_VERBOSE")) {
+    for (const std::string& p : problems) std::printf("%s\n", p.c_str());
+  }
+  EXPECT_TRUE(problems.empty()) << problems.size() << " problems, the first:\n"
+                                << (problems.empty() ? "" : problems.front());
+}
+
+INSTANTIATE_TEST_SUITE_P(Jobs, FaultInjection, ::testing::ValuesIn(kScenarios),
+                         [](const auto& info) { return std::string(info.param.name); });
+
+}  // namespace
+}  // namespace orvKestrel::testing

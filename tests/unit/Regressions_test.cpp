@@ -1,0 +1,262 @@
+// Defects found by fuzzing, fault injection and hostile trees, each pinned by the smallest case
+// that showed it.
+#include "ActionsFixture.h"
+#include "SelectionSupport.h"
+#include "jobs/Profile.h"
+#include "selection/RegExp.h"
+#include "selection/Sync.h"
+#include "unit/ZipTestSupport.h"
+#include "zip/modZIP32vb.h"
+
+#include <atomic>
+#include <thread>
+
+namespace orvKestrel::testing {
+namespace {
+
+// A Windows-1252 file whose only non-UTF-8 bytes sat in the line being replaced used to be
+// written back in bytes that read as UTF-8: its leading "ï»¿" became a byte-order mark, and the
+// section behind it, ignored before, took over every key.
+TEST(Regressions, ProfileWriteKeepsTheMeaningOfTheOtherLines) {
+  const std::string file = "\xEF\xBB\xBF[Job]\nName=a\n[Job]\nFrom=caf\xE9\nTo=x\xC3\xA4\n";
+  const Profile before(file);
+  ASSERT_EQ(before.Get("Job", "From", "-"), "caf\xC3\xA9");
+  const Profile after(SetProfileValue(file, "Job", "From", "1"));
+  EXPECT_EQ(after.Get("Job", "From", "-"), "1");
+  EXPECT_EQ(after.Get("Job", "Name", "-"), before.Get("Job", "Name", "-"));
+  EXPECT_EQ(after.Get("Job", "To", "-"), before.Get("Job", "To", "-"));  // "xÃ¤", not "xä"
+}
+
+TEST(Regressions, ProfileWriteOfAsciiIntoAsciiStaysByteForByte) {
+  const std::string file = "[Job]\r\nStatus=0\r\nFrom=/a\r\n";
+  EXPECT_EQ(SetProfileValue(file, "Job", "Status", "5"), "[Job]\r\nStatus=5\r\nFrom=/a\r\n");
+}
+
+class WalkRegressions : public SelectionTest {};
+
+// "*" is ".*", and "." did not match a line break: a file whose name holds one was never taken
+// by a wildcard pattern.
+TEST_F(WalkRegressions, WildcardsTakeNamesWithLineBreaks) {
+  RegExpCache re;
+  std::string star = "*", around = "*b*";
+  e.CleanFilePattern(star, false);
+  e.CleanFilePattern(around, false);
+  EXPECT_TRUE(re.Test(star, "a\nb"));
+  EXPECT_TRUE(re.Test(around, "a\nb\nc"));
+  std::string folder = "x*";
+  e.CleanFolderPattern(folder, false);
+  EXPECT_TRUE(re.Test(folder, "/r/x\ny/"));
+  EXPECT_FALSE(re.Test("^a$", "a\n"));  // "$" still only at the very end
+}
+
+TEST_F(WalkRegressions, TheWalkSelectsThemByPattern) {
+  WriteFile(In("line\nbreak.txt"), "x");
+  job j = MakeJob();
+  j.DoFileMatch = 2;
+  j.Filename = "*";
+  e.regex = std::make_unique<RegExpCache>();
+  e.CleanFilePattern(j.Filename, false);
+  e.FindFiles(j.From, "*.*", false, j);
+  EXPECT_EQ(e.files, std::vector<std::string>{In("line\nbreak.txt")});
+}
+
+class FaultRegressions : public ActionsTest {};
+
+// Overwriting deleted the old destination before copying: a copy that then failed lost it.
+TEST_F(FaultRegressions, AFailedCopyOntoAnExistingFileLeavesItAsItWas) {
+  for (const FaultOp op : {FaultOp::Open, FaultOp::Read, FaultOp::Write, FaultOp::Rename}) {
+    SCOPED_TRACE(static_cast<int>(op));
+    for (const std::int16_t exist : {3, 4}) {
+      j.Exist = exist;
+      j.ExtFileTime = 1;  // compare write times
+      Source("a.txt", "newer, longer contents", kNew);  // replaces under 4 as well
+      Dest("a.txt", "old contents", kOld);
+      engine.fs.faults().Arm(op, 1, ENOSPC);
+      FileList list{Src("a.txt")};
+      engine.CopyFiles(list, j);
+      EXPECT_TRUE(engine.fs.faults().Fired()) << ::testing::PrintToString(Lines());
+      engine.fs.faults().Disarm();
+      EXPECT_EQ(ReadFile(Dst("a.txt")), "old contents");
+      EXPECT_TRUE(engine.jobError);
+      engine.jobError = false;
+    }
+  }
+  EXPECT_EQ(Names(dst), std::vector<std::string>{"a.txt"});  // no temporary file left
+}
+
+// The removal pass of a synchronisation took a primary folder it could not list for an empty
+// one, and deleted the secondary's copies of everything in it.
+TEST_F(FaultRegressions, SyncRemovesNothingBelowAPrimaryFolderItCannotList) {
+  Source("sub/kept.txt", "k");
+  Source("top.txt", "t");
+  Dest("sub/kept.txt", "k");
+  Dest("top.txt", "t");
+  Dest("only-here.txt", "o");
+  j.Action = 5;
+  j.SyncDelete = 1;
+  j.SubFolder = 1;
+  j.FStruct = 1;
+  j.DoPreview = 0;
+  engine.fs.faults().Arm(FaultOp::List, 2, EACCES);  // 1: the primary folder, 2: its "sub"
+  engine.FileCleanUp(j, true);
+  EXPECT_TRUE(engine.fs.faults().Fired());
+  engine.fs.faults().Disarm();
+  EXPECT_TRUE(Exists(Dst("sub/kept.txt")));
+  EXPECT_TRUE(Exists(Dst("top.txt")));
+  EXPECT_FALSE(Exists(Dst("only-here.txt")));  // what the listing did show still counts
+}
+
+// A further file that could not be added to a new archive got its "Fehler" line, but the job
+// still ended as a success.
+TEST(CompressionRegression, AFileLeftOutOfANewArchiveFailsTheJob) {
+  ZipEngine z;
+  z.j.Action = 3;
+  FileList files{z.Src("a.txt"), z.Src("b.txt")};
+  z.e.fs.faults().Arm(FaultOp::Open, 2, EACCES);  // the second file's opening
+  z.e.Zip_Files(files, z.j);
+  EXPECT_TRUE(z.e.fs.faults().Fired());
+  EXPECT_EQ(z.ev.Texts().back(), "Fehler: " + z.Src("b.txt"));
+  EXPECT_TRUE(z.e.jobError);
+}
+
+// The temporary file of an atomic write was named "." + name + a suffix: for a job file whose
+// name is already 255 bytes long that is no valid name, and the run state was never written.
+TEST(HostileNames, AFileWithALongestNameIsStillReplacedAtomically) {
+  TempDir dir;
+  const std::string path = dir / (std::string(251, 'j') + ".kjb");
+  WriteFile(path, "[Job]\nCounter=1\n");
+  FileSystem fs;
+  fs.WriteFileAtomic(path, "[Job]\nCounter=2\n");
+  EXPECT_EQ(ReadFile(path), "[Job]\nCounter=2\n");
+  std::vector<std::string> names;
+  for (const auto& e : std::filesystem::directory_iterator(dir.str())) {
+    names.push_back(e.path().filename().string());
+  }
+  EXPECT_EQ(names, std::vector<std::string>{std::string(251, 'j') + ".kjb"});
+}
+
+// The info entry of a trashed file is its name + ".trashinfo": for names beyond 245 bytes no
+// valid name, and such a file could not be deleted to the recycle bin at all.
+TEST_F(FaultRegressions, AFileWithALongestNameGoesToTheTrash) {
+  const std::optional<std::string> saved =
+      std::getenv("XDG_DATA_HOME") ? std::optional<std::string>(std::getenv("XDG_DATA_HOME"))
+                                   : std::nullopt;
+  ::setenv("XDG_DATA_HOME", (tmp / "xdg").c_str(), 1);
+  const std::string name(255, 'n');
+  const std::string file = Source(name, "data");
+  EXPECT_NO_THROW(engine.fs.Trash(file));
+  EXPECT_FALSE(Exists(file));
+  const std::string kept = tmp / ("xdg/Trash/files/" + name.substr(0, 230));
+  EXPECT_EQ(ReadFile(kept), "data");
+  EXPECT_NE(ReadFile(tmp / ("xdg/Trash/info/" + name.substr(0, 230) + ".trashinfo")).find(name),
+            std::string::npos);
+  if (saved) {
+    ::setenv("XDG_DATA_HOME", saved->c_str(), 1);
+  } else {
+    ::unsetenv("XDG_DATA_HOME");
+  }
+}
+
+// A source that grew while it was copied was copied as far as the copy read it, and that torn
+// copy was put in place as if it were the file.
+TEST_F(FaultRegressions, AFileThatChangesWhileItIsCopiedIsNotPutInPlace) {
+  const std::string file = Source("growing.log", std::string(16 << 20, 'x'));
+  std::atomic<bool> done{false};
+  std::thread writer([&] {
+    const int fd = ::open(file.c_str(), O_WRONLY | O_APPEND);
+    while (!done.load()) {
+      if (::write(fd, "y", 1) != 1) break;
+    }
+    ::close(fd);
+  });
+  EXPECT_THROW(engine.fs.CopyFile(file, Dst("growing.log"), false), KestrelError);
+  done = true;
+  writer.join();
+  EXPECT_FALSE(Exists(Dst("growing.log")));
+  EXPECT_TRUE(Names(dst).empty());  // nor its temporary
+  engine.fs.CopyFile(file, Dst("growing.log"), false);  // at rest it copies
+  EXPECT_EQ(ReadFile(Dst("growing.log")), ReadFile(file));
+}
+
+// A killed copy leaves its hidden temporary beside the destination; a later synchronisation
+// walked it as a file of the job and carried the partial file back into the source folder.
+TEST_F(WalkRegressions, TheWalkPassesOverTemporariesOfKilledRuns) {
+  const std::vector<std::string> temporaries = {
+      ".kestrel-0123456789abcdef.tmp", ".kestrel-0123456789abcdef.tmp.Ab12Cd",
+      ".a.kjb.kestrel-tmp-123456", ".b.txt.kestrel-42"};
+  const std::vector<std::string> files = {
+      "plain.txt", ".kestrel-notes.txt", "a.kestrel-42", ".kestrel-0123456789abcdeg.tmp",
+      ".x.kestrel-tmp-", ".kestrel-0123456789abcdef.tmp.toolong"};
+  for (const auto& n : temporaries) WriteFile(In(n), "partial");
+  for (const auto& n : files) WriteFile(In(n), "file");
+  job j = MakeJob();
+  e.regex = std::make_unique<RegExpCache>();
+  e.FindFiles(j.From, "*.*", false, j);
+  std::vector<std::string> found;
+  for (const auto& f : e.files) found.push_back(f.substr(In("").size()));
+  std::sort(found.begin(), found.end());
+  std::vector<std::string> expected = files;
+  std::sort(expected.begin(), expected.end());
+  EXPECT_EQ(found, expected);
+}
+
+// libzip commits an archive through "<archive>.XXXXXX" beside it: a killed compression left a
+// visible, partial file that looked like an archive. The archive is now written under a hidden
+// staging name; whatever the commit does, the folder shows the archive or nothing.
+TEST(ZipStagingRegression, AnArchiveFolderShowsOnlyTheArchiveBeforeDuringAndAfter) {
+  ZipEngine z;
+  const std::string a = z.Src("a.txt", "alpha"), b = z.Src("b.txt", "beta");
+  const std::string archive = z.Out("x.zip");
+  const auto folder = [&] {
+    std::vector<std::string> names;
+    for (const auto& e : std::filesystem::directory_iterator(z.j.To)) {
+      names.push_back(e.path().filename().string());
+    }
+    return names;
+  };
+  std::string noise(12 << 20, '\0');
+  std::mt19937_64 rng(7);
+  for (char& c : noise) c = static_cast<char>(rng());
+  const std::string big = z.Src("big.bin", noise);
+  ZipLibrary& zip = *z.e.zip;
+  zip.SaveFolderLocation(z.j.From);
+  ASSERT_EQ(zip.ZipFile(archive, a, "", 0, 0), 1);
+  ASSERT_EQ(zip.ZipAddFile(archive, big, 3, 0), 1);
+  // While the commit writes, every name in the folder is a hidden temporary.
+  std::atomic<bool> done{false};
+  std::vector<std::string> seen;
+  std::thread watcher([&] {
+    while (!done.load()) {
+      for (const std::string& n : folder()) {
+        if (std::find(seen.begin(), seen.end(), n) == seen.end()) seen.push_back(n);
+      }
+    }
+  });
+  const bool flushed = zip.Flush();
+  done = true;
+  watcher.join();
+  ASSERT_TRUE(flushed);
+  for (const std::string& n : seen) EXPECT_TRUE(n == "x.zip" || IsEngineTemporary(n)) << n;
+  EXPECT_FALSE(seen.empty());  // the watcher saw the commit at work
+  EXPECT_EQ(folder(), std::vector<std::string>{"x.zip"});
+  const std::string first = ReadFile(archive);
+  // A commit that fails leaves the archive as it was and nothing beside it.
+  ASSERT_EQ(zip.ZipAddFile(archive, b, 4, 0), 1);
+  z.e.fs.faults().Arm(FaultOp::Write, 1, ENOSPC);
+  EXPECT_FALSE(zip.Flush());
+  z.e.fs.faults().Disarm();
+  EXPECT_EQ(folder(), std::vector<std::string>{"x.zip"});
+  EXPECT_EQ(ReadFile(archive), first);
+  // Adding to it keeps its entries; a commit with nothing new changes nothing.
+  ASSERT_EQ(zip.ZipAddFile(archive, b, 4, 0), 1);
+  ASSERT_TRUE(zip.Flush());
+  EXPECT_EQ(folder(), std::vector<std::string>{"x.zip"});
+  EXPECT_EQ(zip.ZipFileCount(archive), 3);
+  zip.ZipAddFile(archive, b, 4, 0);  // the same entry again, refused or replaced
+  zip.Flush();
+  EXPECT_EQ(folder(), std::vector<std::string>{"x.zip"});
+  EXPECT_EQ(zip.ZipFileCount(archive), 3);
+}
+
+}  // namespace
+}  // namespace orvKestrel::testing

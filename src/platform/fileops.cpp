@@ -260,6 +260,7 @@ void MoveAcross(Faults& faults, const std::string& source, const std::string& de
 }  // namespace
 
 void FileSystem::CopyFile(const std::string& source, const std::string& dest, bool overwrite) {
+  const Changing changing(*this);
   Gate(FaultOp::Copy);
   if (source.empty() || dest.empty()) ThrowInvalidCall();
   const OpenSource src = OpenRegular(faults_, source);
@@ -268,6 +269,7 @@ void FileSystem::CopyFile(const std::string& source, const std::string& dest, bo
 }
 
 void FileSystem::MoveFile(const std::string& source, const std::string& dest) {
+  const Changing changing(*this, true);
   if (source.empty() || dest.empty()) ThrowInvalidCall();
   int err = faults_.Check(FaultOp::Rename);  // an injected error stands for the rename's own
   if (err == 0) {
@@ -286,6 +288,7 @@ void FileSystem::MoveFile(const std::string& source, const std::string& dest) {
 }
 
 void FileSystem::DeleteFile(const std::string& path, bool force) {
+  const Changing changing(*this);
   if (path.empty()) ThrowInvalidCall();
   Gate(FaultOp::Unlink);
   struct stat st {};
@@ -297,6 +300,7 @@ void FileSystem::DeleteFile(const std::string& path, bool force) {
 }
 
 void FileSystem::DeleteFolder(const std::string& path, bool force) {
+  const Changing changing(*this, true);
   if (path.empty()) ThrowInvalidCall();
   struct stat st {};
   if (::lstat(path.c_str(), &st) != 0) ThrowSys(errno);
@@ -317,6 +321,7 @@ void FileSystem::DeleteFolder(const std::string& path, bool force) {
 }
 
 void FileSystem::RemoveFolder(const std::string& path) {
+  const Changing changing(*this, true);
   if (path.empty()) ThrowInvalidCall();
   Gate(FaultOp::Unlink);
   if (::rmdir(path.c_str()) != 0) ThrowSys(errno);

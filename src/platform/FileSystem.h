@@ -51,6 +51,18 @@ struct FileStat {
   FileTimes times;
 };
 
+// Names for the temporary file beside a destination, ".kestrel-<16 hex>.tmp": one random draw
+// per object, then a counter (a name taken meanwhile is simply skipped by the caller).
+class TempNames {
+ public:
+  std::string Next();
+
+ private:
+  std::uint64_t base_ = 0;
+  std::uint64_t count_ = 0;
+  bool seeded_ = false;
+};
+
 class FileSystem {
  public:
   Faults& faults() { return faults_; }
@@ -155,6 +167,7 @@ class FileSystem {
   struct FreeFigure {
     std::string path;
     std::int64_t bytes = 0;
+    std::uint64_t block = 0;  // the unit of allocation
     std::chrono::steady_clock::time_point at;
   };
   struct SeenFolder {
@@ -162,6 +175,7 @@ class FileSystem {
     std::chrono::steady_clock::time_point at;
   };
   Faults faults_;
+  TempNames tempNames_;
   int scopes_ = 0;
   std::vector<Status> known_;  // only while a StatusScope is alive; a few paths at most
   Status last_;                // the look-up outside a scope

@@ -61,7 +61,7 @@ std::int64_t FileSystem::FreeBytes(const std::string& path) {
       bytes <= static_cast<std::uint64_t>(kMax)) {
     result = static_cast<std::int64_t>(bytes);
   }
-  free_ = FreeFigure{path, result, now};
+  free_ = FreeFigure{path, result, vfs.f_frsize, now};
   return result;
 }
 

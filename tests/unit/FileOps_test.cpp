@@ -235,6 +235,15 @@ TEST_F(FileOpsTest, RememberedStatusFollowsEveryChangeMadeThroughTheObject) {
   EXPECT_EQ(fs.Stat(b).size, 4u);
 }
 
+// The free space is asked once and then kept up to date by the copies made meanwhile: a
+// figure that ignored them would let the next file pass a check it should fail.
+TEST_F(FileOpsTest, ANewCopyTakesItsLengthFromTheRememberedFreeSpace) {
+  const std::string big = Source("big.bin", Big());
+  const std::int64_t before = fs.FreeBytes(dst);
+  fs.CopyFile(big, Dst("big.bin"), false);
+  EXPECT_LE(fs.FreeBytes(dst), before - static_cast<std::int64_t>(Big().size()));
+}
+
 TEST_F(FileOpsTest, AFolderSeenIsForgottenWhenTheObjectRemovesOrRenamesIt) {
   const std::string sub = Dst("sub");
   EXPECT_FALSE(fs.FolderStillExists(sub));

@@ -138,20 +138,10 @@ std::string Engine::GetZipFileName(job& job, const std::string& Mode, const std:
   Proc p(trap, "clsKestrel", "Function GetZipFileName", [&] {
     return ParamText({{"job", kJobParam}, {"Mode", Mode}, {"sFile", Opt(sFile)}});
   });
-  std::string name;
-  if (Mode == "All") {
-    name = paths::BuildPath(job.To, job.JobName + ".zip");
-  } else if (Mode == "Single") {
-    if (job.ZipExtStruct != 0) {
-      std::string folder;
-      if (!p.Do([&] { folder = HandleFolders(sFile, job); })) return {};
-      name = paths::BuildPath(folder, paths::GetFileName(sFile) + ".zip");
-    } else {
-      name = zipcommon::SingleNameInTo(job, sFile);
-    }
-  } else {
-    return {};
-  }
+  const std::optional<std::string> archive =
+      zipcommon::ArchiveName(*this, p, job, Mode, sFile, false);
+  if (!archive) return {};
+  const std::string& name = *archive;
   switch (job.Exist) {
     case 0:
       if (fs.FileExists(name)) {

@@ -2,8 +2,10 @@
 #pragma once
 
 #include "engine/Engine.h"
+#include "platform/Paths.h"
 
 #include <cstdint>
+#include <optional>
 #include <string>
 
 namespace orvKestrel::zipcommon {
@@ -20,6 +22,24 @@ std::string BaseFolder(const std::string& file, const job& job);
 // The "Single" archive of sFile in To: every ".ext" of the whole path becomes ".zip" (a file
 // without extension has every "." replaced) and only the file name part is used.
 std::string SingleNameInTo(const job& job, const std::string& sFile);
+
+// The archive for Mode "All" or "Single" before the existing-archive policy applies; nothing
+// when Mode is neither or the trap asked to leave. A preview names the mirrored folder without
+// making it.
+template <class P>
+std::optional<std::string> ArchiveName(Engine& e, P& p, job& job, const std::string& Mode,
+                                       const std::string& sFile, bool preview) {
+  if (Mode == "All") return paths::BuildPath(job.To, job.JobName + ".zip");
+  if (Mode != "Single") return std::nullopt;
+  if (job.ZipExtStruct == 0) return SingleNameInTo(job, sFile);
+  std::string folder;
+  if (!p.Do([&] {
+        folder = preview ? e.HandlePreviewFolders(sFile, job) : e.HandleFolders(sFile, job);
+      })) {
+    return std::nullopt;
+  }
+  return paths::BuildPath(folder, paths::GetFileName(sFile) + ".zip");
+}
 
 // "Dateien gefunden: n+1", or "Datei gefunden: 1" for a single file.
 void LogCount(Engine& e, std::size_t files);

@@ -76,21 +76,10 @@ std::string Engine::GetZipFileNamePreview(job& job, const std::string& Mode,
   Proc p(trap, "clsKestrel", "Function GetZipFileNamePreview", [&] {
     return ParamText({{"job", kJobParam}, {"Mode", Mode}, {"sFile", Opt(sFile)}});
   });
-  std::string name;
-  if (Mode == "All") {
-    name = paths::BuildPath(job.To, job.JobName + ".zip");
-  } else if (Mode == "Single") {
-    if (job.ZipExtStruct != 0) {
-      // The preview names the mirrored folder without creating it.
-      std::string folder;
-      if (!p.Do([&] { folder = HandlePreviewFolders(sFile, job); })) return {};
-      name = paths::BuildPath(folder, paths::GetFileName(sFile) + ".zip");
-    } else {
-      name = zipcommon::SingleNameInTo(job, sFile);
-    }
-  } else {
-    return {};
-  }
+  const std::optional<std::string> archive =
+      zipcommon::ArchiveName(*this, p, job, Mode, sFile, true);
+  if (!archive) return {};
+  const std::string& name = *archive;
   switch (job.Exist) {
     case 0:
       if (fs.FileExists(name)) {

@@ -2,7 +2,7 @@
 // each kill no file under a destination name is partial, no source file is lost, the job file
 // still reads; the next run completes the job. Temporary files a kill leaves behind must have
 // hidden, clearly temporary names. The seed is printed; KESTREL_KILL_SEED repeats a run.
-#include "e2e/ReliabilitySupport.h"
+#include "e2e/E2eSupport.h"
 
 #include <chrono>
 #include <cstdio>
@@ -10,7 +10,7 @@
 #include <set>
 #include <thread>
 
-namespace reliability {
+namespace e2e {
 namespace {
 
 using Clock = std::chrono::steady_clock;
@@ -194,4 +194,4 @@ TEST_F(Kill, ACopyKilledAnywhereLeavesCompleteFilesAndTheNextRunFinishesIt) { Ki
 TEST_F(Kill, AMoveKilledAnywhereLosesNothingAndTheNextRunFinishesIt) { KillAtRandom(1); }
 
 }  // namespace
-}  // namespace reliability
+}  // namespace e2e

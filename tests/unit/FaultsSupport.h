@@ -5,7 +5,6 @@
 #include <orvKestrel/clsJobs.h>
 
 #include "engine/Engine.h"
-#include "EngineTestSupport.h"
 #include "support/TestSupport.h"
 
 #include <fcntl.h>

@@ -178,7 +178,7 @@ TEST_F(Filters, DateRangeKeepsTheWholeDaysInclusive) {
 }
 
 TEST_F(Filters, AnUnreadableDateGoesToTheTrapAndEmptiesTheList) {
-  CwdGuard cwd(dir.str());
+  CurrentDir cwd(dir.str());
   FileList list = Make({"a"});
   job j = MakeJob();
   j.FileAge = 3;
@@ -189,7 +189,7 @@ TEST_F(Filters, AnUnreadableDateGoesToTheTrapAndEmptiesTheList) {
 }
 
 TEST_F(Filters, VanishedFileIsKeptWhenTheTrapGoesOn) {
-  CwdGuard cwd(dir.str());
+  CurrentDir cwd(dir.str());
   e.host.messageBox = [](const MessageBoxRequest&) { return BoxAnswer::Ignore; };
   FileList list = Make({"big"}, std::string(10, 'x'));
   list.push_back(In("gone"));

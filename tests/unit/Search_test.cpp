@@ -249,7 +249,7 @@ TEST_F(Search, StopEndsTheWalkWithoutHandingOn) {
 }
 
 TEST_F(Search, InvalidFilePatternGoesToTheTrapAndKeepsWhatWasGathered) {
-  CwdGuard cwd(dir.str());
+  CurrentDir cwd(dir.str());
   WriteFile(In("a.txt"), "");
   WriteFile(In("sub/b.txt"), "");
   job j = MakeJob();

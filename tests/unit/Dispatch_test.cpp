@@ -52,6 +52,7 @@ TEST_F(Dispatch, EachActionIsAnnouncedAsAProgressLine) {
     EXPECT_TRUE(l.sameView);
     EXPECT_FALSE(l.isLast);
     EXPECT_TRUE(list.empty());
+    EXPECT_TRUE(c.preview == 0 || Exists(In("a.zip")));  // a preview deletes or moves nothing
   }
 }
 
@@ -138,17 +139,6 @@ TEST_F(Dispatch, FileTimeSwitchFollowsTheDestinationTimeFields) {
   FileList list = {In("x")};
   e.DoMoveCopySelection(list, j);
   EXPECT_FALSE(e.fileTime);
-}
-
-TEST_F(Dispatch, PreviewOfDeleteDeletesNothing) {
-  FileList list = Make({"a.txt", "b.txt"});
-  job j = MakeJob();
-  j.Action = 2;
-  j.DoPreview = 1;
-  e.ProcessFiles(list, j);
-  EXPECT_EQ(Lines(20).size(), 1u);
-  EXPECT_TRUE(Exists(In("a.txt")));
-  EXPECT_TRUE(Exists(In("b.txt")));
 }
 
 TEST_F(Dispatch, StopErasesTheListWithoutAWord) {

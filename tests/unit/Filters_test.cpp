@@ -42,15 +42,13 @@ TEST_F(Filters, SizeLimitIsExclusiveForBothOptions) {
   const FileList all = {In("99"), In("100"), In("101")};
   job j = MakeJob();
   j.FileSize = 100;
-  j.FileOpt = 1;
-  FileList list = all;
-  EXPECT_EQ(Names(e.FilterFileSize(list, j)), std::vector<std::string>{"101"});
-  j.FileOpt = 2;
-  list = all;
-  EXPECT_EQ(Names(e.FilterFileSize(list, j)), std::vector<std::string>{"99"});
-  j.FileOpt = 0;
-  list = all;
-  EXPECT_EQ(e.FilterFileSize(list, j), all);
+  const std::pair<std::int16_t, std::vector<std::string>> options[] = {
+      {1, {"101"}}, {2, {"99"}}, {0, {"99", "100", "101"}}};
+  for (const auto& [opt, kept] : options) {
+    j.FileOpt = opt;
+    FileList list = all;
+    EXPECT_EQ(Names(e.FilterFileSize(list, j)), kept) << opt;
+  }
 }
 
 TEST_F(Filters, KeepOnlyListedExtensionsInAnyCase) {

@@ -373,12 +373,6 @@ TEST_F(RunDriverTest, FreeSpaceTriggerRunsOnlyBelowTheLimit) {
   EXPECT_THAT(ev.jobs, ElementsAre(Current("a.kjb", 0, 0, 0), Current("a.kjb", 0, 4, 0)));
 }
 
-}  // namespace
-}  // namespace orvKestrel
-
-namespace orvKestrel {
-namespace {
-
 TEST(Events, CounterCarriesCountsAndEveryLineYieldsFirst) {
   Engine e{Host{}};
   int yields = 0;

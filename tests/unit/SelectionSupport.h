@@ -77,12 +77,6 @@ inline void SetDosAttrib(const std::string& path, const std::string& value) {
 
 inline void Chmod(const std::string& path, mode_t mode) { ::chmod(path.c_str(), mode); }
 
-inline mode_t ModeOf(const std::string& path) {
-  struct stat st {};
-  ::stat(path.c_str(), &st);
-  return st.st_mode & 07777;
-}
-
 // The names of a folder in the order the file system lists them.
 inline std::vector<std::string> ListingOrder(const std::string& path) {
   std::vector<std::string> names;

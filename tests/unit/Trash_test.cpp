@@ -4,7 +4,6 @@
 
 #include "ActionsFixture.h"
 
-#include <cstdlib>
 #include <regex>
 
 namespace orvKestrel::testing {
@@ -13,21 +12,9 @@ namespace {
 // Points the home trash into the test's folder for the test's length.
 class TrashTest : public ActionsTest {
  protected:
-  TrashTest() {
-    if (const char* old = std::getenv("XDG_DATA_HOME")) saved = old;
-    ::setenv("XDG_DATA_HOME", (tmp / "xdg").c_str(), 1);
-    trash = tmp / "xdg/Trash";
-  }
-  ~TrashTest() override {
-    if (saved) {
-      ::setenv("XDG_DATA_HOME", saved->c_str(), 1);
-    } else {
-      ::unsetenv("XDG_DATA_HOME");
-    }
-  }
   std::string Info(const std::string& name) { return ReadFile(trash + "/info/" + name + ".trashinfo"); }
-  std::optional<std::string> saved;
-  std::string trash;
+  ScopedEnv xdg{"XDG_DATA_HOME", tmp / "xdg"};
+  std::string trash = tmp / "xdg/Trash";
 };
 
 TEST_F(TrashTest, HomeTrashGetsTheFileAndItsInfoEntry) {

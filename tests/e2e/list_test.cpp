@@ -124,15 +124,6 @@ TEST_F(List, OneNamedFile) {
   EXPECT_EQ(records[0]["JobName"], "b");
 }
 
-TEST_F(List, BadCommandLines) {
-  EXPECT_EQ(Kestrel({"list"}).exitCode, 2);
-  EXPECT_EQ(Kestrel({"list", ".", "--events", "xml"}).exitCode, 2);
-  EXPECT_EQ(Kestrel({"list", ".", "--now", "yesterday"}).exitCode, 2);
-  const RunResult help = Kestrel({"list", "--help"});
-  EXPECT_EQ(help.exitCode, 0);
-  EXPECT_NE(help.out.find("Examples:"), std::string::npos);
-}
-
 // The sample jobs of the repository read without an error and say what they are for.
 TEST_F(List, TheExampleJobs) {
   const RunResult r = RunKestrel(With({"list", "examples/jobs", "--events", "jsonl"}), KESTREL_SOURCE_DIR);

@@ -1,4 +1,5 @@
-// kestrel run, run-one and daemon, run as a user or a scheduler runs them.
+// kestrel run, run-one and daemon, run as a user or a scheduler runs them; bad command lines of
+// every command.
 #include "support/TestSupport.h"
 
 #include <fcntl.h>
@@ -237,6 +238,9 @@ TEST_F(RunTest, BadCommandLinesExitTwo) {
       {"run-one", jobs + "/a.kjb", "--verbose"},
       {"daemon", jobs, "--every", "0"},
       {"run", jobs, "--log", dir / "no/such/folder/log.txt"},
+      {"list"},
+      {"list", ".", "--events", "xml"},
+      {"list", ".", "--now", "yesterday"},
   };
   for (const auto& args : bad) {
     const Result r = Kestrel(args, dir.str());
@@ -246,6 +250,9 @@ TEST_F(RunTest, BadCommandLinesExitTwo) {
   }
   EXPECT_EQ(Kestrel({"run", "--help"}, dir.str()).exit, 0);
   EXPECT_EQ(Kestrel({"daemon", "--help"}, dir.str()).exit, 0);
+  const Result help = Kestrel({"list", "--help"}, dir.str());
+  EXPECT_EQ(help.exit, 0);
+  EXPECT_NE(help.out.find("Examples:"), std::string::npos);
 }
 
 TEST_F(RunTest, MissingOrEmptyJobFolderIsNoError) {

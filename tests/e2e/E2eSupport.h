@@ -13,6 +13,8 @@
 
 #include <gtest/gtest.h>
 
+#include "support/TestSupport.h"
+
 #include <algorithm>
 #include <cstdlib>
 #include <ctime>
@@ -27,6 +29,7 @@
 namespace e2e {
 
 namespace fs = std::filesystem;
+using orvKestrel::testing::OtherFileSystemThan;
 
 // Writes a file (and its folders); a non-zero `written` becomes its access and write time.
 inline void Put(const fs::path& p, const std::string& data, std::time_t written = 0) {

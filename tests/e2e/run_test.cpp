@@ -193,9 +193,7 @@ std::vector<std::string> JobLines(const std::string& text, const std::string& pa
 }
 
 std::string Value(const std::string& ini, const std::string& key) {
-  std::smatch m;
-  const std::regex re("(^|\n)" + key + "=([^\r\n]*)");
-  return std::regex_search(ini, m, re) ? m[2].str() : "<missing>";
+  return orvKestrel::testing::KeyValue(ini, key).value_or("<missing>");
 }
 
 class RunTest : public ::testing::Test {

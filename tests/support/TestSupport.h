@@ -116,6 +116,14 @@ inline std::optional<std::string> KeyValue(const std::string& text, const std::s
   return std::nullopt;
 }
 
+// "/dev/shm" when it is writable and lies on another file system than path (a move there
+// copies, flushes and deletes instead of renaming), else "".
+inline std::string OtherFileSystemThan(const std::string& path) {
+  struct stat shm {}, here {};
+  if (::stat("/dev/shm", &shm) != 0 || ::stat(path.c_str(), &here) != 0) return "";
+  return shm.st_dev != here.st_dev && ::access("/dev/shm", W_OK) == 0 ? "/dev/shm" : "";
+}
+
 // The permission bits of a file.
 inline mode_t ModeOf(const std::string& path) {
   struct stat st {};

@@ -104,11 +104,10 @@ TEST_F(FileOpsTest, MoveRenamesAndRefusesAnExistingDestination) {
 class OtherFileSystem {
  public:
   explicit OtherFileSystem(const std::string& here) {
-    struct stat shm {}, st {};
-    if (::stat("/dev/shm", &shm) != 0 || ::stat(here.c_str(), &st) != 0) return;
-    if (shm.st_dev == st.st_dev || ::access("/dev/shm", W_OK) != 0) return;
+    const std::string top = OtherFileSystemThan(here);
+    if (top.empty()) return;
     TempDir probe;  // a unique name
-    path_ = "/dev/shm/" + paths::GetFileName(probe.str());
+    path_ = top + "/" + paths::GetFileName(probe.str());
     std::filesystem::create_directories(path_);
   }
   ~OtherFileSystem() {

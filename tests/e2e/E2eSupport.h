@@ -83,6 +83,7 @@ struct StartOptions {
   std::string outFile, errFile;                            // empty: nowhere
   std::vector<std::pair<std::string, std::string>> env;  // set in the child only
   uid_t asUser = 0;  // non-zero: as that user (the tests run as root, whom permissions do not stop)
+  int outFd = -1, errFd = -1;  // >= 0: there instead of the files
 };
 
 // kestrel with args, its standard output and error into the files of `o`. The child runs in the
@@ -99,10 +100,11 @@ inline pid_t StartKestrel(const std::vector<std::string>& args, const fs::path& 
   }
   for (const auto& [name, value] : o.env) ::setenv(name.c_str(), value.c_str(), 1);
   if (::chdir(cwd.c_str()) != 0) ::_exit(126);
-  const int out = ::open(o.outFile.empty() ? "/dev/null" : o.outFile.c_str(),
-                         O_WRONLY | O_CREAT | O_TRUNC, 0666);
-  const int err = ::open(o.errFile.empty() ? "/dev/null" : o.errFile.c_str(),
-                         O_WRONLY | O_CREAT | O_TRUNC, 0666);
+  const auto open = [](const std::string& file) {
+    return ::open(file.empty() ? "/dev/null" : file.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0666);
+  };
+  const int out = o.outFd >= 0 ? o.outFd : open(o.outFile);
+  const int err = o.errFd >= 0 ? o.errFd : open(o.errFile);
   ::dup2(out, 1);
   ::dup2(err, 2);
   std::vector<char*> cargv;

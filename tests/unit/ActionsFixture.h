@@ -63,17 +63,16 @@ class ActionsTest : public ::testing::Test {
   std::string Src(const std::string& rel) const { return src + "/" + rel; }
   std::string Dst(const std::string& rel) const { return dst + "/" + rel; }
 
-  // A file in the source folder with the given contents and write time.
+  // A file in the source (destination) folder with the given contents and write time.
   std::string Source(const std::string& rel, const std::string& data, std::time_t written = 0) {
-    const std::string path = Src(rel);
-    WriteFile(path, data);
-    if (written != 0) SetTimes(path, written, written);
-    return path;
+    return Put(Src(rel), data, written);
   }
   std::string Dest(const std::string& rel, const std::string& data, std::time_t written = 0) {
-    const std::string path = Dst(rel);
+    return Put(Dst(rel), data, written);
+  }
+  static std::string Put(const std::string& path, const std::string& data, std::time_t written) {
     WriteFile(path, data);
-    if (written != 0) SetTimes(path, written, written);
+    if (written != 0) SetModified(path, written);
     return path;
   }
 

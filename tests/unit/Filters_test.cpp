@@ -8,15 +8,6 @@ namespace {
 
 class Filters : public SelectionTest {
  protected:
-  // Files below "in" with the given names; returns their full paths in order.
-  FileList Make(std::initializer_list<const char*> names, const std::string& data = "") {
-    FileList list;
-    for (const char* n : names) {
-      WriteFile(In(n), data);
-      list.push_back(In(n));
-    }
-    return list;
-  }
   // Empty files with the given modification (and access) times.
   template <std::size_t N>
   FileList WithTimes(const std::pair<const char*, std::time_t> (&files)[N]) {

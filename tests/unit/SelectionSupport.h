@@ -42,6 +42,16 @@ class SelectionTest : public ::testing::Test {
 
   std::string In(const std::string& rel) { return dir / ("in/" + rel); }
 
+  // Files below "in" with the given names; returns their full paths in order.
+  FileList Make(std::initializer_list<const char*> names, const std::string& data = "") {
+    FileList list;
+    for (const char* n : names) {
+      WriteFile(In(n), data);
+      list.push_back(In(n));
+    }
+    return list;
+  }
+
   // Lines raised with message n.
   std::vector<LoggedLine> Lines(int n) const {
     std::vector<LoggedLine> out;

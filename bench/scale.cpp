@@ -27,6 +27,8 @@ using Clock = std::chrono::steady_clock;
 
 struct Measure {
   double seconds = 0;
+  double userSeconds = 0;    // CPU time in the process itself ...
+  double systemSeconds = 0;  // ... and in the kernel on its behalf (path look-ups, listings)
   long maxRssMb = 0;
   int exitCode = -1;
 };
@@ -63,6 +65,9 @@ Measure RunOnce(const std::vector<std::string>& args) {
   Measure m;
   m.seconds = std::chrono::duration<double>(Clock::now() - start).count();
   m.maxRssMb = usage.ru_maxrss / 1024;
+  const auto secs = [](const timeval& t) { return static_cast<double>(t.tv_sec) + t.tv_usec / 1e6; };
+  m.userSeconds = secs(usage.ru_utime);
+  m.systemSeconds = secs(usage.ru_stime);
   m.exitCode = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
   return m;
 }
@@ -112,9 +117,10 @@ Row RunSize(const fs::path& parent, long files) {
            "From=" + src.string() + "\nTo=" + dst.string() +
                "\nAction=5\nDoPreview=0\nExist=4\nEFSelect=0\nExtFileTime=1\n");
   row.sync = RunMeasured({KESTREL_BIN, "run", (root / "jobs-sync").string(), "--events", "jsonl"});
-  std::printf("scale: %ld files: preview %.1f s, %ld MB; synchronisation %.1f s, %ld MB (exit %d, %d)\n",
-              files, row.preview.seconds, row.preview.maxRssMb, row.sync.seconds,
-              row.sync.maxRssMb, row.preview.exitCode, row.sync.exitCode);
+  for (const auto& [what, m] : {std::pair{"preview", row.preview}, std::pair{"sync", row.sync}}) {
+    std::printf("scale: %ld files: %-7s %6.1f s wall, %6.1f s user, %6.1f s system, %4ld MB (exit %d)\n",
+                files, what, m.seconds, m.userSeconds, m.systemSeconds, m.maxRssMb, m.exitCode);
+  }
   std::fflush(stdout);
   fs::remove_all(root);
   return row;
@@ -129,10 +135,17 @@ int main(int argc, char** argv) {
   const Row a = RunSize(parent, small);
   const Row b = RunSize(parent, large);
   const double size = static_cast<double>(large) / static_cast<double>(small);
-  std::printf("scale: %ld -> %ld files (x%.0f): preview time x%.2f, synchronisation time x%.2f; "
-              "peak memory %ld MB and %ld MB at %ld files\n",
-              small, large, size, b.preview.seconds / a.preview.seconds,
-              b.sync.seconds / a.sync.seconds, b.preview.maxRssMb, b.sync.maxRssMb, large);
+  const auto ratio = [](double large, double small) { return small > 0 ? large / small : 0.0; };
+  std::printf("scale: %ld -> %ld files (x%.0f), growth of wall / user / system time:\n", small,
+              large, size);
+  std::printf("scale:   preview x%.2f / x%.2f / x%.2f; synchronisation x%.2f / x%.2f / x%.2f\n",
+              ratio(b.preview.seconds, a.preview.seconds),
+              ratio(b.preview.userSeconds, a.preview.userSeconds),
+              ratio(b.preview.systemSeconds, a.preview.systemSeconds),
+              ratio(b.sync.seconds, a.sync.seconds), ratio(b.sync.userSeconds, a.sync.userSeconds),
+              ratio(b.sync.systemSeconds, a.sync.systemSeconds));
+  std::printf("scale: peak memory %ld MB (preview) and %ld MB (synchronisation) at %ld files\n",
+              b.preview.maxRssMb, b.sync.maxRssMb, large);
   const bool ok = a.preview.exitCode == 0 && a.sync.exitCode == 0 && b.preview.exitCode == 0 &&
                   b.sync.exitCode == 0 && b.preview.maxRssMb < 400 && b.sync.maxRssMb < 400;
   std::printf("scale: %s\n", ok ? "within bounds (exit 0, below 400 MB)" : "OUT OF BOUNDS");

@@ -247,6 +247,7 @@ void Engine::Preview(FileList& sArray, job& job, const std::string& mode) {
     Yield();
     if (Stopped()) break;
     const std::string& src = sArray[static_cast<std::size_t>(i)];
+    const FileSystem::StatusScope once(fs);
     const bool reported = FilePreview(*this, job, kind, src, folders).Run();
     if (reported && syncing && syncPass == 1) {
       previewReported.insert(actions::RelativeTo(src, job.From));

@@ -195,6 +195,7 @@ void TransferFiles(Engine& e, FileList& sArray, job& job, Kind kind) {
     if (e.Stopped()) break;
     const std::string& src = sArray[static_cast<std::size_t>(i)];
     try {
+      const FileSystem::StatusScope once(e.fs);
       FileTransfer(e, job, kind, src).Run();
     } catch (...) {
       LogError(e, job, kind, src);

@@ -5,6 +5,7 @@
 
 #include "platform/Faults.h"
 
+#include <chrono>
 #include <cstdint>
 #include <ctime>
 #include <optional>
@@ -45,17 +46,50 @@ struct FileTimes {
 
 struct FileStat {
   bool isDir = false;
+  bool isFile = false;  // a regular file
   std::uint64_t size = 0;
   FileTimes times;
+};
+
+// Names for the temporary file beside a destination, ".kestrel-<16 hex>.tmp": one random draw
+// per object, then a counter (a name taken meanwhile is simply skipped by the caller).
+class TempNames {
+ public:
+  std::string Next();
+
+ private:
+  std::uint64_t base_ = 0;
+  std::uint64_t count_ = 0;
+  bool seeded_ = false;
 };
 
 class FileSystem {
  public:
   Faults& faults() { return faults_; }
 
+  // While a scope is alive the status of a path is read from the disk once: the steps for one
+  // file ask about the same two paths several times. Any change made through this object
+  // forgets what was read.
+  class StatusScope {
+   public:
+    explicit StatusScope(FileSystem& fs) : fs_(fs) { ++fs_.scopes_; }
+    ~StatusScope() {
+      if (--fs_.scopes_ == 0) fs_.known_.clear();
+    }
+    StatusScope(const StatusScope&) = delete;
+    StatusScope& operator=(const StatusScope&) = delete;
+
+   private:
+    FileSystem& fs_;
+  };
+
   // --- queries (dir.cpp) ---
-  bool FileExists(const std::string& path) const;    // a regular file (links followed)
-  bool FolderExists(const std::string& path) const;  // a folder (links followed)
+  bool FileExists(const std::string& path);    // a regular file (links followed)
+  bool FolderExists(const std::string& path);  // a folder (links followed)
+  // FolderExists, but a folder found less than a second ago that nothing of this object has
+  // removed or renamed since is taken as still there: the files of one folder mostly go to one
+  // folder.
+  bool FolderStillExists(const std::string& path);
   // The entries of a folder in the order the file system gives them, without "." and "..";
   // nullopt when the folder cannot be opened.
   std::optional<std::vector<DirEntry>> ListFolder(const std::string& path);
@@ -97,12 +131,56 @@ class FileSystem {
 
   // --- drives (drives.cpp) ---
   std::string DriveName(const std::string& path);    // the mount point that holds path
-  std::int64_t FreeBytes(const std::string& path);   // for unprivileged users; throws
+  // For unprivileged users; throws. A figure read less than a second ago for the same path is
+  // reused while nothing was written through this object: a long run of files that need no
+  // copy asks once.
+  std::int64_t FreeBytes(const std::string& path);
   bool SameDrive(const std::string& a, const std::string& b);
 
  private:
   void Gate(FaultOp op);  // throws the armed fault
+  // The status of path (links followed), or the errno of the failed look-up.
+  struct Status {
+    std::string path;
+    int err = 0;
+    FileStat stat;
+  };
+  const Status& Look(const std::string& path);
+  void Changed(bool folders) {  // every change through this object makes what was read stale
+    known_.clear();
+    free_.reset();
+    if (folders) folder_.reset();
+  }
+  // Held by every operation that changes the disk: forgets before, and after, in case the
+  // operation itself looked at a path in between. folders: it may remove or rename a folder.
+  struct Changing {
+    explicit Changing(FileSystem& fs, bool folders = false) : fs_(fs), folders_(folders) {
+      fs_.Changed(folders_);
+    }
+    ~Changing() { fs_.Changed(folders_); }
+    Changing(const Changing&) = delete;
+    Changing& operator=(const Changing&) = delete;
+    FileSystem& fs_;
+    bool folders_;
+  };
+
+  struct FreeFigure {
+    std::string path;
+    std::int64_t bytes = 0;
+    std::uint64_t block = 0;  // the unit of allocation
+    std::chrono::steady_clock::time_point at;
+  };
+  struct SeenFolder {
+    std::string path;
+    std::chrono::steady_clock::time_point at;
+  };
   Faults faults_;
+  TempNames tempNames_;
+  int scopes_ = 0;
+  std::vector<Status> known_;  // only while a StatusScope is alive; a few paths at most
+  Status last_;                // the look-up outside a scope
+  std::optional<FreeFigure> free_;
+  std::optional<SeenFolder> folder_;  // forgotten by what can remove or rename a folder
 };
 
 }  // namespace orvKestrel

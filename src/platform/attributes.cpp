@@ -108,6 +108,7 @@ std::uint32_t FileSystem::GetAttributes(const std::string& path) {
 }
 
 void FileSystem::SetAttributes(const std::string& path, std::uint32_t attrs) {
+  const Changing changing(*this);
   Gate(FaultOp::SetAttributes);
   const struct statx sx = StatxOf(path);
   const mode_t perms = sx.stx_mode & 07777;

@@ -51,14 +51,45 @@ void FileSystem::Gate(FaultOp op) {
   if (const int err = faults_.Check(op)) ThrowSys(err);
 }
 
-bool FileSystem::FileExists(const std::string& path) const {
-  struct stat st {};
-  return ::stat(path.c_str(), &st) == 0 && S_ISREG(st.st_mode);
+const FileSystem::Status& FileSystem::Look(const std::string& path) {
+  if (scopes_ > 0) {
+    for (const Status& s : known_) {
+      if (s.path == path) return s;
+    }
+  }
+  Status& s = scopes_ > 0 ? known_.emplace_back() : last_;
+  s = Status{path, 0, {}};
+  struct statx sx {};
+  if (::statx(AT_FDCWD, path.c_str(), 0, STATX_BASIC_STATS | STATX_BTIME, &sx) != 0) {
+    s.err = errno;
+    return s;
+  }
+  s.stat.isDir = S_ISDIR(sx.stx_mode);
+  s.stat.isFile = S_ISREG(sx.stx_mode);
+  s.stat.size = sx.stx_size;
+  s.stat.times.accessed = sx.stx_atime.tv_sec;
+  s.stat.times.written = sx.stx_mtime.tv_sec;
+  s.stat.times.created = (sx.stx_mask & STATX_BTIME) ? sx.stx_btime.tv_sec : sx.stx_ctime.tv_sec;
+  return s;
 }
 
-bool FileSystem::FolderExists(const std::string& path) const {
-  struct stat st {};
-  return !path.empty() && ::stat(path.c_str(), &st) == 0 && S_ISDIR(st.st_mode);
+bool FileSystem::FileExists(const std::string& path) {
+  const Status& s = Look(path);
+  return s.err == 0 && s.stat.isFile;
+}
+
+bool FileSystem::FolderExists(const std::string& path) {
+  if (path.empty()) return false;
+  const Status& s = Look(path);
+  return s.err == 0 && s.stat.isDir;
+}
+
+bool FileSystem::FolderStillExists(const std::string& path) {
+  const auto now = std::chrono::steady_clock::now();
+  if (folder_ && folder_->path == path && now - folder_->at < std::chrono::seconds(1)) return true;
+  if (!FolderExists(path)) return false;
+  folder_ = SeenFolder{path, now};
+  return true;
 }
 
 std::optional<std::vector<DirEntry>> FileSystem::ListFolder(const std::string& path) {
@@ -88,17 +119,9 @@ std::optional<std::vector<DirEntry>> FileSystem::ListFolder(const std::string& p
 }
 
 FileStat FileSystem::Stat(const std::string& path) {
-  struct statx sx {};
-  if (::statx(AT_FDCWD, path.c_str(), 0, STATX_BASIC_STATS | STATX_BTIME, &sx) != 0) {
-    ThrowSys(errno);
-  }
-  FileStat out;
-  out.isDir = S_ISDIR(sx.stx_mode);
-  out.size = sx.stx_size;
-  out.times.accessed = sx.stx_atime.tv_sec;
-  out.times.written = sx.stx_mtime.tv_sec;
-  out.times.created = (sx.stx_mask & STATX_BTIME) ? sx.stx_btime.tv_sec : sx.stx_ctime.tv_sec;
-  return out;
+  const Status& s = Look(path);
+  if (s.err != 0) ThrowSys(s.err);
+  return s.stat;
 }
 
 std::uint64_t FileSystem::FolderSize(const std::string& path) {
@@ -128,6 +151,7 @@ bool FileSystem::FolderIsEmpty(const std::string& path) {
 }
 
 void FileSystem::CreateFolder(const std::string& path) {
+  const Changing changing(*this);
   Gate(FaultOp::Open);
   if (::mkdir(path.c_str(), 0777) != 0) ThrowSys(errno);
 }

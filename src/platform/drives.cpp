@@ -47,16 +47,22 @@ std::string FileSystem::DriveName(const std::string& path) {
 }
 
 std::int64_t FileSystem::FreeBytes(const std::string& path) {
-  Gate(FaultOp::Statvfs);
+  Gate(FaultOp::Statvfs);  // an injected fault stands for the query, asked or remembered
+  const auto now = std::chrono::steady_clock::now();
+  if (free_ && free_->path == path && now - free_->at < std::chrono::seconds(1)) {
+    return free_->bytes;
+  }
   struct statvfs vfs {};
   if (::statvfs(path.c_str(), &vfs) != 0) ThrowSys(errno);
   constexpr std::int64_t kMax = std::numeric_limits<std::int64_t>::max();
   std::uint64_t bytes = 0;
-  if (__builtin_mul_overflow(vfs.f_bavail, vfs.f_frsize, &bytes) ||
-      bytes > static_cast<std::uint64_t>(kMax)) {
-    return kMax;
+  std::int64_t result = kMax;
+  if (!__builtin_mul_overflow(vfs.f_bavail, vfs.f_frsize, &bytes) &&
+      bytes <= static_cast<std::uint64_t>(kMax)) {
+    result = static_cast<std::int64_t>(bytes);
   }
-  return static_cast<std::int64_t>(bytes);
+  free_ = FreeFigure{path, result, vfs.f_frsize, now};
+  return result;
 }
 
 bool FileSystem::SameDrive(const std::string& a, const std::string& b) {

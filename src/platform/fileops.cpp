@@ -10,12 +10,14 @@
 #include <sys/xattr.h>
 #include <unistd.h>
 
-#include <array>
+#include <algorithm>
 #include <cerrno>
 #include <climits>
 #include <cstdio>
 #include <cstdlib>
+#include <limits>
 #include <memory>
+#include <optional>
 #include <utility>
 #include <vector>
 
@@ -66,17 +68,10 @@ bool EntryExists(const std::string& path) {
 // A file of a unique name in the destination's folder, removed again unless committed.
 class TempFile {
  public:
-  explicit TempFile(const std::string& dest) {
+  TempFile(const std::string& dest, TempNames& names) {
     const std::string dir = ParentOf(dest);
     for (int attempt = 0; attempt < 100; ++attempt) {
-      std::array<unsigned char, 8> bytes{};
-      if (::getrandom(bytes.data(), bytes.size(), 0) != static_cast<ssize_t>(bytes.size())) {
-        ThrowSys(errno ? errno : EIO);
-      }
-      char name[32];
-      std::snprintf(name, sizeof name, ".kestrel-%02x%02x%02x%02x%02x%02x%02x%02x.tmp", bytes[0],
-                    bytes[1], bytes[2], bytes[3], bytes[4], bytes[5], bytes[6], bytes[7]);
-      path_ = dir + "/" + name;
+      path_ = dir + "/" + names.Next();
       fd_ = ::open(path_.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0600);
       if (fd_ >= 0) return;
       if (errno != EEXIST) ThrowSys(errno);
@@ -125,22 +120,24 @@ void ReadWriteCopy(Faults& faults, int in, int out) {
   }
 }
 
-// Each step counts as one read and one write for fault injection.
-void CopyContents(Faults& faults, int in, int out) {
-  bool copied = false;
-  for (;;) {
+// Each step counts as one read and one write for fault injection. Once the length the source
+// had when opened is copied the end is not asked for: a source that grew meanwhile is refused
+// afterwards anyway. An empty length is not trusted (some files report none).
+void CopyContents(Faults& faults, int in, int out, std::uint64_t length) {
+  std::uint64_t copied = 0;
+  while (length == 0 || copied < length) {
     Check(faults, FaultOp::Read);
     Check(faults, FaultOp::Write);
     const ssize_t n = ::copy_file_range(in, nullptr, out, nullptr, kChunk, 0);
     if (n > 0) {
-      copied = true;
+      copied += static_cast<std::uint64_t>(n);
       continue;
     }
     if (n == 0) return;
     if (errno == EINTR) continue;
     const bool unsupported = errno == EXDEV || errno == EINVAL || errno == ENOSYS ||
                              errno == EOPNOTSUPP || errno == EBADF;
-    if (copied || !unsupported) ThrowSys(errno);
+    if (copied > 0 || !unsupported) ThrowSys(errno);
     ReadWriteCopy(faults, in, out);
     return;
   }
@@ -214,11 +211,11 @@ void RefuseChangedSource(const OpenSource& src) {
 // Copies an open source to dest through a temporary file: contents, user attributes,
 // permission bits and the access and write times, flushed before the rename. With keepOwner the
 // owner is kept where the process may set it.
-void CopyThroughTemp(Faults& faults, const OpenSource& src, const std::string& dest,
+void CopyThroughTemp(Faults& faults, TempNames& names, const OpenSource& src, const std::string& dest,
                      bool overwrite, bool keepOwner) {
   Check(faults, FaultOp::Open);
-  TempFile tmp(dest);
-  CopyContents(faults, src.fd.get(), tmp.fd());
+  TempFile tmp(dest, names);
+  CopyContents(faults, src.fd.get(), tmp.fd(), static_cast<std::uint64_t>(src.st.st_size));
   RefuseChangedSource(src);
   CopyUserXattrs(src.fd.get(), tmp.fd());
   if (keepOwner && ::fchown(tmp.fd(), src.st.st_uid, src.st.st_gid) != 0 && errno != EPERM) {
@@ -243,11 +240,12 @@ void SyncFolder(const std::string& dir) {
 // A move between two file systems: a flushed copy with all times kept, and only then the
 // removal of the source. When the source cannot be removed the copy is taken back, so that a
 // failed move leaves both sides as they were.
-void MoveAcross(Faults& faults, const std::string& source, const std::string& dest) {
+void MoveAcross(Faults& faults, TempNames& names, const std::string& source,
+                const std::string& dest) {
   Check(faults, FaultOp::Copy);
   const OpenSource src = OpenRegular(faults, source);
   if (EntryExists(dest)) ThrowSys(EEXIST);
-  CopyThroughTemp(faults, src, dest, false, true);
+  CopyThroughTemp(faults, names, src, dest, false, true);
   SyncFolder(ParentOf(dest));
   int err = faults.Check(FaultOp::Unlink);
   if (err == 0 && ::unlink(source.c_str()) != 0) err = errno;
@@ -259,15 +257,48 @@ void MoveAcross(Faults& faults, const std::string& source, const std::string& de
 
 }  // namespace
 
+std::string TempNames::Next() {
+  if (!seeded_) {
+    if (::getrandom(&base_, sizeof base_, 0) != static_cast<ssize_t>(sizeof base_)) {
+      ThrowSys(errno ? errno : EIO);
+    }
+    seeded_ = true;
+  }
+  // splitmix64: consecutive counts give unrelated names
+  std::uint64_t z = base_ + 0x9e3779b97f4a7c15ULL * ++count_;
+  z = (z ^ (z >> 30)) * 0xbf58476d1ce4e5b9ULL;
+  z = (z ^ (z >> 27)) * 0x94d049bb133111ebULL;
+  z ^= z >> 31;
+  char name[32];
+  std::snprintf(name, sizeof name, ".kestrel-%016llx.tmp", static_cast<unsigned long long>(z));
+  return name;
+}
+
 void FileSystem::CopyFile(const std::string& source, const std::string& dest, bool overwrite) {
-  Gate(FaultOp::Copy);
-  if (source.empty() || dest.empty()) ThrowInvalidCall();
-  const OpenSource src = OpenRegular(faults_, source);
-  // Without overwrite the final rename refuses an existing destination; callers look first.
-  CopyThroughTemp(faults_, src, dest, overwrite, false);
+  std::optional<FreeFigure> figure = std::move(free_);
+  std::uint64_t length = 0;
+  {
+    const Changing changing(*this);
+    Gate(FaultOp::Copy);
+    if (source.empty() || dest.empty()) ThrowInvalidCall();
+    const OpenSource src = OpenRegular(faults_, source);
+    length = static_cast<std::uint64_t>(src.st.st_size);
+    // Without overwrite the final rename refuses an existing destination; callers look first.
+    CopyThroughTemp(faults_, tempNames_, src, dest, overwrite, false);
+  }
+  // A new file takes its length in whole blocks from the free space read before it, so that
+  // the next file need not ask again. A replacement also frees the old file's blocks, which
+  // only a new reading tells.
+  if (!overwrite && figure) {
+    const std::uint64_t block = std::max<std::uint64_t>(figure->block, 1);
+    const std::uint64_t used = (length + block - 1) / block * block;
+    figure->bytes -= static_cast<std::int64_t>(std::min<std::uint64_t>(used, std::numeric_limits<std::int64_t>::max()));
+    free_ = std::move(figure);
+  }
 }
 
 void FileSystem::MoveFile(const std::string& source, const std::string& dest) {
+  const Changing changing(*this, true);
   if (source.empty() || dest.empty()) ThrowInvalidCall();
   int err = faults_.Check(FaultOp::Rename);  // an injected error stands for the rename's own
   if (err == 0) {
@@ -282,10 +313,11 @@ void FileSystem::MoveFile(const std::string& source, const std::string& dest) {
     }
   }
   if (err != EXDEV) ThrowSys(err);
-  MoveAcross(faults_, source, dest);
+  MoveAcross(faults_, tempNames_, source, dest);
 }
 
 void FileSystem::DeleteFile(const std::string& path, bool force) {
+  const Changing changing(*this);
   if (path.empty()) ThrowInvalidCall();
   Gate(FaultOp::Unlink);
   struct stat st {};
@@ -297,6 +329,7 @@ void FileSystem::DeleteFile(const std::string& path, bool force) {
 }
 
 void FileSystem::DeleteFolder(const std::string& path, bool force) {
+  const Changing changing(*this, true);
   if (path.empty()) ThrowInvalidCall();
   struct stat st {};
   if (::lstat(path.c_str(), &st) != 0) ThrowSys(errno);
@@ -317,6 +350,7 @@ void FileSystem::DeleteFolder(const std::string& path, bool force) {
 }
 
 void FileSystem::RemoveFolder(const std::string& path) {
+  const Changing changing(*this, true);
   if (path.empty()) ThrowInvalidCall();
   Gate(FaultOp::Unlink);
   if (::rmdir(path.c_str()) != 0) ThrowSys(errno);

@@ -24,6 +24,7 @@ FileTimes FileSystem::GetTimes(const std::string& path) {
 }
 
 void FileSystem::SetTimes(const std::string& path, std::time_t accessed, std::time_t written) {
+  const Changing changing(*this);
   Gate(FaultOp::SetTimes);
   const struct timespec times[2] = {{accessed, 0}, {written, 0}};
   if (::utimensat(AT_FDCWD, path.c_str(), times, 0) != 0) ThrowSys(errno);

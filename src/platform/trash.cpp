@@ -162,6 +162,7 @@ bool Reserve(const std::string& info, const std::string& target) {
 }  // namespace
 
 void FileSystem::Trash(const std::string& path) {
+  const Changing changing(*this, true);
   Gate(FaultOp::Trash);
   if (path.empty()) ThrowSys(ENOENT);
   const std::string file = paths::GetAbsolutePathName(path);

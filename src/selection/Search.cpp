@@ -175,6 +175,10 @@ std::string Engine::HandleFolders(const std::string& sArrayStr, job& job) {
   Proc p(trap, "clsKestrel", "Function HandleFolders",
          [&] { return ParamText({{"sArrayStr", sArrayStr}, {"job", kJobParam}}); });
   const std::vector<std::string> levels = DestinationLevels(sArrayStr, job);
+  if (levels.empty()) return job.To;
+  // Mostly the folder is there already, and then so are its parents: one look instead of one
+  // per level.
+  if (fs.FolderStillExists(levels.back())) return levels.back();
   // Missing parents are made before their children. A level that cannot be made is left to the
   // caller, whose placing of the file then fails with its own error line.
   for (const std::string& level : levels) {
@@ -184,7 +188,7 @@ std::string Engine::HandleFolders(const std::string& sArrayStr, job& job) {
       break;
     }
   }
-  return levels.empty() ? job.To : levels.back();
+  return levels.back();
 }
 
 std::string Engine::HandlePreviewFolders(const std::string& sArrayStr, job& job) {

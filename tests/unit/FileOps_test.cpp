@@ -198,3 +198,61 @@ TEST_F(FileOpsTest, SameFileMeansOneDirectoryEntry) {
 
 }  // namespace
 }  // namespace orvKestrel::testing
+
+namespace orvKestrel::testing {
+namespace {
+
+// What the file-system object remembers must never hide a change it made itself, and outside a
+// scope it remembers nothing.
+TEST_F(FileOpsTest, RememberedStatusFollowsEveryChangeMadeThroughTheObject) {
+  const std::string a = Source("a.txt", "one");
+  const std::string b = Dst("b.txt");
+  {
+    const FileSystem::StatusScope once(fs);
+    EXPECT_FALSE(fs.FileExists(b));
+    fs.CopyFile(a, b, false);
+    EXPECT_TRUE(fs.FileExists(b));
+    EXPECT_EQ(fs.Stat(b).size, 3u);
+    WriteFile(b, "a longer text");  // a change behind the object's back stays unseen ...
+    EXPECT_EQ(fs.Stat(b).size, 3u);
+    fs.SetTimes(b, kOld, kNew);  // ... until the object changes something itself
+    EXPECT_EQ(fs.Stat(b).size, 13u);
+    EXPECT_EQ(fs.Stat(b).times.written, kNew);
+    fs.DeleteFile(b, true);
+    EXPECT_FALSE(fs.FileExists(b));
+    EXPECT_THROW(fs.Stat(b), KestrelError);
+  }
+  EXPECT_FALSE(fs.FileExists(b));
+  WriteFile(b, "back");
+  EXPECT_TRUE(fs.FileExists(b));
+  EXPECT_EQ(fs.Stat(b).size, 4u);
+}
+
+// The free space is asked once and then kept up to date by the copies made meanwhile: a
+// figure that ignored them would let the next file pass a check it should fail.
+TEST_F(FileOpsTest, ANewCopyTakesItsLengthFromTheRememberedFreeSpace) {
+  const std::string big = Source("big.bin", Big());
+  const std::int64_t before = fs.FreeBytes(dst);
+  fs.CopyFile(big, Dst("big.bin"), false);
+  EXPECT_LE(fs.FreeBytes(dst), before - static_cast<std::int64_t>(Big().size()));
+}
+
+TEST_F(FileOpsTest, AFolderSeenIsForgottenWhenTheObjectRemovesOrRenamesIt) {
+  const std::string sub = Dst("sub");
+  EXPECT_FALSE(fs.FolderStillExists(sub));
+  fs.CreateFolder(sub);
+  EXPECT_TRUE(fs.FolderStillExists(sub));
+  fs.RemoveFolder(sub);
+  EXPECT_FALSE(fs.FolderStillExists(sub));
+
+  fs.CreateFolder(sub);
+  EXPECT_TRUE(fs.FolderStillExists(sub));
+  fs.MoveFile(sub, Dst("moved"));
+  EXPECT_FALSE(fs.FolderStillExists(sub));
+  EXPECT_TRUE(fs.FolderStillExists(Dst("moved")));
+  fs.DeleteFolder(Dst("moved"), true);
+  EXPECT_FALSE(fs.FolderStillExists(Dst("moved")));
+}
+
+}  // namespace
+}  // namespace orvKestrel::testing

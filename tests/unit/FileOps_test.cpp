@@ -196,12 +196,6 @@ TEST_F(FileOpsTest, SameFileMeansOneDirectoryEntry) {
   EXPECT_FALSE(fs.SameFile(a, Dst("none.txt")));
 }
 
-}  // namespace
-}  // namespace orvKestrel::testing
-
-namespace orvKestrel::testing {
-namespace {
-
 // What the file-system object remembers must never hide a change it made itself, and outside a
 // scope it remembers nothing.
 TEST_F(FileOpsTest, RememberedStatusFollowsEveryChangeMadeThroughTheObject) {

@@ -1,52 +1,14 @@
 // Copy, move, delete and synchronisation jobs through `kestrel run --events jsonl`: the exact
 // per-file lines, the trees afterwards, and previews that leave every byte where it was.
-#include <nlohmann/json.hpp>
+#include "e2e/E2eSupport.h"
 
-#include <fcntl.h>
-#include <sys/stat.h>
-#include <sys/wait.h>
-
-#include <gtest/gtest.h>
-
-#include <cstdlib>
-#include <ctime>
-#include <filesystem>
-#include <fstream>
-#include <map>
-#include <random>
 #include <set>
-#include <sstream>
-#include <string>
-#include <vector>
 
+namespace e2e {
 namespace {
-
-namespace fs = std::filesystem;
 
 constexpr std::time_t kOld = 1'600'000'000;
 constexpr std::time_t kNew = 1'700'000'000;
-
-void Put(const fs::path& p, const std::string& text, std::time_t written = 0) {
-  fs::create_directories(p.parent_path());
-  std::ofstream(p, std::ios::binary) << text;
-  if (written != 0) {
-    const struct timespec times[2] = {{written, 0}, {written, 0}};
-    ::utimensat(AT_FDCWD, p.c_str(), times, 0);
-  }
-}
-
-std::string Get(const fs::path& p) {
-  std::ifstream in(p, std::ios::binary);
-  std::stringstream ss;
-  ss << in.rdbuf();
-  return ss.str();
-}
-
-std::string Quote(const std::string& s) {
-  std::string q = "'";
-  for (char c : s) q += c == '\'' ? std::string("'\\''") : std::string(1, c);
-  return q + "'";
-}
 
 // Every entry below root: contents, write time and permission bits.
 std::map<std::string, std::string> Snapshot(const fs::path& root) {
@@ -69,53 +31,22 @@ std::set<std::string> Tree(const fs::path& root) {
   return out;
 }
 
-class Actions : public ::testing::Test {
+class Actions : public JobFolderTest {
  protected:
-  void SetUp() override {
-    std::random_device rd;
-    root_ = fs::temp_directory_path() / ("kestrel-e2e-actions-" + std::to_string(rd()));
-    fs::create_directories(root_ / "jobs");
-    fs::create_directories(src());
-    fs::create_directories(dst());
-    if (RunRaw("run --help").find("--events") == std::string::npos) {
-      GTEST_SKIP() << "kestrel run is not built yet";
-    }
-  }
-  void TearDown() override {
-    std::error_code ec;
-    fs::remove_all(root_, ec);
-  }
-  fs::path src() const { return root_ / "src"; }
-  fs::path dst() const { return root_ / "dst"; }
-  std::string S(const std::string& rel) const { return (src() / rel).string(); }
-  std::string D(const std::string& rel) const { return (dst() / rel).string(); }
-
   // A job due at every pass; extra lines go into its "Job" section.
   void WriteJob(const std::string& extra) {
-    std::ofstream(root_ / "jobs" / "a.kjb", std::ios::binary)
-        << "[Job]\nName=a\nFrom=" << src().string() << "\nTo=" << dst().string()
-        << "\nCounter=1\nInterval=1\n"
-        << extra;
+    JobFolderTest::WriteJob("Counter=1\nInterval=1\n" + extra);
   }
 
-  std::string RunRaw(const std::string& args) const {
-    const fs::path out = root_ / "stdout";
-    const std::string cmd = "XDG_DATA_HOME=" + Quote((root_ / "xdg").string()) + " " +
-                            Quote(KESTREL_BIN) + " " + args + " >" + Quote(out.string()) +
-                            " 2>/dev/null";
-    const int status = std::system(cmd.c_str());
-    exit_ = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-    return Get(out);
-  }
-
-  // The lines written to the log file, without the job's start and end lines.
-  std::vector<std::string> Run(const std::string& options = "") const {
-    std::istringstream in(
-        RunRaw("run " + Quote((root_ / "jobs").string()) + " --events jsonl " + options));
+  // The lines written to the log file, without the job's start and end lines and the walk's.
+  std::vector<std::string> Run(const std::string& option = "") {
+    const RunResult r = RunJobs(option.empty() ? std::vector<std::string>{}
+                                               : std::vector<std::string>{option},
+                                {"", "", {{"XDG_DATA_HOME", (dir_ / "xdg").string()}}});
+    exit_ = r.exitCode;
     std::vector<std::string> lines;
-    for (std::string s; std::getline(in, s);) {
-      const auto j = nlohmann::json::parse(s);
-      if (j["event"] != "LogMessage" || !j["bFile"].get<bool>()) continue;
+    for (const auto& j : LogEvents(r.out)) {
+      if (!j["bFile"].get<bool>()) continue;
       const int id = j["MsgID"];
       if (id == 3 || id == 6 || id == 28 || id == 16 || id == 17) continue;
       lines.push_back(j["LogMsg"]);
@@ -123,8 +54,7 @@ class Actions : public ::testing::Test {
     return lines;
   }
 
-  fs::path root_;
-  mutable int exit_ = -1;
+  int exit_ = -1;
 };
 
 TEST_F(Actions, CopyJobReplacesByPolicyAndKeepsTheFolderStructure) {
@@ -187,8 +117,8 @@ TEST_F(Actions, DeleteJobToTheRecycleBin) {
   EXPECT_EQ(Run(), (std::vector<std::string>{"Datei gefunden: 1",
                                              "Quelle gelöscht (Datei existiert): " + S("a.txt")}));
   EXPECT_FALSE(fs::exists(src() / "a.txt"));
-  EXPECT_EQ(Get(root_ / "xdg/Trash/files/a.txt"), "a");
-  EXPECT_NE(Get(root_ / "xdg/Trash/info/a.txt.trashinfo").find("Path=" + S("a.txt")),
+  EXPECT_EQ(Get(dir_ / "xdg/Trash/files/a.txt"), "a");
+  EXPECT_NE(Get(dir_ / "xdg/Trash/info/a.txt.trashinfo").find("Path=" + S("a.txt")),
             std::string::npos);
 }
 
@@ -246,8 +176,8 @@ TEST_F(Actions, PreviewsChangeNoByte) {
       {"Action=5\nSyncDelete=1\nExist=4\nExtFileTime=1\nSubFolder=1\nFStruct=1\n",
        "Datei würde gelöscht (Im primären Verzeichnis nicht vorhanden) " + D("gone.txt")},
   };
-  const auto before = Snapshot(root_ / "src");
-  const auto beforeDst = Snapshot(root_ / "dst");
+  const auto before = Snapshot(src());
+  const auto beforeDst = Snapshot(dst());
   for (const Case& c : cases) {
     SCOPED_TRACE(c.job);
     WriteJob(c.job + "DoPreview=1\n");
@@ -255,14 +185,15 @@ TEST_F(Actions, PreviewsChangeNoByte) {
     EXPECT_EQ(exit_, 0);
     EXPECT_NE(std::find(lines.begin(), lines.end(), c.line), lines.end())
         << ::testing::PrintToString(lines);
-    EXPECT_EQ(Snapshot(root_ / "src"), before);
-    EXPECT_EQ(Snapshot(root_ / "dst"), beforeDst);
+    EXPECT_EQ(Snapshot(src()), before);
+    EXPECT_EQ(Snapshot(dst()), beforeDst);
   }
   // A dry run turns a real job into a preview as well.
   WriteJob("Action=2\nDoPreview=0\nSubFolder=1\n");
   const auto lines = Run("--dry-run");
   EXPECT_NE(std::find(lines.begin(), lines.end(), "Würde gelöscht: " + S("a.txt")), lines.end());
-  EXPECT_EQ(Snapshot(root_ / "src"), before);
+  EXPECT_EQ(Snapshot(src()), before);
 }
 
 }  // namespace
+}  // namespace e2e

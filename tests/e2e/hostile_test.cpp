@@ -2,41 +2,18 @@
 // leading dashes and 255 bytes; link loops; folders and files that cannot be read; paths beyond
 // PATH_MAX; a file that grows while it is copied. Each run ends with the right result or the
 // right error line, never a crash or a hang, and every line of the stream is valid JSON.
-#include "e2e/ReliabilitySupport.h"
+#include "e2e/E2eSupport.h"
 
 #include <dirent.h>
-#include <grp.h>
 #include <pwd.h>
-
-#include <nlohmann/json.hpp>
 
 #include <atomic>
 #include <chrono>
 #include <climits>
 #include <thread>
 
-namespace reliability {
+namespace e2e {
 namespace {
-
-using nlohmann::json;
-
-// The LogMessage lines of a jsonl stream; every line must be JSON.
-std::vector<std::string> LogLines(const std::string& stream) {
-  std::vector<std::string> out;
-  std::istringstream in(stream);
-  std::string line;
-  while (std::getline(in, line)) {
-    json event;
-    try {
-      event = json::parse(line);
-    } catch (const json::exception& e) {
-      ADD_FAILURE() << "not JSON: " << line << " (" << e.what() << ")";
-      continue;
-    }
-    if (event.value("event", "") == "LogMessage") out.push_back(event["LogMsg"].get<std::string>());
-  }
-  return out;
-}
 
 bool Contains(const std::vector<std::string>& lines, const std::string& text) {
   for (const std::string& l : lines) {
@@ -45,26 +22,20 @@ bool Contains(const std::vector<std::string>& lines, const std::string& text) {
   return false;
 }
 
-class Hostile : public ::testing::Test {
+class Hostile : public JobFolderTest {
  protected:
-  Hostile() : dir_("hostile") {
-    fs::create_directories(dir_ / "src");
-    fs::create_directories(dir_ / "dst");
-  }
+  Hostile() : JobFolderTest("hostile") {}
 
   void WriteJob(const std::string& keys = "") {
-    Put(dir_ / "jobs/h.kjb", "[Job]\nName=h\nFrom=" + (dir_ / "src").string() +
-                                 "\nTo=" + (dir_ / "dst").string() +
-                                 "\nAction=0\nSubFolder=1\nFStruct=1\nDoPreview=0\n"
-                                 "IntervalType=0\nInterval=1\nCounter=1\n" + keys);
+    JobFolderTest::WriteJob("Action=0\nSubFolder=1\nFStruct=1\nDoPreview=0\nIntervalType=0\n"
+                            "Interval=1\nCounter=1\n" + keys, "h");
   }
 
   // Runs the job folder to its end, within a bound: a walk that loops must not hang the suite.
   RunResult RunJobs(uid_t asUser = 0) {
     const std::string out = (dir_ / ".out").string(), err = (dir_ / ".err").string();
     std::vector<std::string> args{"run", (dir_ / "jobs").string(), "--events", "jsonl"};
-    const pid_t pid = asUser == 0 ? StartKestrel(args, dir_.root(), out, err)
-                                  : StartAs(asUser, args, out, err);
+    const pid_t pid = StartKestrel(args, dir_.root(), {out, err, {}, asUser});
     const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(60);
     int status = 0;
     while (::waitpid(pid, &status, WNOHANG) == 0) {
@@ -81,33 +52,12 @@ class Hostile : public ::testing::Test {
                                       << r.err;
     fs::remove(out);
     fs::remove(err);
-    lines_ = LogLines(r.out);
+    lines_ = LogTexts(r.out);
     return r;
-  }
-
-  // kestrel as another user (the tests run as root, whom permissions do not stop).
-  pid_t StartAs(uid_t uid, const std::vector<std::string>& args, const std::string& out,
-                const std::string& err) {
-    const pid_t pid = ::fork();
-    if (pid != 0) return pid;
-    if (::setgroups(0, nullptr) != 0 || ::setgid(uid) != 0 || ::setuid(uid) != 0) ::_exit(125);
-    std::vector<std::string> argv{KESTREL_BIN};
-    argv.insert(argv.end(), args.begin(), args.end());
-    if (::chdir(dir_.root().c_str()) != 0) ::_exit(126);
-    const int o = ::open(out.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0666);
-    const int e = ::open(err.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0666);
-    ::dup2(o, 1);
-    ::dup2(e, 2);
-    std::vector<char*> cargv;
-    for (std::string& a : argv) cargv.push_back(a.data());
-    cargv.push_back(nullptr);
-    ::execv(cargv[0], cargv.data());
-    ::_exit(127);
   }
 
   std::string End() const { return lines_.empty() ? "" : lines_.back(); }
 
-  Scratch dir_;
   std::vector<std::string> lines_;
 };
 
@@ -303,4 +253,4 @@ TEST_F(Hostile, AFileThatGrowsWhileItIsCopiedIsReportedNotTorn) {
 }
 
 }  // namespace
-}  // namespace reliability
+}  // namespace e2e

@@ -2,7 +2,7 @@
 // each kill no file under a destination name is partial, no source file is lost, the job file
 // still reads; the next run completes the job. Temporary files a kill leaves behind must have
 // hidden, clearly temporary names. The seed is printed; KESTREL_KILL_SEED repeats a run.
-#include "e2e/ReliabilitySupport.h"
+#include "e2e/E2eSupport.h"
 
 #include <chrono>
 #include <cstdio>
@@ -10,7 +10,7 @@
 #include <set>
 #include <thread>
 
-namespace reliability {
+namespace e2e {
 namespace {
 
 using Clock = std::chrono::steady_clock;
@@ -38,17 +38,6 @@ unsigned Seed() {
   return 20261122u;
 }
 
-// Another file system than the temporary folder's, when there is one: a move there copies,
-// flushes and deletes instead of renaming, and can be caught half-way.
-std::optional<fs::path> OtherFileSystem() {
-  struct stat a {}, b {};
-  if (::stat(fs::temp_directory_path().c_str(), &a) == 0 && ::stat("/dev/shm", &b) == 0 &&
-      a.st_dev != b.st_dev && ::access("/dev/shm", W_OK) == 0) {
-    return fs::path("/dev/shm");
-  }
-  return std::nullopt;
-}
-
 class Kill : public ::testing::Test {
  protected:
   Kill() : dir_("kill") {
@@ -69,7 +58,9 @@ class Kill : public ::testing::Test {
   void Prepare(int action) {
     move_ = action == 1;
     if (move_) {
-      if (const auto other = OtherFileSystem()) other_.emplace("kill-dst", *other);
+      // There a move copies and deletes, and can be caught half-way.
+      const std::string other = OtherFileSystemThan(fs::temp_directory_path());
+      if (!other.empty()) other_.emplace("kill-dst", other);
     }
     dst_ = other_ ? other_->root() / "dst" : dir_ / "dst";
     Put(dir_ / "jobs/big.kjb",
@@ -194,4 +185,4 @@ TEST_F(Kill, ACopyKilledAnywhereLeavesCompleteFilesAndTheNextRunFinishesIt) { Ki
 TEST_F(Kill, AMoveKilledAnywhereLosesNothingAndTheNextRunFinishesIt) { KillAtRandom(1); }
 
 }  // namespace
-}  // namespace reliability
+}  // namespace e2e

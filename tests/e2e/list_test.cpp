@@ -1,78 +1,19 @@
 // kestrel list, run as a user runs it.
-#include <gtest/gtest.h>
-#include <nlohmann/json.hpp>
-#include <sys/wait.h>
+#include "e2e/E2eSupport.h"
 
-#include <cstdlib>
-#include <filesystem>
-#include <fstream>
-#include <random>
 #include <set>
-#include <sstream>
-#include <string>
-#include <vector>
 
+namespace e2e {
 namespace {
 
-namespace fs = std::filesystem;
-
-class TempDir {
- public:
-  TempDir() {
-    std::random_device rd;
-    path_ = fs::temp_directory_path() / ("kestrel-e2e-" + std::to_string(rd()) + std::to_string(rd()));
-    fs::create_directories(path_);
+// A scratch folder; kestrel runs in it unless told otherwise.
+class List : public ::testing::Test {
+ protected:
+  RunResult Kestrel(const std::vector<std::string>& args) const {
+    return RunKestrel(args, dir.root());
   }
-  ~TempDir() {
-    std::error_code ec;
-    fs::remove_all(path_, ec);
-  }
-  TempDir(const TempDir&) = delete;
-  TempDir& operator=(const TempDir&) = delete;
-  std::string str() const { return path_.string(); }
-  std::string operator/(const std::string& rel) const { return (path_ / rel).string(); }
-
- private:
-  fs::path path_;
+  Scratch dir{"e2e-list"};
 };
-
-void WriteFile(const std::string& path, const std::string& data) {
-  fs::create_directories(fs::path(path).parent_path());
-  std::ofstream(path, std::ios::binary) << data;
-}
-
-std::string ReadFile(const std::string& path) {
-  std::ifstream in(path, std::ios::binary);
-  std::stringstream ss;
-  ss << in.rdbuf();
-  return ss.str();
-}
-
-struct Result {
-  int exit = -1;
-  std::string out;
-  std::string err;
-};
-
-std::string Quote(const std::string& s) {
-  std::string q = "'";
-  for (const char c : s) q += c == '\'' ? std::string("'\\''") : std::string(1, c);
-  return q + "'";
-}
-
-// Runs kestrel with args in folder cwd.
-Result Kestrel(const std::vector<std::string>& args, const std::string& cwd) {
-  TempDir io;
-  std::string cmd = "cd " + Quote(cwd) + " && " + Quote(KESTREL_BIN);
-  for (const std::string& a : args) cmd += " " + Quote(a);
-  cmd += " >" + Quote(io / "out") + " 2>" + Quote(io / "err");
-  const int status = std::system(cmd.c_str());
-  Result r;
-  r.exit = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-  r.out = ReadFile(io / "out");
-  r.err = ReadFile(io / "err");
-  return r;
-}
 
 // One JSON object per line, keys in the order written.
 std::vector<nlohmann::ordered_json> Lines(const std::string& out) {
@@ -92,21 +33,20 @@ std::vector<std::string> With(std::vector<std::string> args) {
   return args;
 }
 
-TEST(List, TakesOnlyJobFiles) {
-  TempDir dir;
-  WriteFile(dir / "jobs/x.txt", "[Job]\nName=x\n");
-  WriteFile(dir / "jobs/b.kjb", "[Job]\nName=bee\nAction=1\n");
-  WriteFile(dir / "jobs/A.KJB", "[Job]\nName=ay\nAction=3\nInactive=1\n");
-  const Result text = Kestrel(With({"list", "jobs"}), dir.str());
-  EXPECT_EQ(text.exit, 0) << text.err;
+TEST_F(List, TakesOnlyJobFiles) {
+  Put(dir / "jobs/x.txt", "[Job]\nName=x\n");
+  Put(dir / "jobs/b.kjb", "[Job]\nName=bee\nAction=1\n");
+  Put(dir / "jobs/A.KJB", "[Job]\nName=ay\nAction=3\nInactive=1\n");
+  const RunResult text = Kestrel(With({"list", "jobs"}));
+  EXPECT_EQ(text.exitCode, 0) << text.err;
   EXPECT_NE(text.out.find("bee"), std::string::npos) << text.out;
   EXPECT_NE(text.out.find("ay"), std::string::npos) << text.out;
   EXPECT_NE(text.out.find("move"), std::string::npos) << text.out;
   EXPECT_NE(text.out.find("zip"), std::string::npos) << text.out;
   EXPECT_EQ(text.out.find("x.txt"), std::string::npos) << text.out;
 
-  const Result json = Kestrel(With({"list", "jobs/", "--events", "jsonl"}), dir.str());
-  EXPECT_EQ(json.exit, 0) << json.err;
+  const RunResult json = Kestrel(With({"list", "jobs/", "--events", "jsonl"}));
+  EXPECT_EQ(json.exitCode, 0) << json.err;
   const auto records = Lines(json.out);
   ASSERT_EQ(records.size(), 2u);
   std::set<std::string> names;
@@ -117,11 +57,10 @@ TEST(List, TakesOnlyJobFiles) {
   EXPECT_EQ(names, (std::set<std::string>{"ay", "bee"}));
 }
 
-TEST(List, JsonlCarriesAll106FieldsWithTheirDefaults) {
-  TempDir dir;
-  WriteFile(dir / "a.kjb", "[Job]\n");
-  const Result r = Kestrel(With({"list", dir.str(), "--events", "jsonl"}), dir.str());
-  ASSERT_EQ(r.exit, 0) << r.err;
+TEST_F(List, JsonlCarriesAll106FieldsWithTheirDefaults) {
+  Put(dir / "a.kjb", "[Job]\n");
+  const RunResult r = Kestrel(With({"list", dir.root().string(), "--events", "jsonl"}));
+  ASSERT_EQ(r.exitCode, 0) << r.err;
   const auto records = Lines(r.out);
   ASSERT_EQ(records.size(), 1u);
   const nlohmann::ordered_json& j = records[0];
@@ -147,62 +86,48 @@ TEST(List, JsonlCarriesAll106FieldsWithTheirDefaults) {
   EXPECT_EQ(zeros, 106 - 18);
 }
 
-TEST(List, InvalidUtf8BecomesReplacementCharacters) {
-  TempDir dir;
+TEST_F(List, InvalidUtf8BecomesReplacementCharacters) {
   // Valid UTF-8 elsewhere, so the file is read as UTF-8 ... except that this byte makes it
   // Windows-1252: the name comes out as the character that byte stands for.
-  WriteFile(dir / "a.kjb", "[Job]\nName=caf\xE9\n");
-  const Result r = Kestrel(With({"list", dir.str(), "--events", "jsonl"}), dir.str());
-  ASSERT_EQ(r.exit, 0) << r.err;
+  Put(dir / "a.kjb", "[Job]\nName=caf\xE9\n");
+  const RunResult r = Kestrel(With({"list", dir.root().string(), "--events", "jsonl"}));
+  ASSERT_EQ(r.exitCode, 0) << r.err;
   EXPECT_EQ(Lines(r.out).at(0)["JobName"], "caf\xC3\xA9");
 }
 
-TEST(List, ABadFileExitsOneAndKeepsTheRecordsBefore) {
-  TempDir dir;
-  WriteFile(dir / "jobs/a.kjb", "[Job]\nName=a\nCounter=many\n");
-  const Result r = Kestrel(With({"list", "jobs", "--events", "jsonl"}), dir.str());
-  EXPECT_EQ(r.exit, 1);
+TEST_F(List, ABadFileExitsOneAndKeepsTheRecordsBefore) {
+  Put(dir / "jobs/a.kjb", "[Job]\nName=a\nCounter=many\n");
+  const RunResult r = Kestrel(With({"list", "jobs", "--events", "jsonl"}));
+  EXPECT_EQ(r.exitCode, 1);
   EXPECT_TRUE(r.out.empty()) << r.out;
   EXPECT_NE(r.err.find("a.kjb"), std::string::npos) << r.err;
   EXPECT_NE(r.err.find("Counter"), std::string::npos) << r.err;
   EXPECT_TRUE(fs::exists(dir / "error.log"));
 }
 
-TEST(List, NoJobFilesIsNoError) {
-  TempDir dir;
-  const Result empty = Kestrel(With({"list", dir.str()}), dir.str());
-  EXPECT_EQ(empty.exit, 0) << empty.err;
-  const Result missing = Kestrel(With({"list", dir / "missing", "--events", "jsonl"}), dir.str());
-  EXPECT_EQ(missing.exit, 0) << missing.err;
+TEST_F(List, NoJobFilesIsNoError) {
+  const RunResult empty = Kestrel(With({"list", dir.root().string()}));
+  EXPECT_EQ(empty.exitCode, 0) << empty.err;
+  const RunResult missing = Kestrel(With({"list", dir / "missing", "--events", "jsonl"}));
+  EXPECT_EQ(missing.exitCode, 0) << missing.err;
   EXPECT_TRUE(missing.out.empty());
 }
 
-TEST(List, OneNamedFile) {
-  TempDir dir;
-  WriteFile(dir / "a.kjb", "[Job]\nName=a\n");
-  WriteFile(dir / "b.kjb", "[Job]\nName=b\n");
-  const Result r = Kestrel(With({"list", dir.str(), "--file", "b.kjb", "--events", "jsonl"}),
-                           dir.str());
-  ASSERT_EQ(r.exit, 0) << r.err;
+TEST_F(List, OneNamedFile) {
+  Put(dir / "a.kjb", "[Job]\nName=a\n");
+  Put(dir / "b.kjb", "[Job]\nName=b\n");
+  const RunResult r =
+      Kestrel(With({"list", dir.root().string(), "--file", "b.kjb", "--events", "jsonl"}));
+  ASSERT_EQ(r.exitCode, 0) << r.err;
   const auto records = Lines(r.out);
   ASSERT_EQ(records.size(), 1u);
   EXPECT_EQ(records[0]["JobName"], "b");
 }
 
-TEST(List, BadCommandLines) {
-  TempDir dir;
-  EXPECT_EQ(Kestrel({"list"}, dir.str()).exit, 2);
-  EXPECT_EQ(Kestrel({"list", ".", "--events", "xml"}, dir.str()).exit, 2);
-  EXPECT_EQ(Kestrel({"list", ".", "--now", "yesterday"}, dir.str()).exit, 2);
-  const Result help = Kestrel({"list", "--help"}, dir.str());
-  EXPECT_EQ(help.exit, 0);
-  EXPECT_NE(help.out.find("Examples:"), std::string::npos);
-}
-
 // The sample jobs of the repository read without an error and say what they are for.
-TEST(List, TheExampleJobs) {
-  const Result r = Kestrel(With({"list", "examples/jobs", "--events", "jsonl"}), KESTREL_SOURCE_DIR);
-  ASSERT_EQ(r.exit, 0) << r.err;
+TEST_F(List, TheExampleJobs) {
+  const RunResult r = RunKestrel(With({"list", "examples/jobs", "--events", "jsonl"}), KESTREL_SOURCE_DIR);
+  ASSERT_EQ(r.exitCode, 0) << r.err;
   std::set<std::int64_t> actions;
   for (const auto& j : Lines(r.out)) {
     actions.insert(j["Action"].get<std::int64_t>());
@@ -216,14 +141,14 @@ TEST(List, TheExampleJobs) {
 }
 
 // The English language file replaces every message of the catalogue, and only those.
-TEST(List, TheEnglishLanguageFileHasEveryKey) {
+TEST_F(List, TheEnglishLanguageFileHasEveryKey) {
   std::set<int> expected;
   for (int n = 2; n <= 96; ++n) {
     if (n == 4 || n == 5 || (n >= 21 && n <= 24) || n == 29 || n == 68 || n == 69) continue;
     expected.insert(n);
   }
   ASSERT_EQ(expected.size(), 86u);
-  std::istringstream in(ReadFile(std::string(KESTREL_SOURCE_DIR) + "/examples/lang/English.lng"));
+  std::istringstream in(Get(std::string(KESTREL_SOURCE_DIR) + "/examples/lang/English.lng"));
   std::set<int> keys;
   for (std::string line; std::getline(in, line);) {
     if (line.empty() || line[0] != 't') continue;
@@ -236,3 +161,4 @@ TEST(List, TheEnglishLanguageFileHasEveryKey) {
 }
 
 }  // namespace
+}  // namespace e2e

@@ -1,4 +1,6 @@
-// kestrel run, run-one and daemon, run as a user or a scheduler runs them.
+// kestrel run, run-one and daemon, run as a user or a scheduler runs them; bad command lines of
+// every command.
+#include "e2e/E2eSupport.h"
 #include "support/TestSupport.h"
 
 #include <fcntl.h>
@@ -38,19 +40,10 @@ class Process {
     int err[2];
     if (stdoutFd < 0 && ::pipe2(out, O_CLOEXEC) != 0) throw std::runtime_error("pipe");
     if (::pipe2(err, O_CLOEXEC) != 0) throw std::runtime_error("pipe");
-    std::vector<std::string> argv{KESTREL_BIN};
-    argv.insert(argv.end(), args.begin(), args.end());
-    std::vector<char*> cargv;
-    for (auto& a : argv) cargv.push_back(a.data());
-    cargv.push_back(nullptr);
-    pid_ = ::fork();
-    if (pid_ == 0) {
-      if (::chdir(cwd.c_str()) != 0) ::_exit(127);
-      ::dup2(stdoutFd >= 0 ? stdoutFd : out[1], STDOUT_FILENO);
-      ::dup2(err[1], STDERR_FILENO);
-      ::execv(KESTREL_BIN, cargv.data());
-      ::_exit(127);
-    }
+    e2e::StartOptions o;
+    o.outFd = stdoutFd >= 0 ? stdoutFd : out[1];
+    o.errFd = err[1];
+    pid_ = e2e::StartKestrel(args, cwd, o);
     if (stdoutFd < 0) {
       ::close(out[1]);
       out_ = out[0];
@@ -146,15 +139,10 @@ class Process {
   int status_ = -1;
 };
 
-struct Result {
-  int exit;
-  std::string out, err;
-};
+using Result = e2e::RunResult;
 
 Result Kestrel(const std::vector<std::string>& args, const std::string& cwd) {
-  Process p(args, cwd);
-  const int code = p.Finish();
-  return {code, p.out, p.err};
+  return e2e::RunKestrel(args, cwd);
 }
 
 std::vector<std::string> Lines(const std::string& text) {
@@ -192,9 +180,7 @@ std::vector<std::string> JobLines(const std::string& text, const std::string& pa
 }
 
 std::string Value(const std::string& ini, const std::string& key) {
-  std::smatch m;
-  const std::regex re("(^|\n)" + key + "=([^\r\n]*)");
-  return std::regex_search(ini, m, re) ? m[2].str() : "<missing>";
+  return orvKestrel::testing::KeyValue(ini, key).value_or("<missing>");
 }
 
 class RunTest : public ::testing::Test {
@@ -237,21 +223,27 @@ TEST_F(RunTest, BadCommandLinesExitTwo) {
       {"run-one", jobs + "/a.kjb", "--verbose"},
       {"daemon", jobs, "--every", "0"},
       {"run", jobs, "--log", dir / "no/such/folder/log.txt"},
+      {"list"},
+      {"list", ".", "--events", "xml"},
+      {"list", ".", "--now", "yesterday"},
   };
   for (const auto& args : bad) {
     const Result r = Kestrel(args, dir.str());
-    EXPECT_EQ(r.exit, 2) << args.back();
+    EXPECT_EQ(r.exitCode, 2) << args.back();
     EXPECT_EQ(r.out, "") << args.back();
     EXPECT_NE(r.err, "") << args.back();
   }
-  EXPECT_EQ(Kestrel({"run", "--help"}, dir.str()).exit, 0);
-  EXPECT_EQ(Kestrel({"daemon", "--help"}, dir.str()).exit, 0);
+  EXPECT_EQ(Kestrel({"run", "--help"}, dir.str()).exitCode, 0);
+  EXPECT_EQ(Kestrel({"daemon", "--help"}, dir.str()).exitCode, 0);
+  const Result help = Kestrel({"list", "--help"}, dir.str());
+  EXPECT_EQ(help.exitCode, 0);
+  EXPECT_NE(help.out.find("Examples:"), std::string::npos);
 }
 
 TEST_F(RunTest, MissingOrEmptyJobFolderIsNoError) {
   for (const std::string& folder : {jobs, dir / "missing"}) {
     const Result r = Kestrel({"run", folder, "--events", "jsonl"}, dir.str());
-    EXPECT_EQ(r.exit, 0);
+    EXPECT_EQ(r.exitCode, 0);
     EXPECT_EQ(r.out, "");
     EXPECT_EQ(r.err, "");
   }
@@ -260,7 +252,7 @@ TEST_F(RunTest, MissingOrEmptyJobFolderIsNoError) {
 TEST_F(RunTest, JsonlStreamAndJobFileAfterwards) {
   const std::string path = Job("a", "Counter=2\nInterval=3\n");
   Result r = Kestrel(Args({"run", jobs, "--events", "jsonl"}), dir.str());
-  EXPECT_EQ(r.exit, 0) << r.err;
+  EXPECT_EQ(r.exitCode, 0) << r.err;
   EXPECT_THAT(DriverEvents(r.out),
               ElementsAre("{\"event\":\"CurrentJob\",\"sFileName\":\"a.kjb\",\"lIndex\":0,"
                           "\"lCounter\":1,\"iStatus\":0,\"IntervalType\":0,\"IntervalTimeType\":0,"
@@ -270,7 +262,7 @@ TEST_F(RunTest, JsonlStreamAndJobFileAfterwards) {
 
   // Given with a trailing "/" the folder is the same.
   r = Kestrel(Args({"run", jobs + "/", "--events", "jsonl"}), dir.str());
-  EXPECT_EQ(r.exit, 0) << r.err;
+  EXPECT_EQ(r.exitCode, 0) << r.err;
   const auto lines = DriverEvents(r.out);
   ASSERT_EQ(lines.size(), 4u) << r.out;
   EXPECT_EQ(lines[1],
@@ -288,7 +280,7 @@ TEST_F(RunTest, TextViewLogFileAndLanguage) {
   WriteFile(dir / "en.lng", "[LogMessages]\nt3=Starting job\n");
   const Result r = Kestrel(
       Args({"run", jobs, "--log", dir / "kestrel.log", "--lang", dir / "en.lng"}), dir.str());
-  EXPECT_EQ(r.exit, 0) << r.err;
+  EXPECT_EQ(r.exitCode, 0) << r.err;
   const auto view = JobLines(r.out, "a: ");
   ASSERT_GE(view.size(), 2u) << r.out;
   EXPECT_EQ(view.front(), "a: Starting job");
@@ -309,7 +301,7 @@ TEST_F(RunTest, DryRunChangesNoJobFile) {
   const std::string b = Job("b", "Counter=5\n");
   const std::string before = ReadFile(a) + ReadFile(b);
   const Result r = Kestrel(Args({"run", jobs, "--dry-run"}), dir.str());
-  EXPECT_EQ(r.exit, 0) << r.err;
+  EXPECT_EQ(r.exitCode, 0) << r.err;
   EXPECT_THAT(r.out,
               HasSubstr("a: Starte Auftrag - Vorschau - Dateien kopieren (keine Aktionen): "));
   EXPECT_EQ(ReadFile(a) + ReadFile(b), before);
@@ -321,7 +313,7 @@ TEST_F(RunTest, RunOneRunsTheNamedJobOnly) {
   Job("b", "Counter=1\n");
   const std::string before = ReadFile(a);
   const Result r = Kestrel(Args({"run-one", "jobs/a.kjb", "--events", "jsonl"}), dir.str());
-  EXPECT_EQ(r.exit, 0) << r.err;
+  EXPECT_EQ(r.exitCode, 0) << r.err;
   const auto lines = DriverEvents(r.out);
   ASSERT_EQ(lines.size(), 2u) << r.out;  // no CurrentJob event
   EXPECT_THAT(lines[0], HasSubstr("\"LogMsg\":\"a: Starte Auftrag\""));
@@ -333,7 +325,7 @@ TEST_F(RunTest, TrapErrorsGoToStderrAndErrorLogAndExitOne) {
   for (const char* answer : {"leave", "retry", "ignore"}) {
     fs::remove(dir / "error.log");
     const Result r = Kestrel(Args({"run", jobs, "--on-error", answer}), dir.str());
-    EXPECT_EQ(r.exit, 1) << answer;
+    EXPECT_EQ(r.exitCode, 1) << answer;
     const auto reports = Lines(r.err);
     ASSERT_FALSE(reports.empty()) << answer;
     EXPECT_THAT(reports[0], HasSubstr("OrvDev FailSafe reports kestrel program error #13"));
@@ -346,7 +338,7 @@ TEST_F(RunTest, TrapErrorsGoToStderrAndErrorLogAndExitOne) {
 TEST_F(RunTest, TraceFile) {
   Job("a", "Counter=1\n");
   const Result r = Kestrel(Args({"run", jobs, "--trace", dir / "trace.txt"}), dir.str());
-  EXPECT_EQ(r.exit, 0) << r.err;
+  EXPECT_EQ(r.exitCode, 0) << r.err;
   const std::string trace = ReadFile(dir / "trace.txt");
   EXPECT_THAT(trace, HasSubstr(" START FAILSAFE 6.60 LITE 15.06.2026,12:00:0"));
   EXPECT_THAT(trace, HasSubstr("] ->clsKestrel : Sub ExecuteAllJobs : (sJobDir=" + jobs + "/, "));

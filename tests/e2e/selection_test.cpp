@@ -1,34 +1,9 @@
 // File selection seen through `kestrel run --events jsonl`: the walk's progress lines, the
 // check line before the filters, and the report of a selection that ends empty.
-#include <nlohmann/json.hpp>
+#include "e2e/E2eSupport.h"
 
-#include <sys/wait.h>
-
-#include <gtest/gtest.h>
-
-#include <algorithm>
-#include <cstdlib>
-#include <filesystem>
-#include <fstream>
-#include <random>
-#include <sstream>
-#include <string>
-#include <vector>
-
+namespace e2e {
 namespace {
-
-namespace fs = std::filesystem;
-
-void Put(const fs::path& p, const std::string& text) {
-  fs::create_directories(p.parent_path());
-  std::ofstream(p, std::ios::binary) << text;
-}
-
-std::string Quote(const std::string& s) {
-  std::string q = "'";
-  for (char c : s) q += c == '\'' ? std::string("'\\''") : std::string(1, c);
-  return q + "'";
-}
 
 struct Line {
   std::string text;
@@ -36,51 +11,24 @@ struct Line {
   bool file, sameView;
 };
 
-class Selection : public ::testing::Test {
+class Selection : public JobFolderTest {
  protected:
-  void SetUp() override {
-    std::random_device rd;
-    root_ = fs::temp_directory_path() / ("kestrel-e2e-selection-" + std::to_string(rd()));
-    fs::create_directories(root_ / "jobs");
-    fs::create_directories(root_ / "dst");
+  Selection() {
     for (const char* f : {"a.txt", "b.log", "sub/c.txt", "sub/deeper/d.txt", ".hid/e.txt"}) {
       Put(src() / f, "x");
     }
-    if (RunRaw("run --help").find("--events") == std::string::npos) {
-      GTEST_SKIP() << "kestrel run is not built yet";
-    }
   }
-  void TearDown() override {
-    std::error_code ec;
-    fs::remove_all(root_, ec);
-  }
-  fs::path src() const { return root_ / "src"; }
 
   // A due job that acts for real; extra lines go into its "Job" section.
   void WriteJob(const std::string& extra) {
-    Put(root_ / "jobs" / "a.kjb", "[Job]\nName=a\nFrom=" + src().string() + "\nTo=" +
-                                      (root_ / "dst").string() +
-                                      "\nDoPreview=0\nCounter=1\nInterval=1\n" + extra);
+    JobFolderTest::WriteJob("DoPreview=0\nCounter=1\nInterval=1\n" + extra);
   }
 
-  std::string RunRaw(const std::string& args) const {
-    const fs::path out = root_ / "stdout";
-    const std::string cmd = Quote(KESTREL_BIN) + " " + args + " >" + Quote(out.string()) +
-                            " 2>/dev/null";
-    const int status = std::system(cmd.c_str());
-    exit_ = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-    std::ifstream in(out, std::ios::binary);
-    std::stringstream ss;
-    ss << in.rdbuf();
-    return ss.str();
-  }
-
-  std::vector<Line> Run() const {
-    std::istringstream in(RunRaw("run " + Quote((root_ / "jobs").string()) + " --events jsonl"));
+  std::vector<Line> Run() {
+    const RunResult r = RunJobs();
+    exit_ = r.exitCode;
     std::vector<Line> lines;
-    for (std::string s; std::getline(in, s);) {
-      const auto j = nlohmann::json::parse(s);
-      if (j["event"] != "LogMessage") continue;
+    for (const auto& j : LogEvents(r.out)) {
       lines.push_back({j["LogMsg"], j["MsgID"], j["bFile"], j["bSameView"]});
     }
     return lines;
@@ -94,8 +42,7 @@ class Selection : public ::testing::Test {
     return out;
   }
 
-  fs::path root_;
-  mutable int exit_ = -1;
+  int exit_ = -1;
 };
 
 TEST_F(Selection, WalkLinesComeBeforeTheCheckLine) {
@@ -140,7 +87,7 @@ TEST_F(Selection, AFilterThatEmptiesTheListReportsNoFiles) {
   EXPECT_TRUE(Texts(lines, 18).empty());  // the copy is never announced
   EXPECT_EQ(Texts(lines, 7), std::vector<std::string>{"a: Keine Dateien gefunden"});
   EXPECT_TRUE(Texts(lines, 6).empty());
-  EXPECT_TRUE(fs::is_empty(root_ / "dst"));
+  EXPECT_TRUE(fs::is_empty(dst()));
 }
 
 TEST_F(Selection, APatternThatMatchesNothingReportsNoFilesWithoutChecking) {
@@ -159,11 +106,12 @@ TEST_F(Selection, OnlyTheSelectedFilesReachTheCopy) {
   EXPECT_EQ(exit_, 0);
   EXPECT_EQ(Texts(lines, 18), std::vector<std::string>{"a: Kopiere Dateien ..."});
   std::vector<std::string> copied;
-  for (const auto& entry : fs::recursive_directory_iterator(root_ / "dst")) {
-    if (entry.is_regular_file()) copied.push_back(fs::relative(entry.path(), root_ / "dst"));
+  for (const auto& entry : fs::recursive_directory_iterator(dst())) {
+    if (entry.is_regular_file()) copied.push_back(fs::relative(entry.path(), dst()));
   }
   std::sort(copied.begin(), copied.end());
   EXPECT_EQ(copied, (std::vector<std::string>{"a.txt", "sub/c.txt", "sub/deeper/d.txt"}));
 }
 
 }  // namespace
+}  // namespace e2e

@@ -1,13 +1,21 @@
-// Shared helpers of the tests: temporary folders, small files, and an event recorder.
+// Shared helpers of the tests: temporary folders, small files, times, and an event recorder.
 #pragma once
 
 #include <orvKestrel/clsKestrel.h>
 
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
 #include <cstdint>
+#include <cstdlib>
+#include <ctime>
 #include <filesystem>
 #include <fstream>
+#include <optional>
 #include <random>
 #include <sstream>
+#include <stdexcept>
 #include <string>
 #include <vector>
 
@@ -53,6 +61,115 @@ inline std::string ReadFile(const std::string& path) {
 }
 
 inline bool Exists(const std::string& path) { return std::filesystem::exists(path); }
+
+// Sets a file's access and write times (whole seconds).
+inline void SetTimes(const std::string& path, std::time_t accessed, std::time_t written) {
+  const struct timespec times[2] = {{accessed, 0}, {written, 0}};
+  if (::utimensat(AT_FDCWD, path.c_str(), times, 0) != 0) {
+    throw std::runtime_error("cannot set the times of " + path);
+  }
+}
+inline void SetModified(const std::string& path, std::time_t t) { SetTimes(path, t, t); }
+
+// The write time, 0 when the file cannot be read.
+inline std::time_t WriteTime(const std::string& path) {
+  struct stat st {};
+  if (::stat(path.c_str(), &st) != 0) return 0;
+  return st.st_mtime;
+}
+
+// Seconds since the epoch of a local date and time.
+inline std::time_t LocalTime(int y, int mo, int d, int h = 0, int mi = 0, int s = 0) {
+  std::tm tm{};
+  tm.tm_year = y - 1900;
+  tm.tm_mon = mo - 1;
+  tm.tm_mday = d;
+  tm.tm_hour = h;
+  tm.tm_min = mi;
+  tm.tm_sec = s;
+  tm.tm_isdst = -1;
+  return std::mktime(&tm);
+}
+
+// A text quoted for the shell.
+inline std::string Quote(const std::string& s) {
+  std::string out = "'";
+  for (char c : s) out += c == '\'' ? std::string("'\\''") : std::string(1, c);
+  return out + "'";
+}
+
+// The value of key in an INI text (first match, blanks around it trimmed), nullopt when missing.
+inline std::optional<std::string> KeyValue(const std::string& text, const std::string& key) {
+  const auto trim = [](std::string v) {
+    v.erase(0, v.find_first_not_of(' '));
+    v.erase(v.find_last_not_of(' ') + 1);
+    return v;
+  };
+  std::istringstream in(text);
+  for (std::string line; std::getline(in, line);) {
+    if (!line.empty() && line.back() == '\r') line.pop_back();
+    const auto eq = line.find('=');
+    if (eq != std::string::npos && trim(line.substr(0, eq)) == key) {
+      return trim(line.substr(eq + 1));
+    }
+  }
+  return std::nullopt;
+}
+
+// "/dev/shm" when it is writable and lies on another file system than path (a move there
+// copies, flushes and deletes instead of renaming), else "".
+inline std::string OtherFileSystemThan(const std::string& path) {
+  struct stat shm {}, here {};
+  if (::stat("/dev/shm", &shm) != 0 || ::stat(path.c_str(), &here) != 0) return "";
+  return shm.st_dev != here.st_dev && ::access("/dev/shm", W_OK) == 0 ? "/dev/shm" : "";
+}
+
+// The permission bits of a file.
+inline mode_t ModeOf(const std::string& path) {
+  struct stat st {};
+  ::stat(path.c_str(), &st);
+  return st.st_mode & 07777;
+}
+
+// Sets an environment variable for the life of the object, then restores it.
+class ScopedEnv {
+ public:
+  ScopedEnv(const char* name, const std::string& value) : name_(name) {
+    if (const char* old = std::getenv(name)) old_ = old;
+    ::setenv(name, value.c_str(), 1);
+  }
+  ~ScopedEnv() {
+    if (old_) {
+      ::setenv(name_, old_->c_str(), 1);
+    } else {
+      ::unsetenv(name_);
+    }
+  }
+  ScopedEnv(const ScopedEnv&) = delete;
+  ScopedEnv& operator=(const ScopedEnv&) = delete;
+
+ private:
+  const char* name_;
+  std::optional<std::string> old_;
+};
+
+// Makes a folder the current one for the life of the object: the error trap writes "error.log"
+// into the current folder, and tests that provoke it run inside their temporary folder.
+class CurrentDir {
+ public:
+  explicit CurrentDir(const std::string& dir) : old_(std::filesystem::current_path()) {
+    std::filesystem::current_path(dir);
+  }
+  ~CurrentDir() {
+    std::error_code ec;
+    std::filesystem::current_path(old_, ec);
+  }
+  CurrentDir(const CurrentDir&) = delete;
+  CurrentDir& operator=(const CurrentDir&) = delete;
+
+ private:
+  std::filesystem::path old_;
+};
 
 struct LoggedLine {
   std::string text;

@@ -20,18 +20,6 @@
 
 namespace orvKestrel::testing {
 
-// Sets a file's access and write times (whole seconds).
-inline void SetTimes(const std::string& path, std::time_t accessed, std::time_t written) {
-  const struct timespec times[2] = {{accessed, 0}, {written, 0}};
-  ASSERT_EQ(::utimensat(AT_FDCWD, path.c_str(), times, 0), 0) << path;
-}
-
-inline std::time_t WriteTime(const std::string& path) {
-  struct stat st {};
-  if (::stat(path.c_str(), &st) != 0) return 0;
-  return st.st_mtime;
-}
-
 // Every entry below root with its contents and write time: a preview must leave it as it was.
 inline std::map<std::string, std::string> Snapshot(const std::string& root) {
   std::map<std::string, std::string> out;
@@ -70,26 +58,21 @@ class ActionsTest : public ::testing::Test {
     j.From = src;
     j.To = dst;
     j.DoPreview = 0;
-    // The error trap writes error.log into the current folder: keep it out of the build tree.
-    oldCwd = std::filesystem::current_path();
-    std::filesystem::current_path(tmp.str());
   }
-  ~ActionsTest() override { std::filesystem::current_path(oldCwd); }
 
   std::string Src(const std::string& rel) const { return src + "/" + rel; }
   std::string Dst(const std::string& rel) const { return dst + "/" + rel; }
 
-  // A file in the source folder with the given contents and write time.
+  // A file in the source (destination) folder with the given contents and write time.
   std::string Source(const std::string& rel, const std::string& data, std::time_t written = 0) {
-    const std::string path = Src(rel);
-    WriteFile(path, data);
-    if (written != 0) SetTimes(path, written, written);
-    return path;
+    return Put(Src(rel), data, written);
   }
   std::string Dest(const std::string& rel, const std::string& data, std::time_t written = 0) {
-    const std::string path = Dst(rel);
+    return Put(Dst(rel), data, written);
+  }
+  static std::string Put(const std::string& path, const std::string& data, std::time_t written) {
     WriteFile(path, data);
-    if (written != 0) SetTimes(path, written, written);
+    if (written != 0) SetModified(path, written);
     return path;
   }
 
@@ -107,11 +90,11 @@ class ActionsTest : public ::testing::Test {
   }
 
   TempDir tmp;
+  CurrentDir cwd{tmp.str()};  // error.log lands here, out of the build tree
   RecordingEvents rec;
   Engine engine;
   job j;
   std::string src, dst;
-  std::filesystem::path oldCwd;
 };
 
 inline constexpr std::time_t kOld = 1'600'000'000;

@@ -39,7 +39,7 @@ TEST_F(Attributes, ReadOnlyClearsEveryWriteBitAndGivesTheOwnerWriteBack) {
 }
 
 TEST_F(Attributes, NothingIsWrittenWhenTheBitIsAlreadyAsAsked) {
-  CwdGuard cwd(dir.str());
+  CurrentDir cwd(dir.str());
   Chmod(file, 0444);
   e.fs.faults().Arm(FaultOp::SetAttributes, 1, EIO);
   e.SetAttribute(kAttrReadOnly, file);
@@ -115,7 +115,7 @@ TEST_F(Attributes, DestinationAndSourceChoicesByMode) {
 }
 
 TEST_F(Attributes, AMissingFileGoesToTheTrap) {
-  CwdGuard cwd(dir.str());
+  CurrentDir cwd(dir.str());
   e.SetAttribute(kAttrReadOnly, In("missing"));
   EXPECT_EQ(e.trap.ErrorCount(), 1);
 }

@@ -10,7 +10,6 @@ namespace {
 
 using namespace testing;
 namespace fs = std::filesystem;
-using Lines = std::vector<std::string>;
 
 class Compression : public ::testing::Test, public ZipEngine {
  protected:
@@ -23,8 +22,6 @@ class Compression : public ::testing::Test, public ZipEngine {
     for (const auto& e : PyEntries(dir, archive)) names.push_back(e.substr(0, e.find('|')));
     return names;
   }
-  std::string Archive() const { return Out("job.zip"); }
-  FileList files;
 };
 
 TEST_F(Compression, OneFileInAllModeMakesTheArchiveWithoutAnAddLine) {

@@ -1,24 +1,11 @@
 #include "ActionsFixture.h"
 
-#include <cstdlib>
-
 namespace orvKestrel::testing {
 namespace {
 
 class DeleteTest : public ActionsTest {
  protected:
-  DeleteTest() {
-    if (const char* old = std::getenv("XDG_DATA_HOME")) saved = old;
-    ::setenv("XDG_DATA_HOME", (tmp / "xdg").c_str(), 1);
-  }
-  ~DeleteTest() override {
-    if (saved) {
-      ::setenv("XDG_DATA_HOME", saved->c_str(), 1);
-    } else {
-      ::unsetenv("XDG_DATA_HOME");
-    }
-  }
-  std::optional<std::string> saved;
+  ScopedEnv xdg{"XDG_DATA_HOME", tmp / "xdg"};  // the home trash inside the test's folder
 };
 
 TEST_F(DeleteTest, DeleteJobRemovesFilesAndEmptiedFoldersButNeverFrom) {

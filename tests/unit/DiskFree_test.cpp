@@ -8,7 +8,6 @@
 #include "engine/modDiskFree.h"
 #include "platform/SysError.h"
 #include "support/TestSupport.h"
-#include "unit/EngineTestSupport.h"
 
 namespace orvKestrel {
 namespace {

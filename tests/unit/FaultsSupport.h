@@ -5,7 +5,6 @@
 #include <orvKestrel/clsJobs.h>
 
 #include "engine/Engine.h"
-#include "EngineTestSupport.h"
 #include "support/TestSupport.h"
 
 #include <fcntl.h>
@@ -203,14 +202,11 @@ class FaultRun {
     for (const auto& [rel, data] : s.files) {
       WriteFile(root_ + "/" + rel, data);
       const auto t = s.times.find(rel);
-      const std::time_t when = t == s.times.end() ? 1700000000 : t->second;
-      const struct timespec times[2] = {{when, 0}, {when, 0}};
-      ::utimensat(AT_FDCWD, (root_ + "/" + rel).c_str(), times, 0);
+      SetModified(root_ + "/" + rel, t == s.times.end() ? 1700000000 : t->second);
     }
     for (const auto& [rel, entries] : s.archives) {
       MakeArchive(root_ + "/" + rel, entries);
-      const struct timespec times[2] = {{1700000000, 0}, {1700000000, 0}};
-      ::utimensat(AT_FDCWD, (root_ + "/" + rel).c_str(), times, 0);
+      SetModified(root_ + "/" + rel, 1700000000);
     }
     jobText_ = "[Job]\nName=j\nFrom=" + root_ + "/src\nTo=" + root_ +
                "/dst\nDoPreview=0\nIntervalType=0\nInterval=1\nCounter=1\n" + s.keys;

@@ -20,12 +20,6 @@ int ErrorOf(const std::function<void()>& f) {
   return 0;
 }
 
-mode_t Mode(const std::string& path) {
-  struct stat st {};
-  ::stat(path.c_str(), &st);
-  return st.st_mode & 07777;
-}
-
 // A file larger than one copy step, so that the copy takes several writes.
 std::string Big() {
   std::string data(3 * 1024 * 1024 + 17, '\0');
@@ -51,7 +45,7 @@ TEST_F(FileOpsTest, CopyKeepsContentsPermissionsAndTimes) {
   // Times first: reading the contents may touch the access time.
   EXPECT_EQ(fs.Stat(Dst("a.txt")).times.written, kNew);
   EXPECT_EQ(fs.Stat(Dst("a.txt")).times.accessed, kOld);
-  EXPECT_EQ(Mode(Dst("a.txt")), 0640u);
+  EXPECT_EQ(ModeOf(Dst("a.txt")), 0640u);
   EXPECT_EQ(ReadFile(Dst("a.txt")), ReadFile(a));
   ExpectOnly(dst, {"a.txt"});
 }
@@ -110,11 +104,10 @@ TEST_F(FileOpsTest, MoveRenamesAndRefusesAnExistingDestination) {
 class OtherFileSystem {
  public:
   explicit OtherFileSystem(const std::string& here) {
-    struct stat shm {}, st {};
-    if (::stat("/dev/shm", &shm) != 0 || ::stat(here.c_str(), &st) != 0) return;
-    if (shm.st_dev == st.st_dev || ::access("/dev/shm", W_OK) != 0) return;
+    const std::string top = OtherFileSystemThan(here);
+    if (top.empty()) return;
     TempDir probe;  // a unique name
-    path_ = "/dev/shm/" + paths::GetFileName(probe.str());
+    path_ = top + "/" + paths::GetFileName(probe.str());
     std::filesystem::create_directories(path_);
   }
   ~OtherFileSystem() {
@@ -144,7 +137,7 @@ TEST_F(FileOpsTest, MoveAcrossFileSystemsKeepsTimesAndRemovesTheSource) {
     EXPECT_EQ(fs.Stat(target).times.written, kNew);
     EXPECT_EQ(fs.Stat(target).times.accessed, kOld);
     EXPECT_EQ(ReadFile(target), data);
-    EXPECT_EQ(Mode(target), 0604u);
+    EXPECT_EQ(ModeOf(target), 0604u);
     ExpectOnly(paths::GetParentFolderName(target), {"a.txt"});
   }
   fs.faults().Disarm();
@@ -202,12 +195,6 @@ TEST_F(FileOpsTest, SameFileMeansOneDirectoryEntry) {
   EXPECT_FALSE(fs.SameFile(a, Dst("hard.txt")));
   EXPECT_FALSE(fs.SameFile(a, Dst("none.txt")));
 }
-
-}  // namespace
-}  // namespace orvKestrel::testing
-
-namespace orvKestrel::testing {
-namespace {
 
 // What the file-system object remembers must never hide a change it made itself, and outside a
 // scope it remembers nothing.

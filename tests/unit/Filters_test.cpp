@@ -8,15 +8,6 @@ namespace {
 
 class Filters : public SelectionTest {
  protected:
-  // Files below "in" with the given names; returns their full paths in order.
-  FileList Make(std::initializer_list<const char*> names, const std::string& data = "") {
-    FileList list;
-    for (const char* n : names) {
-      WriteFile(In(n), data);
-      list.push_back(In(n));
-    }
-    return list;
-  }
   // Empty files with the given modification (and access) times.
   template <std::size_t N>
   FileList WithTimes(const std::pair<const char*, std::time_t> (&files)[N]) {
@@ -42,15 +33,13 @@ TEST_F(Filters, SizeLimitIsExclusiveForBothOptions) {
   const FileList all = {In("99"), In("100"), In("101")};
   job j = MakeJob();
   j.FileSize = 100;
-  j.FileOpt = 1;
-  FileList list = all;
-  EXPECT_EQ(Names(e.FilterFileSize(list, j)), std::vector<std::string>{"101"});
-  j.FileOpt = 2;
-  list = all;
-  EXPECT_EQ(Names(e.FilterFileSize(list, j)), std::vector<std::string>{"99"});
-  j.FileOpt = 0;
-  list = all;
-  EXPECT_EQ(e.FilterFileSize(list, j), all);
+  const std::pair<std::int16_t, std::vector<std::string>> options[] = {
+      {1, {"101"}}, {2, {"99"}}, {0, {"99", "100", "101"}}};
+  for (const auto& [opt, kept] : options) {
+    j.FileOpt = opt;
+    FileList list = all;
+    EXPECT_EQ(Names(e.FilterFileSize(list, j)), kept) << opt;
+  }
 }
 
 TEST_F(Filters, KeepOnlyListedExtensionsInAnyCase) {
@@ -178,7 +167,7 @@ TEST_F(Filters, DateRangeKeepsTheWholeDaysInclusive) {
 }
 
 TEST_F(Filters, AnUnreadableDateGoesToTheTrapAndEmptiesTheList) {
-  CwdGuard cwd(dir.str());
+  CurrentDir cwd(dir.str());
   FileList list = Make({"a"});
   job j = MakeJob();
   j.FileAge = 3;
@@ -189,7 +178,7 @@ TEST_F(Filters, AnUnreadableDateGoesToTheTrapAndEmptiesTheList) {
 }
 
 TEST_F(Filters, VanishedFileIsKeptWhenTheTrapGoesOn) {
-  CwdGuard cwd(dir.str());
+  CurrentDir cwd(dir.str());
   e.host.messageBox = [](const MessageBoxRequest&) { return BoxAnswer::Ignore; };
   FileList list = Make({"big"}, std::string(10, 'x'));
   list.push_back(In("gone"));

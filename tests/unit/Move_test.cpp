@@ -113,12 +113,6 @@ TEST_F(MoveTest, ADestinationThatIsTheSourceItselfIsNeverDeleted) {
   EXPECT_TRUE(engine.jobError);
 }
 
-}  // namespace
-}  // namespace orvKestrel::testing
-
-namespace orvKestrel::testing {
-namespace {
-
 TEST_F(MoveTest, AMoveWithinOneDriveNeedsNoRoom) {
   engine.noSizeCheck = false;
   engine.lastNoRoom = true;

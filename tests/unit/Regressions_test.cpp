@@ -138,10 +138,7 @@ TEST(HostileNames, AFileWithALongestNameIsStillReplacedAtomically) {
 // The info entry of a trashed file is its name + ".trashinfo": for names beyond 245 bytes no
 // valid name, and such a file could not be deleted to the recycle bin at all.
 TEST_F(FaultRegressions, AFileWithALongestNameGoesToTheTrash) {
-  const std::optional<std::string> saved =
-      std::getenv("XDG_DATA_HOME") ? std::optional<std::string>(std::getenv("XDG_DATA_HOME"))
-                                   : std::nullopt;
-  ::setenv("XDG_DATA_HOME", (tmp / "xdg").c_str(), 1);
+  const ScopedEnv xdg("XDG_DATA_HOME", tmp / "xdg");
   const std::string name(255, 'n');
   const std::string file = Source(name, "data");
   EXPECT_NO_THROW(engine.fs.Trash(file));
@@ -150,11 +147,6 @@ TEST_F(FaultRegressions, AFileWithALongestNameGoesToTheTrash) {
   EXPECT_EQ(ReadFile(kept), "data");
   EXPECT_NE(ReadFile(tmp / ("xdg/Trash/info/" + name.substr(0, 230) + ".trashinfo")).find(name),
             std::string::npos);
-  if (saved) {
-    ::setenv("XDG_DATA_HOME", saved->c_str(), 1);
-  } else {
-    ::unsetenv("XDG_DATA_HOME");
-  }
 }
 
 // A source that grew while it was copied was copied as far as the copy read it, and that torn

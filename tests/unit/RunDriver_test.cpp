@@ -8,7 +8,6 @@
 
 #include "engine/Engine.h"
 #include "support/TestSupport.h"
-#include "unit/EngineTestSupport.h"
 
 namespace orvKestrel {
 namespace {
@@ -373,12 +372,6 @@ TEST_F(RunDriverTest, FreeSpaceTriggerRunsOnlyBelowTheLimit) {
   EXPECT_THAT(ev.Texts(), ElementsAre("a: Starte Auftrag", "a: Auftrag ausgeführt"));
   EXPECT_THAT(ev.jobs, ElementsAre(Current("a.kjb", 0, 0, 0), Current("a.kjb", 0, 4, 0)));
 }
-
-}  // namespace
-}  // namespace orvKestrel
-
-namespace orvKestrel {
-namespace {
 
 TEST(Events, CounterCarriesCountsAndEveryLineYieldsFirst) {
   Engine e{Host{}};

@@ -2,7 +2,6 @@
 
 #include "engine/Engine.h"
 #include "support/TestSupport.h"
-#include "unit/EngineTestSupport.h"
 
 namespace orvKestrel {
 namespace {

@@ -28,6 +28,12 @@ class Search : public SelectionTest {
     for (const auto& f : files) out.push_back(f.substr(In("").size()));
     return out;
   }
+  // The same, sorted: for walks whose order another test pins.
+  std::vector<std::string> Sorted(job& j) {
+    auto out = Rel(Walk(j));
+    std::sort(out.begin(), out.end());
+    return out;
+  }
   // The walk order as the file system lists: files of a folder first, then each sub-folder.
   void Expected(const std::string& rel, std::vector<std::string>& out) {
     const std::string folder = In(rel);
@@ -69,15 +75,12 @@ TEST_F(Search, NamesWithoutBaseNameAreNeverSelectedAndMatchingUsesTheBaseName) {
     WriteFile(In(f), "");
   }
   job j = MakeJob();
-  auto all = Rel(Walk(j));
-  std::sort(all.begin(), all.end());
-  EXPECT_EQ(all, (std::vector<std::string>{"LOGFILE.DAT", "a.b.txt", "other.log", "syslog.txt"}));
+  EXPECT_EQ(Sorted(j),
+            (std::vector<std::string>{"LOGFILE.DAT", "a.b.txt", "other.log", "syslog.txt"}));
 
   j.DoFileMatch = 2;
   j.Filename = "*log*";
-  auto logs = Rel(Walk(j));
-  std::sort(logs.begin(), logs.end());
-  EXPECT_EQ(logs, (std::vector<std::string>{"LOGFILE.DAT", "syslog.txt"}));
+  EXPECT_EQ(Sorted(j), (std::vector<std::string>{"LOGFILE.DAT", "syslog.txt"}));
 
   j = MakeJob();
   j.DoFileMatch = 2;
@@ -87,9 +90,7 @@ TEST_F(Search, NamesWithoutBaseNameAreNeverSelectedAndMatchingUsesTheBaseName) {
   j = MakeJob();
   j.DoFileMatch = 1;
   j.Filename = "*log*";
-  auto rest = Rel(Walk(j));
-  std::sort(rest.begin(), rest.end());
-  EXPECT_EQ(rest, (std::vector<std::string>{"a.b.txt", "other.log"}));
+  EXPECT_EQ(Sorted(j), (std::vector<std::string>{"a.b.txt", "other.log"}));
 }
 
 // An empty wildcard is rewritten before the walk ("^$" for files, "//" for folders), so it is
@@ -167,9 +168,7 @@ TEST_F(Search, FolderPatternsPruneWholeSubTrees) {
   job j = MakeJob();
   j.DoFolderMatch = 2;
   j.FolderMatch = "keep*";
-  auto kept = Rel(Walk(j));
-  std::sort(kept.begin(), kept.end());
-  EXPECT_EQ(kept, (std::vector<std::string>{"keep1/a.txt", "keep1/inner/b.txt"}));
+  EXPECT_EQ(Sorted(j), (std::vector<std::string>{"keep1/a.txt", "keep1/inner/b.txt"}));
 
   j = MakeJob();
   j.DoFolderMatch = 1;
@@ -195,9 +194,7 @@ TEST_F(Search, LinksToFilesAreFilesAndLinksToFoldersAreNotFollowed) {
   fs::create_symlink(In("missing"), In("dangling.txt"));
   ::mkfifo(In("pipe").c_str(), 0600);
   job j = MakeJob();
-  auto files = Rel(Walk(j));
-  std::sort(files.begin(), files.end());
-  EXPECT_EQ(files, (std::vector<std::string>{"link.txt", "real.txt", "sub/deep.txt"}));
+  EXPECT_EQ(Sorted(j), (std::vector<std::string>{"link.txt", "real.txt", "sub/deep.txt"}));
 }
 
 TEST_F(Search, SearchAnnouncesAndRewritesPatternsAndReportsNoFiles) {
@@ -249,7 +246,7 @@ TEST_F(Search, StopEndsTheWalkWithoutHandingOn) {
 }
 
 TEST_F(Search, InvalidFilePatternGoesToTheTrapAndKeepsWhatWasGathered) {
-  CwdGuard cwd(dir.str());
+  CurrentDir cwd(dir.str());
   WriteFile(In("a.txt"), "");
   WriteFile(In("sub/b.txt"), "");
   job j = MakeJob();

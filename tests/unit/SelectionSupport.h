@@ -19,21 +19,6 @@
 
 namespace orvKestrel::testing {
 
-// The error trap writes "error.log" into the current folder: tests that provoke it run inside
-// their temporary folder.
-class CwdGuard {
- public:
-  explicit CwdGuard(const std::string& dir) : old_(std::filesystem::current_path()) {
-    std::filesystem::current_path(dir);
-  }
-  ~CwdGuard() { std::filesystem::current_path(old_); }
-  CwdGuard(const CwdGuard&) = delete;
-  CwdGuard& operator=(const CwdGuard&) = delete;
-
- private:
-  std::filesystem::path old_;
-};
-
 class SelectionTest : public ::testing::Test {
  protected:
   explicit SelectionTest(Host host = {}) : e(std::move(host)) {
@@ -57,6 +42,16 @@ class SelectionTest : public ::testing::Test {
 
   std::string In(const std::string& rel) { return dir / ("in/" + rel); }
 
+  // Files below "in" with the given names; returns their full paths in order.
+  FileList Make(std::initializer_list<const char*> names, const std::string& data = "") {
+    FileList list;
+    for (const char* n : names) {
+      WriteFile(In(n), data);
+      list.push_back(In(n));
+    }
+    return list;
+  }
+
   // Lines raised with message n.
   std::vector<LoggedLine> Lines(int n) const {
     std::vector<LoggedLine> out;
@@ -70,24 +65,6 @@ class SelectionTest : public ::testing::Test {
   RecordingEvents rec;
   Engine e;
 };
-
-// Local time from its parts.
-inline std::time_t LocalTime(int y, int mo, int d, int h, int mi, int s) {
-  std::tm tm{};
-  tm.tm_year = y - 1900;
-  tm.tm_mon = mo - 1;
-  tm.tm_mday = d;
-  tm.tm_hour = h;
-  tm.tm_min = mi;
-  tm.tm_sec = s;
-  tm.tm_isdst = -1;
-  return std::mktime(&tm);
-}
-
-inline void SetModified(const std::string& path, std::time_t t) {
-  const struct timespec times[2] = {{t, 0}, {t, 0}};
-  ::utimensat(AT_FDCWD, path.c_str(), times, 0);
-}
 
 // Whether the temporary file system keeps user extended attributes.
 inline bool UserXattrsWork(const std::string& dir) {
@@ -109,12 +86,6 @@ inline void SetDosAttrib(const std::string& path, const std::string& value) {
 }
 
 inline void Chmod(const std::string& path, mode_t mode) { ::chmod(path.c_str(), mode); }
-
-inline mode_t ModeOf(const std::string& path) {
-  struct stat st {};
-  ::stat(path.c_str(), &st);
-  return st.st_mode & 07777;
-}
 
 // The names of a folder in the order the file system lists them.
 inline std::vector<std::string> ListingOrder(const std::string& path) {

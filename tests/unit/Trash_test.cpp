@@ -4,7 +4,6 @@
 
 #include "ActionsFixture.h"
 
-#include <cstdlib>
 #include <regex>
 
 namespace orvKestrel::testing {
@@ -13,21 +12,9 @@ namespace {
 // Points the home trash into the test's folder for the test's length.
 class TrashTest : public ActionsTest {
  protected:
-  TrashTest() {
-    if (const char* old = std::getenv("XDG_DATA_HOME")) saved = old;
-    ::setenv("XDG_DATA_HOME", (tmp / "xdg").c_str(), 1);
-    trash = tmp / "xdg/Trash";
-  }
-  ~TrashTest() override {
-    if (saved) {
-      ::setenv("XDG_DATA_HOME", saved->c_str(), 1);
-    } else {
-      ::unsetenv("XDG_DATA_HOME");
-    }
-  }
   std::string Info(const std::string& name) { return ReadFile(trash + "/info/" + name + ".trashinfo"); }
-  std::optional<std::string> saved;
-  std::string trash;
+  ScopedEnv xdg{"XDG_DATA_HOME", tmp / "xdg"};
+  std::string trash = tmp / "xdg/Trash";
 };
 
 TEST_F(TrashTest, HomeTrashGetsTheFileAndItsInfoEntry) {
@@ -71,12 +58,8 @@ TEST_F(TrashTest, FailureLeavesTheFileAndNoInfoEntry) {
 }
 
 TEST_F(TrashTest, FileOnAnotherFileSystemGoesToThatFileSystemsTrash) {
-  struct stat shm {}, here {};
-  if (::stat("/dev/shm", &shm) != 0 || ::stat(src.c_str(), &here) != 0 ||
-      shm.st_dev == here.st_dev || ::access("/dev/shm", W_OK) != 0) {
-    GTEST_SKIP() << "no second file system";
-  }
-  const std::string top = "/dev/shm";
+  const std::string top = OtherFileSystemThan(src);
+  if (top.empty()) GTEST_SKIP() << "no second file system";
   if (Exists(top + "/.Trash")) GTEST_SKIP() << "a shared trash is there";
   const std::string own = top + "/.Trash-" + std::to_string(::getuid());
   const bool existed = Exists(own);

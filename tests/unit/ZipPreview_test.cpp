@@ -9,13 +9,7 @@ namespace {
 
 using namespace testing;
 namespace fs = std::filesystem;
-using Lines = std::vector<std::string>;
-
-class ZipPreview : public ::testing::Test, public ZipEngine {
- protected:
-  std::string Archive() const { return Out("job.zip"); }
-  FileList files;
-};
+class ZipPreview : public ::testing::Test, public ZipEngine {};
 
 TEST_F(ZipPreview, AllModeReportsEveryFurtherFileAndChangesNothing) {
   files = {Src("a.txt"), Src("b.txt"), Src("c.txt")};

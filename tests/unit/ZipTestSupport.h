@@ -37,15 +37,6 @@ inline bool HaveTool(const std::string& name) {
   return RunTool("command -v " + name).status == 0;
 }
 
-inline std::string Quote(const std::string& s) {
-  std::string out = "'";
-  for (char c : s) {
-    if (c == '\'') out += "'\\''";
-    else out += c;
-  }
-  return out + "'";
-}
-
 // Runs a python3 script (written to a file beside the data) and returns its result.
 inline ToolResult Python(const TempDir& dir, const std::string& script) {
   const std::string path = dir / "script.py";
@@ -82,17 +73,6 @@ inline std::string LocalStamp(std::time_t t) {
   char buf[32];
   std::strftime(buf, sizeof buf, "%Y-%m-%d %H:%M:%S", &tm);
   return buf;
-}
-
-inline void SetMtime(const std::string& path, std::time_t t) {
-  struct timespec ts[2] = {{t, 0}, {t, 0}};
-  ::utimensat(AT_FDCWD, path.c_str(), ts, 0);
-}
-
-inline std::time_t Mtime(const std::string& path) {
-  struct stat st {};
-  ::stat(path.c_str(), &st);
-  return st.st_mtime;
 }
 
 // Files left anywhere below folder whose name marks them as temporary.
@@ -145,11 +125,16 @@ struct ZipEngine {
     return path;
   }
   std::string Out(const std::string& rel) const { return dir / ("out/" + rel); }
+  // The archive of the job in "All" mode.
+  std::string Archive() const { return Out("job.zip"); }
 
   TempDir dir;
   Engine e{Host{}};
   HookedEvents ev;
   job j;
+  FileList files;
 };
+
+using Lines = std::vector<std::string>;
 
 }  // namespace orvKestrel::testing

@@ -135,27 +135,35 @@ std::string RecordPidThen(const std::string& pidFile, const std::string& rest) {
   return "$$ > " + pidFile + "; " + rest;
 }
 
-TEST(clsCmd, LimitZeroReturnsAfterOnePassAndLeavesTheProgramRunning) {
-  TempDir dir;
-  RecordingHost rec;
-  job j = Program("echo", RecordPidThen(dir / "pid", "exec sleep 5"), 1, 0);
-  const auto t0 = Clock::now();
-  clsCmd(rec.Make()).ShellAndWait(j);
-  EXPECT_LT(Clock::now() - t0, 700ms);
-  EXPECT_EQ(rec.yields, 1);
-  LeftRunning program(dir / "pid");
-  EXPECT_TRUE(program.Running());
-  EXPECT_TRUE(rec.boxes.empty());
-}
-
-TEST(clsCmd, ProgramEndingAtOnceTakesOnePass) {
-  RecordingHost rec;
-  job j = Program("true", "", 1, 5);
-  const auto t0 = Clock::now();
-  clsCmd(rec.Make()).ShellAndWait(j);
-  EXPECT_LT(Clock::now() - t0, 700ms);
-  EXPECT_EQ(rec.yields, 1);
-  EXPECT_TRUE(rec.boxes.empty());
+TEST(clsCmd, ReturnsAtOnceWithoutWaitingForAProgramLeftRunning) {
+  struct Case {
+    const char* name;
+    bool sleeper;  // the program runs on (and records its pid), or ends at once
+    int wait, maxSec, yields;
+  };
+  const Case cases[] = {
+      {"limit 0: one pass, the program keeps running", true, 1, 0, 1},
+      {"a program ending at once takes one pass", false, 1, 5, 1},
+      {"no wait: no pass, the program is reaped later", true, 0, 5, 0},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.name);
+    TempDir dir;
+    RecordingHost rec;
+    job j = c.sleeper ? Program("echo", RecordPidThen(dir / "pid", "exec sleep 5"), c.wait, c.maxSec)
+                      : Program("true", "", c.wait, c.maxSec);
+    const auto t0 = Clock::now();
+    clsCmd(rec.Make()).ShellAndWait(j);
+    EXPECT_LT(Clock::now() - t0, 700ms);
+    EXPECT_EQ(rec.yields, c.yields);
+    EXPECT_TRUE(rec.boxes.empty());
+    if (!c.sleeper) continue;
+    LeftRunning program(dir / "pid");
+    ASSERT_TRUE(program.Running());
+    if (c.wait == 0) {
+      EXPECT_TRUE(program.KillAndVanish()) << "left a zombie";
+    }
+  }
 }
 
 TEST(clsCmd, WaitEndsWhenTheProgramEnds) {
@@ -169,19 +177,6 @@ TEST(clsCmd, WaitEndsWhenTheProgramEnds) {
   EXPECT_LT(took, 900ms);
   EXPECT_GE(rec.yields, 2);
   EXPECT_LE(rec.yields, 10);  // blocks between passes instead of spinning
-}
-
-TEST(clsCmd, NoWaitReturnsWithoutPassesAndTheProgramIsReapedLater) {
-  TempDir dir;
-  RecordingHost rec;
-  job j = Program("echo", RecordPidThen(dir / "pid", "exec sleep 5"), 0, 5);
-  const auto t0 = Clock::now();
-  clsCmd(rec.Make()).ShellAndWait(j);
-  EXPECT_LT(Clock::now() - t0, 700ms);
-  EXPECT_EQ(rec.yields, 0);
-  LeftRunning program(dir / "pid");
-  ASSERT_TRUE(program.Running());
-  EXPECT_TRUE(program.KillAndVanish()) << "left a zombie";
 }
 
 TEST(clsCmd, ProgramOutlivingTheLimitKeepsRunning) {

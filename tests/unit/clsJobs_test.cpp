@@ -17,27 +17,11 @@ namespace {
 using testing::TempDir;
 using testing::WriteFile;
 
-// The trap writes "error.log" into the current folder: keep it out of the build tree.
-class InFolder {
- public:
-  explicit InFolder(const std::string& dir) : old_(std::filesystem::current_path()) {
-    std::filesystem::current_path(dir);
-  }
-  ~InFolder() { std::filesystem::current_path(old_); }
-
- private:
-  std::filesystem::path old_;
-};
+using InFolder = testing::CurrentDir;  // the trap's error.log lands there
 
 Host FixedHost() {
   Host host;
-  std::tm tm{};
-  tm.tm_year = 2026 - 1900;
-  tm.tm_mon = 10;
-  tm.tm_mday = 22;
-  tm.tm_hour = 10;
-  tm.tm_isdst = -1;
-  host.clock = Clock::StartingAt(std::mktime(&tm));
+  host.clock = Clock::StartingAt(testing::LocalTime(2026, 11, 22, 10));
   host.shortDateFormat = "%d.%m.%Y";
   return host;
 }

@@ -1,0 +1,217 @@
+// Helpers of the end-to-end tests: starting kestrel as a child, a private folder, job files, the
+// jsonl event stream, and reading a tree back.
+#pragma once
+
+#include <nlohmann/json.hpp>
+
+#include <fcntl.h>
+#include <grp.h>
+#include <signal.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <gtest/gtest.h>
+
+#include "support/TestSupport.h"
+
+#include <algorithm>
+#include <cstdlib>
+#include <ctime>
+#include <filesystem>
+#include <fstream>
+#include <map>
+#include <random>
+#include <sstream>
+#include <string>
+#include <vector>
+
+namespace e2e {
+
+namespace fs = std::filesystem;
+using orvKestrel::testing::OtherFileSystemThan;
+
+// Writes a file (and its folders); a non-zero `written` becomes its access and write time.
+inline void Put(const fs::path& p, const std::string& data, std::time_t written = 0) {
+  fs::create_directories(p.parent_path());
+  std::ofstream(p, std::ios::binary | std::ios::trunc) << data;
+  if (written != 0) {
+    const struct timespec times[2] = {{written, 0}, {written, 0}};
+    ::utimensat(AT_FDCWD, p.c_str(), times, 0);
+  }
+}
+
+inline std::string Get(const fs::path& p) {
+  std::ifstream in(p, std::ios::binary);
+  std::stringstream ss;
+  ss << in.rdbuf();
+  return ss.str();
+}
+
+// A folder of its own below the temporary folder, removed with everything in it.
+class Scratch {
+ public:
+  explicit Scratch(const std::string& tag, const fs::path& base = fs::temp_directory_path()) {
+    std::string tmpl = (base / ("kestrel-" + tag + "-XXXXXX")).string();
+    if (::mkdtemp(tmpl.data()) == nullptr) throw std::runtime_error("mkdtemp");
+    root_ = tmpl;
+  }
+  ~Scratch() {
+    Unlock(root_);
+    std::error_code ec;
+    fs::remove_all(root_, ec);
+  }
+  Scratch(const Scratch&) = delete;
+  Scratch& operator=(const Scratch&) = delete;
+  const fs::path& root() const { return root_; }
+  fs::path operator/(const std::string& rel) const { return root_ / rel; }
+
+ private:
+  // Gives the owner every right on each folder below dir (a test may take some away).
+  static void Unlock(const fs::path& dir) {
+    std::error_code ec;
+    fs::permissions(dir, fs::perms::owner_all, fs::perm_options::add, ec);
+    for (const auto& e : fs::directory_iterator(dir, ec)) {
+      if (e.is_directory(ec) && !e.is_symlink(ec)) Unlock(e.path());
+    }
+  }
+  fs::path root_;
+};
+
+// How a child kestrel is started besides its arguments.
+struct StartOptions {
+  std::string outFile, errFile;                            // empty: nowhere
+  std::vector<std::pair<std::string, std::string>> env;  // set in the child only
+  uid_t asUser = 0;  // non-zero: as that user (the tests run as root, whom permissions do not stop)
+  int outFd = -1, errFd = -1;  // >= 0: there instead of the files
+};
+
+// kestrel with args, its standard output and error into the files of `o`. The child runs in the
+// folder cwd (error.log lands there).
+inline pid_t StartKestrel(const std::vector<std::string>& args, const fs::path& cwd,
+                          const StartOptions& o = {}) {
+  std::vector<std::string> argv{KESTREL_BIN};
+  argv.insert(argv.end(), args.begin(), args.end());
+  const pid_t pid = ::fork();
+  if (pid != 0) return pid;
+  if (o.asUser != 0 &&
+      (::setgroups(0, nullptr) != 0 || ::setgid(o.asUser) != 0 || ::setuid(o.asUser) != 0)) {
+    ::_exit(125);
+  }
+  for (const auto& [name, value] : o.env) ::setenv(name.c_str(), value.c_str(), 1);
+  if (::chdir(cwd.c_str()) != 0) ::_exit(126);
+  const auto open = [](const std::string& file) {
+    return ::open(file.empty() ? "/dev/null" : file.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0666);
+  };
+  const int out = o.outFd >= 0 ? o.outFd : open(o.outFile);
+  const int err = o.errFd >= 0 ? o.errFd : open(o.errFile);
+  ::dup2(out, 1);
+  ::dup2(err, 2);
+  std::vector<char*> cargv;
+  for (std::string& a : argv) cargv.push_back(a.data());
+  cargv.push_back(nullptr);
+  ::execv(cargv[0], cargv.data());
+  ::_exit(127);
+}
+
+struct ChildEnd {
+  int exitCode = -1;  // -1 when killed by a signal
+  int signal = 0;
+};
+
+inline ChildEnd WaitFor(pid_t pid) {
+  int status = 0;
+  while (::waitpid(pid, &status, 0) < 0 && errno == EINTR) {
+  }
+  ChildEnd end;
+  if (WIFEXITED(status)) end.exitCode = WEXITSTATUS(status);
+  if (WIFSIGNALED(status)) end.signal = WTERMSIG(status);
+  return end;
+}
+
+struct RunResult {
+  int exitCode = -1;
+  std::string out, err;
+};
+
+// Runs kestrel to its end; its output goes through a folder of its own, never through cwd.
+inline RunResult RunKestrel(const std::vector<std::string>& args, const fs::path& cwd,
+                            StartOptions o = {}) {
+  const Scratch io("io");
+  o.outFile = (io / "out").string();
+  o.errFile = (io / "err").string();
+  const ChildEnd end = WaitFor(StartKestrel(args, cwd, o));
+  return {end.exitCode, Get(o.outFile), Get(o.errFile)};
+}
+
+// Every file below root (links not followed), relative path -> contents.
+inline std::map<std::string, std::string> Files(const fs::path& root) {
+  std::map<std::string, std::string> out;
+  if (!fs::exists(root)) return out;
+  for (const auto& e : fs::recursive_directory_iterator(root)) {
+    std::error_code ec;
+    if (e.is_regular_file(ec) && !e.is_symlink(ec)) {
+      out[fs::relative(e.path(), root).string()] = Get(e.path());
+    }
+  }
+  return out;
+}
+
+// True when a component of the relative path begins with ".".
+inline bool Hidden(const std::string& rel) {
+  return rel.starts_with('.') || rel.find("/.") != std::string::npos;
+}
+
+// The LogMessage events of a jsonl stream; every line must be JSON.
+inline std::vector<nlohmann::json> LogEvents(const std::string& stream) {
+  std::vector<nlohmann::json> out;
+  std::istringstream in(stream);
+  for (std::string line; std::getline(in, line);) {
+    const auto event = nlohmann::json::parse(line, nullptr, false);
+    if (event.is_discarded()) {
+      ADD_FAILURE() << "not JSON: " << line;
+    } else if (event.value("event", "") == "LogMessage") {
+      out.push_back(event);
+    }
+  }
+  return out;
+}
+
+// The texts of those events.
+inline std::vector<std::string> LogTexts(const std::string& stream) {
+  std::vector<std::string> out;
+  for (const auto& event : LogEvents(stream)) out.push_back(event["LogMsg"].get<std::string>());
+  return out;
+}
+
+inline bool Has(const std::vector<std::string>& lines, const std::string& line) {
+  return std::find(lines.begin(), lines.end(), line) != lines.end();
+}
+
+// A scratch folder with src, dst and jobs, and job files between src and dst.
+class JobFolderTest : public ::testing::Test {
+ protected:
+  explicit JobFolderTest(const std::string& tag = "e2e") : dir_(tag) {
+    for (const char* sub : {"src", "dst", "jobs"}) fs::create_directories(dir_ / sub);
+  }
+  fs::path src() const { return dir_ / "src"; }
+  fs::path dst() const { return dir_ / "dst"; }
+  std::string S(const std::string& rel) const { return (src() / rel).string(); }
+  std::string D(const std::string& rel) const { return (dst() / rel).string(); }
+
+  // The job file `name`.kjb: its name and folders, then `keys`.
+  void WriteJob(const std::string& keys, const std::string& name = "a") {
+    Put(dir_ / "jobs" / (name + ".kjb"), "[Job]\nName=" + name + "\nFrom=" + src().string() +
+                                           "\nTo=" + dst().string() + "\n" + keys);
+  }
+  // `kestrel run` over the job folder with the jsonl stream and more options.
+  RunResult RunJobs(const std::vector<std::string>& options = {}, StartOptions o = {}) const {
+    std::vector<std::string> args{"run", (dir_ / "jobs").string(), "--events", "jsonl"};
+    args.insert(args.end(), options.begin(), options.end());
+    return RunKestrel(args, dir_.root(), std::move(o));
+  }
+
+  Scratch dir_;
+};
+
+}  // namespace e2e

@@ -56,11 +56,13 @@ struct FileStat {
 class TempNames {
  public:
   std::string Next();
+  bool UnnamedPossible();  // whether a file written without a name can be linked here
 
  private:
   std::uint64_t base_ = 0;
   std::uint64_t count_ = 0;
   bool seeded_ = false;
+  std::optional<bool> unnamed_;
 };
 
 class FileSystem {

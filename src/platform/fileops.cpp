@@ -65,11 +65,32 @@ bool EntryExists(const std::string& path) {
   return ::lstat(path.c_str(), &st) == 0;
 }
 
-// A file of a unique name in the destination's folder, removed again unless committed.
+// Puts a finished temporary file under the destination's name.
+void PlaceNamed(const std::string& tmp, const std::string& dest, bool overwrite) {
+  if (overwrite) {
+    if (::rename(tmp.c_str(), dest.c_str()) != 0) ThrowSys(errno);
+    return;
+  }
+  if (::renameat2(AT_FDCWD, tmp.c_str(), AT_FDCWD, dest.c_str(), RENAME_NOREPLACE) == 0) return;
+  if (errno != EINVAL && errno != ENOSYS) ThrowSys(errno);
+  // A file system without the no-replace rename: a hard link fails on an existing name.
+  if (::link(tmp.c_str(), dest.c_str()) != 0) ThrowSys(errno);
+  ::unlink(tmp.c_str());
+}
+
+// The copy being written beside its destination. A new file is written without any name where
+// the file system allows (O_TMPFILE), so that a process that dies before it is complete leaves
+// nothing behind; else, and for a replacement, under a hidden unique name that is removed again
+// unless the file is placed.
 class TempFile {
  public:
-  TempFile(const std::string& dest, TempNames& names) {
+  TempFile(const std::string& dest, TempNames& names, bool replacing) {
     const std::string dir = ParentOf(dest);
+    if (!replacing && names.UnnamedPossible()) {
+      fd_ = ::open(dir.c_str(), O_TMPFILE | O_WRONLY | O_CLOEXEC, 0600);
+      if (fd_ >= 0) return;
+      if (errno != EOPNOTSUPP && errno != EISDIR && errno != EINVAL) ThrowSys(errno);
+    }
     for (int attempt = 0; attempt < 100; ++attempt) {
       path_ = dir + "/" + names.Next();
       fd_ = ::open(path_.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0600);
@@ -80,22 +101,44 @@ class TempFile {
   }
   ~TempFile() {
     if (fd_ >= 0) ::close(fd_);
-    if (!committed_) ::unlink(path_.c_str());
+    if (!placed_ && !path_.empty()) ::unlink(path_.c_str());
   }
   TempFile(const TempFile&) = delete;
   TempFile& operator=(const TempFile&) = delete;
   int fd() const { return fd_; }
-  const std::string& path() const { return path_; }
+
+  // Gives the finished file dest's name and closes it; an existing dest is replaced only when
+  // overwrite is set.
+  void Place(const std::string& dest, bool overwrite) {
+    if (path_.empty()) {
+      Link(dest);
+      Close();
+    } else {
+      Close();
+      PlaceNamed(path_, dest, overwrite);
+    }
+    placed_ = true;
+  }
+
+ private:
   void Close() {
     const int fd = std::exchange(fd_, -1);
     if (::close(fd) != 0) ThrowSys(errno);
   }
-  void Commit() { committed_ = true; }
+  // A link fails on an existing name. Without the privilege to link a descriptor directly the
+  // link goes through its name in /proc.
+  void Link(const std::string& dest) {
+    if (::linkat(fd_, "", AT_FDCWD, dest.c_str(), AT_EMPTY_PATH) == 0) return;
+    if (errno != ENOENT && errno != EPERM) ThrowSys(errno);
+    const std::string self = "/proc/self/fd/" + std::to_string(fd_);
+    if (::linkat(AT_FDCWD, self.c_str(), AT_FDCWD, dest.c_str(), AT_SYMLINK_FOLLOW) != 0) {
+      ThrowSys(errno);
+    }
+  }
 
- private:
-  std::string path_;
+  std::string path_;  // empty while the file has no name
   int fd_ = -1;
-  bool committed_ = false;
+  bool placed_ = false;
 };
 
 void ReadWriteCopy(Faults& faults, int in, int out) {
@@ -168,19 +211,6 @@ void CopyUserXattrs(int in, int out) {
   }
 }
 
-// Puts a finished temporary file under the destination's name.
-void Place(const std::string& tmp, const std::string& dest, bool overwrite) {
-  if (overwrite) {
-    if (::rename(tmp.c_str(), dest.c_str()) != 0) ThrowSys(errno);
-    return;
-  }
-  if (::renameat2(AT_FDCWD, tmp.c_str(), AT_FDCWD, dest.c_str(), RENAME_NOREPLACE) == 0) return;
-  if (errno != EINVAL && errno != ENOSYS) ThrowSys(errno);
-  // A file system without the no-replace rename: a hard link fails on an existing name.
-  if (::link(tmp.c_str(), dest.c_str()) != 0) ThrowSys(errno);
-  ::unlink(tmp.c_str());
-}
-
 struct OpenSource {
   Fd fd;
   struct stat st {};
@@ -209,12 +239,12 @@ void RefuseChangedSource(const OpenSource& src) {
 }
 
 // Copies an open source to dest through a temporary file: contents, user attributes,
-// permission bits and the access and write times, flushed before the rename. With keepOwner the
+// permission bits and the access and write times, flushed before it gets dest's name. With keepOwner the
 // owner is kept where the process may set it.
 void CopyThroughTemp(Faults& faults, TempNames& names, const OpenSource& src, const std::string& dest,
                      bool overwrite, bool keepOwner) {
   Check(faults, FaultOp::Open);
-  TempFile tmp(dest, names);
+  TempFile tmp(dest, names, overwrite);
   CopyContents(faults, src.fd.get(), tmp.fd(), static_cast<std::uint64_t>(src.st.st_size));
   RefuseChangedSource(src);
   CopyUserXattrs(src.fd.get(), tmp.fd());
@@ -226,10 +256,8 @@ void CopyThroughTemp(Faults& faults, TempNames& names, const OpenSource& src, co
   const struct timespec times[2] = {src.st.st_atim, src.st.st_mtim};
   if (::futimens(tmp.fd(), times) != 0) ThrowSys(errno);
   if (::fsync(tmp.fd()) != 0) ThrowSys(errno);
-  tmp.Close();
   Check(faults, FaultOp::Rename);
-  Place(tmp.path(), dest, overwrite);
-  tmp.Commit();
+  tmp.Place(dest, overwrite);
 }
 
 void SyncFolder(const std::string& dir) {
@@ -256,6 +284,13 @@ void MoveAcross(Faults& faults, TempNames& names, const std::string& source,
 }
 
 }  // namespace
+
+bool TempNames::UnnamedPossible() {
+  // Linking a file without a name goes through /proc where the process lacks the privilege to
+  // link a descriptor directly; without /proc the copy keeps a temporary name. Asked once.
+  if (!unnamed_) unnamed_ = ::access("/proc/self/fd", X_OK) == 0;
+  return *unnamed_;
+}
 
 std::string TempNames::Next() {
   if (!seeded_) {

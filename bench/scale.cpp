@@ -65,7 +65,9 @@ Measure RunOnce(const std::vector<std::string>& args) {
   Measure m;
   m.seconds = std::chrono::duration<double>(Clock::now() - start).count();
   m.maxRssMb = usage.ru_maxrss / 1024;
-  const auto secs = [](const timeval& t) { return static_cast<double>(t.tv_sec) + t.tv_usec / 1e6; };
+  const auto secs = [](const timeval& t) {
+    return static_cast<double>(t.tv_sec) + static_cast<double>(t.tv_usec) / 1e6;
+  };
   m.userSeconds = secs(usage.ru_utime);
   m.systemSeconds = secs(usage.ru_stime);
   m.exitCode = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
@@ -118,7 +120,8 @@ Row RunSize(const fs::path& parent, long files) {
                "\nAction=5\nDoPreview=0\nExist=4\nEFSelect=0\nExtFileTime=1\n");
   row.sync = RunMeasured({KESTREL_BIN, "run", (root / "jobs-sync").string(), "--events", "jsonl"});
   for (const auto& [what, m] : {std::pair{"preview", row.preview}, std::pair{"sync", row.sync}}) {
-    std::printf("scale: %ld files: %-7s %6.1f s wall, %6.1f s user, %6.1f s system, %4ld MB (exit %d)\n",
+    std::printf("scale: %ld files: %-7s %6.1f s wall, %6.1f s user, %6.1f s system, %4ld MB "
+                "(exit %d)\n",
                 files, what, m.seconds, m.userSeconds, m.systemSeconds, m.maxRssMb, m.exitCode);
   }
   std::fflush(stdout);

@@ -134,7 +134,9 @@ std::uint64_t FileSystem::FolderSize(const std::string& path) {
       total += FolderSize(full);
     } else {
       struct stat st {};
-      if (::lstat(full.c_str(), &st) == 0 && S_ISREG(st.st_mode)) total += static_cast<std::uint64_t>(st.st_size);
+      if (::lstat(full.c_str(), &st) == 0 && S_ISREG(st.st_mode)) {
+        total += static_cast<std::uint64_t>(st.st_size);
+      }
     }
   }
   return total;

@@ -239,10 +239,10 @@ void RefuseChangedSource(const OpenSource& src) {
 }
 
 // Copies an open source to dest through a temporary file: contents, user attributes,
-// permission bits and the access and write times, flushed before it gets dest's name. With keepOwner the
-// owner is kept where the process may set it.
-void CopyThroughTemp(Faults& faults, TempNames& names, const OpenSource& src, const std::string& dest,
-                     bool overwrite, bool keepOwner) {
+// permission bits and the access and write times, flushed before it gets dest's name. With
+// keepOwner the owner is kept where the process may set it.
+void CopyThroughTemp(Faults& faults, TempNames& names, const OpenSource& src,
+                     const std::string& dest, bool overwrite, bool keepOwner) {
   Check(faults, FaultOp::Open);
   TempFile tmp(dest, names, overwrite);
   CopyContents(faults, src.fd.get(), tmp.fd(), static_cast<std::uint64_t>(src.st.st_size));
@@ -318,7 +318,8 @@ void FileSystem::CopyFile(const std::string& source, const std::string& dest, bo
     if (source.empty() || dest.empty()) ThrowInvalidCall();
     const OpenSource src = OpenRegular(faults_, source);
     length = static_cast<std::uint64_t>(src.st.st_size);
-    // Without overwrite the final rename refuses an existing destination; callers look first.
+    // Without overwrite the final link or rename refuses an existing destination; callers look
+    // first.
     CopyThroughTemp(faults_, tempNames_, src, dest, overwrite, false);
   }
   // A new file takes its length in whole blocks from the free space read before it, so that
@@ -327,7 +328,8 @@ void FileSystem::CopyFile(const std::string& source, const std::string& dest, bo
   if (!overwrite && figure) {
     const std::uint64_t block = std::max<std::uint64_t>(figure->block, 1);
     const std::uint64_t used = (length + block - 1) / block * block;
-    figure->bytes -= static_cast<std::int64_t>(std::min<std::uint64_t>(used, std::numeric_limits<std::int64_t>::max()));
+    constexpr auto kMax = static_cast<std::uint64_t>(std::numeric_limits<std::int64_t>::max());
+    figure->bytes -= static_cast<std::int64_t>(std::min(used, kMax));
     free_ = std::move(figure);
   }
 }

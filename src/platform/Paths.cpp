@@ -54,17 +54,12 @@ std::string GetAbsolutePathName(std::string_view path) {
   }
   full += path;
   std::vector<std::string_view> parts;
-  std::string_view rest(full);
-  while (!rest.empty()) {
-    const auto pos = rest.find('/');
-    const std::string_view part = rest.substr(0, pos);
-    rest = pos == std::string_view::npos ? std::string_view() : rest.substr(pos + 1);
-    if (part.empty() || part == ".") continue;
-    if (part == "..") {
-      if (!parts.empty()) parts.pop_back();
-      continue;
+  for (const std::string_view part : PathParts(full)) {
+    if (part != "..") {
+      parts.push_back(part);
+    } else if (!parts.empty()) {
+      parts.pop_back();
     }
-    parts.push_back(part);
   }
   std::string out;
   for (const auto part : parts) {
@@ -72,6 +67,17 @@ std::string GetAbsolutePathName(std::string_view path) {
     out += part;
   }
   return out.empty() ? "/" : out;
+}
+
+std::vector<std::string_view> PathParts(std::string_view path) {
+  std::vector<std::string_view> parts;
+  while (!path.empty()) {
+    const auto pos = path.find('/');
+    const std::string_view part = path.substr(0, pos);
+    path = pos == std::string_view::npos ? std::string_view() : path.substr(pos + 1);
+    if (!part.empty() && part != ".") parts.push_back(part);
+  }
+  return parts;
 }
 
 std::string ReplaceAll(std::string_view text, std::string_view what, std::string_view with) {

@@ -4,6 +4,7 @@
 
 #include <string>
 #include <string_view>
+#include <vector>
 
 namespace orvKestrel::paths {
 
@@ -19,6 +20,10 @@ std::string GetBaseName(std::string_view path);
 std::string GetParentFolderName(std::string_view path);
 // An absolute, lexically normalised path ("." and ".." folded, repeated "/" joined).
 std::string GetAbsolutePathName(std::string_view path);
+
+// The names between the "/" of path, without empty ones and "." ("a//./b/.." gives "a", "b",
+// ".."); what ".." means is the caller's.
+std::vector<std::string_view> PathParts(std::string_view path);
 // Replaces every occurrence of what by with, left to right (plain, case-sensitive).
 std::string ReplaceAll(std::string_view text, std::string_view what, std::string_view with);
 // ASCII lower case.

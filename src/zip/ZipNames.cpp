@@ -1,5 +1,7 @@
 #include "zip/ZipNames.h"
 
+#include "platform/Paths.h"
+
 #include <cstdint>
 
 namespace orvKestrel::zipnames {
@@ -115,12 +117,7 @@ SplitPath SplitEntryPath(std::string_view name) {
     out.refused = "absolute path";
     return out;
   }
-  std::string_view rest = name;
-  while (!rest.empty()) {
-    const auto pos = rest.find('/');
-    const std::string_view part = rest.substr(0, pos);
-    rest = pos == std::string_view::npos ? std::string_view() : rest.substr(pos + 1);
-    if (part.empty() || part == ".") continue;
+  for (const std::string_view part : paths::PathParts(name)) {
     if (part == "..") {
       out.parts.clear();
       out.refused = "path leaves the destination (\"..\")";
@@ -134,12 +131,7 @@ SplitPath SplitEntryPath(std::string_view name) {
 bool LinkStaysInside(const std::vector<std::string>& folder, std::string_view target) {
   if (target.empty() || target.front() == '/') return false;
   std::size_t depth = folder.size();
-  std::string_view rest = target;
-  while (!rest.empty()) {
-    const auto pos = rest.find('/');
-    const std::string_view part = rest.substr(0, pos);
-    rest = pos == std::string_view::npos ? std::string_view() : rest.substr(pos + 1);
-    if (part.empty() || part == ".") continue;
+  for (const std::string_view part : paths::PathParts(target)) {
     if (part == "..") {
       if (depth == 0) return false;
       --depth;

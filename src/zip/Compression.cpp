@@ -138,35 +138,7 @@ std::string Engine::GetZipFileName(job& job, const std::string& Mode, const std:
   Proc p(trap, "clsKestrel", "Function GetZipFileName", [&] {
     return ParamText({{"job", kJobParam}, {"Mode", Mode}, {"sFile", Opt(sFile)}});
   });
-  const std::optional<std::string> archive =
-      zipcommon::ArchiveName(*this, p, job, Mode, sFile, false);
-  if (!archive) return {};
-  const std::string& name = *archive;
-  switch (job.Exist) {
-    case 0:
-      if (fs.FileExists(name)) {
-        Log(86, name + T(86), true, true, false);
-        return {};
-      }
-      return name;
-    case 2: {
-      std::string free;
-      if (!p.Do([&] { free = GetValidPathName(job, name, true); })) return {};
-      return free;
-    }
-    case 3:
-      if (fs.FileExists(name)) {
-        if (!p.Do([&] { fs.DeleteFile(name, true); })) return {};
-        if (Mode == "Single") {
-          Log(13, T(13) + name, true, true, false);
-        } else {
-          Log(13, T(13) + name + " - " + T(32) + name, true, true, false);
-        }
-      }
-      return name;
-    default:
-      return name;
-  }
+  return zipcommon::ArchiveFor(*this, p, job, Mode, sFile, false);
 }
 
 }  // namespace orvKestrel

@@ -5,7 +5,6 @@
 #include "platform/Paths.h"
 
 #include <cstdint>
-#include <optional>
 #include <string>
 
 namespace orvKestrel::zipcommon {
@@ -23,22 +22,45 @@ std::string BaseFolder(const std::string& file, const job& job);
 // without extension has every "." replaced) and only the file name part is used.
 std::string SingleNameInTo(const job& job, const std::string& sFile);
 
-// The archive for Mode "All" or "Single" before the existing-archive policy applies; nothing
-// when Mode is neither or the trap asked to leave. A preview names the mirrored folder without
-// making it.
+// The archive for Mode "All" or "Single" under the existing-archive policy; "" when Mode is
+// neither, the archive exists under policy 0, or the trap asked to leave. A preview names the
+// mirrored folder without making it and reports the deletion of policy 3 instead of making it.
 template <class P>
-std::optional<std::string> ArchiveName(Engine& e, P& p, job& job, const std::string& Mode,
-                                       const std::string& sFile, bool preview) {
-  if (Mode == "All") return paths::BuildPath(job.To, job.JobName + ".zip");
-  if (Mode != "Single") return std::nullopt;
-  if (job.ZipExtStruct == 0) return SingleNameInTo(job, sFile);
-  std::string folder;
-  if (!p.Do([&] {
-        folder = preview ? e.HandlePreviewFolders(sFile, job) : e.HandleFolders(sFile, job);
-      })) {
-    return std::nullopt;
+std::string ArchiveFor(Engine& e, P& p, job& job, const std::string& Mode,
+                       const std::string& sFile, bool preview) {
+  std::string name;
+  if (Mode == "All") {
+    name = paths::BuildPath(job.To, job.JobName + ".zip");
+  } else if (Mode != "Single") {
+    return {};
+  } else if (job.ZipExtStruct == 0) {
+    name = SingleNameInTo(job, sFile);
+  } else {
+    std::string folder;
+    if (!p.Do([&] {
+          folder = preview ? e.HandlePreviewFolders(sFile, job) : e.HandleFolders(sFile, job);
+        })) {
+      return {};
+    }
+    name = paths::BuildPath(folder, paths::GetFileName(sFile) + ".zip");
   }
-  return paths::BuildPath(folder, paths::GetFileName(sFile) + ".zip");
+  if (job.Exist == 0 && e.fs.FileExists(name)) {
+    const int msg = preview ? 59 : 86;
+    e.Log(msg, name + e.T(msg), true, true, false);
+    return {};
+  }
+  if (job.Exist == 2) {
+    std::string free;
+    if (!p.Do([&] { free = e.GetValidPathName(job, name, true); })) return {};
+    return free;
+  }
+  if (job.Exist == 3 && e.fs.FileExists(name)) {
+    if (!preview && !p.Do([&] { e.fs.DeleteFile(name, true); })) return {};
+    const int msg = preview ? 47 : 13;
+    e.Log(msg, e.T(msg) + name + (Mode == "Single" ? "" : " - " + e.T(32) + name), true, true,
+          false);
+  }
+  return name;
 }
 
 // "Dateien gefunden: n+1", or "Datei gefunden: 1" for a single file.

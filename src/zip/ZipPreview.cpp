@@ -76,34 +76,7 @@ std::string Engine::GetZipFileNamePreview(job& job, const std::string& Mode,
   Proc p(trap, "clsKestrel", "Function GetZipFileNamePreview", [&] {
     return ParamText({{"job", kJobParam}, {"Mode", Mode}, {"sFile", Opt(sFile)}});
   });
-  const std::optional<std::string> archive =
-      zipcommon::ArchiveName(*this, p, job, Mode, sFile, true);
-  if (!archive) return {};
-  const std::string& name = *archive;
-  switch (job.Exist) {
-    case 0:
-      if (fs.FileExists(name)) {
-        Log(59, name + T(59), true, true, false);
-        return {};
-      }
-      return name;
-    case 2: {
-      std::string free;
-      if (!p.Do([&] { free = GetValidPathName(job, name, true); })) return {};
-      return free;
-    }
-    case 3:
-      if (fs.FileExists(name)) {
-        if (Mode == "Single") {
-          Log(47, T(47) + name, true, true, false);
-        } else {
-          Log(47, T(47) + name + " - " + T(32) + name, true, true, false);
-        }
-      }
-      return name;
-    default:
-      return name;
-  }
+  return zipcommon::ArchiveFor(*this, p, job, Mode, sFile, true);
 }
 
 }  // namespace orvKestrel

@@ -44,6 +44,18 @@ struct FileTimes {
   std::time_t written = 0;
 };
 
+// What makes a file the one that was read: device and inode name it, size and the modification
+// and change times (to the nanosecond) tell that its contents are still those that were read.
+struct FileIdentity {
+  std::uint64_t device = 0;
+  std::uint64_t inode = 0;
+  std::uint64_t size = 0;
+  std::int64_t modifiedNs = 0;
+  std::int64_t changedNs = 0;
+  bool SameObject(const FileIdentity& o) const { return device == o.device && inode == o.inode; }
+  bool operator==(const FileIdentity&) const = default;
+};
+
 struct FileStat {
   bool isDir = false;
   bool isFile = false;  // a regular file
@@ -117,15 +129,22 @@ class FileSystem {
 
   // --- transfers (fileops.cpp) ---
   // Contents, permission bits and the last-write time; never a partial file under dest's name.
-  void CopyFile(const std::string& source, const std::string& dest, bool overwrite);
-  // rename; across file systems a flushed copy with all times, then removal of the source.
-  // An existing destination is an error.
+  // Returns the source as it was read, for a verified deletion of it afterwards.
+  FileIdentity CopyFile(const std::string& source, const std::string& dest, bool overwrite);
+  // rename; across file systems a flushed copy with all times, then removal of the source only
+  // while it is still the file that was copied. An existing destination is an error.
   void MoveFile(const std::string& source, const std::string& dest);
   void DeleteFile(const std::string& path, bool force);  // force also removes read-only files
+  // The file path names now (links followed); throws when missing.
+  FileIdentity Identify(const std::string& path);
+  // DeleteFile, but only while path still names the file `was` describes: a source is removed
+  // after its action only when nothing replaced or changed it since it was read. Else throws
+  // (EAGAIN) and the file stays.
+  void DeleteVerified(const std::string& path, const FileIdentity& was, bool force);
   void DeleteFolder(const std::string& path, bool force);  // with everything inside
   void RemoveFolder(const std::string& path);  // an empty folder only
-  // Both paths reach one file through one directory entry (the same path, or a link to it):
-  // replacing or deleting the one would destroy the other. Hard links are separate entries.
+  // Both paths reach one file (same device and inode: the same path, a link, a hard link, a bind
+  // mount): replacing or deleting the one may destroy the other.
   bool SameFile(const std::string& a, const std::string& b);
 
   // --- recycle bin (trash.cpp) ---

@@ -227,26 +227,51 @@ OpenSource OpenRegular(Faults& faults, const std::string& source) {
   return src;
 }
 
+std::int64_t Nanoseconds(const struct timespec& t) {
+  return static_cast<std::int64_t>(t.tv_sec) * 1'000'000'000 + t.tv_nsec;
+}
+
+FileIdentity IdentityOf(const struct stat& st) {
+  return {static_cast<std::uint64_t>(st.st_dev), static_cast<std::uint64_t>(st.st_ino),
+          static_cast<std::uint64_t>(st.st_size), Nanoseconds(st.st_mtim),
+          Nanoseconds(st.st_ctim)};
+}
+
 // A file written to while it was read gives a copy of no state it ever had: such a copy is
-// not put in place (the caller reports it; a later run copies the file at rest).
-void RefuseChangedSource(const OpenSource& src) {
+// not put in place (the caller reports it; a later run copies the file at rest). Returns the
+// source as it was read.
+FileIdentity RefuseChangedSource(const OpenSource& src) {
   struct stat now {};
   if (::fstat(src.fd.get(), &now) != 0) ThrowSys(errno);
   if (now.st_size != src.st.st_size || now.st_mtim.tv_sec != src.st.st_mtim.tv_sec ||
       now.st_mtim.tv_nsec != src.st.st_mtim.tv_nsec) {
     throw KestrelError(EAGAIN, "The file changed while it was copied");
   }
+  return IdentityOf(now);
+}
+
+[[noreturn]] void ThrowChangedAfterRead() {
+  throw KestrelError(EAGAIN, "The file changed after it was read and was kept");
+}
+
+// The unlink of a source that was read as `was`: refused when the name now leads elsewhere or
+// the file changed meanwhile. Look and unlink are as close together as the system allows.
+void UnlinkVerified(const std::string& path, const FileIdentity& was) {
+  struct stat st {};
+  if (::stat(path.c_str(), &st) != 0) ThrowSys(errno);
+  if (IdentityOf(st) != was) ThrowChangedAfterRead();
+  if (::unlink(path.c_str()) != 0) ThrowSys(errno);
 }
 
 // Copies an open source to dest through a temporary file: contents, user attributes,
 // permission bits and the access and write times, flushed before it gets dest's name. With
 // keepOwner the owner is kept where the process may set it.
-void CopyThroughTemp(Faults& faults, TempNames& names, const OpenSource& src,
-                     const std::string& dest, bool overwrite, bool keepOwner) {
+FileIdentity CopyThroughTemp(Faults& faults, TempNames& names, const OpenSource& src,
+                             const std::string& dest, bool overwrite, bool keepOwner) {
   Check(faults, FaultOp::Open);
   TempFile tmp(dest, names, overwrite);
   CopyContents(faults, src.fd.get(), tmp.fd(), static_cast<std::uint64_t>(src.st.st_size));
-  RefuseChangedSource(src);
+  const FileIdentity read = RefuseChangedSource(src);
   CopyUserXattrs(src.fd.get(), tmp.fd());
   if (keepOwner && ::fchown(tmp.fd(), src.st.st_uid, src.st.st_gid) != 0 && errno != EPERM) {
     ThrowSys(errno);
@@ -258,6 +283,7 @@ void CopyThroughTemp(Faults& faults, TempNames& names, const OpenSource& src,
   if (::fsync(tmp.fd()) != 0) ThrowSys(errno);
   Check(faults, FaultOp::Rename);
   tmp.Place(dest, overwrite);
+  return read;
 }
 
 void SyncFolder(const std::string& dir) {
@@ -273,13 +299,14 @@ void MoveAcross(Faults& faults, TempNames& names, const std::string& source,
   Check(faults, FaultOp::Copy);
   const OpenSource src = OpenRegular(faults, source);
   if (EntryExists(dest)) ThrowSys(EEXIST);
-  CopyThroughTemp(faults, names, src, dest, false, true);
+  const FileIdentity read = CopyThroughTemp(faults, names, src, dest, false, true);
   SyncFolder(ParentOf(dest));
-  int err = faults.Check(FaultOp::Unlink);
-  if (err == 0 && ::unlink(source.c_str()) != 0) err = errno;
-  if (err != 0) {
+  try {
+    Check(faults, FaultOp::Unlink);
+    UnlinkVerified(source, read);
+  } catch (...) {
     ::unlink(dest.c_str());
-    ThrowSys(err);
+    throw;
   }
 }
 
@@ -309,9 +336,11 @@ std::string TempNames::Next() {
   return name;
 }
 
-void FileSystem::CopyFile(const std::string& source, const std::string& dest, bool overwrite) {
+FileIdentity FileSystem::CopyFile(const std::string& source, const std::string& dest,
+                                  bool overwrite) {
   std::optional<FreeFigure> figure = std::move(free_);
   std::uint64_t length = 0;
+  FileIdentity read;
   {
     const Changing changing(*this);
     Gate(FaultOp::Copy);
@@ -320,7 +349,7 @@ void FileSystem::CopyFile(const std::string& source, const std::string& dest, bo
     length = static_cast<std::uint64_t>(src.st.st_size);
     // Without overwrite the final link or rename refuses an existing destination; callers look
     // first.
-    CopyThroughTemp(faults_, tempNames_, src, dest, overwrite, false);
+    read = CopyThroughTemp(faults_, tempNames_, src, dest, overwrite, false);
   }
   // A new file takes its length in whole blocks from the free space read before it, so that
   // the next file need not ask again. A replacement also frees the old file's blocks, which
@@ -332,6 +361,7 @@ void FileSystem::CopyFile(const std::string& source, const std::string& dest, bo
     figure->bytes -= static_cast<std::int64_t>(std::min(used, kMax));
     free_ = std::move(figure);
   }
+  return read;
 }
 
 void FileSystem::MoveFile(const std::string& source, const std::string& dest) {
@@ -365,6 +395,23 @@ void FileSystem::DeleteFile(const std::string& path, bool force) {
   if (::unlink(path.c_str()) != 0) ThrowSys(errno);
 }
 
+FileIdentity FileSystem::Identify(const std::string& path) {
+  struct stat st {};
+  if (::stat(path.c_str(), &st) != 0) ThrowSys(errno);
+  return IdentityOf(st);
+}
+
+void FileSystem::DeleteVerified(const std::string& path, const FileIdentity& was, bool force) {
+  const Changing changing(*this);
+  if (path.empty()) ThrowInvalidCall();
+  Gate(FaultOp::Unlink);
+  struct stat st {};
+  if (::lstat(path.c_str(), &st) != 0) ThrowSys(errno);
+  if (S_ISDIR(st.st_mode)) ThrowSys(EISDIR);
+  if (!force && (st.st_mode & S_IWUSR) == 0) ThrowSys(EACCES);
+  UnlinkVerified(path, was);
+}
+
 void FileSystem::DeleteFolder(const std::string& path, bool force) {
   const Changing changing(*this, true);
   if (path.empty()) ThrowInvalidCall();
@@ -396,11 +443,7 @@ void FileSystem::RemoveFolder(const std::string& path) {
 bool FileSystem::SameFile(const std::string& a, const std::string& b) {
   struct stat sa {}, sb {};
   if (::stat(a.c_str(), &sa) != 0 || ::stat(b.c_str(), &sb) != 0) return false;
-  if (sa.st_dev != sb.st_dev || sa.st_ino != sb.st_ino) return false;
-  using CharPtr = std::unique_ptr<char, decltype(&std::free)>;
-  CharPtr ra(::realpath(a.c_str(), nullptr), &std::free);
-  CharPtr rb(::realpath(b.c_str(), nullptr), &std::free);
-  return ra && rb && std::string_view(ra.get()) == std::string_view(rb.get());
+  return sa.st_dev == sb.st_dev && sa.st_ino == sb.st_ino;
 }
 
 }  // namespace orvKestrel

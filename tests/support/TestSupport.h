@@ -53,6 +53,11 @@ inline void WriteFile(const std::string& path, const std::string& data) {
   out << data;
 }
 
+inline void AppendFile(const std::string& path, const std::string& data) {
+  std::ofstream out(path, std::ios::binary | std::ios::app);
+  out << data;
+}
+
 inline std::string ReadFile(const std::string& path) {
   std::ifstream in(path, std::ios::binary);
   std::stringstream ss;

@@ -170,6 +170,31 @@ TEST_F(FileOpsTest, DeleteRefusesReadOnlyFilesUnlessForced) {
   EXPECT_EQ(ErrorOf([&] { fs.DeleteFile(src, true); }), EISDIR);
 }
 
+// A source is removed only while its name still leads to the file as it was read: whatever
+// happened in between (a write, a replacement under the same name) keeps it.
+TEST_F(FileOpsTest, VerifiedDeleteKeepsAFileThatChangedOrWasReplaced) {
+  const struct {
+    const char* what;
+    std::function<void(const std::string&)> meanwhile;
+    int error;
+  } cases[] = {
+      {"untouched", [](const std::string&) {}, 0},
+      {"appended", [](const std::string& p) { AppendFile(p, "more"); }, EAGAIN},
+      {"replaced", [](const std::string& p) {
+         WriteFile(p + ".new", "copy");
+         std::filesystem::rename(p + ".new", p);
+       }, EAGAIN},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.what);
+    const std::string a = Source("a.txt", "copy");
+    const FileIdentity read = fs.CopyFile(a, Dst("a.txt"), true);
+    c.meanwhile(a);
+    EXPECT_EQ(ErrorOf([&] { fs.DeleteVerified(a, read, true); }), c.error);
+    EXPECT_EQ(Exists(a), c.error != 0);
+  }
+}
+
 TEST_F(FileOpsTest, DeleteFolderTakesEverythingButFollowsNoLink) {
   Source("d/a.txt", "a");
   Source("d/e/.hidden", "h");
@@ -185,14 +210,14 @@ TEST_F(FileOpsTest, DeleteFolderTakesEverythingButFollowsNoLink) {
   EXPECT_EQ(ErrorOf([&] { fs.RemoveFolder(dst); }), ENOTEMPTY);
 }
 
-TEST_F(FileOpsTest, SameFileMeansOneDirectoryEntry) {
+TEST_F(FileOpsTest, SameFileMeansOneDeviceAndInode) {
   const std::string a = Source("a.txt", "a");
   std::filesystem::create_symlink(a, Dst("link.txt"));
   std::filesystem::create_hard_link(a, Dst("hard.txt"));
   EXPECT_TRUE(fs.SameFile(a, a));
   EXPECT_TRUE(fs.SameFile(a, src + "/./a.txt"));
   EXPECT_TRUE(fs.SameFile(a, Dst("link.txt")));
-  EXPECT_FALSE(fs.SameFile(a, Dst("hard.txt")));
+  EXPECT_TRUE(fs.SameFile(a, Dst("hard.txt")));
   EXPECT_FALSE(fs.SameFile(a, Dst("none.txt")));
 }
 

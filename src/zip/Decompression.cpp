@@ -1,20 +1,25 @@
 // Extraction of the selected zip archives into the job's destination, and its preview.
 //
 // Beyond the count line of each archive, entries that could not be extracted (refused because
-// they would leave the destination, damaged, not writable, a password that does not fit) get
-// an error line each and mark the job as failed; their archive is then kept even when the job
-// deletes extracted archives, since it still holds the only copy of those entries. When no
-// entry at all could be extracted because of the password, the "fehlendes Passwort?" line
-// alone reports it.
+// they would leave the destination or replace what this run wrote or the archive itself,
+// damaged, not writable, a password that does not fit) get an error line each and mark the job
+// as failed; entries that the existing-destination policy kept get a line each. An archive is
+// deleted only when every entry it holds was written, and only while its name still leads to the
+// file that was read: otherwise it may hold the only copy of an entry. When no entry at all
+// could be extracted because of the password, the "fehlendes Passwort?" line alone reports it.
 #include "engine/Engine.h"
 #include "platform/Paths.h"
+#include "platform/SysError.h"
 #include "selection/modDetermineFileType.h"
 #include "zip/modZIP32vb.h"
+
+#include <cerrno>
 
 namespace orvKestrel {
 namespace {
 
 using Failure = ZipLibrary::EntryFailure;
+using Kept = ZipLibrary::EntryKept;
 
 // Logs the entries of the last extraction that failed; true when there were any.
 bool ReportFailures(Engine& e, const job& job, const std::string& file, std::int32_t count) {
@@ -28,6 +33,37 @@ bool ReportFailures(Engine& e, const job& job, const std::string& file, std::int
   }
   e.jobError = true;
   return true;
+}
+
+// Names the entries that the existing-destination policy kept, as a copy names the files it
+// leaves; true when the archive holds any entry that was not written.
+bool ReportKept(Engine& e, const std::string& file) {
+  for (const auto& k : e.zip->Kept()) {
+    if (k.why == Kept::Why::Filtered) continue;
+    const int n = k.why == Kept::Why::NotNewer ? 45 : 38;
+    e.Log(n, e.T(n) + file + ": " + k.entry + e.T(14) + k.path, true, true, false);
+  }
+  return !e.zip->Kept().empty();
+}
+
+// Deletes the archive that was read, unless its name now leads to another file or it changed.
+void DeleteArchive(Engine& e, const job& job, const std::string& file) {
+  const FileIdentity& read = e.zip->ArchiveRead();
+  try {
+    if (job.ZipDelDeCompBin == 1) {
+      if (e.fs.Identify(file) != read) {
+        throw KestrelError(EAGAIN, "The file changed after it was read and was kept");
+      }
+      e.Kill(file);
+    } else {
+      e.fs.DeleteVerified(file, read, true);
+    }
+  } catch (const KestrelError& err) {
+    e.Log(10, job.JobName + ": " + e.T(10) + err.Description() + " - " + file, true, true, false);
+    e.jobError = true;
+    return;
+  }
+  e.Log(81, e.T(81) + file, true, true, false);
 }
 
 void ReportCount(Engine& e, std::int32_t count, int one, int many, const std::string& file,
@@ -47,22 +83,30 @@ bool Extract(Engine& e, P& p, job& job, const std::string& file, const std::stri
   // A cancelled extraction is incomplete: it must not lead to deleting the archive.
   if (e.Stopped() || e.zip->LastCancelled() || !done) return false;
   const bool failed = ReportFailures(e, job, file, count);
+  const bool kept = ReportKept(e, file);
   if (count == 0) {
     e.Log(83, e.T(83) + file, true, true, false);
   } else {
     ReportCount(e, count, 77, 78, file, dest);
   }
-  if (count == 0 || job.ZipDelDeComp != 1 || failed) return true;
+  if (count == 0 || job.ZipDelDeComp != 1 || failed || kept) return true;
   // The extracted files reach the disk before the archive that holds them goes.
   e.zip->SyncExtracted();
-  bool deleted = true;
-  if (job.ZipDelDeCompBin == 1) {
-    e.Kill(file);
-  } else {
-    deleted = p.Do([&] { e.fs.DeleteFile(file, true); });
-  }
-  if (deleted) e.Log(81, e.T(81) + file, true, true, false);
+  DeleteArchive(e, job, file);
   return true;
+}
+
+// The archives of the run are known to the library by identity, so that no extraction of the
+// run replaces one of them (nor what another extraction of the run wrote).
+void StartExtractionRun(Engine& e, const FileList& files) {
+  std::vector<FileIdentity> sources;
+  for (const std::string& file : files) {
+    try {
+      sources.push_back(e.fs.Identify(file));
+    } catch (const KestrelError&) {  // gone: CheckZipFile reports it in its turn
+    }
+  }
+  e.zip->StartRun(sources);
 }
 
 void PreviewArchive(Engine& e, const job& job, const std::string& file, const std::string& dest) {
@@ -87,7 +131,9 @@ void Engine::UnZip_Files(FileList& sArray, job& job) {
   const bool preview = job.DoPreview != 0 || dryRun;
   const auto n = static_cast<std::int32_t>(sArray.size()) - 1;
   const int announce = preview ? 73 : 72;
-  Log(announce, std::to_string(n + 1) + T(announce), true, true, false);
+  // The count, a blank, and the text, which begins with a blank of its own.
+  Log(announce, std::to_string(n + 1) + " " + T(announce), true, true, false);
+  if (!preview) StartExtractionRun(*this, sArray);
   bool skip = false;  // carried over from archive to archive; changed by statuses 0 to 3 only
   for (std::int32_t i = 0; i <= n; ++i) {
     const std::string& file = sArray[static_cast<std::size_t>(i)];

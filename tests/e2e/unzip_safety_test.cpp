@@ -197,5 +197,110 @@ TEST_F(UnzipSafety, LinksThatLeaveThroughOtherLinksAreRefused) {
   }
 }
 
+
+// The data of the interoperability archives, below dir/data.
+const std::vector<std::string> kDataFiles = {"small.txt", "text.txt", "num.txt", "rand.bin"};
+
+class OtherTools : public UnzipSafety {
+ protected:
+  void SetUp() override {
+    UnzipSafety::SetUp();
+    if (IsSkipped()) return;
+    Put(dir_ / "data/small.txt", "short");
+    Put(dir_ / "data/text.txt", "a line of text that is longer than twenty bytes\n");
+    Python("d=" + Quote((dir_ / "data").string()) + "\n"
+           "open(d+'/num.txt','w').write(''.join('%d\\n' % i for i in range(20000)))\n"
+           "open(d+'/rand.bin','wb').write(os.urandom(100000))\n");
+  }
+  std::string Data() const { return Quote((dir_ / "data").string()); }
+  std::string Into(const std::string& archive) const { return Quote(Src(archive).string()); }
+  // The offset of an entry's stored data in an archive, for python.
+  static std::string DataOffset() {
+    return "def data_off(b, i):\n"
+           "  n, e = struct.unpack('<HH', b[i.header_offset+26:i.header_offset+30])\n"
+           "  return i.header_offset + 30 + n + e\n";
+  }
+};
+
+// Archives of 7-Zip (AES-256, bzip2), Info-ZIP (data descriptors, zip64), python (streamed,
+// with data descriptors), with trailing bytes and with local dates that differ from the
+// central ones: each extracts byte for byte, and is then deleted.
+TEST_F(OtherTools, ArchivesOfOtherToolsExtractByteForByte) {
+  if (!HaveTool("7z") || !HaveTool("zip")) GTEST_SKIP() << "7z or zip missing (scripts/setup.sh)";
+  const std::string files = "small.txt text.txt num.txt rand.bin";
+  Shell("cd " + Data() + " && 7z a -tzip -mem=AES256 -pPW " + Into("aes.zip") + " " + files);
+  Shell("cd " + Data() + " && 7z a -tzip -mm=BZip2 " + Into("bz.zip") + " " + files);
+  Shell("cd " + Data() + " && zip -q -fd " + Into("fd.zip") + " " + files);
+  Shell("cd " + Data() + " && zip -q -fz -r " + Into("fz.zip") + " .");
+  Python("import struct, shutil\nd=" + Data() + "\n" + DataOffset() +
+         "class Stream:\n"  // no seek, no tell: zipfile writes data descriptors
+         "  def __init__(s, f): s.f = f\n"
+         "  def write(s, b): return s.f.write(b)\n"
+         "  def flush(s): s.f.flush()\n"
+         "with open(" + Into("stream.zip") + ", 'wb') as f:\n"
+         "  z = zipfile.ZipFile(Stream(f), 'w', zipfile.ZIP_DEFLATED)\n"
+         "  for n in " + "['small.txt','text.txt','num.txt','rand.bin']" + ":\n"
+         "    with z.open(n, 'w') as w: w.write(open(d+'/'+n,'rb').read())\n"
+         "  z.close()\n"
+         "z = zipfile.ZipFile(" + Into("junk.zip") + ", 'w', zipfile.ZIP_DEFLATED)\n"
+         "for n in ['small.txt','num.txt']: z.write(d+'/'+n, n)\n"
+         "z.close()\n"
+         "open(" + Into("junk.zip") + ", 'ab').write(b'trailing junk' * 10)\n"
+         "z = zipfile.ZipFile(" + Into("dates.zip") + ", 'w', zipfile.ZIP_DEFLATED)\n"
+         "for n in ['text.txt','rand.bin']: z.write(d+'/'+n, n)\n"
+         "z.close()\n"
+         "b = bytearray(open(" + Into("dates.zip") + ", 'rb').read())\n"
+         "for i in zipfile.ZipFile(" + Into("dates.zip") + ").infolist():\n"
+         "  b[i.header_offset+12:i.header_offset+14] = struct.pack('<H', 0x2821)\n"
+         "open(" + Into("dates.zip") + ", 'wb').write(b)\n");
+  Job("FStruct=1\nDestZipFolder=1\nZipDelDeComp=1\nDestZipPwd=PW\n");
+  const RunResult r = Run();
+  EXPECT_EQ(r.exitCode, 0) << r.out;
+  EXPECT_EQ(Count(logs, "u: Fehler"), 0) << r.out;
+  for (const std::string archive : {"aes", "bz", "fd", "fz", "stream", "junk", "dates"}) {
+    SCOPED_TRACE(archive);
+    EXPECT_FALSE(fs::exists(Src(archive + ".zip")));
+    for (const std::string& f : kDataFiles) {
+      const fs::path out = Dst(archive + "/" + f);
+      if (!fs::exists(out) && (archive == "junk" || archive == "dates")) continue;
+      EXPECT_TRUE(Get(out) == Get(dir_ / ("data/" + f))) << f << " differs or is missing";
+    }
+  }
+}
+
+// Entries that cannot be extracted are named, whatever the reason, and keep their archive.
+TEST_F(OtherTools, UnreadableEntriesAreNamedAndKeepTheArchive) {
+  if (!HaveTool("7z")) GTEST_SKIP() << "7z is not installed (p7zip-full, scripts/setup.sh)";
+  Shell("cd " + Data() + " && 7z a -tzip -mem=AES256 -pPW " + Into("tampered.zip") + " num.txt");
+  Shell("cd " + Data() + " && 7z a -tzip -mm=LZMA " + Into("lzma.zip") + " num.txt");
+  Python("import struct\n" + DataOffset() +
+         "p = " + Into("tampered.zip") + "\n"
+         "b = bytearray(open(p, 'rb').read())\n"
+         "b[data_off(b, zipfile.ZipFile(p).infolist()[0]) + 1000] ^= 1\n"
+         "open(p, 'wb').write(b)\n"
+         "z = zipfile.ZipFile(" + Into("dup.zip") + ", 'w')\n"
+         "z.writestr('d.txt', 'first'); z.writestr('d.txt', 'second'); z.close()\n"
+         "z = zipfile.ZipFile(" + Into("noname.zip") + ", 'w')\n"
+         "z.writestr(zipfile.ZipInfo(''), 'x'); z.writestr('ok.txt', 'ok'); z.close()\n"
+         "b = open(" + Into("dup.zip") + ", 'rb').read()\n"
+         "open(" + Into("cut.zip") + ", 'wb').write(b[:len(b) // 2])\n");
+  Job("FStruct=1\nDestZipFolder=1\nZipDelDeComp=1\nDestZipPwd=PW\n");
+  const RunResult r = Run();
+  EXPECT_EQ(r.exitCode, 1) << r.out;
+  for (const char* archive : {"tampered", "lzma", "dup", "noname", "cut"}) {
+    EXPECT_TRUE(fs::exists(Src(std::string(archive) + ".zip"))) << archive;
+  }
+  EXPECT_EQ(Count(logs, "u: Fehler: ", {"authentication failed", "tampered.zip: num.txt"}), 1)
+      << r.out;
+  EXPECT_EQ(Count(logs, "u: Fehler: ", {"lzma.zip: num.txt"}), 1) << r.out;
+  EXPECT_EQ(Count(logs, "u: Fehler: ", {"dup.zip: d.txt"}), 1) << r.out;
+  EXPECT_EQ(Get(Dst("dup/d.txt")), "first");
+  EXPECT_EQ(Count(logs, "u: Fehler: entry without a name", {"noname.zip"}), 1) << r.out;
+  EXPECT_EQ(Get(Dst("noname/ok.txt")), "ok");
+  EXPECT_EQ(Count(logs, "Zip Datei ist beschädigt oder enthält keine Dateien: " +
+                            Src("cut.zip").string()), 1)
+      << r.out;
+}
+
 }  // namespace
 }  // namespace e2e

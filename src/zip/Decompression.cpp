@@ -14,12 +14,17 @@
 #include "zip/modZIP32vb.h"
 
 #include <cerrno>
+#include <optional>
+#include <utility>
+#include <vector>
 
 namespace orvKestrel {
 namespace {
 
 using Failure = ZipLibrary::EntryFailure;
 using Kept = ZipLibrary::EntryKept;
+
+constexpr const char* kZipType = "ZIP Archive File";
 
 // Logs the entries of the last extraction that failed; true when there were any.
 bool ReportFailures(Engine& e, const job& job, const std::string& file, std::int32_t count) {
@@ -96,17 +101,27 @@ bool Extract(Engine& e, P& p, job& job, const std::string& file, const std::stri
   return true;
 }
 
+// The type of a selected file as the run read it first, or the error that reading it gave.
+struct TypeRead {
+  std::string type;
+  std::optional<KestrelError> error;
+};
+
 // The archives of the run are known to the library by identity, so that no extraction of the
-// run replaces one of them (nor what another extraction of the run wrote).
-void StartExtractionRun(Engine& e, const FileList& files) {
-  std::vector<FileIdentity> sources;
-  for (const std::string& file : files) {
+// run replaces one of them before it is read (nor what another extraction of the run wrote).
+std::vector<TypeRead> StartExtractionRun(Engine& e, const FileList& files) {
+  std::vector<TypeRead> types(files.size());
+  std::vector<FileIdentity> archives;
+  for (std::size_t i = 0; i < files.size(); ++i) {
     try {
-      sources.push_back(e.fs.Identify(file));
-    } catch (const KestrelError&) {  // gone: CheckZipFile reports it in its turn
+      types[i].type = GetFileType(e.fs, files[i]);
+      if (types[i].type == kZipType) archives.push_back(e.fs.Identify(files[i]));
+    } catch (const KestrelError& err) {
+      types[i].error = err;
     }
   }
-  e.zip->StartRun(sources);
+  e.zip->StartRun(archives);
+  return types;
 }
 
 void PreviewArchive(Engine& e, const job& job, const std::string& file, const std::string& dest) {
@@ -133,7 +148,7 @@ void Engine::UnZip_Files(FileList& sArray, job& job) {
   const int announce = preview ? 73 : 72;
   // The count, a blank, and the text, which begins with a blank of its own.
   Log(announce, std::to_string(n + 1) + " " + T(announce), true, true, false);
-  if (!preview) StartExtractionRun(*this, sArray);
+  std::vector<TypeRead> types = preview ? std::vector<TypeRead>() : StartExtractionRun(*this, sArray);
   bool skip = false;  // carried over from archive to archive; changed by statuses 0 to 3 only
   for (std::int32_t i = 0; i <= n; ++i) {
     const std::string& file = sArray[static_cast<std::size_t>(i)];
@@ -151,8 +166,15 @@ void Engine::UnZip_Files(FileList& sArray, job& job) {
       }
     }
     std::string type;
-    if (!p.Do([&] { type = GetFileType(fs, file); })) return;
-    if (type != "ZIP Archive File") continue;
+    // An error of the first reading is reported here, in the file's turn; a retry reads again.
+    TypeRead first = types.empty() ? TypeRead{} : std::move(types[static_cast<std::size_t>(i)]);
+    if (!p.Do([&] {
+          if (auto err = std::exchange(first.error, std::nullopt)) throw *err;
+          type = first.type.empty() ? GetFileType(fs, file) : first.type;
+        })) {
+      return;
+    }
+    if (type != kZipType) continue;
     switch (zip->CheckZipFile(file, job.DestZipPwd)) {
       case 0: skip = false; break;
       case 1: Log(74, T(74) + file, true, true, false); skip = true; break;

@@ -6,7 +6,9 @@
 // as failed; entries that the existing-destination policy kept get a line each. An archive is
 // deleted only when every entry it holds was written, and only while its name still leads to the
 // file that was read: otherwise it may hold the only copy of an entry. When no entry at all
-// could be extracted because of the password, the "fehlendes Passwort?" line alone reports it.
+// could be extracted because of the password, the "fehlendes Passwort?" line alone reports it;
+// when the error lines already tell why nothing was extracted (damaged or tampered data, unsafe
+// entries), that guess is left out.
 #include "engine/Engine.h"
 #include "platform/Paths.h"
 #include "platform/SysError.h"
@@ -26,18 +28,29 @@ using Kept = ZipLibrary::EntryKept;
 
 constexpr const char* kZipType = "ZIP Archive File";
 
-// Logs the entries of the last extraction that failed; true when there were any.
-bool ReportFailures(Engine& e, const job& job, const std::string& file, std::int32_t count) {
+// Logs the entries of the last extraction that failed. any: there were such entries;
+// explained: each has its line and none is a password failure, so an empty result needs no
+// guess at a missing password.
+struct Reported {
+  bool any = false;
+  bool explained = false;
+};
+Reported ReportFailures(Engine& e, const job& job, const std::string& file, std::int32_t count) {
   const auto& failures = e.zip->Failures();
   bool onlyPassword = count == 0;
-  for (const auto& f : failures) onlyPassword = onlyPassword && f.kind == Failure::Kind::Password;
-  if (failures.empty() || onlyPassword) return !failures.empty();
+  bool anyPassword = false;
+  for (const auto& f : failures) {
+    const bool password = f.kind == Failure::Kind::Password;
+    onlyPassword = onlyPassword && password;
+    anyPassword = anyPassword || password;
+  }
+  if (failures.empty() || onlyPassword) return {!failures.empty(), false};
   for (const auto& f : failures) {
     e.Log(10, job.JobName + ": " + e.T(10) + f.reason + " - " + file + ": " + f.entry, true, true,
           false);
   }
   e.jobError = true;
-  return true;
+  return {true, !anyPassword};
 }
 
 // Names the entries that the existing-destination policy kept, as a copy names the files it
@@ -87,14 +100,14 @@ bool Extract(Engine& e, P& p, job& job, const std::string& file, const std::stri
   e.zipping.store(false);
   // A cancelled extraction is incomplete: it must not lead to deleting the archive.
   if (e.Stopped() || e.zip->LastCancelled() || !done) return false;
-  const bool failed = ReportFailures(e, job, file, count);
+  const Reported failed = ReportFailures(e, job, file, count);
   const bool kept = ReportKept(e, file);
   if (count == 0) {
-    e.Log(83, e.T(83) + file, true, true, false);
+    if (!failed.explained) e.Log(83, e.T(83) + file, true, true, false);
   } else {
     ReportCount(e, count, 77, 78, file, dest);
   }
-  if (count == 0 || job.ZipDelDeComp != 1 || failed || kept) return true;
+  if (count == 0 || job.ZipDelDeComp != 1 || failed.any || kept) return true;
   // The extracted files reach the disk before the archive that holds them goes.
   e.zip->SyncExtracted();
   DeleteArchive(e, job, file);

@@ -292,6 +292,9 @@ TEST_F(OtherTools, UnreadableEntriesAreNamedAndKeepTheArchive) {
   }
   EXPECT_EQ(Count(logs, "u: Fehler: ", {"authentication failed", "tampered.zip: num.txt"}), 1)
       << r.out;
+  EXPECT_EQ(Count(logs, "Undefinierbarer Fehler (fehlendes Passwort?): " +
+                            Src("tampered.zip").string()), 0)
+      << r.out;
   EXPECT_EQ(Count(logs, "u: Fehler: ", {"lzma.zip: num.txt"}), 1) << r.out;
   EXPECT_EQ(Count(logs, "u: Fehler: ", {"dup.zip: d.txt"}), 1) << r.out;
   EXPECT_EQ(Get(Dst("dup/d.txt")), "first");

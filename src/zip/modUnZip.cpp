@@ -10,6 +10,7 @@
 
 #include <sys/stat.h>
 
+#include <algorithm>
 #include <atomic>
 #include <cerrno>
 #include <cstring>
@@ -80,6 +81,8 @@ class Extractor {
 
  private:
   void Entry(zip_uint64_t index);
+  bool Levels(zip_uint64_t index, const std::string& entry, bool unix,
+              std::vector<std::string>& parts);
   const ContainedFolder* Folder(const std::vector<std::string>& parts, std::size_t count,
                                 const std::string& entry);
   // Whether the entry may be written at name in folder; replace tells whether it replaces.
@@ -128,6 +131,35 @@ std::int32_t Extractor::Run(bool& cancelled) {
   return count_;
 }
 
+// The entry's levels below the destination; false when it is skipped (a folder, a name the
+// filter does not take) or refused.
+bool Extractor::Levels(zip_uint64_t index, const std::string& entry, bool unix,
+                       std::vector<std::string>& parts) {
+  std::string path = entry;
+  if (!unix) std::replace(path.begin(), path.end(), '\\', '/');
+  const bool isFolder = !path.empty() && path.back() == '/';
+  zipnames::SplitPath split = zipnames::SplitEntryPath(path);
+  if (!split.refused.empty()) {
+    Fail(Kind::Unsafe, entry, split.refused);
+    return false;
+  }
+  parts = std::move(split.parts);
+  if (parts.empty()) {
+    if (!isFolder) Fail(Kind::Damaged, "#" + std::to_string(index), "entry without a name");
+    return false;
+  }
+  if (isFolder) {
+    if (j_.keep && j_.filter.TakesAll()) Folder(parts, parts.size(), entry);
+    return false;
+  }
+  if (!j_.filter.Matches(parts.back())) {
+    j_.kept.push_back({Kept::Why::Filtered, entry, ""});
+    return false;
+  }
+  if (!j_.keep) parts.erase(parts.begin(), parts.end() - 1);
+  return true;
+}
+
 void Extractor::Entry(zip_uint64_t index) {
   zip_uint8_t opsys = 0;
   zip_uint32_t attr = 0;
@@ -141,30 +173,9 @@ void Extractor::Entry(zip_uint64_t index) {
                 ziphandle::ErrorText(zip_get_error(j_.za)));
   }
   const std::string entry = zs.name;
+  std::vector<std::string> parts;
+  if (!Levels(index, entry, unix, parts)) return;
   const auto umode = static_cast<mode_t>(attr >> 16);
-  std::string path = entry;
-  if (!unix) {
-    for (char& c : path) {
-      if (c == '\\') c = '/';
-    }
-  }
-  const bool isFolder = !path.empty() && path.back() == '/';
-  zipnames::SplitPath split = zipnames::SplitEntryPath(path);
-  if (!split.refused.empty()) return Fail(Kind::Unsafe, entry, split.refused);
-  auto& parts = split.parts;
-  if (parts.empty()) {
-    if (!isFolder) Fail(Kind::Damaged, "#" + std::to_string(index), "entry without a name");
-    return;
-  }
-  if (isFolder) {
-    if (j_.keep && j_.filter.TakesAll()) Folder(parts, parts.size(), entry);
-    return;
-  }
-  if (!j_.filter.Matches(parts.back())) {
-    j_.kept.push_back({Kept::Why::Filtered, entry, ""});
-    return;
-  }
-  if (!j_.keep) parts.erase(parts.begin(), parts.end() - 1);
   const time_t when = (zs.valid & ZIP_STAT_MTIME) ? zs.mtime : time(nullptr);
   if (unix && S_ISLNK(umode)) {
     std::string target;

@@ -138,7 +138,10 @@ bool LinkResolvesInside(const std::vector<std::string>& folder, std::string_view
     const auto parts = paths::PathParts(path);
     todo.insert(todo.begin(), parts.begin(), parts.end());
   };
-  if (target.empty() || target.front() == '/') return false;
+  // A NUL ends the target the system stores: what follows it must not take part in the check.
+  if (target.empty() || target.front() == '/' || target.find('\0') != std::string_view::npos) {
+    return false;
+  }
   prepend(target);
   int hops = 0;
   while (!todo.empty()) {
@@ -152,7 +155,10 @@ bool LinkResolvesInside(const std::vector<std::string>& folder, std::string_view
     at.push_back(std::move(part));
     const std::optional<std::string> link = linkAt(at);
     if (!link) continue;
-    if (++hops > kMaxHops || link->empty() || link->front() == '/') return false;
+    if (++hops > kMaxHops || link->empty() || link->front() == '/' ||
+        link->find('\0') != std::string::npos) {
+      return false;
+    }
     at.pop_back();
     prepend(*link);
   }

@@ -82,7 +82,8 @@ TEST(LinkResolution, FollowsTheLinksOnTheWay) {
                         Case{{}, "a/b/l1/a/l", true}, Case{{}, "up/etc", false},
                         Case{{}, "loop1", false}, Case{{"a"}, "../x", true},
                         Case{{"a"}, "../../x", false}, Case{{}, "/etc", false},
-                        Case{{}, "", false}, Case{{"a", "b"}, "l1/a/l/../c", false}}) {
+                        Case{{}, "", false}, Case{{"a", "b"}, "l1/a/l/../c", false},
+                        Case{{}, std::string("..\0/x", 5), false}}) {
     EXPECT_EQ(zipnames::LinkResolvesInside(c.at, c.target, lookup), c.inside) << c.target;
   }
 }

@@ -29,7 +29,10 @@
 //   UnZipEx overwriteMode          For a file that already exists in the destination:
 //     0 (default), 2               keep the existing file (the entry is not extracted),
 //     3                            replace it,
-//     4                            replace it when the entry is newer than the file.
+//     4                            replace it when the entry is newer than the file;
+//                                  a kept entry is listed in Kept(). Never replaced, whatever
+//                                  the mode: the archive being read, the archives named to
+//                                  StartRun, what an extraction since StartRun wrote.
 //   UnZipEx keepFolders            0: every file flat into the destination; else stored folders.
 //   UnZipEx filter                 Wildcards (* ?) against the entry's file name, without regard
 //                                  to ASCII case; "*.*" and "*" take every file; several

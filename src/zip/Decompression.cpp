@@ -125,7 +125,7 @@ struct TypeRead {
 std::vector<TypeRead> StartExtractionRun(Engine& e, const FileList& files) {
   std::vector<TypeRead> types(files.size());
   std::vector<FileIdentity> archives;
-  for (std::size_t i = 0; i < files.size(); ++i) {
+  for (std::size_t i = 0; i < files.size() && !e.Stopped(); ++i) {
     try {
       types[i].type = GetFileType(e.fs, files[i]);
       if (types[i].type == kZipType) archives.push_back(e.fs.Identify(files[i]));

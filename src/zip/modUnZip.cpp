@@ -24,7 +24,7 @@ namespace {
 using Failure = ZipLibrary::EntryFailure;
 using Kind = Failure::Kind;
 using Kept = ZipLibrary::EntryKept;
-using Written = std::set<std::pair<std::uint64_t, std::uint64_t>>;
+using Protected = std::map<std::pair<std::uint64_t, std::uint64_t>, bool>;  // true: an archive
 using ziphandle::ZipFilePtr;
 
 constexpr std::size_t kChunk = 1 << 18;
@@ -64,7 +64,7 @@ struct Job {
   Faults& faults;
   std::vector<Failure>& failures;
   std::vector<Kept>& kept;
-  Written& written;
+  Protected& written;
 };
 
 struct Link {
@@ -233,8 +233,10 @@ bool Extractor::MayWrite(const ContainedFolder& folder, const std::vector<std::s
     Fail(Kind::Write, entry, "that is the archive being extracted: " + path);
     return false;
   }
-  if (j_.written.count(Key(node->identity)) != 0) {
-    Fail(Kind::Write, entry, "written or extracted by this run already: " + path);
+  if (const auto it = j_.written.find(Key(node->identity)); it != j_.written.end()) {
+    Fail(Kind::Write, entry,
+         (it->second ? "that is an archive of this run: " : "extracted by this run already: ") +
+             path);
     return false;
   }
   if (j_.overwrite == 3 || (j_.overwrite == 4 && when > node->modified)) return true;
@@ -262,7 +264,7 @@ bool Extractor::WriteFile(zip_uint64_t index, const zip_stat_t& zs, mode_t mode,
     if (!Copy(zf.get(), zs, out, entry) || cancelled_) return false;
     if (zs.valid & ZIP_STAT_MTIME) out.SetModified(zs.mtime);
     if (const int err = j_.faults.Check(FaultOp::Rename)) ThrowSys(err);
-    j_.written.insert(Key(out.Place(name, replace)));
+    j_.written[Key(out.Place(name, replace))] = false;
     return true;
   } catch (const KestrelError& e) {
     Fail(Kind::Write, entry, e.Description() + ": " + j_.dest);
@@ -334,7 +336,7 @@ void Extractor::MakeLink(const Link& link) {
   bool replace = false;
   if (folder == nullptr || !MayWrite(*folder, link.parts, link.when, link.entry, replace)) return;
   try {
-    j_.written.insert(Key(folder->MakeLink(link.target, link.parts.back(), replace)));
+    j_.written[Key(folder->MakeLink(link.target, link.parts.back(), replace))] = false;
     ++count_;
   } catch (const KestrelError& e) {
     Fail(Kind::Write, link.entry, e.Description() + ": " + PathOf(link.parts));
@@ -390,7 +392,7 @@ std::int32_t ZipLibrary::UnZipEx(const std::string& archive, const std::string& 
 
 void ZipLibrary::StartRun(const std::vector<FileIdentity>& sources) {
   written_.clear();
-  for (const FileIdentity& id : sources) written_.insert(Key(id));
+  for (const FileIdentity& id : sources) written_[Key(id)] = true;
 }
 
 void ZipLibrary::SyncExtracted() {

@@ -58,7 +58,7 @@
 #include <atomic>
 #include <cstdint>
 #include <memory>
-#include <set>
+#include <map>
 #include <string>
 #include <utility>
 #include <vector>
@@ -150,8 +150,8 @@ class ZipLibrary {
   std::vector<EntryFailure> failures_;
   std::vector<EntryKept> kept_;
   FileIdentity archiveRead_;
-  // Device and inode of what the run must not replace: its archives and what it wrote.
-  std::set<std::pair<std::uint64_t, std::uint64_t>> written_;
+  // Device and inode of what the run must not replace: its archives (true) and what it wrote.
+  std::map<std::pair<std::uint64_t, std::uint64_t>, bool> written_;
   std::string lastDestination_;
 };
 

@@ -17,7 +17,7 @@ using Clock = std::chrono::steady_clock;
 
 constexpr int kFolders = 20;
 constexpr int kFilesPerFolder = 50;
-constexpr int kKillsPerJob = 10;
+constexpr int kKillsPerJob = 6;
 
 std::string Contents(int i) {
   std::mt19937 rng(static_cast<unsigned>(i) * 7919u + 1);

@@ -27,6 +27,7 @@ class FileTransfer {
   void Run() {
     if (e_.fileTime) e_.ReadSourceFileTime(src_);
     const std::string folder = job_.FStruct == 1 ? e_.HandleFolders(src_, job_) : job_.To;
+    e_.TidyFolder(folder);
     dest_ = BuildPath(folder, GetFileName(src_));
     destExists_ = e_.fs.FileExists(dest_);
     bool writeTimes = true;

@@ -267,6 +267,11 @@ JobState Engine::CheckStatus(job& job, const std::string& sDel) {
   return job.RunOnce != 1 ? sOK : sRunOnce;
 }
 
+void Engine::TidyFolder(const std::string& folder) {
+  if (dryRun || !tidiedFolders.insert(folder).second) return;
+  RemoveEngineTemporaries(fs, folder);
+}
+
 void Engine::ExecuteAllJobs(const std::string& sJobDir, const std::string& sLanguagePath,
                             bool bVerbose, bool bDoPreview, bool bFilterRegExp) {
   Proc p(trap, "clsKestrel", "Sub ExecuteAllJobs", [&] {
@@ -339,6 +344,7 @@ void Engine::ExecuteSingleJob(job& job, const std::string& sJobDir,
     catalogueLoaded = true;
   }
   if (RefuseUnsafeName(*this, job)) return;
+  tidiedFolders.clear();
   const bool active = job.Inactive == 0;
   if (bStartInactive) job.Inactive = 0;  // after the decision: it does not activate this run
   if (!active) {

@@ -96,6 +96,7 @@ template <class P>
 bool Extract(Engine& e, P& p, job& job, const std::string& file, const std::string& dest) {
   e.zipping.store(true);
   std::int32_t count = 0;
+  e.TidyFolder(dest);
   const bool done = p.Do([&] { count = e.UnZipFile(file, job, dest); });
   e.zipping.store(false);
   // A cancelled extraction is incomplete: it must not lead to deleting the archive.

@@ -91,6 +91,7 @@ class SourceFile {
   // modification or change time differ from those it was opened with, or its length is not
   // what was read.
   FileIdentity Finish();
+  const FileIdentity& Opened() const { return opened_; }
 
  private:
   friend class FileSystem;

@@ -34,18 +34,6 @@ std::string ParentOf(const std::string& path) {
   return pos == 0 ? "/" : path.substr(0, pos);
 }
 
-// The file's modification time when it is a readable regular file.
-bool ReadableFile(const std::string& path, time_t& mtime) {
-  // Non-blocking, so that a pipe in the list cannot hang the run.
-  const int fd = ::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NOCTTY | O_NONBLOCK);
-  if (fd < 0) return false;
-  struct stat st {};
-  const bool ok = ::fstat(fd, &st) == 0 && S_ISREG(st.st_mode);
-  ::close(fd);
-  mtime = st.st_mtime;
-  return ok;
-}
-
 void SyncFile(const std::string& path, int flags) {
   const int fd = ::open(path.c_str(), flags | O_CLOEXEC);
   if (fd < 0) return;
@@ -210,8 +198,15 @@ std::int32_t ZipLibrary::Stage(const std::string& archive, const std::string& fi
     lastRefusal_ = "The archive already holds an entry " + name + " written by this run";
     return 0;
   }
+  // The file is read at the commit; a file that cannot be read fails now, while the caller
+  // can still report it.
   time_t mtime = 0;
-  if (fs_.faults().Check(FaultOp::Open) != 0 || !ReadableFile(file, mtime)) return 0;
+  try {
+    const FileIdentity id = fs_.OpenToRead(file).Opened();
+    mtime = static_cast<time_t>(id.modifiedNs / 1'000'000'000);
+  } catch (const std::exception&) {
+    return 0;
+  }
   zip_t* za = s->za.get();
   const zip_int64_t existing = zip_name_locate(za, name.c_str(), ZIP_FL_ENC_RAW);
   const bool replaced = existing >= 0;

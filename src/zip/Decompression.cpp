@@ -87,7 +87,8 @@ void Engine::UnZip_Files(FileList& sArray, job& job) {
   const bool preview = job.DoPreview != 0 || dryRun;
   const auto n = static_cast<std::int32_t>(sArray.size()) - 1;
   const int announce = preview ? 73 : 72;
-  Log(announce, std::to_string(n + 1) + T(announce), true, true, false);
+  // The count, a blank, then the text, which brings its own blank before it.
+  Log(announce, std::to_string(n + 1) + " " + T(announce), true, true, false);
   bool skip = false;  // carried over from archive to archive; changed by statuses 0 to 3 only
   for (std::int32_t i = 0; i <= n; ++i) {
     const std::string& file = sArray[static_cast<std::size_t>(i)];

@@ -319,11 +319,30 @@ bool ZipLibrary::Commit(bool durable) {
     SyncFile(ParentOf(s->path), O_RDONLY | O_DIRECTORY);
   }
   for (const auto& st : s->staged) {
-    if (st.dropped) continue;
-    written_.insert(s->key + "\n" + st.name);
-    if (st.state->read) writtenSources_.push_back({st.source, *st.state->read});
+    if (!st.dropped) written_.insert(s->key + "\n" + st.name);
   }
+  CountWritten(*s, durable);
   return true;
+}
+
+// The sources whose entries the archive holds as they were read. Before sources are deleted
+// the archive is read back: an entry that is not there at the length read does not count.
+void ZipLibrary::CountWritten(Session& s, bool readBack) {
+  int err = 0;
+  ZipPtr za;
+  if (readBack && fs_.faults().Check(FaultOp::Open) == 0) {
+    za.reset(zip_open(s.path.c_str(), ZIP_RDONLY, &err));
+  }
+  for (const auto& st : s.staged) {
+    if (st.dropped || !st.state->read) continue;
+    zip_stat_t zs;
+    if (readBack && (!za || zip_stat(za.get(), st.name.c_str(), ZIP_FL_ENC_RAW, &zs) != 0 ||
+                     zs.size != st.state->read->size)) {
+      failedSources_.push_back({st.source, "The archive does not hold the file as it was read"});
+      continue;
+    }
+    writtenSources_.push_back({st.source, *st.state->read});
+  }
 }
 
 std::int32_t ZipLibrary::CheckZipFile(const std::string& archive, const std::string& password) {

@@ -143,6 +143,7 @@ class ZipLibrary {
   bool Qualifies(const std::string& file, struct zip* za, std::uint64_t index);
   std::string ArchiveKey(const std::string& archive);
   bool DropFailed(Session& s);
+  void CountWritten(Session& s, bool readBack);
   bool Commit(bool durable);
   bool PlaceStaged(Session& s);
 

@@ -136,5 +136,20 @@ TEST_F(ChangingSources, AFileChangedAfterItWasReadIsKept) {
   }
 }
 
+// The archive replaced between its commit and the deletion of its sources: they are kept.
+TEST_F(ChangingSources, SourcesStayUnlessTheArchiveHoldsThemAsRead) {
+  j.ZipAll = 1;
+  j.ZipDelComp = 1;
+  const std::string a = Src("a.txt", "a");
+  files = {a};
+  // Opens: the file when staged, when read, then the archive read back.
+  At(FaultOp::Open, 3, [&] { WriteFile(Out("a.zip"), "not an archive any more"); });
+  e.Zip_Files(files, j);
+  e.fs.faults().onCall = nullptr;
+  EXPECT_TRUE(Exists(a));
+  EXPECT_TRUE(HasLine("job: Fehler: The archive does not hold the file as it was read - " + a))
+      << ::testing::PrintToString(ev.Texts());
+}
+
 }  // namespace
 }  // namespace orvKestrel

@@ -2,6 +2,9 @@
 // sources for one entry, and an older file for a newer entry.
 #include "e2e/E2eSupport.h"
 
+#include <atomic>
+#include <thread>
+
 namespace e2e {
 namespace {
 
@@ -142,6 +145,33 @@ TEST_F(ZipSafety, AnOlderFileDoesNotReplaceANewerEntry) {
     EXPECT_EQ(Entries(archive), "f.txt=newest;");
     EXPECT_FALSE(fs::exists(src() / "f.txt"));
   }
+}
+
+// A file written to all the time the job reads it: it is not stored (never torn), not deleted,
+// and named; the other file of the run is packed and deleted.
+TEST_F(ZipSafety, AFileWrittenWhileItIsZippedIsRefused) {
+  const fs::path busy = src() / "busy.log";
+  Put(busy, std::string(48 << 20, 'a'));
+  Put(src() / "quiet.txt", "quiet");
+  Job(dst(), "ZipAll=0\nZipDelComp=1\nZipGrade=9\n");
+  std::atomic<bool> done{false};
+  std::thread writer([&] {
+    const int fd = ::open(busy.c_str(), O_WRONLY);
+    for (std::uint64_t i = 0; !done.load() && fd >= 0; ++i) {
+      const std::string block(4096, static_cast<char>('b' + i % 20));
+      if (::pwrite(fd, block.data(), block.size(), static_cast<off_t>((i * 7919 % 12000) * 4096)) < 0) break;
+      std::this_thread::sleep_for(std::chrono::microseconds(200));
+    }
+    if (fd >= 0) ::close(fd);
+  });
+  const RunResult r = Run();
+  done = true;
+  writer.join();
+  EXPECT_EQ(r.exitCode, 1) << r.out;
+  EXPECT_TRUE(ErrorNames(busy.string())) << r.out;
+  EXPECT_TRUE(fs::exists(busy));
+  EXPECT_EQ(Entries(dst() / "z.zip"), "quiet.txt=quiet;");
+  EXPECT_FALSE(fs::exists(src() / "quiet.txt"));
 }
 
 }  // namespace

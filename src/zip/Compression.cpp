@@ -15,7 +15,6 @@
 #include "zip/ZipCommon.h"
 #include "zip/modZIP32vb.h"
 
-
 namespace orvKestrel {
 namespace {
 

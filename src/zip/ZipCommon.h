@@ -55,10 +55,11 @@ std::string ArchiveFor(Engine& e, P& p, job& job, const std::string& Mode,
     if (!p.Do([&] { free = e.GetValidPathName(job, name, true); })) return {};
     return free;
   }
-  // An archive this run has written is added to instead: deleting it would lose the files
-  // whose sources are gone already.
+  // The old archive is replaced when the new one is committed, not deleted now: a run that
+  // fails on the way leaves it. An archive this run has written is added to instead: replacing
+  // it would lose the files whose sources are gone already.
   if (job.Exist == 3 && e.fs.FileExists(name) && (preview || !e.zip->WrittenThisRun(name))) {
-    if (!preview && !p.Do([&] { e.fs.DeleteFile(name, true); })) return {};
+    if (!preview) e.zip->ReplaceOnCommit(name);
     const int msg = preview ? 47 : 13;
     e.Log(msg, e.T(msg) + name + (Mode == "Single" ? "" : " - " + e.T(32) + name), true, true,
           false);

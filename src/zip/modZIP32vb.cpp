@@ -144,12 +144,17 @@ ZipLibrary::Session* ZipLibrary::OpenSession(const std::string& archive) {
   // now, while the caller can still report it.
   if (::access(ParentOf(archive).c_str(), W_OK | X_OK) != 0) return nullptr;
   std::string staging = StagingName(archive);
+  // A replacement starts empty under the staging name: the old archive stays until the commit.
+  const bool fresh = replace_ == archive;
+  replace_.clear();
   struct stat st {};
-  if (::stat(archive.c_str(), &st) == 0 && ::link(archive.c_str(), staging.c_str()) != 0) {
+  if (!fresh && ::stat(archive.c_str(), &st) == 0 &&
+      ::link(archive.c_str(), staging.c_str()) != 0) {
     staging.clear();  // no hard links here: libzip works beside the archive itself
   }
   int err = 0;
-  ZipPtr za(zip_open((staging.empty() ? archive : staging).c_str(), ZIP_CREATE, &err));
+  ZipPtr za(zip_open((staging.empty() ? archive : staging).c_str(),
+                     fresh ? ZIP_CREATE | ZIP_TRUNCATE : ZIP_CREATE, &err));
   if (!za) {
     if (!staging.empty()) ::unlink(staging.c_str());
     return nullptr;

@@ -96,6 +96,10 @@ class ZipLibrary {
   void StartRun(std::int32_t extFileTime, std::int16_t selecter);
   // Whether this run has written (or staged) entries in the archive.
   bool WrittenThisRun(const std::string& archive);
+  // The next archive staged at this path starts empty and replaces the file there when it is
+  // committed (the policy that replaces an existing archive): until then the old one stays,
+  // and a commit that fails, or writes nothing, leaves it.
+  void ReplaceOnCommit(const std::string& archive) { replace_ = archive; }
   // Why the last ZipFile or ZipAddFile refused its file to keep what this run wrote; "" when
   // it did not refuse for that reason.
   const std::string& LastRefusal() const { return lastRefusal_; }
@@ -158,6 +162,7 @@ class ZipLibrary {
   std::vector<SourceRead> writtenSources_;
   std::set<std::string> written_;  // archive key "\n" entry name, since StartRun
   std::string lastRefusal_;
+  std::string replace_;
   std::int32_t extFileTime_ = 1;
   std::int16_t selecter_ = 0;
   bool lastCancelled_ = false;

@@ -152,5 +152,29 @@ TEST_F(ChangingSources, SourcesStayUnlessTheArchiveHoldsThemAsRead) {
       << ::testing::PrintToString(ev.Texts());
 }
 
+// Policy 3 replaces an existing archive: a run whose archive cannot be written keeps the old
+// one (its sources may be long gone) and its own sources.
+TEST_F(ChangingSources, AFailedReplacementKeepsTheOldArchive) {
+  for (const CheckState zipAll : {0, 1}) {
+    SCOPED_TRACE(zipAll);
+    j.ZipAll = zipAll;
+    j.ZipDelComp = 1;
+    const std::string archive = zipAll == 0 ? Archive() : Out("a.zip");
+    j.Exist = 0;
+    files = {Src("a.txt", "old")};
+    e.Zip_Files(files, j);
+    const auto before = Contents(archive);
+    ASSERT_TRUE(before);
+    j.Exist = 3;
+    files = {Src("a.txt", "new")};
+    e.fs.faults().Arm(FaultOp::Write, 1, ENOSPC);  // the commit's writing
+    e.Zip_Files(files, j);
+    e.fs.faults().Disarm();
+    EXPECT_EQ(Contents(archive), before);
+    EXPECT_EQ(ReadFile(files[0]), "new");
+    EXPECT_TRUE(TempLeftovers(j.To).empty());
+  }
+}
+
 }  // namespace
 }  // namespace orvKestrel

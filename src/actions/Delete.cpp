@@ -96,7 +96,8 @@ void Engine::DeleteZipSourceFile(const std::string& sArray, job& job) {
   DeleteSingle(*this, sArray, job, job.ZipDelCompBin, job.ZipDelCompBinFolder, 87);
 }
 
-bool Engine::DeleteZipSourceVerified(const std::string& sArray, const FileIdentity& read, job& job) {
+bool Engine::DeleteZipSourceVerified(const std::string& sArray, const FileIdentity& read,
+                                     job& job) {
   Proc p(trap, "clsKestrel", "Sub DeleteZipSourceFile",
          [&] { return ParamText({{"sArray", sArray}, {"job", kJobParam}}); });
   Yield();

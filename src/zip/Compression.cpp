@@ -45,7 +45,9 @@ const std::string* FailureOf(Engine& e, const std::string& file) {
 void DeleteCompressed(Engine& e, job& job, const std::string& file, const std::string& prefix) {
   const FileIdentity* read = ReadInto(e, file);
   if (read == nullptr) return;
-  if (e.DeleteZipSourceVerified(file, *read, job)) e.Log(13, prefix + e.T(13) + file, true, true, false);
+  if (e.DeleteZipSourceVerified(file, *read, job)) {
+    e.Log(13, prefix + e.T(13) + file, true, true, false);
+  }
 }
 
 // Commits the "All" archive, then deletes the sources that it now holds.

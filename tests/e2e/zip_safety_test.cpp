@@ -24,7 +24,8 @@ class ZipSafety : public JobFolderTest {
   // The job z from src to `to` with `keys`.
   void Job(const fs::path& to, const std::string& keys) {
     Put(dir_ / "jobs/z.kjb", "[Job]\nName=z\nFrom=" + src().string() + "\nTo=" + to.string() +
-                                 "\nDoPreview=0\nIntervalType=0\nInterval=1\nCounter=1\nAction=3\n" + keys);
+                                 "\nDoPreview=0\nIntervalType=0\nInterval=1\nCounter=1\n"
+                                 "Action=3\n" + keys);
   }
   RunResult Run(const std::vector<std::string>& options = {}) {
     RunResult r = RunJobs(options);
@@ -159,7 +160,8 @@ TEST_F(ZipSafety, AFileWrittenWhileItIsZippedIsRefused) {
     const int fd = ::open(busy.c_str(), O_WRONLY);
     for (std::uint64_t i = 0; !done.load() && fd >= 0; ++i) {
       const std::string block(4096, static_cast<char>('b' + i % 20));
-      if (::pwrite(fd, block.data(), block.size(), static_cast<off_t>((i * 7919 % 12000) * 4096)) < 0) break;
+      const auto at = static_cast<off_t>((i * 7919 % 12000) * 4096);
+      if (::pwrite(fd, block.data(), block.size(), at) < 0) break;
       std::this_thread::sleep_for(std::chrono::microseconds(200));
     }
     if (fd >= 0) ::close(fd);

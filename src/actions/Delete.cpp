@@ -18,25 +18,34 @@ void LogDeleteError(Engine& e, const std::string& path) {
 }
 
 // Deletes one file permanently (forced) or into the recycle bin, logs message msg and, with
-// folders 1, removes the folders it leaves empty.
-void DeleteOne(Engine& e, const std::string& path, job& job, CheckState toBin, CheckState folders,
-               int msg) {
+// folders 1, removes the folders it leaves empty. With `read`, only while path still names the
+// file as it was read. True when the file was deleted.
+bool DeleteOne(Engine& e, const std::string& path, job& job, CheckState toBin, CheckState folders,
+               int msg, const FileIdentity* read = nullptr) {
+  bool deleted = false;
   try {
     if (toBin == 1) {
+      if (read != nullptr && e.fs.Identify(path) != *read) {
+        throw KestrelError(EAGAIN, "The file changed after it was read and was kept");
+      }
       e.Kill(path);  // a failed recycle is not an error of its own
+    } else if (read != nullptr) {
+      e.fs.DeleteVerified(path, *read, true);
     } else {
       e.fs.DeleteFile(path, true);
     }
     e.Log(msg, e.T(msg) + path, true, true, false, false);
+    deleted = true;
   } catch (...) {
     LogDeleteError(e, path);
   }
-  if (folders != 1) return;
+  if (folders != 1) return deleted;
   try {
     e.RemoveEmptyFolders(path, job);
   } catch (...) {
     LogDeleteError(e, path);
   }
+  return deleted;
 }
 
 void DeleteSingle(Engine& e, const std::string& path, job& job, CheckState toBin,
@@ -85,6 +94,15 @@ void Engine::DeleteZipSourceFile(const std::string& sArray, job& job) {
   Proc p(trap, "clsKestrel", "Sub DeleteZipSourceFile",
          [&] { return ParamText({{"sArray", sArray}, {"job", kJobParam}}); });
   DeleteSingle(*this, sArray, job, job.ZipDelCompBin, job.ZipDelCompBinFolder, 87);
+}
+
+bool Engine::DeleteZipSourceVerified(const std::string& sArray, const FileIdentity& read,
+                                     job& job) {
+  Proc p(trap, "clsKestrel", "Sub DeleteZipSourceFile",
+         [&] { return ParamText({{"sArray", sArray}, {"job", kJobParam}}); });
+  Yield();
+  if (sArray.empty()) return false;
+  return DeleteOne(*this, sArray, job, job.ZipDelCompBin, job.ZipDelCompBinFolder, 87, &read);
 }
 
 void Engine::DeleteFile(const std::string& sArray, job& job) {

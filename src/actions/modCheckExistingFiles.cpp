@@ -23,7 +23,23 @@ std::optional<std::time_t> Chosen(const FileTimes& t, std::int16_t iExtFileTime)
   }
 }
 
-// Both tests are evaluated; a file that cannot be read makes the answer false.
+// Both tests are evaluated.
+bool Test(const Pair& files, std::int16_t iExtFileTime, Time time, Size size) {
+  bool dateTest = true;
+  if (time != Time::Any) {
+    const auto s = Chosen(files.source.times, iExtFileTime);
+    const auto d = Chosen(files.dest.times, iExtFileTime);
+    dateTest = s && d && (time == Time::Newer ? *s > *d : *s < *d);
+  }
+  bool sizeTest = true;
+  if (size != Size::Any) {
+    sizeTest = size == Size::Bigger ? files.source.size > files.dest.size
+                                    : files.source.size < files.dest.size;
+  }
+  return dateTest && sizeTest;
+}
+
+// A file that cannot be read makes the answer false.
 bool Compare(FileSystem& fs, FailSafe& trap, const char* proc, const std::string& sSource,
              const std::string& sDest, std::int16_t iExtFileTime, Time time, Size size) {
   Proc p(trap, kModule, proc, [&] {
@@ -33,21 +49,25 @@ bool Compare(FileSystem& fs, FailSafe& trap, const char* proc, const std::string
   });
   std::optional<Pair> files;
   if (!p.Do([&] { files = Pair{fs.Stat(sSource), fs.Stat(sDest)}; }) || !files) return false;
-  bool dateTest = true;
-  if (time != Time::Any) {
-    const auto s = Chosen(files->source.times, iExtFileTime);
-    const auto d = Chosen(files->dest.times, iExtFileTime);
-    dateTest = s && d && (time == Time::Newer ? *s > *d : *s < *d);
-  }
-  bool sizeTest = true;
-  if (size != Size::Any) {
-    sizeTest = size == Size::Bigger ? files->source.size > files->dest.size
-                                    : files->source.size < files->dest.size;
-  }
-  return dateTest && sizeTest;
+  return Test(*files, iExtFileTime, time, size);
 }
 
 }  // namespace
+
+bool Qualifies(const FileStat& source, const FileStat& dest, std::int16_t iExtFileTime,
+               std::int16_t iSelecter) {
+  static constexpr struct {
+    Time time;
+    Size size;
+  } kRules[] = {{Time::Newer, Size::Any},     {Time::Older, Size::Any},
+                {Time::Any, Size::Bigger},    {Time::Newer, Size::Bigger},
+                {Time::Older, Size::Bigger},  {Time::Any, Size::Smaller},
+                {Time::Newer, Size::Smaller}, {Time::Older, Size::Smaller}};
+  if (iSelecter < 0 || iSelecter > 7) return false;
+  const Pair files{source, dest};
+  const auto& rule = kRules[iSelecter];
+  return Test(files, iExtFileTime, rule.time, rule.size);
+}
 
 bool Exist0(FileSystem& fs, FailSafe& trap, const std::string& sSource, const std::string& sDest,
             std::int16_t iExtFileTime) {

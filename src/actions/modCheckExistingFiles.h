@@ -12,6 +12,11 @@
 
 namespace orvKestrel {
 
+// The answer of Exist0..Exist7 (by iSelecter) for two files already read; false for any other
+// selector.
+bool Qualifies(const FileStat& source, const FileStat& dest, std::int16_t iExtFileTime,
+               std::int16_t iSelecter);
+
 // By iSelecter 0..7 the answer of Exist0..Exist7; false for any other selector.
 bool CheckExist(FileSystem& fs, FailSafe& trap, const std::string& sSource,
                 const std::string& sDest, std::int16_t iExtFileTime, std::int16_t iSelecter);

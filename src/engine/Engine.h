@@ -138,6 +138,8 @@ class Engine {
   bool Kill(const std::string& Files);
   void DeleteSourceFile(const std::string& sArray, job& job);
   void DeleteZipSourceFile(const std::string& sArray, job& job);
+  // Only while sArray is still the file as it was read; true when it was deleted.
+  bool DeleteZipSourceVerified(const std::string& sArray, const FileIdentity& read, job& job);
   void DeleteFile(const std::string& sArray, job& job);
   void DeleteFiles(FileList& sArray, job& job);
   void DeleteSyncFiles(FileList& sArray, job& job);

@@ -14,6 +14,7 @@ void Faults::Disarm() { Arm(FaultOp::Count, 0, 0); }
 
 int Faults::Check(FaultOp op) {
   const int call = ++calls_[Index(op)];
+  if (onCall) onCall(op, call);
   if (op != op_ || call != n_) return 0;
   fired_ = true;
   return err_;

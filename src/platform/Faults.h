@@ -4,6 +4,7 @@
 
 #include <array>
 #include <cstdint>
+#include <functional>
 
 namespace orvKestrel {
 
@@ -24,6 +25,9 @@ class Faults {
   int Calls(FaultOp op) const { return calls_[Index(op)]; }
   // True once the armed fault has fired.
   bool Fired() const { return fired_; }
+  // Called with the operation and its count at every call counted (a test changes the disk
+  // in the middle of an operation this way).
+  std::function<void(FaultOp, int)> onCall;
 
  private:
   static std::size_t Index(FaultOp op) { return static_cast<std::size_t>(op); }

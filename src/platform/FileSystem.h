@@ -77,6 +77,31 @@ class TempNames {
   std::optional<bool> unnamed_;
 };
 
+// A regular file opened once for reading: everything read of it comes through this one
+// descriptor, and Finish tells whether it stayed as it was opened.
+class SourceFile {
+ public:
+  SourceFile(SourceFile&& other) noexcept;
+  SourceFile& operator=(SourceFile&&) = delete;
+  SourceFile(const SourceFile&) = delete;
+  ~SourceFile();
+  // Up to n bytes; 0 at the end. Throws.
+  std::size_t Read(char* buf, std::size_t n);
+  // The file as it was read. Throws (EAGAIN) when it changed while it was read: its size,
+  // modification or change time differ from those it was opened with, or its length is not
+  // what was read.
+  FileIdentity Finish();
+  const FileIdentity& Opened() const { return opened_; }
+
+ private:
+  friend class FileSystem;
+  SourceFile(Faults& faults, int fd, const FileIdentity& opened);
+  Faults* faults_;
+  int fd_;
+  FileIdentity opened_;
+  std::uint64_t read_ = 0;
+};
+
 class FileSystem {
  public:
   Faults& faults() { return faults_; }
@@ -137,6 +162,8 @@ class FileSystem {
   void DeleteFile(const std::string& path, bool force);  // force also removes read-only files
   // The file path names now (links followed); throws when missing.
   FileIdentity Identify(const std::string& path);
+  // A regular file opened for reading (never blocking on a pipe); throws.
+  SourceFile OpenToRead(const std::string& path);
   // DeleteFile, but only while path still names the file `was` describes: a source is removed
   // after its action only when nothing replaced or changed it since it was read. Else throws
   // (EAGAIN) and the file stays.

@@ -134,7 +134,7 @@ std::vector<TypeRead> StartExtractionRun(Engine& e, const FileList& files) {
       types[i].error = err;
     }
   }
-  e.zip->StartRun(archives);
+  e.zip->StartUnzipRun(archives);
   return types;
 }
 

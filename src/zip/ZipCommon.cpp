@@ -6,6 +6,7 @@
 #include <cmath>
 #include <cstdlib>
 #include <limits>
+#include <unordered_set>
 
 namespace orvKestrel::zipcommon {
 
@@ -38,6 +39,54 @@ std::string BaseFolder(const std::string& file, const job& job) {
 std::string SingleNameInTo(const job& job, const std::string& sFile) {
   const std::string ext = paths::GetExtensionName(sFile);
   return paths::BuildPath(job.To, paths::GetFileName(paths::ReplaceAll(sFile, "." + ext, ".zip")));
+}
+
+namespace {
+
+struct IdentityHash {
+  std::size_t operator()(const FileIdentity& id) const {
+    return std::hash<std::uint64_t>()(id.inode * 31 + id.device);
+  }
+};
+struct SameObject {
+  bool operator()(const FileIdentity& a, const FileIdentity& b) const { return a.SameObject(b); }
+};
+using IdentitySet = std::unordered_set<FileIdentity, IdentityHash, SameObject>;
+
+// The archive of the file (or of the job) before the existing-archive policy, without making a
+// folder.
+std::string OwnArchiveName(Engine& e, job& job, const std::string& file) {
+  if (job.ZipAll == 0) return paths::BuildPath(job.To, job.JobName + ".zip");
+  if (job.ZipExtStruct == 0) return SingleNameInTo(job, file);
+  return paths::BuildPath(e.HandlePreviewFolders(file, job), paths::GetFileName(file) + ".zip");
+}
+
+void AddIdentity(Engine& e, IdentitySet& set, const std::string& path) {
+  try {
+    set.insert(e.fs.Identify(path));
+  } catch (const std::exception&) {
+    // not there (yet): no source can be it
+  }
+}
+
+}  // namespace
+
+bool LeaveOutOwnArchives(Engine& e, FileList& sArray, job& job) {
+  IdentitySet archives;
+  if (job.ZipAll == 0) {
+    AddIdentity(e, archives, OwnArchiveName(e, job, {}));
+  } else {
+    for (const std::string& file : sArray) AddIdentity(e, archives, OwnArchiveName(e, job, file));
+  }
+  if (archives.empty()) return !sArray.empty();
+  std::erase_if(sArray, [&](const std::string& file) {
+    try {
+      return archives.count(e.fs.Identify(file)) != 0;
+    } catch (const std::exception&) {
+      return false;  // its own error comes when it is read
+    }
+  });
+  return !sArray.empty();
 }
 
 void LogCount(Engine& e, std::size_t files) {

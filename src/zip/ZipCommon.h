@@ -3,6 +3,7 @@
 
 #include "engine/Engine.h"
 #include "platform/Paths.h"
+#include "zip/modZIP32vb.h"
 
 #include <cstdint>
 #include <string>
@@ -54,14 +55,22 @@ std::string ArchiveFor(Engine& e, P& p, job& job, const std::string& Mode,
     if (!p.Do([&] { free = e.GetValidPathName(job, name, true); })) return {};
     return free;
   }
-  if (job.Exist == 3 && e.fs.FileExists(name)) {
-    if (!preview && !p.Do([&] { e.fs.DeleteFile(name, true); })) return {};
+  // The old archive is replaced when the new one is committed, not deleted now: a run that
+  // fails on the way leaves it. An archive this run has written is added to instead: replacing
+  // it would lose the files whose sources are gone already.
+  if (job.Exist == 3 && e.fs.FileExists(name) && (preview || !e.zip->WrittenThisRun(name))) {
+    if (!preview) e.zip->ReplaceOnCommit(name);
     const int msg = preview ? 47 : 13;
     e.Log(msg, e.T(msg) + name + (Mode == "Single" ? "" : " - " + e.T(32) + name), true, true,
           false);
   }
   return name;
 }
+
+// Takes out of the list every file that is one of the archives the run writes (by device and
+// inode: the same file reached through a link or another mount counts): a run never packs its
+// own archive into itself, nor deletes it as a source. False when nothing is left.
+bool LeaveOutOwnArchives(Engine& e, FileList& sArray, job& job);
 
 // "Dateien gefunden: n+1", or "Datei gefunden: 1" for a single file.
 void LogCount(Engine& e, std::size_t files);

@@ -62,6 +62,10 @@ void Engine::Zip_Preview(FileList& sArray, job& job) {
   Proc p(trap, "clsKestrel", "Sub Zip_Preview",
          [&] { return ParamText({{"sArray", kArrayParam}, {"job", kJobParam}}); });
   if (sArray.empty()) return;
+  if (!zipcommon::LeaveOutOwnArchives(*this, sArray, job)) {
+    noFiles = true;
+    return;
+  }
   if (!p.Do([&] { zip->SetCompressionRate(zipcommon::GradeValue(job.ZipGrade)); })) return;
   zipcommon::LogCount(*this, sArray.size());
   if (job.ZipAll == 0) {

@@ -390,7 +390,7 @@ std::int32_t ZipLibrary::UnZipEx(const std::string& archive, const std::string& 
   return count;
 }
 
-void ZipLibrary::StartRun(const std::vector<FileIdentity>& sources) {
+void ZipLibrary::StartUnzipRun(const std::vector<FileIdentity>& sources) {
   written_.clear();
   for (const FileIdentity& id : sources) written_[Key(id)] = true;
 }

@@ -1,9 +1,11 @@
 // The writing half of the zip facade (staging, commit), and the archive tests.
 #include "zip/modZIP32vb.h"
 
+#include "actions/modCheckExistingFiles.h"
 #include "platform/FileSystem.h"
 #include "zip/ZipHandle.h"
 #include "zip/ZipNames.h"
+#include "zip/ZipSource.h"
 
 #include <fcntl.h>
 #include <sys/stat.h>
@@ -30,18 +32,6 @@ std::string ParentOf(const std::string& path) {
   const auto pos = path.rfind('/');
   if (pos == std::string::npos) return ".";
   return pos == 0 ? "/" : path.substr(0, pos);
-}
-
-// The file's modification time when it is a readable regular file.
-bool ReadableFile(const std::string& path, time_t& mtime) {
-  // Non-blocking, so that a pipe in the list cannot hang the run.
-  const int fd = ::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NOCTTY | O_NONBLOCK);
-  if (fd < 0) return false;
-  struct stat st {};
-  const bool ok = ::fstat(fd, &st) == 0 && S_ISREG(st.st_mode);
-  ::close(fd);
-  mtime = st.st_mtime;
-  return ok;
 }
 
 void SyncFile(const std::string& path, int flags) {
@@ -71,11 +61,9 @@ std::string StagingName(const std::string& archive) {
   return ParentOf(archive) + "/.kestrel-" + hex + ".tmp";
 }
 
-// Errors of a commit that one unreadable source explains.
-bool SourceError(int code) {
-  return code == ZIP_ER_READ || code == ZIP_ER_OPEN || code == ZIP_ER_NOENT ||
-         code == ZIP_ER_INCONS || code == ZIP_ER_EOF || code == ZIP_ER_CHANGED;
-}
+// Zip entries keep their time to the even second below: a source is compared with an entry at
+// that resolution.
+std::time_t EvenSecond(std::time_t t) { return t - ((t % 2) + 2) % 2; }
 
 }  // namespace
 
@@ -83,7 +71,10 @@ struct ZipLibrary::Session {
   struct Staged {
     zip_uint64_t index;
     std::string source;
+    std::string name;
     bool replaced;  // an entry of that name came from an earlier commit
+    std::unique_ptr<zipsource::State> state;
+    bool dropped = false;
   };
   // Unlinks the staging name unless the commit put it in place.
   ~Session() {
@@ -91,6 +82,7 @@ struct ZipLibrary::Session {
     if (!staging.empty()) ::unlink(staging.c_str());
   }
   std::string path;
+  std::string key;  // the archive by its folder's identity and its name
   // The archive is written under a hidden name beside it (a hard link to the archive when
   // there is one, which libzip's commit replaces), then renamed over it: libzip's temporary file
   // is hidden as well, and a killed run leaves nothing that looks like an archive.
@@ -104,8 +96,34 @@ ZipLibrary::ZipLibrary(FileSystem& fs) : fs_(fs) {}
 
 ZipLibrary::~ZipLibrary() = default;  // an uncommitted archive is dropped: it stays as it was
 
+void ZipLibrary::StartZipRun(std::int32_t extFileTime, std::int16_t selecter) {
+  entriesWritten_.clear();
+  extFileTime_ = extFileTime;
+  selecter_ = selecter;
+}
+
+// The same archive reached through another spelling of its folder has the same key.
+std::string ZipLibrary::ArchiveKey(const std::string& archive) {
+  const auto pos = archive.rfind('/');
+  const std::string name = pos == std::string::npos ? archive : archive.substr(pos + 1);
+  try {
+    const FileIdentity folder = fs_.Identify(ParentOf(archive));
+    return std::to_string(folder.device) + ":" + std::to_string(folder.inode) + "/" + name;
+  } catch (const std::exception&) {
+    return archive;
+  }
+}
+
+bool ZipLibrary::WrittenThisRun(const std::string& archive) {
+  const std::string key = ArchiveKey(archive) + "\n";
+  const auto it = entriesWritten_.lower_bound(key);
+  if (it != entriesWritten_.end() && it->compare(0, key.size(), key) == 0) return true;
+  return session_ && session_->key + "\n" == key && !session_->staged.empty();
+}
+
 void ZipLibrary::InitZip() {
   session_.reset();
+  entriesWritten_.clear();
   rate_ = 6;
   base_.clear();
   password_.clear();
@@ -126,12 +144,17 @@ ZipLibrary::Session* ZipLibrary::OpenSession(const std::string& archive) {
   // now, while the caller can still report it.
   if (::access(ParentOf(archive).c_str(), W_OK | X_OK) != 0) return nullptr;
   std::string staging = StagingName(archive);
+  // A replacement starts empty under the staging name: the old archive stays until the commit.
+  const bool fresh = replace_ == archive;
+  replace_.clear();
   struct stat st {};
-  if (::stat(archive.c_str(), &st) == 0 && ::link(archive.c_str(), staging.c_str()) != 0) {
+  if (!fresh && ::stat(archive.c_str(), &st) == 0 &&
+      ::link(archive.c_str(), staging.c_str()) != 0) {
     staging.clear();  // no hard links here: libzip works beside the archive itself
   }
   int err = 0;
-  ZipPtr za(zip_open((staging.empty() ? archive : staging).c_str(), ZIP_CREATE, &err));
+  ZipPtr za(zip_open((staging.empty() ? archive : staging).c_str(),
+                     fresh ? ZIP_CREATE | ZIP_TRUNCATE : ZIP_CREATE, &err));
   if (!za) {
     if (!staging.empty()) ::unlink(staging.c_str());
     return nullptr;
@@ -140,22 +163,62 @@ ZipLibrary::Session* ZipLibrary::OpenSession(const std::string& archive) {
   zip_register_cancel_callback_with_state(za.get(), CancelRequested, nullptr, &cancel_);
   session_ = std::make_unique<Session>();
   session_->path = archive;
+  session_->key = ArchiveKey(archive);
   session_->staging = std::move(staging);
   session_->za = std::move(za);
   return session_.get();
 }
 
-std::int32_t ZipLibrary::Stage(const std::string& archive, const std::string& file) {
+// Under mode 4 an entry of an earlier run is replaced only when the source qualifies by the
+// run's comparison; an entry holds one time, its modification time, which stands for all three.
+bool ZipLibrary::Qualifies(const std::string& file, zip_t* za, std::uint64_t index) {
+  zip_stat_t zs;
+  if (zip_stat_index(za, index, ZIP_FL_UNCHANGED, &zs) != 0) return false;
+  FileStat source;
+  try {
+    source = fs_.Stat(file);
+  } catch (const std::exception&) {
+    return false;
+  }
+  const std::time_t m = EvenSecond(source.times.written);
+  source.times = {m, m, m};
+  FileStat entry;
+  entry.isFile = true;
+  entry.size = zs.size;
+  entry.times = {zs.mtime, zs.mtime, zs.mtime};
+  const bool known = extFileTime_ >= 0 && extFileTime_ <= 2;
+  return orvKestrel::Qualifies(source, entry, static_cast<std::int16_t>(known ? extFileTime_ : -1),
+                               selecter_);
+}
+
+std::int32_t ZipLibrary::Stage(const std::string& archive, const std::string& file,
+                               bool compare) {
+  lastRefusal_.clear();
   Session* s = OpenSession(archive);
   if (s == nullptr) return 0;
   const std::string name = zipnames::EntryName(file, base_);
-  if (name.empty() || s->names.count(name) != 0) return 0;
+  if (name.empty()) return 0;
+  // Nothing this run wrote is replaced by this run: its source may be gone already.
+  if (s->names.count(name) != 0 || entriesWritten_.count(s->key + "\n" + name) != 0) {
+    lastRefusal_ = "The archive already holds an entry " + name + " written by this run";
+    return 0;
+  }
+  // The file is read at the commit; a file that cannot be read fails now, while the caller
+  // can still report it.
   time_t mtime = 0;
-  if (fs_.faults().Check(FaultOp::Open) != 0 || !ReadableFile(file, mtime)) return 0;
+  try {
+    const FileIdentity id = fs_.OpenToRead(file).Opened();
+    mtime = static_cast<time_t>(id.modifiedNs / 1'000'000'000);
+  } catch (const std::exception&) {
+    return 0;
+  }
   zip_t* za = s->za.get();
-  zip_source_t* src = zip_source_file_create(file.c_str(), 0, -1, nullptr);
+  const zip_int64_t existing = zip_name_locate(za, name.c_str(), ZIP_FL_ENC_RAW);
+  const bool replaced = existing >= 0;
+  if (replaced && compare && !Qualifies(file, za, static_cast<zip_uint64_t>(existing))) return 0;
+  auto state = std::make_unique<zipsource::State>(fs_, file);
+  zip_source_t* src = zipsource::Create(za, *state);
   if (src == nullptr) return 0;
-  const bool replaced = zip_name_locate(za, name.c_str(), ZIP_FL_ENC_RAW) >= 0;
   const zip_flags_t enc = zipnames::IsValidUtf8(name) ? ZIP_FL_ENC_UTF_8 : ZIP_FL_ENC_RAW;
   const zip_int64_t idx = zip_file_add(za, name.c_str(), src, enc | ZIP_FL_OVERWRITE);
   if (idx < 0) {
@@ -175,20 +238,20 @@ std::int32_t ZipLibrary::Stage(const std::string& archive, const std::string& fi
     else zip_delete(za, index);
     return 0;
   }
-  s->staged.push_back({index, file, replaced});
+  s->staged.push_back({index, file, name, replaced, std::move(state)});
   s->names.insert(name);
   return 1;
 }
 
 std::int32_t ZipLibrary::ZipFile(const std::string& archive, const std::string& file,
-                                 const std::string& password, std::int32_t, std::int32_t) {
+                                 const std::string& password, std::int32_t mode, std::int32_t) {
   password_ = password;
-  return Stage(archive, file);
+  return Stage(archive, file, mode == 4);
 }
 
 std::int32_t ZipLibrary::ZipAddFile(const std::string& archive, const std::string& file,
-                                    std::int32_t, std::int32_t) {
-  return Stage(archive, file);
+                                    std::int32_t mode, std::int32_t) {
+  return Stage(archive, file, mode == 4);
 }
 
 bool ZipLibrary::Flush(bool durable) { return Commit(durable); }
@@ -212,9 +275,25 @@ bool ZipLibrary::PlaceStaged(Session& s) {
   return true;
 }
 
+// Takes the sources that could not be read, or changed while they were read, out of the
+// archive; false when there was none (the failure has another cause).
+bool ZipLibrary::DropFailed(Session& s) {
+  bool dropped = false;
+  for (auto& st : s.staged) {
+    if (st.dropped || st.state->failure.empty()) continue;
+    if (st.replaced) zip_unchange(s.za.get(), st.index);
+    else zip_delete(s.za.get(), st.index);
+    failedSources_.push_back({st.source, st.state->failure});
+    st.dropped = true;
+    dropped = true;
+  }
+  return dropped;
+}
+
 bool ZipLibrary::Commit(bool durable) {
   flushError_.clear();
   failedSources_.clear();
+  writtenSources_.clear();
   lastCancelled_ = false;
   if (!session_) return true;
   std::unique_ptr<Session> s = std::move(session_);
@@ -230,23 +309,10 @@ bool ZipLibrary::Commit(bool durable) {
       break;
     }
     const zip_error_t* err = zip_get_error(za);
-    const int code = zip_error_code_zip(err);
-    if (code == ZIP_ER_CANCELLED) lastCancelled_ = true;
-    // A source that became unreadable since it was staged fails the whole commit: leave it
-    // out and write the others.
-    bool dropped = false;
-    if (SourceError(code)) {
-      for (auto& st : s->staged) {
-        time_t mtime = 0;
-        if (st.source.empty() || ReadableFile(st.source, mtime)) continue;
-        if (st.replaced) zip_unchange(za, st.index);
-        else zip_delete(za, st.index);
-        failedSources_.push_back(st.source);
-        st.source.clear();
-        dropped = true;
-      }
-    }
-    if (!dropped) {
+    if (zip_error_code_zip(err) == ZIP_ER_CANCELLED) lastCancelled_ = true;
+    // A source that cannot be read, or changed while it was read, fails the whole commit:
+    // leave it out and write the others.
+    if (lastCancelled_ || !DropFailed(*s)) {
       flushError_ = ziphandle::ErrorText(err);
       return false;  // s->za discards: the archive stays as it was
     }
@@ -257,7 +323,31 @@ bool ZipLibrary::Commit(bool durable) {
     SyncFile(s->path, O_RDONLY);
     SyncFile(ParentOf(s->path), O_RDONLY | O_DIRECTORY);
   }
+  for (const auto& st : s->staged) {
+    if (!st.dropped) entriesWritten_.insert(s->key + "\n" + st.name);
+  }
+  CountWritten(*s, durable);
   return true;
+}
+
+// The sources whose entries the archive holds as they were read. Before sources are deleted
+// the archive is read back: an entry that is not there at the length read does not count.
+void ZipLibrary::CountWritten(Session& s, bool readBack) {
+  int err = 0;
+  ZipPtr za;
+  if (readBack && fs_.faults().Check(FaultOp::Open) == 0) {
+    za.reset(zip_open(s.path.c_str(), ZIP_RDONLY, &err));
+  }
+  for (const auto& st : s.staged) {
+    if (st.dropped || !st.state->read) continue;
+    zip_stat_t zs;
+    if (readBack && (!za || zip_stat(za.get(), st.name.c_str(), ZIP_FL_ENC_RAW, &zs) != 0 ||
+                     zs.size != st.state->read->size)) {
+      failedSources_.push_back({st.source, "The archive does not hold the file as it was read"});
+      continue;
+    }
+    writtenSources_.push_back({st.source, *st.state->read});
+  }
 }
 
 std::int32_t ZipLibrary::CheckZipFile(const std::string& archive, const std::string& password) {

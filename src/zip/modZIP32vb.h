@@ -4,8 +4,10 @@
 // the same path; the archive is written when Flush() commits it (or when a call names another
 // archive). libzip writes a temporary file beside the archive and renames it into place, so an
 // archive is either as it was or complete; a cancelled or failed commit leaves it as it was.
-// A staged source is read at commit time: callers that delete sources must wait for a
-// successful Flush() and leave out the files in FailedSources().
+// A staged source is read at commit time, through one descriptor; a source that cannot be read
+// or changes while it is read is left out of the archive (FailedSources()). Callers that delete
+// sources must wait for a successful Flush() and delete only the files of WrittenSources(), and
+// only while each is still the file that was read.
 //
 // What the values the engine passes mean here:
 //
@@ -13,13 +15,15 @@
 //   -----------------------------  --------------------------------------------------------------
 //   ZipFile mode, flags            The archive is created when missing, otherwise opened and
 //   ZipAddFile mode                added to: entries already in it are always kept, and an entry
-//     (0..7; 3; 4)                 of the same name from an earlier commit is replaced. Every
-//                                  value behaves so (4, the "add to an existing archive" policy,
-//                                  as much as 0 or 3): dropping an existing archive would lose
-//                                  the entries of earlier runs whose sources are gone.
-//   same entry name twice in one   The second file is refused (result 0): replacing the staged
-//     uncommitted archive          entry would drop the first file while its source may be
-//                                  deleted after the commit.
+//     (0..7; 3; 4)                 of the same name from an earlier run is replaced; with mode 4
+//                                  only when the source qualifies by the comparison StartZipRun
+//                                  named (result 0 otherwise). An entry holds one time, its
+//                                  modification time to the even second, which stands for the
+//                                  time compared. Dropping an existing archive would lose the
+//                                  entries of earlier runs whose sources are gone.
+//   same entry name twice in one   The second file is refused (result 0, LastRefusal() says
+//     run (StartZipRun)            why): replacing the entry would drop the first file while
+//                                  its source may be deleted already.
 //   password (ZipFile)             Non-empty: entries are written AES-256 encrypted. Kept for the
 //                                  ZipAddFile calls that follow.
 //   SetCompressionRate(rate)       Deflate level, clamped to 0..9; 0 stores.
@@ -32,7 +36,7 @@
 //     4                            replace it when the entry is newer than the file;
 //                                  a kept entry is listed in Kept(). Never replaced, whatever
 //                                  the mode: the archive being read, the archives named to
-//                                  StartRun, what an extraction since StartRun wrote.
+//                                  StartUnzipRun, what an extraction since then wrote.
 //   UnZipEx keepFolders            0: every file flat into the destination; else stored folders.
 //   UnZipEx filter                 Wildcards (* ?) against the entry's file name, without regard
 //                                  to ASCII case; "*.*" and "*" take every file; several
@@ -59,9 +63,12 @@
 #include <cstdint>
 #include <memory>
 #include <map>
+#include <set>
 #include <string>
 #include <utility>
 #include <vector>
+
+struct zip;
 
 namespace orvKestrel {
 
@@ -83,6 +90,17 @@ class ZipLibrary {
     std::string entry;
     std::string path;
   };
+  // A source the last Flush left out, and why.
+  struct SourceFailure {
+    std::string source;
+    std::string reason;
+    bool operator==(const SourceFailure&) const = default;
+  };
+  // A source the last Flush wrote into the archive, as it was read.
+  struct SourceRead {
+    std::string source;
+    FileIdentity read;
+  };
 
   explicit ZipLibrary(FileSystem& fs);
   ~ZipLibrary();
@@ -90,6 +108,18 @@ class ZipLibrary {
   ZipLibrary& operator=(const ZipLibrary&) = delete;
 
   void InitZip();
+  // A compression run begins: what it writes is never replaced by itself, and mode 4 compares
+  // by ExtFileTime and EFSelect (Exist0..Exist7).
+  void StartZipRun(std::int32_t extFileTime, std::int16_t selecter);
+  // Whether this run has written (or staged) entries in the archive.
+  bool WrittenThisRun(const std::string& archive);
+  // The next archive staged at this path starts empty and replaces the file there when it is
+  // committed (the policy that replaces an existing archive): until then the old one stays,
+  // and a commit that fails, or writes nothing, leaves it.
+  void ReplaceOnCommit(const std::string& archive) { replace_ = archive; }
+  // Why the last ZipFile or ZipAddFile refused its file to keep what this run wrote; "" when
+  // it did not refuse for that reason.
+  const std::string& LastRefusal() const { return lastRefusal_; }
   void SetCompressionRate(std::int32_t rate);
   void SaveFolderLocation(const std::string& base);
   // 1: the file is staged in the archive; 0: it is not.
@@ -116,8 +146,10 @@ class ZipLibrary {
   std::string OpenArchive() const;
   // Why the last Flush failed ("" when it did not).
   const std::string& FlushError() const { return flushError_; }
-  // Sources of the last Flush that could not be read at commit time and were left out.
-  const std::vector<std::string>& FailedSources() const { return failedSources_; }
+  // Sources of the last Flush that could not be read at commit time, or changed while they were
+  // read, and were left out.
+  const std::vector<SourceFailure>& FailedSources() const { return failedSources_; }
+  const std::vector<SourceRead>& WrittenSources() const { return writtenSources_; }
   // Whether the last commit or extraction ended because of CancelZip.
   bool LastCancelled() const { return lastCancelled_; }
   // Entries of the last UnZipEx that were not extracted because of an error.
@@ -127,14 +159,18 @@ class ZipLibrary {
   const FileIdentity& ArchiveRead() const { return archiveRead_; }
   // Starts a run over these archives: none of them, and nothing an extraction of the run
   // writes, is replaced by an extraction of the run.
-  void StartRun(const std::vector<FileIdentity>& sources);
+  void StartUnzipRun(const std::vector<FileIdentity>& sources);
   // Flushes everything the last UnZipEx wrote to disk (before its archive is deleted).
   void SyncExtracted();
 
  private:
   struct Session;
   Session* OpenSession(const std::string& archive);
-  std::int32_t Stage(const std::string& archive, const std::string& file);
+  std::int32_t Stage(const std::string& archive, const std::string& file, bool compare);
+  bool Qualifies(const std::string& file, struct zip* za, std::uint64_t index);
+  std::string ArchiveKey(const std::string& archive);
+  bool DropFailed(Session& s);
+  void CountWritten(Session& s, bool readBack);
   bool Commit(bool durable);
   bool PlaceStaged(Session& s);
 
@@ -145,7 +181,13 @@ class ZipLibrary {
   std::string base_;
   std::string password_;
   std::string flushError_;
-  std::vector<std::string> failedSources_;
+  std::vector<SourceFailure> failedSources_;
+  std::vector<SourceRead> writtenSources_;
+  std::set<std::string> entriesWritten_;  // archive key "\n" entry name, since StartZipRun
+  std::string lastRefusal_;
+  std::string replace_;
+  std::int32_t extFileTime_ = 1;
+  std::int16_t selecter_ = 0;
   bool lastCancelled_ = false;
   std::vector<EntryFailure> failures_;
   std::vector<EntryKept> kept_;

@@ -36,6 +36,15 @@ const Scenario kScenarios[] = {
     // (only the further files are); it stays where it is.
     {"compress", "Action=3\nSubFolder=1\nZipAll=0\nZipIntStruct=1\nZipDelComp=1\nExist=3\n",
      kSourceTree, {}, {}, {FaultOp::Open}},
+    // An archive per file, one of them added to under the newer-only policy: each source
+    // goes only once its own archive is written, and only as it was read. A file that cannot
+    // be opened gives a zero result, which this layout reports as "Ersetzt"; it stays.
+    {"compress_single",
+     "Action=3\nSubFolder=1\nZipAll=1\nZipExtStruct=1\nZipDelComp=1\nExist=4\nEFSelect=0\n"
+     "ExtFileTime=1\n",
+     kSourceTree, {{"src/a.txt", 1800000000}},
+     {{"dst/a.txt.zip", {{"a.txt", "old alpha\n"}, {"keep.txt", "kept\n"}}}},
+     {FaultOp::Open}},
     {"extract",
      "Action=4\nDestZipFolder=1\nDestZipFilter=*.*\nDestZipExist=3\nZipDelDeComp=1\n",
      {{"dst/a.txt", "old alpha\n"}}, {},

@@ -1,0 +1,180 @@
+// Sources that change while, or after, compression reads them: the archive never holds an
+// entry mixed of two states of a file, and a source is deleted only as it was read.
+#include "unit/ZipTestSupport.h"
+
+#include "zip/modZIP32vb.h"
+
+#include <gtest/gtest.h>
+
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <filesystem>
+#include <map>
+#include <optional>
+
+#include <zip.h>
+
+namespace orvKestrel {
+namespace {
+
+using namespace testing;
+namespace fs = std::filesystem;
+
+constexpr std::size_t kBig = 3u << 20;  // read in several steps
+
+// The entries of an archive with their contents (nullopt: no archive).
+std::optional<std::map<std::string, std::string>> Contents(const std::string& path) {
+  int err = 0;
+  zip_t* za = zip_open(path.c_str(), ZIP_RDONLY, &err);
+  if (za == nullptr) return std::nullopt;
+  std::map<std::string, std::string> out;
+  for (zip_int64_t i = 0; i < zip_get_num_entries(za, 0); ++i) {
+    const auto index = static_cast<zip_uint64_t>(i);
+    zip_stat_t st;
+    zip_stat_index(za, index, 0, &st);
+    std::string data(st.size, '\0');
+    zip_file_t* zf = zip_fopen_index(za, index, 0);
+    if (zf == nullptr || zip_fread(zf, data.data(), st.size) != static_cast<zip_int64_t>(st.size)) {
+      data = "<damaged>";
+    }
+    if (zf != nullptr) zip_fclose(zf);
+    out[st.name] = data;
+  }
+  zip_discard(za);
+  return out;
+}
+
+// Overwrites the middle of a file in place, as an editor saving over it would.
+void Scribble(const std::string& path) {
+  const int fd = ::open(path.c_str(), O_WRONLY);
+  ASSERT_GE(fd, 0);
+  ASSERT_EQ(::pwrite(fd, "NEW!", 4, kBig / 2), 4);
+  ::close(fd);
+}
+
+class ChangingSources : public ::testing::Test, public ZipEngine {
+ protected:
+  bool HasLine(const std::string& text) const {
+    const Lines t = ev.Texts();
+    return std::find(t.begin(), t.end(), text) != t.end();
+  }
+  // Acts once, at the n-th call of op.
+  void At(FaultOp op, int n, std::function<void()> act) {
+    e.fs.faults().Disarm();  // counts from now
+    e.fs.faults().onCall = [op, n, act](FaultOp o, int call) {
+      if (o == op && call == n) act();
+    };
+  }
+};
+
+// A file rewritten while the commit reads it is left out of the archive (which keeps what it
+// held for it), named in an error line and kept; the other files are packed and deleted.
+TEST_F(ChangingSources, AFileChangedWhileItIsReadIsNotStoredNorDeleted) {
+  for (const CheckState zipAll : {0, 1}) {
+    SCOPED_TRACE(zipAll);
+    fs::remove_all(j.To);
+    fs::create_directories(j.To);
+    j.ZipAll = zipAll;
+    j.ZipExtStruct = 1;  // big.bin.zip in "Single" mode
+    j.Exist = 4;
+    j.EFSelect = 0;
+    const std::string big = Src("big.bin", std::string(kBig, 'o'));
+    SetModified(big, 1700000000);
+    files = {big};
+    e.Zip_Files(files, j);  // an earlier run stored the old big.bin
+    const std::string archive = Out(zipAll == 0 ? "job.zip" : "big.bin.zip");
+    const auto before = Contents(archive);
+    ASSERT_TRUE(before);
+
+    WriteFile(big, std::string(kBig, 'n'));
+    SetModified(big, 1700000010);  // newer than the entry; the scribble moves it to now
+    const std::string other = Src("other.txt", "other");
+    files = {big, other};
+    j.ZipDelComp = 1;
+    ev.lines.clear();
+    e.jobError = false;
+    At(FaultOp::Read, 2, [&] { Scribble(big); });  // the second step of the big file
+    e.Zip_Files(files, j);
+    e.fs.faults().onCall = nullptr;
+
+    EXPECT_TRUE(HasLine("job: Fehler: The file changed while it was read - " + big))
+        << ::testing::PrintToString(ev.Texts());
+    EXPECT_TRUE(e.jobError);
+    const auto after = Contents(archive);
+    ASSERT_TRUE(after);
+    EXPECT_EQ(after->at("big.bin"), before->at("big.bin"));
+    EXPECT_EQ(fs::file_size(big), kBig);
+    EXPECT_FALSE(Exists(other));
+    const std::string otherArchive = zipAll == 0 ? archive : Out("other.txt.zip");
+    EXPECT_EQ(Contents(otherArchive).value_or(std::map<std::string, std::string>{})["other.txt"],
+              "other");
+  }
+}
+
+// A line appended after the commit read the file, before it is deleted: the file is kept.
+TEST_F(ChangingSources, AFileChangedAfterItWasReadIsKept) {
+  for (const CheckState zipAll : {0, 1}) {
+    SCOPED_TRACE(zipAll);
+    fs::remove_all(j.To);
+    fs::create_directories(j.To);
+    j.ZipAll = zipAll;
+    j.ZipDelComp = 1;
+    const std::string a = Src("a.txt", "line 1\n");
+    const std::string b = Src("b.txt", "b");
+    files = {a, b};
+    ev.lines.clear();
+    At(FaultOp::Unlink, 1, [&] { WriteFile(a, "line 1\nline 2\n"); });
+    e.Zip_Files(files, j);
+    e.fs.faults().onCall = nullptr;
+    EXPECT_EQ(ReadFile(a), "line 1\nline 2\n");
+    EXPECT_TRUE(HasLine("Fehler: The file changed after it was read and was kept - " + a))
+        << ::testing::PrintToString(ev.Texts());
+    const std::string deleted = (zipAll == 0 ? "job: Gelöscht: " : "Gelöscht: ");
+    EXPECT_FALSE(HasLine(deleted + a));
+    EXPECT_TRUE(HasLine(deleted + b));
+    EXPECT_FALSE(Exists(b));
+  }
+}
+
+// The archive replaced between its commit and the deletion of its sources: they are kept.
+TEST_F(ChangingSources, SourcesStayUnlessTheArchiveHoldsThemAsRead) {
+  j.ZipAll = 1;
+  j.ZipDelComp = 1;
+  const std::string a = Src("a.txt", "a");
+  files = {a};
+  // Opens: the file when staged, when read, then the archive read back.
+  At(FaultOp::Open, 3, [&] { WriteFile(Out("a.zip"), "not an archive any more"); });
+  e.Zip_Files(files, j);
+  e.fs.faults().onCall = nullptr;
+  EXPECT_TRUE(Exists(a));
+  EXPECT_TRUE(HasLine("job: Fehler: The archive does not hold the file as it was read - " + a))
+      << ::testing::PrintToString(ev.Texts());
+}
+
+// Policy 3 replaces an existing archive: a run whose archive cannot be written keeps the old
+// one (its sources may be long gone) and its own sources.
+TEST_F(ChangingSources, AFailedReplacementKeepsTheOldArchive) {
+  for (const CheckState zipAll : {0, 1}) {
+    SCOPED_TRACE(zipAll);
+    j.ZipAll = zipAll;
+    j.ZipDelComp = 1;
+    const std::string archive = zipAll == 0 ? Archive() : Out("a.zip");
+    j.Exist = 0;
+    files = {Src("a.txt", "old")};
+    e.Zip_Files(files, j);
+    const auto before = Contents(archive);
+    ASSERT_TRUE(before);
+    j.Exist = 3;
+    files = {Src("a.txt", "new")};
+    e.fs.faults().Arm(FaultOp::Write, 1, ENOSPC);  // the commit's writing
+    e.Zip_Files(files, j);
+    e.fs.faults().Disarm();
+    EXPECT_EQ(Contents(archive), before);
+    EXPECT_EQ(ReadFile(files[0]), "new");
+    EXPECT_TRUE(TempLeftovers(j.To).empty());
+  }
+}
+
+}  // namespace
+}  // namespace orvKestrel

@@ -1,0 +1,116 @@
+// Copy, move and delete jobs in the places where a careless engine loses the only copy of a
+// file: a destination that is the source under another name, links planted in the destination,
+// a trash below the walked folder, a trash that cannot be made.
+#include "e2e/E2eSupport.h"
+
+#include <sys/mount.h>
+
+#include <cstring>
+#include <optional>
+
+namespace e2e {
+namespace {
+
+// A mount made for one test and undone when it ends, whatever happened in between.
+class Mount {
+ public:
+  // A bind mount of from at at (at must exist); a tmpfs at at when from is empty.
+  Mount(const fs::path& from, const fs::path& at) : at_(at) {
+    ok_ = from.empty() ? ::mount("kestrel-test", at.c_str(), "tmpfs", 0, nullptr) == 0
+                       : ::mount(from.c_str(), at.c_str(), nullptr, MS_BIND, nullptr) == 0;
+  }
+  ~Mount() {
+    if (ok_) ::umount2(at_.c_str(), MNT_DETACH);
+  }
+  Mount(const Mount&) = delete;
+  Mount& operator=(const Mount&) = delete;
+  bool ok() const { return ok_; }
+
+ private:
+  fs::path at_;
+  bool ok_ = false;
+};
+
+class Safety : public JobFolderTest {
+ protected:
+  // A job due at every pass from From to To (not the fixture's folders when given).
+  void Job(const std::string& keys, const fs::path& from = {}, const fs::path& to = {}) {
+    Put(dir_ / "jobs/a.kjb", "[Job]\nName=a\nFrom=" + (from.empty() ? src() : from).string() +
+                                 "\nTo=" + (to.empty() ? dst() : to).string() +
+                                 "\nCounter=1\nInterval=1\n" + keys + "DoPreview=0\n");
+  }
+  RunResult Run(std::vector<std::pair<std::string, std::string>> env = {}) {
+    if (env.empty()) env = {{"XDG_DATA_HOME", (dir_ / "xdg").string()}};
+    return RunJobs({}, {"", "", std::move(env)});
+  }
+  static std::vector<std::string> Errors(const RunResult& r) {
+    std::vector<std::string> out;
+    for (const auto& j : LogEvents(r.out)) {
+      if (j["MsgID"] == 10) out.push_back(j["LogMsg"]);
+    }
+    return out;
+  }
+};
+
+// To reaches From's own files under their own names: deleting or replacing "the other one"
+// would destroy the only copy. Every policy that deletes or replaces refuses the file with an
+// error line; the others act harmlessly. The preview names the same refusals.
+TEST_F(Safety, ADestinationThatIsTheSourceItselfNeverCostsTheFile) {
+  enum class Way { HardLink, LinkedFolder, BindMount };
+  const struct {
+    const char* keys;
+    bool refused;
+  } rows[] = {
+      {"Action=0\nExist=0\n", false},          {"Action=0\nExist=1\n", true},
+      {"Action=0\nExist=2\nPickRenamer=1\n", false}, {"Action=0\nExist=3\n", true},
+      {"Action=0\nExist=4\nEFSDelete=1\n", true}, {"Action=0\nExist=4\nEFSDelete=0\n", false},
+      {"Action=1\nExist=0\n", false},          {"Action=1\nExist=1\n", true},
+      {"Action=1\nExist=2\nPickRenamer=1\n", false}, {"Action=1\nExist=3\n", true},
+      {"Action=1\nExist=4\nEFSDelete=1\n", true}, {"Action=5\nExist=3\n", true},
+  };
+  for (const Way way : {Way::HardLink, Way::LinkedFolder, Way::BindMount}) {
+    for (const auto& row : rows) {
+      for (const bool preview : {true, false}) {
+        SCOPED_TRACE(std::string(row.keys) + " way " + std::to_string(static_cast<int>(way)) +
+                     (preview ? " preview" : ""));
+        fs::remove_all(src());
+        fs::remove_all(dir_ / "to");
+        Put(src() / "a.txt", "the only copy", 1'600'000'000);
+        fs::path to = dir_ / "to";
+        std::optional<Mount> bind;
+        if (way == Way::HardLink) {
+          fs::create_directories(to);
+          fs::create_hard_link(src() / "a.txt", to / "a.txt");
+        } else if (way == Way::LinkedFolder) {
+          fs::create_directory_symlink(src(), to);
+        } else {
+          fs::create_directories(to);
+          bind.emplace(src(), to);
+          if (!bind->ok()) GTEST_SKIP() << "no bind mount here: " << std::strerror(errno);
+        }
+        Job(std::string(row.keys) + (preview ? "DoPreview=1\n" : ""), src(), to);
+        const RunResult r = RunJobs(preview ? std::vector<std::string>{"--preview-jobs"}
+                                            : std::vector<std::string>{});
+        const auto errors = Errors(r);
+        const bool named = !errors.empty() &&
+                           errors[0].find("same file") != std::string::npos &&
+                           errors[0].find(S("a.txt")) != std::string::npos;
+        EXPECT_EQ(named, row.refused) << r.out;
+        if (!preview) {
+          EXPECT_EQ(r.exitCode, row.refused ? 1 : 0);
+        }
+        bool kept = false;
+        for (const auto& root : {src(), to}) {
+          for (const auto& [rel, data] : Files(root)) kept = kept || data == "the only copy";
+        }
+        EXPECT_TRUE(kept);
+        if (preview || row.refused) {
+          EXPECT_EQ(Get(src() / "a.txt"), "the only copy");
+        }
+      }
+    }
+  }
+}
+
+}  // namespace
+}  // namespace e2e

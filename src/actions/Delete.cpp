@@ -18,12 +18,15 @@ void LogDeleteError(Engine& e, const std::string& path) {
 }
 
 // Deletes one file permanently (forced) or into the recycle bin, logs message msg and, with
-// folders 1, removes the folders it leaves empty.
+// folders 1, removes the folders it leaves empty. A permanent deletion of a file seen before
+// (a source after its action) removes it only while it is still as seen.
 void DeleteOne(Engine& e, const std::string& path, job& job, CheckState toBin, CheckState folders,
-               int msg) {
+               int msg, const FileIdentity* seen = nullptr) {
   try {
     if (toBin == 1) {
       e.Kill(path);  // a failed recycle is not an error of its own
+    } else if (seen != nullptr) {
+      e.fs.DeleteVerified(path, *seen, true);
     } else {
       e.fs.DeleteFile(path, true);
     }
@@ -40,10 +43,10 @@ void DeleteOne(Engine& e, const std::string& path, job& job, CheckState toBin, C
 }
 
 void DeleteSingle(Engine& e, const std::string& path, job& job, CheckState toBin,
-                  CheckState folders, int msg) {
+                  CheckState folders, int msg, const FileIdentity* seen = nullptr) {
   e.Yield();
   if (path.empty()) return;
-  DeleteOne(e, path, job, toBin, folders, msg);
+  DeleteOne(e, path, job, toBin, folders, msg, seen);
 }
 
 void DeleteList(Engine& e, FileList& list, job& job, int msg) {
@@ -79,6 +82,13 @@ void Engine::DeleteSourceFile(const std::string& sArray, job& job) {
   Proc p(trap, "clsKestrel", "Sub DeleteSourceFile",
          [&] { return ParamText({{"sArray", sArray}, {"job", kJobParam}}); });
   DeleteSingle(*this, sArray, job, job.DelTypeSource, job.DelEFolSource, 36);
+}
+
+void Engine::DeleteSourceFileAsSeen(const std::string& sArray, job& job,
+                                    const FileIdentity& seen) {
+  Proc p(trap, "clsKestrel", "Sub DeleteSourceFile",
+         [&] { return ParamText({{"sArray", sArray}, {"job", kJobParam}}); });
+  DeleteSingle(*this, sArray, job, job.DelTypeSource, job.DelEFolSource, 36, &seen);
 }
 
 void Engine::DeleteZipSourceFile(const std::string& sArray, job& job) {

@@ -11,6 +11,7 @@
 
 #include <cerrno>
 #include <cstdio>
+#include <optional>
 
 namespace orvKestrel::actions {
 namespace {
@@ -51,10 +52,11 @@ class FileTransfer {
     return e_.NoRoomFor(src_, Copying() ? "copy" : "move", dest_, replacing);
   }
 
-  // The overwrite flag matters to the copy only: a move never replaces.
+  // The overwrite flag matters to the copy only: a move never replaces. The copy tells the
+  // source as it read it: a later deletion of the source removes only that.
   void Transfer(bool overwrite) {
     if (Copying()) {
-      e_.fs.CopyFile(src_, dest_, overwrite);
+      read_ = e_.fs.CopyFile(src_, dest_, overwrite);
     } else {
       e_.fs.MoveFile(src_, dest_);
     }
@@ -62,7 +64,32 @@ class FileTransfer {
 
   void SetAttributes() {
     e_.SetDestAttributes(dest_, job_);
-    if (Copying()) e_.SetSourceAttributes(src_, job_);
+    if (!Copying()) return;
+    e_.SetSourceAttributes(src_, job_);
+    if (read_ && job_.EFSDelete == 1 && ChangesSourceAttributes()) OwnAttributesSet();
+  }
+
+  bool ChangesSourceAttributes() const {
+    return (job_.AttrSetSource == 0 || job_.AttrSetSource == 1) &&
+           (job_.AttrArchive2 == 1 || job_.AttrHidden2 == 1 || job_.AttrReadOnly2 == 1 ||
+            job_.AttrSystem2 == 1);
+  }
+
+  // Setting the source's attributes changed its change time; its contents stay verified by
+  // everything else that the copy read.
+  void OwnAttributesSet() {
+    const FileIdentity now = e_.fs.Identify(src_);
+    if (now.SameObject(*read_) && now.size == read_->size && now.modifiedNs == read_->modifiedNs) {
+      read_ = now;
+    }
+  }
+
+  // The source as the policy sees it before deleting it. Refused when the destination is the
+  // source itself under another name: deleting the one would delete the other.
+  FileIdentity SeenSource() {
+    const FileIdentity seen = e_.fs.Identify(src_);
+    if (seen.SameObject(e_.fs.Identify(dest_))) RefuseSameFile(e_, src_, src_);
+    return seen;
   }
 
   void LogLine(int n) { e_.Log(n, e_.T(n) + src_ + e_.T(14) + dest_, true, true, false, false); }
@@ -103,8 +130,8 @@ class FileTransfer {
       TransferNew(false, true);
       return;
     }
-    RefuseSameFile(e_, src_, dest_);  // deleting the source would delete the destination
-    e_.DeleteSourceFile(src_, job_);
+    const FileIdentity seen = SeenSource();
+    e_.DeleteSourceFileAsSeen(src_, job_, seen);
     e_.Log(36, e_.T(36) + src_, true, true, false, false);
   }
 
@@ -133,15 +160,16 @@ class FileTransfer {
       return true;
     }
     const bool efsDelete = job_.EFSDelete == 1;
-    if (efsDelete) RefuseSameFile(e_, src_, dest_);
+    std::optional<FileIdentity> seen;
+    if (efsDelete) seen = SeenSource();
     if (CheckExist(e_.fs, e_.trap, src_, dest_, static_cast<std::int16_t>(job_.ExtFileTime),
                    job_.EFSelect)) {
       Replace();
     } else {
-      if (!Copying() && efsDelete) e_.fs.DeleteFile(src_, true);
+      if (!Copying() && efsDelete) e_.fs.DeleteVerified(src_, *seen, true);
       LogLine(45);
     }
-    if (Copying() && efsDelete) e_.fs.DeleteFile(src_, true);
+    if (Copying() && efsDelete) e_.fs.DeleteVerified(src_, read_.value_or(*seen), true);
     return true;
   }
 
@@ -151,6 +179,7 @@ class FileTransfer {
   const std::string& src_;
   std::string dest_;
   bool destExists_ = false;  // looked at once, before the policy acts
+  std::optional<FileIdentity> read_;  // the source as the copy read it
 };
 
 void LogError(Engine& e, const job& job, Kind kind, const std::string& src) {

@@ -133,6 +133,9 @@ class Engine {
   // ----- delete and folder clean-up (actions/Delete.cpp) -----
   bool Kill(const std::string& Files);
   void DeleteSourceFile(const std::string& sArray, job& job);
+  // DeleteSourceFile, but a permanent deletion happens only while the path still names the
+  // file as seen.
+  void DeleteSourceFileAsSeen(const std::string& sArray, job& job, const FileIdentity& seen);
   void DeleteZipSourceFile(const std::string& sArray, job& job);
   void DeleteFile(const std::string& sArray, job& job);
   void DeleteFiles(FileList& sArray, job& job);

@@ -6,6 +6,8 @@
 #include "platform/Paths.h"
 #include "platform/SysError.h"
 
+#include <cerrno>
+
 namespace orvKestrel {
 namespace {
 
@@ -24,7 +26,13 @@ void DeleteOne(Engine& e, const std::string& path, job& job, CheckState toBin, C
                int msg, const FileIdentity* seen = nullptr) {
   try {
     if (toBin == 1) {
-      e.Kill(path);  // a failed recycle is not an error of its own
+      std::string failure;
+      if (!e.Kill(path, &failure)) {
+        // Logged as deleted, as it always was; the error line after it tells the truth, and
+        // the job ends with its error.
+        e.Log(msg, e.T(msg) + path, true, true, false, false);
+        throw KestrelError(EIO, failure);
+      }
     } else if (seen != nullptr) {
       e.fs.DeleteVerified(path, *seen, true);
     } else {
@@ -64,7 +72,7 @@ void DeleteList(Engine& e, FileList& list, job& job, int msg) {
 
 }  // namespace
 
-bool Engine::Kill(const std::string& Files) {
+bool Engine::Kill(const std::string& Files, std::string* failure) {
   Proc p(trap, "clsKestrel", "Function Kill", [&] {
     return ParamText({{"Files", Files}, {"AllowUndo", Opt("True")}, {"ShowProgress", Opt("False")},
                       {"Confirmation", Opt("False")}, {"Simple", Opt("True")},
@@ -73,7 +81,8 @@ bool Engine::Kill(const std::string& Files) {
   try {
     fs.Trash(Files);
     return true;
-  } catch (const KestrelError&) {
+  } catch (const KestrelError& err) {
+    if (failure != nullptr) *failure = "Not moved to the trash: " + err.Description();
     return false;
   }
 }

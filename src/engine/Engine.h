@@ -131,7 +131,8 @@ class Engine {
                  bool replacing);
 
   // ----- delete and folder clean-up (actions/Delete.cpp) -----
-  bool Kill(const std::string& Files);
+  // failure, when given, receives why the recycle did not happen.
+  bool Kill(const std::string& Files, std::string* failure = nullptr);
   void DeleteSourceFile(const std::string& sArray, job& job);
   // DeleteSourceFile, but a permanent deletion happens only while the path still names the
   // file as seen.

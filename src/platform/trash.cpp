@@ -59,11 +59,18 @@ std::string TopFolder(std::string folder, dev_t dev) {
   return folder;
 }
 
+// Only below a home that exists: without one (unset, or the name of nothing, as the homes of
+// service accounts often are) no trash is made, and a recycle fails instead of building a home
+// of its own. A data folder named explicitly is made as needed, as such folders are.
 std::string HomeTrash() {
   const char* xdg = std::getenv("XDG_DATA_HOME");
   if (xdg != nullptr && xdg[0] == '/') return paths::BuildPath(xdg, "Trash");
   const char* home = std::getenv("HOME");
-  if (home == nullptr || home[0] != '/') ThrowSys(ENOENT);
+  struct stat st {};
+  if (home == nullptr || home[0] != '/' || ::stat(home, &st) != 0 || !S_ISDIR(st.st_mode)) {
+    throw KestrelError(ENOENT, home == nullptr ? std::string("No trash: HOME is not set")
+                                               : std::string("No trash: no home folder ") + home);
+  }
   return paths::BuildPath(home, ".local/share/Trash");
 }
 

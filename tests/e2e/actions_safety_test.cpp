@@ -112,5 +112,48 @@ TEST_F(Safety, ADestinationThatIsTheSourceItselfNeverCostsTheFile) {
   }
 }
 
+// Sets or removes an environment variable of this process (and so of the children it
+// starts) for the life of the object.
+class EnvScope {
+ public:
+  EnvScope(const char* name, const char* value) : name_(name) {
+    if (const char* old = std::getenv(name)) old_ = old;
+    value == nullptr ? ::unsetenv(name) : ::setenv(name, value, 1);
+  }
+  ~EnvScope() { old_ ? ::setenv(name_, old_->c_str(), 1) : ::unsetenv(name_); }
+  EnvScope(const EnvScope&) = delete;
+  EnvScope& operator=(const EnvScope&) = delete;
+
+ private:
+  const char* name_;
+  std::optional<std::string> old_;
+};
+
+// Without a home no trash is made (not even a home of its own): every file stays, is logged
+// as deleted as it always was, then named by an error line, and the run exits 1.
+TEST_F(Safety, ATrashThatCannotBeMadeIsReportedPerFile) {
+  const std::string nowhere = (dir_ / "no home").string();
+  for (const char* home : {static_cast<const char*>(nullptr), "", "relative", nowhere.c_str()}) {
+    SCOPED_TRACE(home == nullptr ? "unset" : home);
+    const EnvScope noData("XDG_DATA_HOME", nullptr);
+    const EnvScope noHome("HOME", home);
+    for (int i = 0; i < 3; ++i) Put(src() / ("f" + std::to_string(i) + ".txt"), "keep me");
+    Job("Action=2\nDelType=1\n");
+    const RunResult r = RunJobs();
+    EXPECT_EQ(r.exitCode, 1);
+    EXPECT_EQ(Files(src()).size(), 3u);
+    EXPECT_FALSE(fs::exists(nowhere));
+    const auto lines = LogTexts(r.out);
+    const auto errors = Errors(r);
+    ASSERT_EQ(errors.size(), 3u) << r.out;
+    for (int i = 0; i < 3; ++i) {
+      const std::string f = S("f" + std::to_string(i) + ".txt");
+      EXPECT_TRUE(Has(lines, "Quelle gelöscht (Datei existiert): " + f));
+      EXPECT_TRUE(std::any_of(errors.begin(), errors.end(),
+                              [&](const std::string& e) { return e.ends_with(" - " + f); }));
+    }
+  }
+}
+
 }  // namespace
 }  // namespace e2e

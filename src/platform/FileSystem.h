@@ -148,7 +148,12 @@ class FileSystem {
   bool SameFile(const std::string& a, const std::string& b);
 
   // --- recycle bin (trash.cpp) ---
+  // Refuses a file that lies in the trash it would go to.
   void Trash(const std::string& path);
+  // Whether the folder path (named name in its parent) is a trash: the home trash, or a
+  // ".Trash" or ".Trash-<uid>" at the top of a file system. Told by identity and position; only
+  // a folder with such a name costs a look.
+  bool IsTrashFolder(const std::string& path, std::string_view name);
 
   // --- drives (drives.cpp) ---
   std::string DriveName(const std::string& path);    // the mount point that holds path

@@ -155,5 +155,51 @@ TEST_F(Safety, ATrashThatCannotBeMadeIsReportedPerFile) {
   }
 }
 
+// Every file below root/trash (links not followed), relative to root.
+std::map<std::string, std::string> TrashFiles(const fs::path& root, const std::string& trash) {
+  std::map<std::string, std::string> out;
+  for (const auto& [rel, data] : Files(root / trash)) out[trash + "/" + rel] = data;
+  return out;
+}
+
+// A delete job into the trash over a folder that holds its own trash: the second run leaves
+// the trash alone (its restore records above all), and takes folders that only bear a trash's
+// name elsewhere.
+TEST_F(Safety, ARecyclingRunNeverWalksItsOwnTrash) {
+  const std::string uid = std::to_string(::getuid());
+  const fs::path home = dir_ / "home";
+  const fs::path mnt = dir_ / "mnt";
+  fs::create_directories(home);
+  fs::create_directories(mnt);
+  Mount tmpfs({}, mnt);
+  if (!tmpfs.ok()) GTEST_SKIP() << "no tmpfs mount here: " << std::strerror(errno);
+  const struct {
+    const char* what;
+    fs::path from;
+    std::string trash, decoy;
+  } rows[] = {
+      {"top of a file system", mnt, ".Trash-" + uid, "sub/.Trash-" + uid},
+      {"home", home, ".local/share/Trash", "sub/Trash"},
+  };
+  for (const auto& row : rows) {
+    SCOPED_TRACE(row.what);
+    Put(row.from / "a.txt", "a");
+    Put(row.from / row.decoy / "b.txt", "b");
+    Job("Action=2\nDelType=1\nSubFolder=1\n", row.from);
+    const std::vector<std::pair<std::string, std::string>> env{{"HOME", home.string()}};
+    const EnvScope noData("XDG_DATA_HOME", nullptr);
+    ASSERT_EQ(Run(env).exitCode, 0);
+    const auto first = TrashFiles(row.from, row.trash);
+    ASSERT_EQ(first.size(), 4u);  // two files and their restore records
+    Put(row.from / "c.txt", "c");
+    const RunResult r = Run(env);
+    EXPECT_EQ(r.exitCode, 0);
+    const auto second = TrashFiles(row.from, row.trash);
+    for (const auto& [rel, data] : first) EXPECT_EQ(second.count(rel) ? second.at(rel) : "", data) << rel;
+    EXPECT_EQ(second.size(), 6u);
+    EXPECT_EQ(Errors(r).size(), 0u) << r.out;
+  }
+}
+
 }  // namespace
 }  // namespace e2e

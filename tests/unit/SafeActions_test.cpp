@@ -70,5 +70,17 @@ TEST_F(SafeActions, ASourceWrittenToBeforeItsDeletionIsKept) {
   }
 }
 
+// A run that starts inside the trash (From names it) must not trash the trash again.
+TEST_F(SafeActions, AFileInItsTrashIsNotTrashedAgain) {
+  const ScopedEnv xdg("XDG_DATA_HOME", tmp / "xdg");
+  engine.fs.Trash(Source("a.txt", "a"));
+  const std::string trashed = tmp / "xdg/Trash/files/a.txt";
+  for (const std::string& path : {trashed, tmp / "xdg/Trash/info/a.txt.trashinfo"}) {
+    EXPECT_THROW(engine.fs.Trash(path), KestrelError);
+    EXPECT_TRUE(Exists(path));
+  }
+  EXPECT_EQ(ReadFile(trashed), "a");
+}
+
 }  // namespace
 }  // namespace orvKestrel::testing

@@ -11,6 +11,7 @@
 
 #include <cerrno>
 #include <cstdio>
+#include <memory>
 #include <optional>
 
 namespace orvKestrel::actions {
@@ -20,14 +21,50 @@ using paths::BuildPath;
 using paths::GetFileName;
 using paths::ReplaceAll;
 
+std::string WithoutTrailingSlash(std::string path) {
+  while (path.size() > 1 && path.back() == '/') path.pop_back();
+  return path;
+}
+
+// The destination folder of the last file, kept open for the next files of the same folder.
+// Each is reached from the job's destination without following a link below it.
+class DestFolders {
+ public:
+  std::shared_ptr<const DestFolder> Open(FileSystem& fs, const std::string& root,
+                                         const std::string& folder, bool create) {
+    const std::string key = WithoutTrailingSlash(folder);
+    if (last_ && key == folder_ && root == root_ && removals_ == fs.FolderRemovals()) {
+      return last_;
+    }
+    last_.reset();
+    const std::string sub = RelativeTo(key, root);
+    // A folder that the renaming moved out of the destination is taken as named.
+    const bool beneath = !sub.empty() || key == WithoutTrailingSlash(root);
+    last_ = beneath ? fs.OpenBeneath(root, sub, create) : fs.OpenBeneath(key, "", false);
+    folder_ = key;
+    root_ = root;
+    removals_ = fs.FolderRemovals();
+    return last_;
+  }
+  void Forget() { last_.reset(); }
+
+ private:
+  std::shared_ptr<const DestFolder> last_;
+  std::string folder_, root_;
+  std::uint64_t removals_ = 0;
+};
+
 class FileTransfer {
  public:
-  FileTransfer(Engine& e, job& job, Kind kind, const std::string& src)
-      : e_(e), job_(job), kind_(kind), src_(src) {}
+  FileTransfer(Engine& e, job& job, Kind kind, const std::string& src, DestFolders& folders)
+      : e_(e), job_(job), kind_(kind), src_(src), folders_(folders) {}
 
   void Run() {
     if (e_.fileTime) e_.ReadSourceFileTime(src_);
-    const std::string folder = job_.FStruct == 1 ? e_.HandleFolders(src_, job_) : job_.To;
+    // The levels below To are made (or found) without following links; the path text is the
+    // one the folder structure gives.
+    const std::string folder = job_.FStruct == 1 ? e_.HandlePreviewFolders(src_, job_) : job_.To;
+    folders_.Open(e_.fs, job_.To, folder, true);
     dest_ = BuildPath(folder, GetFileName(src_));
     destExists_ = e_.fs.FileExists(dest_);
     bool writeTimes = true;
@@ -55,11 +92,17 @@ class FileTransfer {
   // The overwrite flag matters to the copy only: a move never replaces. The copy tells the
   // source as it read it: a later deletion of the source removes only that.
   void Transfer(bool overwrite) {
+    const auto into = DestFolderOf();
     if (Copying()) {
-      read_ = e_.fs.CopyFile(src_, dest_, overwrite);
+      read_ = e_.fs.CopyFile(src_, *into, GetFileName(dest_), overwrite);
     } else {
-      e_.fs.MoveFile(src_, dest_);
+      e_.fs.MoveFile(src_, *into, GetFileName(dest_));
     }
+  }
+
+  // The folder of dest_, opened beneath To (the renaming may have changed its text).
+  std::shared_ptr<const DestFolder> DestFolderOf() {
+    return folders_.Open(e_.fs, job_.To, paths::GetParentFolderName(dest_), false);
   }
 
   void SetAttributes() {
@@ -110,7 +153,7 @@ class FileTransfer {
   // loses it (the source survives).
   void Replace() {
     RefuseSameFile(e_, src_, dest_);
-    if (!Copying()) e_.fs.DeleteFile(dest_, true);
+    if (!Copying()) e_.fs.DeleteFile(*DestFolderOf(), GetFileName(dest_), true);
     Transfer(true);
     if (!Copying() && job_.Exist == 3 && job_.FStruct == 1) e_.CheckEmptyFolder(src_, job_);
     SetAttributes();
@@ -177,6 +220,7 @@ class FileTransfer {
   job& job_;
   Kind kind_;
   const std::string& src_;
+  DestFolders& folders_;
   std::string dest_;
   bool destExists_ = false;  // looked at once, before the policy acts
   std::optional<FileIdentity> read_;  // the source as the copy read it
@@ -218,6 +262,7 @@ void TransferFiles(Engine& e, FileList& sArray, job& job, Kind kind) {
   const std::string suffix = job.OnlyCompare == 1 ? " (" + e.T(88) + ")" : "";
   LogCount(e, sArray.size(), suffix);
   const auto n = static_cast<std::int32_t>(sArray.size()) - 1;
+  DestFolders folders;
   for (std::int32_t i = 0; i <= n; ++i) {
     e.KestrelCounter(n, i);
     e.Yield();
@@ -225,8 +270,9 @@ void TransferFiles(Engine& e, FileList& sArray, job& job, Kind kind) {
     const std::string& src = sArray[static_cast<std::size_t>(i)];
     try {
       const FileSystem::StatusScope once(e.fs);
-      FileTransfer(e, job, kind, src).Run();
+      FileTransfer(e, job, kind, src, folders).Run();
     } catch (...) {
+      folders.Forget();  // the folder may be what failed
       LogError(e, job, kind, src);
     }
   }

@@ -201,5 +201,43 @@ TEST_F(Safety, ARecyclingRunNeverWalksItsOwnTrash) {
   }
 }
 
+// A link planted below To (To/sub -> a folder elsewhere): copy, move and synchronisation keep
+// the folder structure without writing through it, at any depth below the link; the file is
+// refused with an error line that names the link, its preview names it too, and the rest of
+// the list goes on.
+TEST_F(Safety, WritesStayInsideTheDestinationWhateverLinksWerePlantedThere) {
+  const fs::path elsewhere = dir_ / "elsewhere";
+  for (const char* keys : {"Action=0\n", "Action=1\n", "Action=5\n"}) {
+    for (const bool preview : {true, false}) {
+      SCOPED_TRACE(std::string(keys) + (preview ? " preview" : ""));
+      fs::remove_all(src());
+      fs::remove_all(dst());
+      fs::remove_all(elsewhere);
+      Put(elsewhere / "a.txt", "victim");
+      Put(src() / "sub/a.txt", "intruder");
+      Put(src() / "sub/deeper/b.txt", "intruder");
+      Put(src() / "other/c.txt", "c");
+      fs::create_directories(dst());
+      fs::create_directory_symlink(elsewhere, dst() / "sub");
+      Job(std::string(keys) + "Exist=3\nSubFolder=1\nFStruct=1\n" +
+          (preview ? "DoPreview=1\n" : ""));
+      const RunResult r =
+          RunJobs(preview ? std::vector<std::string>{"--preview-jobs"} : std::vector<std::string>{});
+      EXPECT_EQ(Files(elsewhere), (std::map<std::string, std::string>{{"a.txt", "victim"}}));
+      const auto errors = Errors(r);
+      ASSERT_EQ(errors.size(), 2u) << r.out;
+      for (const auto& e : errors) {
+        EXPECT_NE(e.find("goes through a link: " + D("sub")), std::string::npos) << e;
+      }
+      EXPECT_EQ(Get(src() / "sub/a.txt"), "intruder");
+      EXPECT_EQ(Get(src() / "sub/deeper/b.txt"), "intruder");
+      if (!preview) {
+        EXPECT_EQ(r.exitCode, 1);
+        EXPECT_EQ(Get(dst() / "other/c.txt"), "c");
+      }
+    }
+  }
+}
+
 }  // namespace
 }  // namespace e2e

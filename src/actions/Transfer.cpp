@@ -131,7 +131,7 @@ class FileTransfer {
   // source itself under another name: deleting the one would delete the other.
   FileIdentity SeenSource() {
     const FileIdentity seen = e_.fs.Identify(src_);
-    if (seen.SameObject(e_.fs.Identify(dest_))) RefuseSameFile(e_, src_, src_);
+    if (seen.SameObject(e_.fs.Identify(dest_))) ThrowSameFile();
     return seen;
   }
 
@@ -360,9 +360,9 @@ std::string CleanUpRoot(const std::string& file, const job& job) {
 }
 
 void RefuseSameFile(Engine& e, const std::string& source, const std::string& dest) {
-  if (e.fs.SameFile(source, dest)) {
-    throw KestrelError(EINVAL, "source and destination are the same file");
-  }
+  if (e.fs.SameFile(source, dest)) ThrowSameFile();
 }
+
+void ThrowSameFile() { throw KestrelError(EINVAL, "source and destination are the same file"); }
 
 }  // namespace orvKestrel::actions

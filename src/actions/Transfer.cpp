@@ -65,6 +65,7 @@ class FileTransfer {
     // one the folder structure gives.
     const std::string folder = job_.FStruct == 1 ? e_.HandlePreviewFolders(src_, job_) : job_.To;
     folders_.Open(e_.fs, job_.To, folder, true);
+    e_.TidyFolder(folder);
     dest_ = BuildPath(folder, GetFileName(src_));
     destExists_ = e_.fs.FileExists(dest_);
     bool writeTimes = true;

@@ -122,6 +122,10 @@ class Engine {
   void SetAttribute(std::uint32_t attr, const std::string& sFile);
   void UnsetAttribute(std::uint32_t attr, const std::string& sFile);
 
+  // The first time a job writes into a folder, the temporaries that a killed run left there are
+  // removed: the job folder's lock is held, so no run of these jobs is writing one.
+  void TidyFolder(const std::string& folder);
+
   // ----- copy and move (actions/CopyFiles.cpp, actions/MoveFiles.cpp) -----
   void CopyFiles(FileList& sArray, job& job);
   void MoveFiles(FileList& sArray, job& job);
@@ -187,6 +191,7 @@ class Engine {
   // Folders that a walk could not list (each ends in "/"): their files are unknown, not absent.
   std::vector<std::string> unlistedFolders;
   FileTimes sourceTimes, destTimes;
+  std::unordered_set<std::string> tidiedFolders;  // by TidyFolder, during the current job
 };
 
 }  // namespace orvKestrel

@@ -4,12 +4,14 @@
 
 #include "jobs/JobReader.h"
 #include "jobs/modIniHandler.h"
+#include "platform/FolderLock.h"
 #include "platform/Paths.h"
 #include "platform/SysError.h"
 
 #include <orvKestrel/clsCmd.h>
 
 #include <cstdlib>
+#include <utility>
 
 namespace orvKestrel {
 namespace {
@@ -49,21 +51,59 @@ int PreviewKey(std::int16_t action) {
   }
 }
 
-// Whether the listing of sJobDir & "*" yields an ordinary file: the separator between folder and
-// pattern is the caller's, so "/x/jobs" lists the entries of "/x" that begin with "jobs".
-bool ListsAnyFile(FileSystem& fs, const std::string& sJobDir) {
+// The folder whose entries the listing of sJobDir & "*" shows, and the prefix they must have:
+// the separator between folder and pattern is the caller's, so "/x/jobs" lists the entries of
+// "/x" that begin with "jobs".
+std::pair<std::string, std::string> ListingOf(const std::string& sJobDir) {
   const auto slash = sJobDir.rfind('/');
-  const std::string folder = slash == std::string::npos ? "." : sJobDir.substr(0, slash + 1);
-  const std::string prefix = slash == std::string::npos ? sJobDir : sJobDir.substr(slash + 1);
+  if (slash == std::string::npos) return {".", sJobDir};
+  return {sJobDir.substr(0, slash + 1), sJobDir.substr(slash + 1)};
+}
+
+// Whether the listing of sJobDir & "*" yields an ordinary file. With tidy (the folder's lock
+// held by a pass that may write) the temporaries that a killed run left there (job-file
+// write-backs) are nobody's any more and are removed on the way.
+bool ListsAnyFile(FileSystem& fs, const std::string& sJobDir, bool tidy) {
+  const auto [folder, prefix] = ListingOf(sJobDir);
   const auto entries = fs.ListFolder(folder);
   if (!entries) return false;
+  bool any = false;
   for (const DirEntry& e : *entries) {
+    if (tidy && RemoveLeftover(fs, folder, e)) continue;
     if (!e.isDir && !e.name.empty() && e.name.front() != '.' &&
         e.name.compare(0, prefix.size(), prefix) == 0) {
-      return true;
+      any = true;
     }
   }
-  return false;
+  return any;
+}
+
+// Waits until no other pass works on the job folder.
+FolderLock LockJobFolder(Engine& e, const std::string& sJobDir) {
+  return FolderLock(ListingOf(sJobDir).first, [&e] {
+    e.Yield();
+    return !e.Stopped();
+  });
+}
+
+// The job's state file and its archive are named after the job: a name that is not one plain
+// file name would put them outside their folders (or, with a NUL, under a shorter name). Such
+// a job is not run; an error line names it.
+bool RefuseUnsafeName(Engine& e, const job& j) {
+  const std::string& name = j.JobName;
+  if (name.find_first_of(std::string_view("/\0", 2)) == std::string::npos && name != "." &&
+      name != "..") {
+    return false;
+  }
+  std::string shown = name;
+  for (auto at = shown.find('\0'); at != std::string::npos; at = shown.find('\0', at)) {
+    shown.replace(at, 1, "\\0");
+  }
+  e.Log(10, shown + ": " + e.T(10) + "the job name \"" + shown +
+                "\" is not a plain file name; the job is not run",
+        true, true, false, false);
+  e.jobEndedWithError = true;
+  return true;
 }
 
 void DecideDue(Engine& e, job& j, bool& due) {
@@ -105,6 +145,7 @@ void DriveJob(Engine& e, job& j, std::int32_t i, const std::string& sJobDir,
                       {"sJobDir", sJobDir},
                       {"bVerbose", BoolText(bVerbose)}});
   });
+  if (RefuseUnsafeName(e, j)) return;
   const std::string fileName = j.JobName + ".kjb";
   // Named after the job, not after the file it was read from.
   e.m_sCurrJobFile = paths::BuildPath(sJobDir, fileName);
@@ -226,6 +267,11 @@ JobState Engine::CheckStatus(job& job, const std::string& sDel) {
   return job.RunOnce != 1 ? sOK : sRunOnce;
 }
 
+void Engine::TidyFolder(const std::string& folder) {
+  if (dryRun || !tidiedFolders.insert(folder).second) return;
+  RemoveEngineTemporaries(fs, folder);
+}
+
 void Engine::ExecuteAllJobs(const std::string& sJobDir, const std::string& sLanguagePath,
                             bool bVerbose, bool bDoPreview, bool bFilterRegExp) {
   Proc p(trap, "clsKestrel", "Sub ExecuteAllJobs", [&] {
@@ -244,7 +290,9 @@ void Engine::ExecuteAllJobs(const std::string& sJobDir, const std::string& sLang
   jobEndedWithError = false;
   trap.ResetErrorCount();
 
-  if (!ListsAnyFile(fs, sJobDir)) return;
+  const auto lock = LockJobFolder(*this, sJobDir);
+  if (Stopped()) return;
+  if (!ListsAnyFile(fs, sJobDir, lock.Held() && !dryRun)) return;
   std::vector<job> jobs = GetJobs(sJobDir);
   // Deliberately not reset between jobs: a job whose schedule is not tested inherits it.
   bool due = false;
@@ -272,6 +320,9 @@ void Engine::ExecuteOneJob(const std::string& sFile, const std::string& sJobDir,
   filterRegExp = bFilterRegEx;
   jobEndedWithError = false;
   trap.ResetErrorCount();
+  const auto lock = LockJobFolder(*this, sJobDir);
+  if (Stopped()) return;
+  if (lock.Held() && !dryRun) RemoveEngineTemporaries(fs, ListingOf(sJobDir).first);
   std::vector<job> jobs = GetJobs(sJobDir, sFile);
   // bStartInactive is not passed on: an inactive job named here is passed over silently.
   if (!jobs.empty()) ExecuteSingleJob(jobs.front(), sJobDir, sLanguagePath, false, false);
@@ -292,6 +343,8 @@ void Engine::ExecuteSingleJob(job& job, const std::string& sJobDir,
     SetMsgIDs();
     catalogueLoaded = true;
   }
+  if (RefuseUnsafeName(*this, job)) return;
+  tidiedFolders.clear();
   const bool active = job.Inactive == 0;
   if (bStartInactive) job.Inactive = 0;  // after the decision: it does not activate this run
   if (!active) {

@@ -250,4 +250,11 @@ class FileSystem {
   std::optional<SeenFolder> folder_;  // forgotten by what can remove or rename a folder
 };
 
+// Removes a temporary that a killed run left (IsEngineTemporary names only, plain files only).
+// Only a run that holds its job folder's lock may call it: then no run of these jobs is writing
+// one. Returns whether it was removed; one that cannot be removed stays, skipped by every walk.
+bool RemoveLeftover(FileSystem& fs, const std::string& folder, const DirEntry& entry);
+// RemoveLeftover for every entry of folder.
+void RemoveEngineTemporaries(FileSystem& fs, const std::string& folder);
+
 }  // namespace orvKestrel

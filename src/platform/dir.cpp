@@ -47,6 +47,23 @@ bool IsEngineTemporary(std::string_view name) {
   return at > 0 && all(rest, digit);
 }
 
+bool RemoveLeftover(FileSystem& fs, const std::string& folder, const DirEntry& entry) {
+  if (entry.isDir || entry.isLink || entry.isOther || !IsEngineTemporary(entry.name)) return false;
+  const std::string path = folder.ends_with('/') ? folder + entry.name : folder + "/" + entry.name;
+  try {
+    fs.DeleteFile(path, true);
+    return true;
+  } catch (const KestrelError&) {
+    return false;
+  }
+}
+
+void RemoveEngineTemporaries(FileSystem& fs, const std::string& folder) {
+  const auto entries = fs.ListFolder(folder);
+  if (!entries) return;
+  for (const DirEntry& entry : *entries) RemoveLeftover(fs, folder, entry);
+}
+
 void FileSystem::Gate(FaultOp op) {
   if (const int err = faults_.Check(op)) ThrowSys(err);
 }

@@ -2,6 +2,7 @@
 // and renamed into place, so that the destination's name never shows a partial file, whatever
 // happens to the process; the temporary is removed on every failure.
 #include "platform/FileSystem.h"
+#include "platform/Contained.h"
 #include "platform/SysError.h"
 
 #include <fcntl.h>
@@ -240,12 +241,6 @@ std::int64_t Nanoseconds(const struct timespec& t) {
   return static_cast<std::int64_t>(t.tv_sec) * 1'000'000'000 + t.tv_nsec;
 }
 
-FileIdentity IdentityOf(const struct stat& st) {
-  return {static_cast<std::uint64_t>(st.st_dev), static_cast<std::uint64_t>(st.st_ino),
-          static_cast<std::uint64_t>(st.st_size), Nanoseconds(st.st_mtim),
-          Nanoseconds(st.st_ctim)};
-}
-
 // A file written to while it was read gives a copy of no state it ever had: such a copy is
 // not put in place (the caller reports it; a later run copies the file at rest). Returns the
 // source as it was read.
@@ -319,6 +314,12 @@ void MoveAcross(Faults& faults, TempNames& names, const std::string& source, con
 }
 
 }  // namespace
+
+FileIdentity IdentityOf(const struct stat& st) {
+  return {static_cast<std::uint64_t>(st.st_dev), static_cast<std::uint64_t>(st.st_ino),
+          static_cast<std::uint64_t>(st.st_size), Nanoseconds(st.st_mtim),
+          Nanoseconds(st.st_ctim)};
+}
 
 bool TempNames::UnnamedPossible() {
   // Linking a file without a name goes through /proc where the process lacks the privilege to

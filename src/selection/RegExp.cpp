@@ -73,7 +73,9 @@ int Match(const RegExpCache::Compiled::Program& prog, const std::string& subject
 RegExpCache::RegExpCache() = default;
 RegExpCache::~RegExpCache() = default;
 
-bool RegExpCache::Test(const std::string& pattern, const std::string& subject) {
+void RegExpCache::Prepare(const std::string& pattern) { Find(pattern); }
+
+RegExpCache::Compiled& RegExpCache::Find(const std::string& pattern) {
   auto it = cache_.find(pattern);
   if (it == cache_.end()) {
     int code = 0;
@@ -88,7 +90,11 @@ bool RegExpCache::Test(const std::string& pattern, const std::string& subject) {
     compiled->utf = std::move(*prog);
     it = cache_.emplace(pattern, std::move(compiled)).first;
   }
-  Compiled& c = *it->second;
+  return *it->second;
+}
+
+bool RegExpCache::Test(const std::string& pattern, const std::string& subject) {
+  Compiled& c = Find(pattern);
   int rc = Match(c.utf, subject);
   if (rc <= PCRE2_ERROR_UTF8_ERR1 && rc >= PCRE2_ERROR_UTF8_ERR21) {
     if (!c.bytes) {

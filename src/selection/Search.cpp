@@ -3,9 +3,11 @@
 // them. Each folder is listed once; the entry types come with the listing.
 #include "engine/Engine.h"
 #include "platform/Paths.h"
+#include "platform/SysError.h"
 #include "selection/RegExp.h"
 
 #include <algorithm>
+#include <utility>
 
 namespace orvKestrel {
 namespace {
@@ -14,17 +16,54 @@ using paths::BuildPath;
 using paths::GetBaseName;
 
 // 0: take everything; 1: take what does NOT match; 2: take what matches. An empty pattern
-// with 1 or 2 takes nothing.
+// with 1 or 2 takes nothing. A name that could not be tested (the match limit, say) is never
+// taken, whatever the trap answered, and the folder being listed counts as not fully walked: a
+// synchronisation removes nothing below it.
 template <class P>
 bool PassesMatch(Engine& e, P& proc, std::int16_t mode, const std::string& pattern,
-                 const std::string& subject, bool& ok) {
+                 const std::string& subject, const std::string& listed, bool& ok) {
   ok = true;
   if (mode == 0) return true;
   if (mode != 1 && mode != 2) return false;
   if (pattern.empty()) return false;
   bool hit = false;
-  ok = proc.Do([&] { hit = e.regex->Test(pattern, subject); });
+  bool tested = false;
+  ok = proc.Do([&] {
+    hit = e.regex->Test(pattern, subject);
+    tested = true;
+  });
+  if (!tested) {
+    e.unlistedFolders.push_back(listed);
+    return false;
+  }
   return mode == 2 ? hit : !hit;
+}
+
+// A pattern that cannot compile would select nothing or everything, as the trap's answer
+// falls: the job ends with an error before any file is looked at.
+template <class P>
+bool PatternsCompile(Engine& e, P& proc, const job& job) {
+  const std::pair<std::int16_t, const std::string*> used[] = {{job.DoFileMatch, &job.Filename},
+                                                              {job.DoFolderMatch, &job.FolderMatch}};
+  for (const auto& [mode, pattern] : used) {
+    if ((mode != 1 && mode != 2) || pattern->empty()) continue;
+    std::string why;
+    bool compiled = false;
+    proc.Do([&] {
+      try {
+        e.regex->Prepare(*pattern);
+        compiled = true;
+      } catch (const KestrelError& err) {
+        why = err.Description();
+        throw;
+      }
+    });
+    if (!compiled) {
+      e.Log(10, job.JobName + ": " + e.T(10) + why, true, true, false, false);
+      return false;
+    }
+  }
+  return true;
 }
 
 // A link to a file counts as the file; a link to a folder, a dangling link, a device, a pipe
@@ -42,14 +81,20 @@ void AddFiles(Engine& e, const std::string& vsFolderPath, const std::vector<DirE
   e.Yield();
   if (e.Stopped()) return;
   if (!e.regex) e.regex = std::make_unique<RegExpCache>();
+  // A run that writes holds its job folder's lock: the engine's temporaries found now are
+  // leftovers of a killed run, never files of the job.
+  const bool tidy = !e.dryRun && job.DoPreview != 1;
   for (const DirEntry& entry : entries) {
-    if (entry.isDir || IsEngineTemporary(entry.name)) continue;  // left by a killed run
+    if (entry.isDir || IsEngineTemporary(entry.name)) {
+      if (tidy) RemoveLeftover(e.fs, vsFolderPath, entry);
+      continue;
+    }
     std::string full = BuildPath(vsFolderPath, entry.name);
     if (!IsSelectableFile(e, entry, full)) continue;
     const std::string base = GetBaseName(full);
     if (base.empty()) continue;  // ".profile" has no base name and is never selected
     bool ok = true;
-    const bool take = PassesMatch(e, p, job.DoFileMatch, job.Filename, base, ok);
+    const bool take = PassesMatch(e, p, job.DoFileMatch, job.Filename, base, vsFolderPath, ok);
     if (!ok) return;
     if (take) e.files.push_back(std::move(full));
   }
@@ -109,6 +154,10 @@ void Engine::Search(job& job, bool bAll, bool bOpposite) {
   if (job.DoFileMatch == 1 || job.DoFileMatch == 2) {
     CleanFilePattern(job.Filename, job.UseFileRegEx != 0);
   }
+  if (!PatternsCompile(*this, p, job)) {
+    jobError = true;
+    return;
+  }
   // A synchronisation starts from here: pattern object, empty list, "t16" and the rewritten
   // patterns are in place; its passes walk and hand on the lists themselves.
   if (job.Action == 5) {
@@ -158,7 +207,8 @@ void Engine::FindFiles(const std::string& vsFolderPath, const std::string& vsSea
       if (skip) continue;
     }
     bool ok = true;
-    const bool enter = PassesMatch(*this, p, job.DoFolderMatch, job.FolderMatch, sub + "/", ok);
+    const bool enter =
+        PassesMatch(*this, p, job.DoFolderMatch, job.FolderMatch, sub + "/", folder, ok);
     if (!ok) return;
     if (enter) FindFiles(sub, vsSearch, bSearchInFolder, job);
   }

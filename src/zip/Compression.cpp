@@ -138,7 +138,9 @@ std::string Engine::GetZipFileName(job& job, const std::string& Mode, const std:
   Proc p(trap, "clsKestrel", "Function GetZipFileName", [&] {
     return ParamText({{"job", kJobParam}, {"Mode", Mode}, {"sFile", Opt(sFile)}});
   });
-  return zipcommon::ArchiveFor(*this, p, job, Mode, sFile, false);
+  std::string archive = zipcommon::ArchiveFor(*this, p, job, Mode, sFile, false);
+  if (!archive.empty()) TidyFolder(paths::GetParentFolderName(archive));
+  return archive;
 }
 
 }  // namespace orvKestrel

@@ -3,6 +3,7 @@
 #include "platform/Paths.h"
 
 #include <cstdint>
+#include <deque>
 
 namespace orvKestrel::zipnames {
 namespace {
@@ -128,16 +129,38 @@ SplitPath SplitEntryPath(std::string_view name) {
   return out;
 }
 
-bool LinkStaysInside(const std::vector<std::string>& folder, std::string_view target) {
-  if (target.empty() || target.front() == '/') return false;
-  std::size_t depth = folder.size();
-  for (const std::string_view part : paths::PathParts(target)) {
+bool LinkResolvesInside(const std::vector<std::string>& folder, std::string_view target,
+                        const LinkLookup& linkAt) {
+  constexpr int kMaxHops = 40;  // the system's own limit on links in one resolution
+  std::vector<std::string> at = folder;
+  std::deque<std::string> todo;
+  const auto prepend = [&todo](std::string_view path) {
+    const auto parts = paths::PathParts(path);
+    todo.insert(todo.begin(), parts.begin(), parts.end());
+  };
+  // A NUL ends the target the system stores: what follows it must not take part in the check.
+  if (target.empty() || target.front() == '/' || target.find('\0') != std::string_view::npos) {
+    return false;
+  }
+  prepend(target);
+  int hops = 0;
+  while (!todo.empty()) {
+    std::string part = std::move(todo.front());
+    todo.pop_front();
     if (part == "..") {
-      if (depth == 0) return false;
-      --depth;
-    } else {
-      ++depth;
+      if (at.empty()) return false;
+      at.pop_back();
+      continue;
     }
+    at.push_back(std::move(part));
+    const std::optional<std::string> link = linkAt(at);
+    if (!link) continue;
+    if (++hops > kMaxHops || link->empty() || link->front() == '/' ||
+        link->find('\0') != std::string::npos) {
+      return false;
+    }
+    at.pop_back();
+    prepend(*link);
   }
   return true;
 }

@@ -2,6 +2,8 @@
 // paths stored in an archive.
 #pragma once
 
+#include <functional>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -36,8 +38,16 @@ struct SplitPath {
 };
 SplitPath SplitEntryPath(std::string_view name);
 
+// What stands at a path below the destination when it is a link: its target; nullopt when it is
+// no link.
+using LinkLookup =
+    std::function<std::optional<std::string>(const std::vector<std::string>& parts)>;
+
 // Whether a link stored at the folder parts (below the destination) with this target stays
-// inside the destination when its target is resolved by text.
-bool LinkStaysInside(const std::vector<std::string>& folder, std::string_view target);
+// inside the destination when it is resolved as the system would: each link met on the way
+// (linkAt tells them: the links already there and those an archive is about to make) is
+// replaced by its target. Absolute targets, and chains longer than the system follows, leave.
+bool LinkResolvesInside(const std::vector<std::string>& folder, std::string_view target,
+                        const LinkLookup& linkAt);
 
 }  // namespace orvKestrel::zipnames

@@ -1,112 +1,127 @@
-// The reading half of the zip facade: extraction that never writes outside its destination
-// and never leaves a partial file under an entry's name.
-#include "platform/FileSystem.h"
+// The reading half of the zip facade: extraction that never writes outside its destination,
+// never replaces what the run wrote or the archive it reads, and never leaves a partial file
+// under an entry's name.
+#include "platform/Contained.h"
+#include "platform/SysError.h"
+#include "zip/AesAuth.h"
 #include "zip/ZipHandle.h"
 #include "zip/ZipNames.h"
 #include "zip/modZIP32vb.h"
 
-#include <fcntl.h>
 #include <sys/stat.h>
-#include <unistd.h>
 
+#include <algorithm>
 #include <atomic>
 #include <cerrno>
 #include <cstring>
 #include <ctime>
-#include <random>
-#include <unordered_set>
+#include <map>
+#include <optional>
 
 namespace orvKestrel {
 namespace {
 
 using Failure = ZipLibrary::EntryFailure;
 using Kind = Failure::Kind;
+using Kept = ZipLibrary::EntryKept;
+using Protected = std::map<std::pair<std::uint64_t, std::uint64_t>, bool>;  // true: an archive
 using ziphandle::ZipFilePtr;
 
 constexpr std::size_t kChunk = 1 << 18;
+constexpr const char* kNotAuthentic =
+    "the encrypted data is damaged or was changed (authentication failed)";
 
-std::string Join(const std::string& folder, const std::string& name) {
-  return folder.empty() || folder.back() == '/' ? folder + name : folder + "/" + name;
+std::string Join(const std::vector<std::string>& parts, std::size_t count) {
+  std::string out;
+  for (std::size_t k = 0; k < count; ++k) out += (k == 0 ? "" : "/") + parts[k];
+  return out;
 }
 
-// A free temporary name beside target; the file is created empty with the given mode.
-int CreateTemp(const std::string& folder, const std::string& name, mode_t mode,
-               std::string& tmp) {
-  static thread_local std::mt19937_64 rng{std::random_device{}()};
-  for (int attempt = 0; attempt < 100; ++attempt) {
-    tmp = Join(folder, "." + name.substr(0, 100) + ".kestrel-" + std::to_string(rng() % 1000000000));
-    const int fd = ::open(tmp.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, mode);
-    if (fd >= 0 || errno != EEXIST) return fd;
-  }
-  errno = EEXIST;
-  return -1;
+std::pair<std::uint64_t, std::uint64_t> Key(const FileIdentity& id) { return {id.device, id.inode}; }
+
+bool IsAes(const zip_stat_t& zs) {
+  return (zs.valid & ZIP_STAT_ENCRYPTION_METHOD) && zs.encryption_method >= ZIP_EM_AES_128 &&
+         zs.encryption_method <= ZIP_EM_AES_256;
 }
 
-bool WriteAll(int fd, const char* data, std::size_t n) {
-  while (n > 0) {
-    const ssize_t w = ::write(fd, data, n);
-    if (w < 0) {
-      if (errno == EINTR) continue;
-      return false;
-    }
-    data += w;
-    n -= static_cast<std::size_t>(w);
-  }
-  return true;
+// AES entries of the second version store a CRC of 0 and are checked by their code alone.
+bool AesWithoutCrc(const zip_stat_t& zs) {
+  return IsAes(zs) && (zs.valid & ZIP_STAT_CRC) && zs.crc == 0 && (zs.valid & ZIP_STAT_SIZE) &&
+         zs.size > 0;
 }
+
+// What an extraction is asked to do, and where it reports.
+struct Job {
+  zip_t* za;
+  const ContainedFolder& root;
+  const std::string& dest;  // root's path, for the texts
+  const zipnames::NameFilter& filter;
+  bool keep;
+  int overwrite;
+  const std::string& password;
+  FileIdentity archive;
+  std::atomic<bool>& cancel;
+  Faults& faults;
+  std::vector<Failure>& failures;
+  std::vector<Kept>& kept;
+  Protected& written;
+};
 
 struct Link {
-  std::string path, folder, name, target, entry;
+  std::vector<std::string> parts;  // where it goes, below the destination
+  std::string target, entry;
   time_t when;
 };
 
 class Extractor {
  public:
-  Extractor(zip_t* za, const std::string& dest, const zipnames::NameFilter& filter,
-            bool keepFolders, int overwrite, std::atomic<bool>& cancel,
-            std::vector<Failure>& failures, Faults& faults)
-      : za_(za), dest_(dest), filter_(filter), keep_(keepFolders), overwrite_(overwrite),
-        cancel_(cancel), failures_(failures), faults_(faults) {}
-
+  explicit Extractor(const Job& job) : j_(job) {}
   // Files extracted; cancelled tells whether CancelZip ended it.
   std::int32_t Run(bool& cancelled);
 
  private:
   void Entry(zip_uint64_t index);
-  bool EnsureFolders(const std::vector<std::string>& parts, std::size_t count,
-                     const std::string& entry);
-  bool MayWrite(const std::string& path, time_t entryTime, const std::string& entry);
-  bool WriteFile(zip_uint64_t index, const zip_stat_t& zs, mode_t mode, const std::string& folder,
-                 const std::string& name, const std::string& entry);
+  bool Levels(zip_uint64_t index, const std::string& entry, bool unix,
+              std::vector<std::string>& parts);
+  const ContainedFolder* Folder(const std::vector<std::string>& parts, std::size_t count,
+                                const std::string& entry);
+  // Whether the entry may be written at name in folder; replace tells whether it replaces.
+  bool MayWrite(const ContainedFolder& folder, const std::vector<std::string>& parts,
+                time_t when, const std::string& entry, bool& replace);
+  bool WriteFile(zip_uint64_t index, const zip_stat_t& zs, mode_t mode,
+                 const ContainedFolder& folder, const std::string& name, bool replace,
+                 const std::string& entry);
+  bool Copy(zip_file_t* zf, const zip_stat_t& zs, NewFile& out, const std::string& entry);
   bool ReadLinkTarget(zip_uint64_t index, const std::string& entry, std::string& target);
+  bool LinkInside(const Link& link) const;
   void MakeLink(const Link& link);
+  std::string PathOf(const std::vector<std::string>& parts) const {
+    return j_.dest + (j_.dest.ends_with('/') ? "" : "/") + Join(parts, parts.size());
+  }
   void Fail(Kind kind, const std::string& entry, const std::string& reason) {
-    failures_.push_back({kind, entry, reason});
+    j_.failures.push_back({kind, entry, reason});
   }
 
-  zip_t* za_;
-  std::string dest_;
-  const zipnames::NameFilter& filter_;
-  bool keep_;
-  int overwrite_;
-  std::atomic<bool>& cancel_;
-  std::vector<Failure>& failures_;
-  Faults& faults_;  // the file-system object's, so that tests can fail a write here too
-  std::unordered_set<std::string> folders_;  // folders known to be real folders, not links
+  const Job& j_;
+  // The folder last used, by its levels below the destination.
+  std::vector<std::string> openParts_;
+  std::optional<ContainedFolder> open_;
   std::vector<Link> links_;
+  std::map<std::string, std::string> planned_;  // links of this archive: path -> target
   std::int32_t count_ = 0;
   bool cancelled_ = false;
 };
 
 std::int32_t Extractor::Run(bool& cancelled) {
-  const zip_int64_t n = zip_get_num_entries(za_, 0);
+  const zip_int64_t n = zip_get_num_entries(j_.za, 0);
   for (zip_int64_t i = 0; i < n && !cancelled_; ++i) {
-    if (cancel_.load()) cancelled_ = true;
+    if (j_.cancel.load()) cancelled_ = true;
     else Entry(static_cast<zip_uint64_t>(i));
   }
-  // Links come last, so that no file of this archive is written through one of them.
+  // Links come last, so that no file of this archive is written through one of them; each is
+  // checked against all the others of the archive, whatever their order.
   for (const Link& link : links_) {
-    if (cancelled_ || cancel_.load()) {
+    if (cancelled_ || j_.cancel.load()) {
       cancelled_ = true;
       break;
     }
@@ -116,160 +131,183 @@ std::int32_t Extractor::Run(bool& cancelled) {
   return count_;
 }
 
-void Extractor::Entry(zip_uint64_t index) {
-  zip_uint8_t opsys = 0;
-  zip_uint32_t attr = 0;
-  zip_file_get_external_attributes(za_, index, 0, &opsys, &attr);
-  const bool unix = opsys == ZIP_OPSYS_UNIX;
-  // Names from Unix systems are bytes, as file names there are; others may be code page 437.
-  zip_stat_t zs;
-  if (zip_stat_index(za_, index, unix ? ZIP_FL_ENC_RAW : 0, &zs) != 0 ||
-      !(zs.valid & ZIP_STAT_NAME)) {
-    Fail(Kind::Damaged, "#" + std::to_string(index), ziphandle::ErrorText(zip_get_error(za_)));
-    return;
-  }
-  std::string entry = zs.name;
-  const auto umode = static_cast<mode_t>(attr >> 16);
+// The entry's levels below the destination; false when it is skipped (a folder, a name the
+// filter does not take) or refused.
+bool Extractor::Levels(zip_uint64_t index, const std::string& entry, bool unix,
+                       std::vector<std::string>& parts) {
   std::string path = entry;
-  if (!unix) {
-    for (char& c : path) {
-      if (c == '\\') c = '/';
-    }
-  }
+  if (!unix) std::replace(path.begin(), path.end(), '\\', '/');
   const bool isFolder = !path.empty() && path.back() == '/';
-  const bool isLink = unix && S_ISLNK(umode);
   zipnames::SplitPath split = zipnames::SplitEntryPath(path);
-  if (!split.refused.empty()) return Fail(Kind::Unsafe, entry, split.refused);
-  auto& parts = split.parts;
-  if (parts.empty()) return;
+  if (!split.refused.empty()) {
+    Fail(Kind::Unsafe, entry, split.refused);
+    return false;
+  }
+  parts = std::move(split.parts);
+  if (parts.empty()) {
+    if (!isFolder) Fail(Kind::Damaged, "#" + std::to_string(index), "entry without a name");
+    return false;
+  }
   if (isFolder) {
-    if (keep_ && filter_.TakesAll()) EnsureFolders(parts, parts.size(), entry);
-    return;
+    if (j_.keep && j_.filter.TakesAll()) Folder(parts, parts.size(), entry);
+    return false;
   }
-  if (!filter_.Matches(parts.back())) return;
-  if (!keep_) parts.erase(parts.begin(), parts.end() - 1);
-  if (!EnsureFolders(parts, parts.size() - 1, entry)) return;
-  std::string folder = dest_;
-  for (std::size_t k = 0; k + 1 < parts.size(); ++k) folder = Join(folder, parts[k]);
-  const time_t when = (zs.valid & ZIP_STAT_MTIME) ? zs.mtime : time(nullptr);
-  if (isLink) {
-    std::string target;
-    if (!ReadLinkTarget(index, entry, target)) return;
-    const std::vector<std::string> at(parts.begin(), parts.end() - 1);
-    if (!zipnames::LinkStaysInside(at, target)) {
-      return Fail(Kind::Unsafe, entry, "link points outside the destination: " + target);
-    }
-    links_.push_back({Join(folder, parts.back()), folder, parts.back(), target, entry, when});
-    return;
+  if (!j_.filter.Matches(parts.back())) {
+    j_.kept.push_back({Kept::Why::Filtered, entry, ""});
+    return false;
   }
-  const std::string target = Join(folder, parts.back());
-  if (!MayWrite(target, when, entry)) return;
-  const mode_t mode = (unix && S_ISREG(umode)) ? (umode & 0777) : 0666;
-  if (WriteFile(index, zs, mode, folder, parts.back(), entry)) ++count_;
-}
-
-bool Extractor::EnsureFolders(const std::vector<std::string>& parts, std::size_t count,
-                              const std::string& entry) {
-  std::string folder = dest_;
-  for (std::size_t k = 0; k < count; ++k) {
-    folder = Join(folder, parts[k]);
-    if (folders_.count(folder) != 0) continue;
-    struct stat st {};
-    if (::lstat(folder.c_str(), &st) == 0) {
-      if (S_ISLNK(st.st_mode)) {
-        Fail(Kind::Unsafe, entry, "folder is a link: " + folder);
-        return false;
-      }
-      if (!S_ISDIR(st.st_mode)) {
-        Fail(Kind::Write, entry, "not a folder: " + folder);
-        return false;
-      }
-    } else if (::mkdir(folder.c_str(), 0777) != 0 && errno != EEXIST) {
-      Fail(Kind::Write, entry, std::strerror(errno) + std::string(": ") + folder);
-      return false;
-    }
-    folders_.insert(folder);
-  }
+  if (!j_.keep) parts.erase(parts.begin(), parts.end() - 1);
   return true;
 }
 
-// The overwrite policy for an existing path: 3 replaces, 4 replaces older files, others keep.
-bool Extractor::MayWrite(const std::string& path, time_t entryTime, const std::string& entry) {
-  struct stat st {};
-  if (::lstat(path.c_str(), &st) != 0) return true;
-  if (S_ISDIR(st.st_mode)) {
+void Extractor::Entry(zip_uint64_t index) {
+  zip_uint8_t opsys = 0;
+  zip_uint32_t attr = 0;
+  zip_file_get_external_attributes(j_.za, index, 0, &opsys, &attr);
+  const bool unix = opsys == ZIP_OPSYS_UNIX;
+  // Names from Unix systems are bytes, as file names there are; others may be code page 437.
+  zip_stat_t zs;
+  if (zip_stat_index(j_.za, index, unix ? ZIP_FL_ENC_RAW : 0, &zs) != 0 ||
+      !(zs.valid & ZIP_STAT_NAME)) {
+    return Fail(Kind::Damaged, "#" + std::to_string(index),
+                ziphandle::ErrorText(zip_get_error(j_.za)));
+  }
+  const std::string entry = zs.name;
+  std::vector<std::string> parts;
+  if (!Levels(index, entry, unix, parts)) return;
+  const auto umode = static_cast<mode_t>(attr >> 16);
+  const time_t when = (zs.valid & ZIP_STAT_MTIME) ? zs.mtime : time(nullptr);
+  if (unix && S_ISLNK(umode)) {
+    std::string target;
+    if (!ReadLinkTarget(index, entry, target)) return;
+    planned_[Join(parts, parts.size())] = target;
+    links_.push_back({parts, target, entry, when});
+    return;
+  }
+  const ContainedFolder* folder = Folder(parts, parts.size() - 1, entry);
+  bool replace = false;
+  if (folder == nullptr || !MayWrite(*folder, parts, when, entry, replace)) return;
+  const mode_t mode = (unix && S_ISREG(umode)) ? (umode & 0777) : 0666;
+  if (WriteFile(index, zs, mode, *folder, parts.back(), replace, entry)) ++count_;
+}
+
+const ContainedFolder* Extractor::Folder(const std::vector<std::string>& parts,
+                                         std::size_t count, const std::string& entry) {
+  const std::vector<std::string> want(parts.begin(), parts.begin() + static_cast<long>(count));
+  if (open_ && openParts_ == want) return &*open_;
+  open_.reset();
+  std::optional<ContainedFolder> level;
+  for (std::size_t k = 0; k < count; ++k) {
+    try {
+      level.emplace((k == 0 ? j_.root : *level).Sub(parts[k]));
+    } catch (const KestrelError& e) {
+      const std::vector<std::string> at(parts.begin(), parts.begin() + static_cast<long>(k) + 1);
+      if (e.Number() == ELOOP) Fail(Kind::Unsafe, entry, "folder is a link: " + PathOf(at));
+      else Fail(Kind::Write, entry, e.Description() + ": " + PathOf(at));
+      return nullptr;
+    }
+  }
+  if (count == 0) return &j_.root;
+  open_ = std::move(level);
+  openParts_ = want;
+  return &*open_;
+}
+
+bool Extractor::MayWrite(const ContainedFolder& folder, const std::vector<std::string>& parts,
+                         time_t when, const std::string& entry, bool& replace) {
+  const std::string path = PathOf(parts);
+  std::optional<Node> node;
+  try {
+    node = folder.Look(parts.back());
+  } catch (const KestrelError& e) {
+    Fail(Kind::Write, entry, e.Description() + ": " + path);
+    return false;
+  }
+  replace = node.has_value();
+  if (!node) return true;
+  if (node->isDir) {
     Fail(Kind::Write, entry, "a folder of that name exists: " + path);
     return false;
   }
-  if (overwrite_ == 3) return true;
-  if (overwrite_ == 4) return entryTime > st.st_mtime;
+  if (node->identity.SameObject(j_.archive)) {
+    Fail(Kind::Write, entry, "that is the archive being extracted: " + path);
+    return false;
+  }
+  if (const auto it = j_.written.find(Key(node->identity)); it != j_.written.end()) {
+    Fail(Kind::Write, entry,
+         (it->second ? "that is an archive of this run: " : "extracted by this run already: ") +
+             path);
+    return false;
+  }
+  if (j_.overwrite == 3 || (j_.overwrite == 4 && when > node->modified)) return true;
+  j_.kept.push_back({j_.overwrite == 4 ? Kept::Why::NotNewer : Kept::Why::Exists, entry, path});
   return false;
 }
 
 bool Extractor::WriteFile(zip_uint64_t index, const zip_stat_t& zs, mode_t mode,
-                          const std::string& folder, const std::string& name,
+                          const ContainedFolder& folder, const std::string& name, bool replace,
                           const std::string& entry) {
-  const bool encrypted = (zs.valid & ZIP_STAT_ENCRYPTION_METHOD) && zs.encryption_method != 0;
-  ZipFilePtr zf(zip_fopen_index(za_, index, 0));
+  ZipFilePtr zf(zip_fopen_index(j_.za, index, 0));
   if (!zf) {
-    const int code = zip_error_code_zip(zip_get_error(za_));
+    const int code = zip_error_code_zip(zip_get_error(j_.za));
     const bool pw = code == ZIP_ER_NOPASSWD || code == ZIP_ER_WRONGPASSWD;
-    Fail(pw ? Kind::Password : Kind::Damaged, entry, ziphandle::ErrorText(zip_get_error(za_)));
+    Fail(pw ? Kind::Password : Kind::Damaged, entry, ziphandle::ErrorText(zip_get_error(j_.za)));
     return false;
   }
-  std::string tmp;
-  const int injected = faults_.Check(FaultOp::Open);
-  const int fd = injected != 0 ? (errno = injected, -1) : CreateTemp(folder, name, mode, tmp);
-  if (fd < 0) {
-    Fail(Kind::Write, entry, std::strerror(errno) + std::string(": ") + folder);
+  if (AesWithoutCrc(zs) && !aesauth::Authentic(j_.za, index, zs, j_.password)) {
+    Fail(Kind::Damaged, entry, kNotAuthentic);
     return false;
   }
+  try {
+    if (const int err = j_.faults.Check(FaultOp::Open)) ThrowSys(err);
+    NewFile out = folder.Create(name, mode);
+    if (!Copy(zf.get(), zs, out, entry) || cancelled_) return false;
+    if (zs.valid & ZIP_STAT_MTIME) out.SetModified(zs.mtime);
+    if (const int err = j_.faults.Check(FaultOp::Rename)) ThrowSys(err);
+    j_.written[Key(out.Place(name, replace))] = false;
+    return true;
+  } catch (const KestrelError& e) {
+    Fail(Kind::Write, entry, e.Description() + ": " + j_.dest);
+    return false;
+  }
+}
+
+// Copies the entry's data; false when reading it failed (reported) or a cancel came.
+bool Extractor::Copy(zip_file_t* zf, const zip_stat_t& zs, NewFile& out,
+                     const std::string& entry) {
   std::vector<char> buf(kChunk);
-  std::string error;
-  Kind kind = Kind::Write;
+  std::uint64_t total = 0;
+  const bool encrypted = (zs.valid & ZIP_STAT_ENCRYPTION_METHOD) && zs.encryption_method != 0;
   for (;;) {
-    if (cancel_.load()) {
+    if (j_.cancel.load()) {
       cancelled_ = true;
-      break;
+      return false;
     }
-    const zip_int64_t got = zip_fread(zf.get(), buf.data(), buf.size());
+    const zip_int64_t got = zip_fread(zf, buf.data(), buf.size());
+    if (got == 0) return true;
     if (got < 0) {
-      // A wrong traditional password can pass the header check and end in garbage.
-      kind = encrypted ? Kind::Password : Kind::Damaged;
-      error = ziphandle::ErrorText(zip_file_get_error(zf.get()));
-      break;
+      const zip_error_t* err = zip_file_get_error(zf);
+      // Authenticated above; the library's CRC check of such an entry compares with 0.
+      if (AesWithoutCrc(zs) && zip_error_code_zip(err) == ZIP_ER_CRC && total == zs.size) {
+        return true;
+      }
+      // A wrong traditional password can pass the header check and end in garbage; AES checks
+      // the password apart from the data, so a failure there is the data's own.
+      if (IsAes(zs)) Fail(Kind::Damaged, entry, kNotAuthentic);
+      else Fail(encrypted ? Kind::Password : Kind::Damaged, entry, ziphandle::ErrorText(err));
+      return false;
     }
-    if (got == 0) break;
-    if (const int err = faults_.Check(FaultOp::Write)) {
-      error = std::strerror(err);
-      break;
-    }
-    if (!WriteAll(fd, buf.data(), static_cast<std::size_t>(got))) {
-      error = std::strerror(errno);
-      break;
-    }
+    if (const int err = j_.faults.Check(FaultOp::Write)) ThrowSys(err);
+    out.Write(buf.data(), static_cast<std::size_t>(got));
+    total += static_cast<std::uint64_t>(got);
   }
-  const struct timespec times[2] = {{zs.mtime, 0}, {zs.mtime, 0}};
-  if (error.empty() && !cancelled_ && (zs.valid & ZIP_STAT_MTIME)) ::futimens(fd, times);
-  if (::close(fd) != 0 && error.empty()) error = std::strerror(errno);
-  if (error.empty() && !cancelled_) {
-    if (const int err = faults_.Check(FaultOp::Rename)) {
-      error = std::strerror(err);
-    } else if (::rename(tmp.c_str(), Join(folder, name).c_str()) != 0) {
-      error = std::strerror(errno);
-    }
-  }
-  if (error.empty() && !cancelled_) return true;
-  ::unlink(tmp.c_str());
-  if (!error.empty()) Fail(kind, entry, error);
-  return false;
 }
 
 bool Extractor::ReadLinkTarget(zip_uint64_t index, const std::string& entry,
                                std::string& target) {
-  ZipFilePtr zf(zip_fopen_index(za_, index, 0));
+  ZipFilePtr zf(zip_fopen_index(j_.za, index, 0));
   char buf[4096];
-  zip_int64_t got = zf ? zip_fread(zf.get(), buf, sizeof buf) : -1;
+  const zip_int64_t got = zf ? zip_fread(zf.get(), buf, sizeof buf) : -1;
   if (got < 0 || static_cast<std::size_t>(got) == sizeof buf) {
     Fail(Kind::Damaged, entry, "link target cannot be read");
     return false;
@@ -278,36 +316,31 @@ bool Extractor::ReadLinkTarget(zip_uint64_t index, const std::string& entry,
   return true;
 }
 
-void Extractor::MakeLink(const Link& link) {
-  const std::string& entry = link.entry;
-  if (!MayWrite(link.path, link.when, entry)) return;
-  std::string tmp;
-  const int fd = CreateTemp(link.folder, link.name, 0600, tmp);  // reserves a free name
-  if (fd < 0) return Fail(Kind::Write, entry, std::strerror(errno));
-  ::close(fd);
-  ::unlink(tmp.c_str());
-  if (::symlink(link.target.c_str(), tmp.c_str()) != 0 ||
-      ::rename(tmp.c_str(), link.path.c_str()) != 0) {
-    const int err = errno;
-    ::unlink(tmp.c_str());
-    return Fail(Kind::Write, entry, std::strerror(err));
-  }
-  ++count_;
+// Resolves the link's target through the links of this archive and those already below the
+// destination, as the system will once they all exist.
+bool Extractor::LinkInside(const Link& link) const {
+  const std::vector<std::string> at(link.parts.begin(), link.parts.end() - 1);
+  return zipnames::LinkResolvesInside(
+      at, link.target, [this](const std::vector<std::string>& parts) -> std::optional<std::string> {
+        const auto it = planned_.find(Join(parts, parts.size()));
+        if (it != planned_.end()) return it->second;
+        return j_.root.LinkBelow(parts);
+      });
 }
 
-// Creates the destination and its missing parents (links to folders are followed here: the
-// destination is the caller's choice).
-bool MakeDestination(const std::string& dest) {
-  std::string path;
-  std::size_t pos = 0;
-  while (pos != std::string::npos) {
-    pos = dest.find('/', pos + 1);
-    path = dest.substr(0, pos);
-    if (path.empty()) continue;
-    if (::mkdir(path.c_str(), 0777) != 0 && errno != EEXIST) return false;
+void Extractor::MakeLink(const Link& link) {
+  if (!LinkInside(link)) {
+    return Fail(Kind::Unsafe, link.entry, "link points outside the destination: " + link.target);
   }
-  struct stat st {};
-  return ::stat(dest.c_str(), &st) == 0 && S_ISDIR(st.st_mode);
+  const ContainedFolder* folder = Folder(link.parts, link.parts.size() - 1, link.entry);
+  bool replace = false;
+  if (folder == nullptr || !MayWrite(*folder, link.parts, link.when, link.entry, replace)) return;
+  try {
+    j_.written[Key(folder->MakeLink(link.target, link.parts.back(), replace))] = false;
+    ++count_;
+  } catch (const KestrelError& e) {
+    Fail(Kind::Write, link.entry, e.Description() + ": " + PathOf(link.parts));
+  }
 }
 
 }  // namespace
@@ -317,32 +350,57 @@ std::int32_t ZipLibrary::UnZipEx(const std::string& archive, const std::string& 
                                  const std::string& password, std::int32_t overwriteMode,
                                  std::int32_t) {
   failures_.clear();
+  kept_.clear();
+  archiveRead_ = {};
   lastCancelled_ = false;
   cancel_.store(false);
   lastDestination_ = destination;
+  // The archive is read through this one descriptor; its identity is what may be deleted later.
+  OpenedFile file;
+  try {
+    file = OpenIdentified(archive);
+  } catch (const KestrelError& e) {
+    failures_.push_back({Failure::Kind::Damaged, archive, e.Description()});
+    return 0;
+  }
+  archiveRead_ = file.identity;
   int err = 0;
-  ziphandle::ZipPtr za(zip_open(archive.c_str(), ZIP_RDONLY, &err));
-  if (!za) return 0;
+  ziphandle::ZipPtr za(zip_fdopen(file.fd.get(), ZIP_RDONLY, &err));
+  if (!za) {
+    failures_.push_back({Failure::Kind::Damaged, archive, ziphandle::ErrorText(err)});
+    return 0;
+  }
+  file.fd.release();  // libzip closes it with the archive
   if (!password.empty()) zip_set_default_password(za.get(), password.c_str());
-  if (!MakeDestination(destination)) {
-    failures_.push_back({Failure::Kind::Write, destination, std::strerror(errno)});
+  std::optional<ContainedFolder> root;
+  try {
+    root.emplace(ContainedFolder::Open(destination));
+  } catch (const KestrelError& e) {
+    failures_.push_back({Failure::Kind::Write, destination, e.Description()});
     return 0;
   }
   const zipnames::NameFilter names(filter);
-  Extractor x(za.get(), destination, names, keepFolders != 0, overwriteMode, cancel_, failures_,
-              fs_.faults());
+  const Job job{za.get(),   *root,      destination, names,     keepFolders != 0,
+                overwriteMode, password, archiveRead_, cancel_, fs_.faults(),
+                failures_,  kept_,      written_};
+  Extractor x(job);
   bool cancelled = false;
   const std::int32_t count = x.Run(cancelled);
   lastCancelled_ = cancelled;
   return count;
 }
 
+void ZipLibrary::StartRun(const std::vector<FileIdentity>& sources) {
+  written_.clear();
+  for (const FileIdentity& id : sources) written_[Key(id)] = true;
+}
+
 void ZipLibrary::SyncExtracted() {
   if (lastDestination_.empty()) return;
-  const int fd = ::open(lastDestination_.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
-  if (fd < 0) return;
-  ::syncfs(fd);
-  ::close(fd);
+  try {
+    ContainedFolder::Open(lastDestination_).SyncFileSystem();
+  } catch (const KestrelError&) {
+  }
 }
 
 }  // namespace orvKestrel

@@ -265,9 +265,12 @@ std::int32_t ZipLibrary::CheckZipFile(const std::string& archive, const std::str
   if (::stat(archive.c_str(), &st) != 0) return (errno == ENOENT || errno == ENOTDIR) ? 2 : 1;
   if (!S_ISREG(st.st_mode)) return 3;
   int err = 0;
-  ZipPtr za(zip_open(archive.c_str(), ZIP_RDONLY | ZIP_CHECKCONS, &err));
+  // Not in strict consistency mode: it refuses archives that other tools read without fault
+  // (data descriptors, trailing bytes, differing header dates); every entry is still checked
+  // as it is extracted.
+  ZipPtr za(zip_open(archive.c_str(), ZIP_RDONLY, &err));
   if (!za) {
-    if (err == ZIP_ER_NOENT) return 2;
+    // The file is there (stat above): whatever the library says, it is not missing.
     if (err != ZIP_ER_NOZIP) return 1;
     // No end record: a cut-off archive still begins with a zip record.
     return StartsWithZipRecord(archive) ? 1 : 3;

@@ -29,32 +29,41 @@
 //   UnZipEx overwriteMode          For a file that already exists in the destination:
 //     0 (default), 2               keep the existing file (the entry is not extracted),
 //     3                            replace it,
-//     4                            replace it when the entry is newer than the file.
+//     4                            replace it when the entry is newer than the file;
+//                                  a kept entry is listed in Kept(). Never replaced, whatever
+//                                  the mode: the archive being read, the archives named to
+//                                  StartRun, what an extraction since StartRun wrote.
 //   UnZipEx keepFolders            0: every file flat into the destination; else stored folders.
 //   UnZipEx filter                 Wildcards (* ?) against the entry's file name, without regard
 //                                  to ASCII case; "*.*" and "*" take every file; several
 //                                  patterns may be separated by ";".
-//   CheckZipFile result            0 readable, 1 damaged or without files, 2 missing, 3 not a zip
+//   CheckZipFile result            0 readable, 1 damaged or without files, 2 missing (only a
+//                                  name that leads to no file), 3 not a zip
 //                                  archive, 4 the password does not open the archive's encrypted
 //                                  entries (missing or wrong: tested on the first encrypted
 //                                  file, which costs one header check, not a decompression).
 //
-// Reading takes traditional (PKWARE) and AES entries. Extraction never writes outside its
-// destination: entries with an absolute path or a ".." component, links whose target leaves
-// the destination, and files whose folder below the destination is a link are refused and
-// listed in Failures(); the rest is extracted. Each file is written to a temporary name and
-// renamed, so no partial file stands under an entry's name; it gets the entry's time.
+// Reading takes traditional (PKWARE) and AES entries (those without a CRC are authenticated by
+// their code instead). Extraction never writes outside its destination: nothing below it is
+// followed when it is a link; entries with an absolute path or a ".." component, links whose
+// target leaves the destination once the links on its way are followed, and files whose folder
+// below the destination is a link are refused and listed in Failures(); the rest is extracted.
+// Nothing an extraction of the current run wrote is overwritten, nor the archive being read:
+// such entries fail. Each file is written to a temporary name and renamed, so no partial file
+// stands under an entry's name; it gets the entry's time.
 #pragma once
+
+#include "platform/FileSystem.h"
 
 #include <atomic>
 #include <cstdint>
 #include <memory>
+#include <map>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace orvKestrel {
-
-class FileSystem;
 
 class ZipLibrary {
  public:
@@ -64,6 +73,15 @@ class ZipLibrary {
     Kind kind;
     std::string entry;
     std::string reason;
+  };
+
+  // A file entry of the last UnZipEx that was not written although nothing failed: the policy
+  // kept the file at path, or the filter did not take the entry.
+  struct EntryKept {
+    enum class Why { Exists, NotNewer, Filtered };
+    Why why;
+    std::string entry;
+    std::string path;
   };
 
   explicit ZipLibrary(FileSystem& fs);
@@ -104,6 +122,12 @@ class ZipLibrary {
   bool LastCancelled() const { return lastCancelled_; }
   // Entries of the last UnZipEx that were not extracted because of an error.
   const std::vector<EntryFailure>& Failures() const { return failures_; }
+  const std::vector<EntryKept>& Kept() const { return kept_; }
+  // The archive the last UnZipEx read, as it was when opened.
+  const FileIdentity& ArchiveRead() const { return archiveRead_; }
+  // Starts a run over these archives: none of them, and nothing an extraction of the run
+  // writes, is replaced by an extraction of the run.
+  void StartRun(const std::vector<FileIdentity>& sources);
   // Flushes everything the last UnZipEx wrote to disk (before its archive is deleted).
   void SyncExtracted();
 
@@ -124,6 +148,10 @@ class ZipLibrary {
   std::vector<std::string> failedSources_;
   bool lastCancelled_ = false;
   std::vector<EntryFailure> failures_;
+  std::vector<EntryKept> kept_;
+  FileIdentity archiveRead_;
+  // Device and inode of what the run must not replace: its archives (true) and what it wrote.
+  std::map<std::pair<std::uint64_t, std::uint64_t>, bool> written_;
   std::string lastDestination_;
 };
 

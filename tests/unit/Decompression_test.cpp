@@ -62,7 +62,7 @@ TEST_F(Decompression, ExtractsEachArchiveAndCountsItsFiles) {
   j.DestZipFolder = 1;
   e.UnZip_Files(files, j);
   EXPECT_EQ(ev.Texts(),
-            (Lines{"2 Zip Dateien gefunden. Starte Dekompression ...",
+            (Lines{"2  Zip Dateien gefunden. Starte Dekompression ...",
                    "2 Dateien wurden dekomprimiert: " + files[0] + " nach " + j.To,
                    "1 Datei wurde dekomprimiert: " + files[1] + " nach " + j.To}));
   EXPECT_EQ(ev.lines[1].id, 78);
@@ -77,7 +77,7 @@ TEST_F(Decompression, ExtractsEachArchiveAndCountsItsFiles) {
 TEST_F(Decompression, FilesThatAreNoArchivesAreSkippedSilently) {
   files = {Src("fake.zip", "just text"), Zip("real.dat", {{"r.txt", "R"}})};
   e.UnZip_Files(files, j);
-  ASSERT_EQ(ev.Texts(), (Lines{"2 Zip Dateien gefunden. Starte Dekompression ...",
+  ASSERT_EQ(ev.Texts(), (Lines{"2  Zip Dateien gefunden. Starte Dekompression ...",
                                "1 Datei wurde dekomprimiert: " + files[1] + " nach " + j.To}));
 }
 
@@ -85,7 +85,7 @@ TEST_F(Decompression, DamagedAndForeignArchivesAreReportedAndSkipped) {
   const std::string good = ReadFile(Zip("good.zip", {{"a.txt", std::string(3000, 'a')}}));
   files = {Src("cut.zip", good.substr(0, good.size() / 2)), Src("pk.zip", "PK but no zip")};
   e.UnZip_Files(files, j);
-  ASSERT_EQ(ev.Texts(), (Lines{"2 Zip Dateien gefunden. Starte Dekompression ...",
+  ASSERT_EQ(ev.Texts(), (Lines{"2  Zip Dateien gefunden. Starte Dekompression ...",
                                "Zip Datei ist beschädigt oder enthält keine Dateien: " + files[0],
                                "Ungültige Zip Datei: " + files[1]}));
   EXPECT_FALSE(Exists(Out("a.txt")));
@@ -117,7 +117,7 @@ TEST_F(Decompression, AnUnknownStatusCarriesTheLastSkipDecisionOver) {
   files = {Src("cut.zip", "PK\x03\x04 cut short"), pw};
   j.DestZipPwd = "wrong";
   e.UnZip_Files(files, j);
-  ASSERT_EQ(ev.Texts(), (Lines{"2 Zip Dateien gefunden. Starte Dekompression ...",
+  ASSERT_EQ(ev.Texts(), (Lines{"2  Zip Dateien gefunden. Starte Dekompression ...",
                                "Zip Datei ist beschädigt oder enthält keine Dateien: " + files[0]}));
 }
 
@@ -190,7 +190,7 @@ TEST_F(Decompression, PreviewCountsAndWritesNothing) {
   j.FStruct = 1;
   e.UnZip_Files(files, j);
   EXPECT_EQ(ev.Texts(),
-            (Lines{"2 Zip Dateien gefunden. Starte Dekompressionsvorschau ...",
+            (Lines{"2  Zip Dateien gefunden. Starte Dekompressionsvorschau ...",
                    "2 Dateien würden dekomprimiert: " + files[0] + " nach " + Out("a"),
                    "Zip Datei würde bei erfolgreicher Aktion gelöscht  " + files[0] + " nach " + Out("a"),
                    "1 Datei würde dekomprimiert: " + files[1] + " nach " + Out("one"),
@@ -204,7 +204,7 @@ TEST_F(Decompression, ADryRunOnlyPreviews) {
   e.dryRun = true;
   j.ZipDelDeComp = 1;
   e.UnZip_Files(files, j);
-  EXPECT_EQ(ev.Texts().front(), "1 Zip Dateien gefunden. Starte Dekompressionsvorschau ...");
+  EXPECT_EQ(ev.Texts().front(), "1  Zip Dateien gefunden. Starte Dekompressionsvorschau ...");
   EXPECT_TRUE(fs::is_empty(j.To));
   EXPECT_TRUE(Exists(files[0]));
 }

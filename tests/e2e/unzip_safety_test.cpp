@@ -1,0 +1,309 @@
+// Extraction jobs that must not lose an entry, replace their own archive or escape their
+// destination, and archives written by other tools, seen through `kestrel run`.
+#include "e2e/E2eSupport.h"
+
+namespace e2e {
+namespace {
+
+std::string Quote(const std::string& s) {
+  std::string q = "'";
+  for (char c : s) q += c == '\'' ? std::string("'\\''") : std::string(1, c);
+  return q + "'";
+}
+
+bool HaveTool(const std::string& name) {
+  return std::system(("command -v " + name + " >/dev/null 2>&1").c_str()) == 0;
+}
+
+// Lines that begin with prefix and contain every one of parts.
+int Count(const std::vector<std::string>& lines, const std::string& prefix,
+          const std::vector<std::string>& parts = {}) {
+  return static_cast<int>(std::count_if(lines.begin(), lines.end(), [&](const std::string& l) {
+    return l.starts_with(prefix) && std::all_of(parts.begin(), parts.end(), [&](const auto& p) {
+             return l.find(p) != std::string::npos;
+           });
+  }));
+}
+
+// An entry of a test archive: a file, or a link (target in data) as Unix tools store it.
+struct Entry {
+  std::string name, data;
+  bool link = false;
+};
+
+class UnzipSafety : public JobFolderTest {
+ protected:
+  void SetUp() override {
+    if (!HaveTool("python3")) GTEST_SKIP() << "python3 is not installed (scripts/setup.sh)";
+  }
+  fs::path Src(const std::string& rel) const { return src() / rel; }
+  fs::path Dst(const std::string& rel) const { return dst() / rel; }
+  void Shell(const std::string& cmd) const {
+    ASSERT_EQ(std::system((cmd + " >" + Quote((dir_ / "sh.out").string()) + " 2>&1").c_str()), 0)
+        << cmd << "\n" << Get(dir_ / "sh.out");
+  }
+  void Python(const std::string& script) const {
+    Put(dir_ / "script.py", "import zipfile, os, sys\n" + script);
+    Shell("python3 " + Quote((dir_ / "script.py").string()));
+  }
+  void Archive(const fs::path& archive, const std::vector<Entry>& entries) const {
+    std::string script = "z=zipfile.ZipFile(" + Quote(archive.string()) + ",'w')\n";
+    for (const Entry& e : entries) {
+      script += "i=zipfile.ZipInfo(" + Quote(e.name) + ",(2020,1,2,3,4,6))\n";
+      if (e.link) script += "i.create_system=3; i.external_attr=(0o120777<<16)\n";
+      script += "z.writestr(i," + Quote(e.data) + ")\n";
+    }
+    Python(script + "z.close()\n");
+  }
+  // An extraction job from src into dst (or into src itself); more keys after.
+  void Job(const std::string& keys, bool intoSource = false) {
+    Put(dir_ / "jobs/u.kjb", "[Job]\nName=u\nCounter=1\nAction=4\nDoPreview=0\nFrom=" +
+                                 src().string() + "\nTo=" + (intoSource ? src() : dst()).string() +
+                                 "\n" + keys);
+  }
+  RunResult Run() {
+    RunResult r = RunJobs();
+    logs = LogTexts(r.out);
+    return r;
+  }
+  std::vector<std::string> logs;
+};
+
+// An archive that holds an entry of its own name, extracted into its own folder with
+// replacement: the entry fails and the archive stays as it was.
+TEST_F(UnzipSafety, AnArchiveIsNeverReplacedByItsOwnEntry) {
+  struct Case { std::string entry; int keepFolders; };
+  for (const Case& c : {Case{"pack.zip", 1}, Case{"inner/pack.zip", 0}}) {
+    SCOPED_TRACE(c.entry);
+    fs::remove_all(src());
+    fs::create_directories(src());
+    Archive(Src("pack.zip"), {{"other.txt", "other"}, {c.entry, "inner bytes"}});
+    const std::string before = Get(Src("pack.zip"));
+    Job("DestZipExist=1\nZipDelDeComp=1\nDestZipFolder=" + std::to_string(c.keepFolders) + "\n",
+        true);
+    const RunResult r = Run();
+    EXPECT_EQ(r.exitCode, 1) << r.out;
+    EXPECT_EQ(Get(Src("pack.zip")), before);
+    EXPECT_EQ(Get(Src("other.txt")), "other");
+    EXPECT_EQ(Count(logs, "u: Fehler: ", {c.entry}), 1) << r.out;
+    EXPECT_EQ(Count(logs, "Zip Datei wurde gelöscht"), 0) << r.out;
+  }
+}
+
+// Each archive holds an entry named like the other: whichever is read first, the other is not
+// replaced before it is read, nor afterwards, since it is kept.
+TEST_F(UnzipSafety, AnEntryNeverReplacesAnotherArchiveOfTheRun) {
+  Archive(Src("a.zip"), {{"b.zip", "not an archive"}, {"x.txt", "from a"}});
+  Archive(Src("b.zip"), {{"a.zip", "not an archive"}, {"y.txt", "from b"}});
+  const std::string a = Get(Src("a.zip")), b = Get(Src("b.zip"));
+  Job("DestZipExist=1\nZipDelDeComp=1\n", true);
+  const RunResult r = Run();
+  EXPECT_EQ(r.exitCode, 1) << r.out;
+  EXPECT_EQ(Get(Src("a.zip")), a);
+  EXPECT_EQ(Get(Src("b.zip")), b);
+  EXPECT_EQ(Get(Src("x.txt")), "from a");
+  EXPECT_EQ(Get(Src("y.txt")), "from b");
+  EXPECT_EQ(Count(logs, "u: Fehler: "), 2) << r.out;
+}
+
+// Flat extraction of two entries of one name: the first stays, the second is named as failed
+// and the archive is kept, whatever the policy for existing files.
+TEST_F(UnzipSafety, FlatExtractionNeverDropsAnEntry) {
+  for (const char* exist : {"0", "1", "2"}) {
+    SCOPED_TRACE(exist);
+    fs::remove_all(dst());
+    fs::create_directories(dst());
+    Archive(Src("r.zip"), {{"jan/report.txt", "january"}, {"feb/report.txt", "february"},
+                           {"x.txt", "x"}});
+    Job(std::string("ZipDelDeComp=1\nDestZipExist=") + exist + "\n");
+    const RunResult r = Run();
+    EXPECT_EQ(r.exitCode, 1) << r.out;
+    EXPECT_EQ(Get(Dst("report.txt")), "january");
+    EXPECT_EQ(Get(Dst("x.txt")), "x");
+    EXPECT_EQ(Count(logs, "u: Fehler: ", {"feb/report.txt"}), 1) << r.out;
+    EXPECT_TRUE(fs::exists(Src("r.zip")));
+    EXPECT_EQ(Count(logs, "Zip Datei wurde gelöscht"), 0) << r.out;
+  }
+}
+
+// Two archives of one run with the same entry: the second never replaces the first's file.
+TEST_F(UnzipSafety, TwoArchivesOfOneRunNeverReplaceEachOthersFiles) {
+  Archive(Src("a.zip"), {{"r.txt", "A"}});
+  Archive(Src("b.zip"), {{"r.txt", "B"}});
+  Job("ZipDelDeComp=1\nDestZipExist=1\n");
+  const RunResult r = Run();
+  EXPECT_EQ(r.exitCode, 1) << r.out;
+  ASSERT_NE(fs::exists(Src("a.zip")), fs::exists(Src("b.zip"))) << r.out;
+  const bool aKept = fs::exists(Src("a.zip"));
+  EXPECT_EQ(Get(Dst("r.txt")), aKept ? "B" : "A");
+  EXPECT_EQ(Count(logs, "u: Fehler: ", {aKept ? "a.zip" : "b.zip", "r.txt"}), 1) << r.out;
+}
+
+// Entries that the policy keeps are named, and their archive stays: it holds their only copy.
+TEST_F(UnzipSafety, EntriesKeptByThePolicyAreNamedAndKeepTheArchive) {
+  struct Case { const char* exist; std::time_t existing; const char* line; };
+  const std::time_t entry = 1577934246;  // about the entries' time, 2020-01-02
+  for (const Case& c : {Case{"0", entry - 86400, "Keine Aktion (Datei vorhanden): "},
+                        Case{"2", entry + 86400, "Keine Aktion (Neuere Datei existiert): "}}) {
+    SCOPED_TRACE(c.exist);
+    Put(Dst("report.txt"), "mine", c.existing);
+    Archive(Src("r.zip"), {{"report.txt", "theirs"}, {"x.txt", "x"}});
+    Job(std::string("ZipDelDeComp=1\nDestZipFolder=1\nDestZipExist=") + c.exist + "\n");
+    const RunResult r = Run();
+    EXPECT_EQ(r.exitCode, 0) << r.out;
+    EXPECT_EQ(Get(Dst("report.txt")), "mine");
+    EXPECT_EQ(Get(Dst("x.txt")), "x");
+    EXPECT_EQ(Count(logs, c.line + Src("r.zip").string() + ": report.txt nach " +
+                              Dst("report.txt").string()), 1)
+        << r.out;
+    EXPECT_TRUE(fs::exists(Src("r.zip")));
+  }
+}
+
+// Each link looks inside by itself; followed through the others (or through a link already in
+// the destination) it leaves. Such links are refused; everything made stays inside.
+TEST_F(UnzipSafety, LinksThatLeaveThroughOtherLinksAreRefused) {
+  fs::create_directories(dir_ / "outside");
+  Put(dir_ / "outside/secret", "secret");
+  struct Case { std::vector<Entry> links; std::string refused; };
+  const std::vector<Case> cases = {
+      {{{"a/l", "..", true}, {"root", "a/l/a/l/../..", true}}, "root"},
+      {{{"root", "a/l/a/l/../..", true}, {"a/l", "..", true}}, "root"},
+      {{{"a/l", "..", true}, {"b", "a/l/..", true}}, "b"},
+      {{{"a/b/l1", "../..", true}, {"a/l2", "b/l1/..", true}}, "a/l2"},
+      {{{"x", "y/..", true}, {"y", "a/l", true}, {"a/l", "..", true}}, "x"},
+      {{{"p", "planted/secret", true}}, "p"},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.refused);
+    fs::remove_all(dst());
+    fs::create_directories(dst());
+    fs::create_directory_symlink(dir_ / "outside", Dst("planted"));
+    std::vector<Entry> entries = c.links;
+    entries.push_back({"fine.txt", "fine"});
+    Archive(Src("l.zip"), entries);
+    Job("ZipDelDeComp=1\nDestZipFolder=1\n");
+    const RunResult r = Run();
+    EXPECT_EQ(r.exitCode, 1) << r.out;
+    EXPECT_EQ(Count(logs, "u: Fehler: link points outside", {c.refused}), 1) << r.out;
+    EXPECT_EQ(Get(Dst("fine.txt")), "fine");
+    EXPECT_TRUE(fs::exists(Src("l.zip")));
+    const fs::path inside = fs::canonical(dst());
+    for (const auto& e : fs::recursive_directory_iterator(dst())) {
+      if (!e.is_symlink() || e.path() == Dst("planted")) continue;
+      const fs::path real = fs::weakly_canonical(e.path());
+      EXPECT_TRUE(real.string().starts_with(inside.string())) << e.path() << " -> " << real;
+    }
+  }
+}
+
+
+// The data of the interoperability archives, below dir/data.
+const std::vector<std::string> kDataFiles = {"small.txt", "text.txt", "num.txt", "rand.bin"};
+
+class OtherTools : public UnzipSafety {
+ protected:
+  void SetUp() override {
+    UnzipSafety::SetUp();
+    if (IsSkipped()) return;
+    Put(dir_ / "data/small.txt", "short");
+    Put(dir_ / "data/text.txt", "a line of text that is longer than twenty bytes\n");
+    Python("d=" + Quote((dir_ / "data").string()) + "\n"
+           "open(d+'/num.txt','w').write(''.join('%d\\n' % i for i in range(20000)))\n"
+           "open(d+'/rand.bin','wb').write(os.urandom(100000))\n");
+  }
+  std::string Data() const { return Quote((dir_ / "data").string()); }
+  std::string Into(const std::string& archive) const { return Quote(Src(archive).string()); }
+  // The offset of an entry's stored data in an archive, for python.
+  static std::string DataOffset() {
+    return "def data_off(b, i):\n"
+           "  n, e = struct.unpack('<HH', b[i.header_offset+26:i.header_offset+30])\n"
+           "  return i.header_offset + 30 + n + e\n";
+  }
+};
+
+// Archives of 7-Zip (AES-256, bzip2), Info-ZIP (data descriptors, zip64), python (streamed,
+// with data descriptors), with trailing bytes and with local dates that differ from the
+// central ones: each extracts byte for byte, and is then deleted.
+TEST_F(OtherTools, ArchivesOfOtherToolsExtractByteForByte) {
+  if (!HaveTool("7z") || !HaveTool("zip")) GTEST_SKIP() << "7z or zip missing (scripts/setup.sh)";
+  const std::string files = "small.txt text.txt num.txt rand.bin";
+  Shell("cd " + Data() + " && 7z a -tzip -mem=AES256 -pPW " + Into("aes.zip") + " " + files);
+  Shell("cd " + Data() + " && 7z a -tzip -mm=BZip2 " + Into("bz.zip") + " " + files);
+  Shell("cd " + Data() + " && zip -q -fd " + Into("fd.zip") + " " + files);
+  Shell("cd " + Data() + " && zip -q -fz -r " + Into("fz.zip") + " .");
+  Python("import struct, shutil\nd=" + Data() + "\n" + DataOffset() +
+         "class Stream:\n"  // no seek, no tell: zipfile writes data descriptors
+         "  def __init__(s, f): s.f = f\n"
+         "  def write(s, b): return s.f.write(b)\n"
+         "  def flush(s): s.f.flush()\n"
+         "with open(" + Into("stream.zip") + ", 'wb') as f:\n"
+         "  z = zipfile.ZipFile(Stream(f), 'w', zipfile.ZIP_DEFLATED)\n"
+         "  for n in " + "['small.txt','text.txt','num.txt','rand.bin']" + ":\n"
+         "    with z.open(n, 'w') as w: w.write(open(d+'/'+n,'rb').read())\n"
+         "  z.close()\n"
+         "z = zipfile.ZipFile(" + Into("junk.zip") + ", 'w', zipfile.ZIP_DEFLATED)\n"
+         "for n in ['small.txt','num.txt']: z.write(d+'/'+n, n)\n"
+         "z.close()\n"
+         "open(" + Into("junk.zip") + ", 'ab').write(b'trailing junk' * 10)\n"
+         "z = zipfile.ZipFile(" + Into("dates.zip") + ", 'w', zipfile.ZIP_DEFLATED)\n"
+         "for n in ['text.txt','rand.bin']: z.write(d+'/'+n, n)\n"
+         "z.close()\n"
+         "b = bytearray(open(" + Into("dates.zip") + ", 'rb').read())\n"
+         "for i in zipfile.ZipFile(" + Into("dates.zip") + ").infolist():\n"
+         "  b[i.header_offset+12:i.header_offset+14] = struct.pack('<H', 0x2821)\n"
+         "open(" + Into("dates.zip") + ", 'wb').write(b)\n");
+  Job("FStruct=1\nDestZipFolder=1\nZipDelDeComp=1\nDestZipPwd=PW\n");
+  const RunResult r = Run();
+  EXPECT_EQ(r.exitCode, 0) << r.out;
+  EXPECT_EQ(Count(logs, "u: Fehler"), 0) << r.out;
+  for (const std::string archive : {"aes", "bz", "fd", "fz", "stream", "junk", "dates"}) {
+    SCOPED_TRACE(archive);
+    EXPECT_FALSE(fs::exists(Src(archive + ".zip")));
+    for (const std::string& f : kDataFiles) {
+      const fs::path out = Dst(archive + "/" + f);
+      if (!fs::exists(out) && (archive == "junk" || archive == "dates")) continue;
+      EXPECT_TRUE(Get(out) == Get(dir_ / ("data/" + f))) << f << " differs or is missing";
+    }
+  }
+}
+
+// Entries that cannot be extracted are named, whatever the reason, and keep their archive.
+TEST_F(OtherTools, UnreadableEntriesAreNamedAndKeepTheArchive) {
+  if (!HaveTool("7z")) GTEST_SKIP() << "7z is not installed (p7zip-full, scripts/setup.sh)";
+  Shell("cd " + Data() + " && 7z a -tzip -mem=AES256 -pPW " + Into("tampered.zip") + " num.txt");
+  Shell("cd " + Data() + " && 7z a -tzip -mm=LZMA " + Into("lzma.zip") + " num.txt");
+  Python("import struct\n" + DataOffset() +
+         "p = " + Into("tampered.zip") + "\n"
+         "b = bytearray(open(p, 'rb').read())\n"
+         "b[data_off(b, zipfile.ZipFile(p).infolist()[0]) + 1000] ^= 1\n"
+         "open(p, 'wb').write(b)\n"
+         "z = zipfile.ZipFile(" + Into("dup.zip") + ", 'w')\n"
+         "z.writestr('d.txt', 'first'); z.writestr('d.txt', 'second'); z.close()\n"
+         "z = zipfile.ZipFile(" + Into("noname.zip") + ", 'w')\n"
+         "z.writestr(zipfile.ZipInfo(''), 'x'); z.writestr('ok.txt', 'ok'); z.close()\n"
+         "b = open(" + Into("dup.zip") + ", 'rb').read()\n"
+         "open(" + Into("cut.zip") + ", 'wb').write(b[:len(b) // 2])\n");
+  Job("FStruct=1\nDestZipFolder=1\nZipDelDeComp=1\nDestZipPwd=PW\n");
+  const RunResult r = Run();
+  EXPECT_EQ(r.exitCode, 1) << r.out;
+  for (const char* archive : {"tampered", "lzma", "dup", "noname", "cut"}) {
+    EXPECT_TRUE(fs::exists(Src(std::string(archive) + ".zip"))) << archive;
+  }
+  EXPECT_EQ(Count(logs, "u: Fehler: ", {"authentication failed", "tampered.zip: num.txt"}), 1)
+      << r.out;
+  EXPECT_EQ(Count(logs, "Undefinierbarer Fehler (fehlendes Passwort?): " +
+                            Src("tampered.zip").string()), 0)
+      << r.out;
+  EXPECT_EQ(Count(logs, "u: Fehler: ", {"lzma.zip: num.txt"}), 1) << r.out;
+  EXPECT_EQ(Count(logs, "u: Fehler: ", {"dup.zip: d.txt"}), 1) << r.out;
+  EXPECT_EQ(Get(Dst("dup/d.txt")), "first");
+  EXPECT_EQ(Count(logs, "u: Fehler: entry without a name", {"noname.zip"}), 1) << r.out;
+  EXPECT_EQ(Get(Dst("noname/ok.txt")), "ok");
+  EXPECT_EQ(Count(logs, "Zip Datei ist beschädigt oder enthält keine Dateien: " +
+                            Src("cut.zip").string()), 1)
+      << r.out;
+}
+
+}  // namespace
+}  // namespace e2e

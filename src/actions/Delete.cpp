@@ -6,6 +6,8 @@
 #include "platform/Paths.h"
 #include "platform/SysError.h"
 
+#include <cerrno>
+
 namespace orvKestrel {
 namespace {
 
@@ -18,19 +20,25 @@ void LogDeleteError(Engine& e, const std::string& path) {
 }
 
 // Deletes one file permanently (forced) or into the recycle bin, logs message msg and, with
-// folders 1, removes the folders it leaves empty. With `read`, only while path still names the
-// file as it was read. True when the file was deleted.
+// folders 1, removes the folders it leaves empty. A deletion of a file seen before (a source
+// after its action) removes it only while it is still as seen. True when the file was deleted.
 bool DeleteOne(Engine& e, const std::string& path, job& job, CheckState toBin, CheckState folders,
-               int msg, const FileIdentity* read = nullptr) {
+               int msg, const FileIdentity* seen = nullptr) {
   bool deleted = false;
   try {
     if (toBin == 1) {
-      if (read != nullptr && e.fs.Identify(path) != *read) {
+      if (seen != nullptr && e.fs.Identify(path) != *seen) {
         throw KestrelError(EAGAIN, "The file changed after it was read and was kept");
       }
-      e.Kill(path);  // a failed recycle is not an error of its own
-    } else if (read != nullptr) {
-      e.fs.DeleteVerified(path, *read, true);
+      std::string failure;
+      if (!e.Kill(path, &failure)) {
+        // Logged as deleted, as it always was; the error line after it tells the truth, and
+        // the job ends with its error.
+        e.Log(msg, e.T(msg) + path, true, true, false, false);
+        throw KestrelError(EIO, failure);
+      }
+    } else if (seen != nullptr) {
+      e.fs.DeleteVerified(path, *seen, true);
     } else {
       e.fs.DeleteFile(path, true);
     }
@@ -49,10 +57,10 @@ bool DeleteOne(Engine& e, const std::string& path, job& job, CheckState toBin, C
 }
 
 void DeleteSingle(Engine& e, const std::string& path, job& job, CheckState toBin,
-                  CheckState folders, int msg) {
+                  CheckState folders, int msg, const FileIdentity* seen = nullptr) {
   e.Yield();
   if (path.empty()) return;
-  DeleteOne(e, path, job, toBin, folders, msg);
+  DeleteOne(e, path, job, toBin, folders, msg, seen);
 }
 
 void DeleteList(Engine& e, FileList& list, job& job, int msg) {
@@ -70,7 +78,7 @@ void DeleteList(Engine& e, FileList& list, job& job, int msg) {
 
 }  // namespace
 
-bool Engine::Kill(const std::string& Files) {
+bool Engine::Kill(const std::string& Files, std::string* failure) {
   Proc p(trap, "clsKestrel", "Function Kill", [&] {
     return ParamText({{"Files", Files}, {"AllowUndo", Opt("True")}, {"ShowProgress", Opt("False")},
                       {"Confirmation", Opt("False")}, {"Simple", Opt("True")},
@@ -79,7 +87,8 @@ bool Engine::Kill(const std::string& Files) {
   try {
     fs.Trash(Files);
     return true;
-  } catch (const KestrelError&) {
+  } catch (const KestrelError& err) {
+    if (failure != nullptr) *failure = "Not moved to the trash: " + err.Description();
     return false;
   }
 }
@@ -88,6 +97,13 @@ void Engine::DeleteSourceFile(const std::string& sArray, job& job) {
   Proc p(trap, "clsKestrel", "Sub DeleteSourceFile",
          [&] { return ParamText({{"sArray", sArray}, {"job", kJobParam}}); });
   DeleteSingle(*this, sArray, job, job.DelTypeSource, job.DelEFolSource, 36);
+}
+
+void Engine::DeleteSourceFileAsSeen(const std::string& sArray, job& job,
+                                    const FileIdentity& seen) {
+  Proc p(trap, "clsKestrel", "Sub DeleteSourceFile",
+         [&] { return ParamText({{"sArray", sArray}, {"job", kJobParam}}); });
+  DeleteSingle(*this, sArray, job, job.DelTypeSource, job.DelEFolSource, 36, &seen);
 }
 
 void Engine::DeleteZipSourceFile(const std::string& sArray, job& job) {

@@ -102,6 +102,14 @@ class FilePreview {
   bool Run() {
     const std::string folder =
         job_.FStruct == 1 ? e_.HandlePreviewFolders(src_, job_) : job_.To;
+    const std::string sub = actions::RelativeTo(folder, job_.To);
+    if (!sub.empty()) {  // the real run refuses a folder reached through a link
+      const std::string refused = e_.fs.RefusedBeneath(job_.To, sub);
+      if (!refused.empty()) {
+        ReportError(refused);
+        return true;
+      }
+    }
     dest_ = BuildPath(folder, paths::GetFileName(src_));
     const bool exists = e_.fs.FileExists(dest_);
     switch (job_.Exist) {

@@ -11,6 +11,8 @@
 
 #include <cerrno>
 #include <cstdio>
+#include <memory>
+#include <optional>
 
 namespace orvKestrel::actions {
 namespace {
@@ -19,14 +21,50 @@ using paths::BuildPath;
 using paths::GetFileName;
 using paths::ReplaceAll;
 
+std::string WithoutTrailingSlash(std::string path) {
+  while (path.size() > 1 && path.back() == '/') path.pop_back();
+  return path;
+}
+
+// The destination folder of the last file, kept open for the next files of the same folder.
+// Each is reached from the job's destination without following a link below it.
+class DestFolders {
+ public:
+  std::shared_ptr<const DestFolder> Open(FileSystem& fs, const std::string& root,
+                                         const std::string& folder, bool create) {
+    const std::string key = WithoutTrailingSlash(folder);
+    if (last_ && key == folder_ && root == root_ && removals_ == fs.FolderRemovals()) {
+      return last_;
+    }
+    last_.reset();
+    const std::string sub = RelativeTo(key, root);
+    // A folder that the renaming moved out of the destination is taken as named.
+    const bool beneath = !sub.empty() || key == WithoutTrailingSlash(root);
+    last_ = beneath ? fs.OpenBeneath(root, sub, create) : fs.OpenBeneath(key, "", false);
+    folder_ = key;
+    root_ = root;
+    removals_ = fs.FolderRemovals();
+    return last_;
+  }
+  void Forget() { last_.reset(); }
+
+ private:
+  std::shared_ptr<const DestFolder> last_;
+  std::string folder_, root_;
+  std::uint64_t removals_ = 0;
+};
+
 class FileTransfer {
  public:
-  FileTransfer(Engine& e, job& job, Kind kind, const std::string& src)
-      : e_(e), job_(job), kind_(kind), src_(src) {}
+  FileTransfer(Engine& e, job& job, Kind kind, const std::string& src, DestFolders& folders)
+      : e_(e), job_(job), kind_(kind), src_(src), folders_(folders) {}
 
   void Run() {
     if (e_.fileTime) e_.ReadSourceFileTime(src_);
-    const std::string folder = job_.FStruct == 1 ? e_.HandleFolders(src_, job_) : job_.To;
+    // The levels below To are made (or found) without following links; the path text is the
+    // one the folder structure gives.
+    const std::string folder = job_.FStruct == 1 ? e_.HandlePreviewFolders(src_, job_) : job_.To;
+    folders_.Open(e_.fs, job_.To, folder, true);
     e_.TidyFolder(folder);
     dest_ = BuildPath(folder, GetFileName(src_));
     destExists_ = e_.fs.FileExists(dest_);
@@ -52,18 +90,50 @@ class FileTransfer {
     return e_.NoRoomFor(src_, Copying() ? "copy" : "move", dest_, replacing);
   }
 
-  // The overwrite flag matters to the copy only: a move never replaces.
+  // The overwrite flag matters to the copy only: a move never replaces. The copy tells the
+  // source as it read it: a later deletion of the source removes only that.
   void Transfer(bool overwrite) {
+    const auto into = DestFolderOf();
     if (Copying()) {
-      e_.fs.CopyFile(src_, dest_, overwrite);
+      read_ = e_.fs.CopyFile(src_, *into, GetFileName(dest_), overwrite);
     } else {
-      e_.fs.MoveFile(src_, dest_);
+      e_.fs.MoveFile(src_, *into, GetFileName(dest_));
     }
+  }
+
+  // The folder of dest_, opened beneath To (the renaming may have changed its text).
+  std::shared_ptr<const DestFolder> DestFolderOf() {
+    return folders_.Open(e_.fs, job_.To, paths::GetParentFolderName(dest_), false);
   }
 
   void SetAttributes() {
     e_.SetDestAttributes(dest_, job_);
-    if (Copying()) e_.SetSourceAttributes(src_, job_);
+    if (!Copying()) return;
+    e_.SetSourceAttributes(src_, job_);
+    if (read_ && job_.EFSDelete == 1 && ChangesSourceAttributes()) OwnAttributesSet();
+  }
+
+  bool ChangesSourceAttributes() const {
+    return (job_.AttrSetSource == 0 || job_.AttrSetSource == 1) &&
+           (job_.AttrArchive2 == 1 || job_.AttrHidden2 == 1 || job_.AttrReadOnly2 == 1 ||
+            job_.AttrSystem2 == 1);
+  }
+
+  // Setting the source's attributes changed its change time; its contents stay verified by
+  // everything else that the copy read.
+  void OwnAttributesSet() {
+    const FileIdentity now = e_.fs.Identify(src_);
+    if (now.SameObject(*read_) && now.size == read_->size && now.modifiedNs == read_->modifiedNs) {
+      read_ = now;
+    }
+  }
+
+  // The source as the policy sees it before deleting it. Refused when the destination is the
+  // source itself under another name: deleting the one would delete the other.
+  FileIdentity SeenSource() {
+    const FileIdentity seen = e_.fs.Identify(src_);
+    if (seen.SameObject(e_.fs.Identify(dest_))) ThrowSameFile();
+    return seen;
   }
 
   void LogLine(int n) { e_.Log(n, e_.T(n) + src_ + e_.T(14) + dest_, true, true, false, false); }
@@ -84,7 +154,7 @@ class FileTransfer {
   // loses it (the source survives).
   void Replace() {
     RefuseSameFile(e_, src_, dest_);
-    if (!Copying()) e_.fs.DeleteFile(dest_, true);
+    if (!Copying()) e_.fs.DeleteFile(*DestFolderOf(), GetFileName(dest_), true);
     Transfer(true);
     if (!Copying() && job_.Exist == 3 && job_.FStruct == 1) e_.CheckEmptyFolder(src_, job_);
     SetAttributes();
@@ -104,8 +174,8 @@ class FileTransfer {
       TransferNew(false, true);
       return;
     }
-    RefuseSameFile(e_, src_, dest_);  // deleting the source would delete the destination
-    e_.DeleteSourceFile(src_, job_);
+    const FileIdentity seen = SeenSource();
+    e_.DeleteSourceFileAsSeen(src_, job_, seen);
     e_.Log(36, e_.T(36) + src_, true, true, false, false);
   }
 
@@ -134,15 +204,16 @@ class FileTransfer {
       return true;
     }
     const bool efsDelete = job_.EFSDelete == 1;
-    if (efsDelete) RefuseSameFile(e_, src_, dest_);
+    std::optional<FileIdentity> seen;
+    if (efsDelete) seen = SeenSource();
     if (CheckExist(e_.fs, e_.trap, src_, dest_, static_cast<std::int16_t>(job_.ExtFileTime),
                    job_.EFSelect)) {
       Replace();
     } else {
-      if (!Copying() && efsDelete) e_.fs.DeleteFile(src_, true);
+      if (!Copying() && efsDelete) e_.fs.DeleteVerified(src_, *seen, true);
       LogLine(45);
     }
-    if (Copying() && efsDelete) e_.fs.DeleteFile(src_, true);
+    if (Copying() && efsDelete) e_.fs.DeleteVerified(src_, read_.value_or(*seen), true);
     return true;
   }
 
@@ -150,8 +221,10 @@ class FileTransfer {
   job& job_;
   Kind kind_;
   const std::string& src_;
+  DestFolders& folders_;
   std::string dest_;
   bool destExists_ = false;  // looked at once, before the policy acts
+  std::optional<FileIdentity> read_;  // the source as the copy read it
 };
 
 void LogError(Engine& e, const job& job, Kind kind, const std::string& src) {
@@ -190,6 +263,7 @@ void TransferFiles(Engine& e, FileList& sArray, job& job, Kind kind) {
   const std::string suffix = job.OnlyCompare == 1 ? " (" + e.T(88) + ")" : "";
   LogCount(e, sArray.size(), suffix);
   const auto n = static_cast<std::int32_t>(sArray.size()) - 1;
+  DestFolders folders;
   for (std::int32_t i = 0; i <= n; ++i) {
     e.KestrelCounter(n, i);
     e.Yield();
@@ -197,8 +271,9 @@ void TransferFiles(Engine& e, FileList& sArray, job& job, Kind kind) {
     const std::string& src = sArray[static_cast<std::size_t>(i)];
     try {
       const FileSystem::StatusScope once(e.fs);
-      FileTransfer(e, job, kind, src).Run();
+      FileTransfer(e, job, kind, src, folders).Run();
     } catch (...) {
+      folders.Forget();  // the folder may be what failed
       LogError(e, job, kind, src);
     }
   }
@@ -286,9 +361,9 @@ std::string CleanUpRoot(const std::string& file, const job& job) {
 }
 
 void RefuseSameFile(Engine& e, const std::string& source, const std::string& dest) {
-  if (e.fs.SameFile(source, dest)) {
-    throw KestrelError(EINVAL, "source and destination are the same file");
-  }
+  if (e.fs.SameFile(source, dest)) ThrowSameFile();
 }
+
+void ThrowSameFile() { throw KestrelError(EINVAL, "source and destination are the same file"); }
 
 }  // namespace orvKestrel::actions

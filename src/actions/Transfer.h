@@ -30,5 +30,6 @@ std::string CleanUpRoot(const std::string& file, const job& job);
 
 // Throws when replacing or deleting dest would destroy the source itself.
 void RefuseSameFile(Engine& e, const std::string& source, const std::string& dest);
+[[noreturn]] void ThrowSameFile();
 
 }  // namespace orvKestrel::actions

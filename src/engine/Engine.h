@@ -135,8 +135,12 @@ class Engine {
                  bool replacing);
 
   // ----- delete and folder clean-up (actions/Delete.cpp) -----
-  bool Kill(const std::string& Files);
+  // failure, when given, receives why the recycle did not happen.
+  bool Kill(const std::string& Files, std::string* failure = nullptr);
   void DeleteSourceFile(const std::string& sArray, job& job);
+  // DeleteSourceFile, but a permanent deletion happens only while the path still names the
+  // file as seen.
+  void DeleteSourceFileAsSeen(const std::string& sArray, job& job, const FileIdentity& seen);
   void DeleteZipSourceFile(const std::string& sArray, job& job);
   // Only while sArray is still the file as it was read; true when it was deleted.
   bool DeleteZipSourceVerified(const std::string& sArray, const FileIdentity& read, job& job);

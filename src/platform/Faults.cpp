@@ -1,5 +1,7 @@
 #include "platform/Faults.h"
 
+#include <utility>
+
 namespace orvKestrel {
 
 void Faults::Arm(FaultOp op, int n, int err) {
@@ -7,16 +9,22 @@ void Faults::Arm(FaultOp op, int n, int err) {
   op_ = n > 0 ? op : FaultOp::Count;
   n_ = n;
   err_ = err;
+  action_ = nullptr;
   fired_ = false;
 }
 
 void Faults::Disarm() { Arm(FaultOp::Count, 0, 0); }
 
+void Faults::Before(FaultOp op, int n, std::function<void()> action) {
+  Arm(op, n, 0);
+  action_ = std::move(action);
+}
+
 int Faults::Check(FaultOp op) {
   const int call = ++calls_[Index(op)];
-  if (onCall) onCall(op, call);
   if (op != op_ || call != n_) return 0;
   fired_ = true;
+  if (action_) action_();
   return err_;
 }
 

@@ -19,15 +19,15 @@ class Faults {
   // Arms op: its n-th call from now (1 = the next) fails with err. n = 0 disarms.
   void Arm(FaultOp op, int n, int err);
   void Disarm();
+  // Arms op to run action just before its n-th call from now, which then goes ahead: a test's
+  // way to change a file at the last moment before the engine acts on it.
+  void Before(FaultOp op, int n, std::function<void()> action);
   // Counts a call of op; returns the errno to fail with, or 0.
   int Check(FaultOp op);
   // How many calls of op were counted since the last Arm/Disarm.
   int Calls(FaultOp op) const { return calls_[Index(op)]; }
   // True once the armed fault has fired.
   bool Fired() const { return fired_; }
-  // Called with the operation and its count at every call counted (a test changes the disk
-  // in the middle of an operation this way).
-  std::function<void(FaultOp, int)> onCall;
 
  private:
   static std::size_t Index(FaultOp op) { return static_cast<std::size_t>(op); }
@@ -35,6 +35,7 @@ class Faults {
   FaultOp op_ = FaultOp::Count;
   int n_ = 0;
   int err_ = 0;
+  std::function<void()> action_;
   bool fired_ = false;
 };
 

@@ -8,9 +8,11 @@
 #include <chrono>
 #include <cstdint>
 #include <ctime>
+#include <memory>
 #include <optional>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 namespace orvKestrel {
@@ -61,6 +63,22 @@ struct FileStat {
   bool isFile = false;  // a regular file
   std::uint64_t size = 0;
   FileTimes times;
+};
+
+// A destination folder opened beneath the job's destination: what is written through it stays
+// inside, whatever links were planted on the way. Closes its descriptor with the object.
+class DestFolder {
+ public:
+  DestFolder(int fd, std::string path) : fd_(fd), path_(std::move(path)) {}
+  ~DestFolder();
+  DestFolder(const DestFolder&) = delete;
+  DestFolder& operator=(const DestFolder&) = delete;
+  int fd() const { return fd_; }
+  const std::string& path() const { return path_; }  // as text, for messages
+
+ private:
+  int fd_;
+  std::string path_;
 };
 
 // Names for the temporary file beside a destination, ".kestrel-<16 hex>.tmp": one random draw
@@ -159,6 +177,23 @@ class FileSystem {
   // rename; across file systems a flushed copy with all times, then removal of the source only
   // while it is still the file that was copied. An existing destination is an error.
   void MoveFile(const std::string& source, const std::string& dest);
+  // The same three, for the file name in a folder opened beneath a destination.
+  FileIdentity CopyFile(const std::string& source, const DestFolder& folder,
+                        const std::string& name, bool overwrite);
+  void MoveFile(const std::string& source, const DestFolder& folder, const std::string& name);
+  void DeleteFile(const DestFolder& folder, const std::string& name, bool force);
+
+  // --- contained destinations (beneath.cpp) ---
+  // The folder root/sub, reached from root (taken as named) without following any link below
+  // it; with create, missing levels are made on the way. A level that is a link or no folder is
+  // refused (ELOOP), naming it.
+  std::shared_ptr<const DestFolder> OpenBeneath(const std::string& root, const std::string& sub,
+                                                bool create);
+  // For a preview: the first level of root/sub that such an opening would refuse; "" when none
+  // (a missing level would be made).
+  std::string RefusedBeneath(const std::string& root, const std::string& sub);
+  // Counts the folders removed through this object: a folder opened before may be gone.
+  std::uint64_t FolderRemovals() const { return folderRemovals_; }
   void DeleteFile(const std::string& path, bool force);  // force also removes read-only files
   // The file path names now (links followed); throws when missing.
   FileIdentity Identify(const std::string& path);
@@ -175,7 +210,12 @@ class FileSystem {
   bool SameFile(const std::string& a, const std::string& b);
 
   // --- recycle bin (trash.cpp) ---
+  // Refuses a file that lies in the trash it would go to.
   void Trash(const std::string& path);
+  // Whether the folder path (named name in its parent) is a trash: the home trash, or a
+  // ".Trash" or ".Trash-<uid>" at the top of a file system. Told by identity and position; only
+  // a folder with such a name costs a look.
+  bool IsTrashFolder(const std::string& path, std::string_view name);
 
   // --- drives (drives.cpp) ---
   std::string DriveName(const std::string& path);    // the mount point that holds path
@@ -222,8 +262,14 @@ class FileSystem {
     std::string path;
     std::chrono::steady_clock::time_point at;
   };
+  FileIdentity CopyAt(const std::string& source, int dir, const std::string& folder,
+                      const std::string& name, bool overwrite);
+  void MoveAt(const std::string& source, int dir, const std::string& folder,
+              const std::string& name);
+
   Faults faults_;
   TempNames tempNames_;
+  std::uint64_t folderRemovals_ = 0;
   int scopes_ = 0;
   std::vector<Status> known_;  // only while a StatusScope is alive; a few paths at most
   Status last_;                // the look-up outside a scope

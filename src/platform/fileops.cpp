@@ -62,22 +62,31 @@ std::string ParentOf(const std::string& path) {
   return pos == 0 ? "/" : path.substr(0, pos);
 }
 
-bool EntryExists(const std::string& path) {
+// Where a file is written: name and its folder, both relative to the folder descriptor dir
+// (AT_FDCWD with full paths, or a folder opened beneath a destination with ".").
+struct At {
+  int dir;
+  std::string folder;
+  std::string name;
+};
+
+bool EntryExists(const At& at) {
   struct stat st {};
-  return ::lstat(path.c_str(), &st) == 0;
+  return ::fstatat(at.dir, at.name.c_str(), &st, AT_SYMLINK_NOFOLLOW) == 0;
 }
 
-// Puts a finished temporary file under the destination's name.
-void PlaceNamed(const std::string& tmp, const std::string& dest, bool overwrite) {
+// Puts a finished temporary file (tmp, relative to dest.dir) under the destination's name.
+void PlaceNamed(const std::string& tmp, const At& dest, bool overwrite) {
+  const char* to = dest.name.c_str();
   if (overwrite) {
-    if (::rename(tmp.c_str(), dest.c_str()) != 0) ThrowSys(errno);
+    if (::renameat(dest.dir, tmp.c_str(), dest.dir, to) != 0) ThrowSys(errno);
     return;
   }
-  if (::renameat2(AT_FDCWD, tmp.c_str(), AT_FDCWD, dest.c_str(), RENAME_NOREPLACE) == 0) return;
+  if (::renameat2(dest.dir, tmp.c_str(), dest.dir, to, RENAME_NOREPLACE) == 0) return;
   if (errno != EINVAL && errno != ENOSYS) ThrowSys(errno);
   // A file system without the no-replace rename: a hard link fails on an existing name.
-  if (::link(tmp.c_str(), dest.c_str()) != 0) ThrowSys(errno);
-  ::unlink(tmp.c_str());
+  if (::linkat(dest.dir, tmp.c_str(), dest.dir, to, 0) != 0) ThrowSys(errno);
+  ::unlinkat(dest.dir, tmp.c_str(), 0);
 }
 
 // The copy being written beside its destination. A new file is written without any name where
@@ -86,16 +95,15 @@ void PlaceNamed(const std::string& tmp, const std::string& dest, bool overwrite)
 // unless the file is placed.
 class TempFile {
  public:
-  TempFile(const std::string& dest, TempNames& names, bool replacing) {
-    const std::string dir = ParentOf(dest);
+  TempFile(const At& dest, TempNames& names, bool replacing) : dir_(dest.dir) {
     if (!replacing && names.UnnamedPossible()) {
-      fd_ = ::open(dir.c_str(), O_TMPFILE | O_WRONLY | O_CLOEXEC, 0600);
+      fd_ = ::openat(dir_, dest.folder.c_str(), O_TMPFILE | O_WRONLY | O_CLOEXEC, 0600);
       if (fd_ >= 0) return;
       if (errno != EOPNOTSUPP && errno != EISDIR && errno != EINVAL) ThrowSys(errno);
     }
     for (int attempt = 0; attempt < 100; ++attempt) {
-      path_ = dir + "/" + names.Next();
-      fd_ = ::open(path_.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0600);
+      path_ = dest.folder + "/" + names.Next();
+      fd_ = ::openat(dir_, path_.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0600);
       if (fd_ >= 0) return;
       if (errno != EEXIST) ThrowSys(errno);
     }
@@ -103,7 +111,7 @@ class TempFile {
   }
   ~TempFile() {
     if (fd_ >= 0) ::close(fd_);
-    if (!placed_ && !path_.empty()) ::unlink(path_.c_str());
+    if (!placed_ && !path_.empty()) ::unlinkat(dir_, path_.c_str(), 0);
   }
   TempFile(const TempFile&) = delete;
   TempFile& operator=(const TempFile&) = delete;
@@ -111,7 +119,7 @@ class TempFile {
 
   // Gives the finished file dest's name and closes it; an existing dest is replaced only when
   // overwrite is set.
-  void Place(const std::string& dest, bool overwrite) {
+  void Place(const At& dest, bool overwrite) {
     if (path_.empty()) {
       Link(dest);
       Close();
@@ -129,16 +137,17 @@ class TempFile {
   }
   // A link fails on an existing name. Without the privilege to link a descriptor directly the
   // link goes through its name in /proc.
-  void Link(const std::string& dest) {
-    if (::linkat(fd_, "", AT_FDCWD, dest.c_str(), AT_EMPTY_PATH) == 0) return;
+  void Link(const At& dest) {
+    if (::linkat(fd_, "", dest.dir, dest.name.c_str(), AT_EMPTY_PATH) == 0) return;
     if (errno != ENOENT && errno != EPERM) ThrowSys(errno);
     const std::string self = "/proc/self/fd/" + std::to_string(fd_);
-    if (::linkat(AT_FDCWD, self.c_str(), AT_FDCWD, dest.c_str(), AT_SYMLINK_FOLLOW) != 0) {
+    if (::linkat(AT_FDCWD, self.c_str(), dest.dir, dest.name.c_str(), AT_SYMLINK_FOLLOW) != 0) {
       ThrowSys(errno);
     }
   }
 
-  std::string path_;  // empty while the file has no name
+  int dir_;
+  std::string path_;  // relative to dir_; empty while the file has no name
   int fd_ = -1;
   bool placed_ = false;
 };
@@ -263,7 +272,7 @@ void UnlinkVerified(const std::string& path, const FileIdentity& was) {
 // permission bits and the access and write times, flushed before it gets dest's name. With
 // keepOwner the owner is kept where the process may set it.
 FileIdentity CopyThroughTemp(Faults& faults, TempNames& names, const OpenSource& src,
-                             const std::string& dest, bool overwrite, bool keepOwner) {
+                             const At& dest, bool overwrite, bool keepOwner) {
   Check(faults, FaultOp::Open);
   TempFile tmp(dest, names, overwrite);
   CopyContents(faults, src.fd.get(), tmp.fd(), static_cast<std::uint64_t>(src.st.st_size));
@@ -282,26 +291,25 @@ FileIdentity CopyThroughTemp(Faults& faults, TempNames& names, const OpenSource&
   return read;
 }
 
-void SyncFolder(const std::string& dir) {
-  Fd fd(::open(dir.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+void SyncFolder(const At& at) {
+  Fd fd(::openat(at.dir, at.folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
   if (fd.get() >= 0 && ::fsync(fd.get()) != 0) ThrowSys(errno);
 }
 
 // A move between two file systems: a flushed copy with all times kept, and only then the
 // removal of the source. When the source cannot be removed the copy is taken back, so that a
 // failed move leaves both sides as they were.
-void MoveAcross(Faults& faults, TempNames& names, const std::string& source,
-                const std::string& dest) {
+void MoveAcross(Faults& faults, TempNames& names, const std::string& source, const At& dest) {
   Check(faults, FaultOp::Copy);
   const OpenSource src = OpenRegular(faults, source);
   if (EntryExists(dest)) ThrowSys(EEXIST);
   const FileIdentity read = CopyThroughTemp(faults, names, src, dest, false, true);
-  SyncFolder(ParentOf(dest));
+  SyncFolder(dest);
   try {
     Check(faults, FaultOp::Unlink);
     UnlinkVerified(source, read);
   } catch (...) {
-    ::unlink(dest.c_str());
+    ::unlinkat(dest.dir, dest.name.c_str(), 0);
     throw;
   }
 }
@@ -340,18 +348,30 @@ std::string TempNames::Next() {
 
 FileIdentity FileSystem::CopyFile(const std::string& source, const std::string& dest,
                                   bool overwrite) {
+  if (dest.empty()) ThrowInvalidCall();
+  return CopyAt(source, AT_FDCWD, ParentOf(dest), dest, overwrite);
+}
+
+FileIdentity FileSystem::CopyFile(const std::string& source, const DestFolder& folder,
+                                  const std::string& name, bool overwrite) {
+  if (name.empty()) ThrowInvalidCall();
+  return CopyAt(source, folder.fd(), ".", name, overwrite);
+}
+
+FileIdentity FileSystem::CopyAt(const std::string& source, int dir, const std::string& folder,
+                                const std::string& name, bool overwrite) {
   std::optional<FreeFigure> figure = std::move(free_);
   std::uint64_t length = 0;
   FileIdentity read;
   {
     const Changing changing(*this);
     Gate(FaultOp::Copy);
-    if (source.empty() || dest.empty()) ThrowInvalidCall();
+    if (source.empty()) ThrowInvalidCall();
     const OpenSource src = OpenRegular(faults_, source);
     length = static_cast<std::uint64_t>(src.st.st_size);
     // Without overwrite the final link or rename refuses an existing destination; callers look
     // first.
-    read = CopyThroughTemp(faults_, tempNames_, src, dest, overwrite, false);
+    read = CopyThroughTemp(faults_, tempNames_, src, At{dir, folder, name}, overwrite, false);
   }
   // A new file takes its length in whole blocks from the free space read before it, so that
   // the next file need not ask again. A replacement also frees the old file's blocks, which
@@ -367,17 +387,28 @@ FileIdentity FileSystem::CopyFile(const std::string& source, const std::string& 
 }
 
 void FileSystem::MoveFile(const std::string& source, const std::string& dest) {
+  if (dest.empty()) ThrowInvalidCall();
+  MoveAt(source, AT_FDCWD, ParentOf(dest), dest);
+}
+
+void FileSystem::MoveFile(const std::string& source, const DestFolder& folder,
+                          const std::string& name) {
+  if (name.empty()) ThrowInvalidCall();
+  MoveAt(source, folder.fd(), ".", name);
+}
+
+void FileSystem::MoveAt(const std::string& source, int dir, const std::string& folder,
+                        const std::string& name) {
   const Changing changing(*this, true);
-  if (source.empty() || dest.empty()) ThrowInvalidCall();
+  if (source.empty()) ThrowInvalidCall();
+  const At dest{dir, folder, name};
   int err = faults_.Check(FaultOp::Rename);  // an injected error stands for the rename's own
   if (err == 0) {
-    if (::renameat2(AT_FDCWD, source.c_str(), AT_FDCWD, dest.c_str(), RENAME_NOREPLACE) == 0) {
-      return;
-    }
+    if (::renameat2(AT_FDCWD, source.c_str(), dir, name.c_str(), RENAME_NOREPLACE) == 0) return;
     err = errno;
     if (err == EINVAL || err == ENOSYS) {  // no no-replace rename on this file system
       if (EntryExists(dest)) ThrowSys(EEXIST);
-      if (::rename(source.c_str(), dest.c_str()) == 0) return;
+      if (::renameat(AT_FDCWD, source.c_str(), dir, name.c_str()) == 0) return;
       err = errno;
     }
   }
@@ -482,6 +513,7 @@ void FileSystem::DeleteFolder(const std::string& path, bool force) {
 
 void FileSystem::RemoveFolder(const std::string& path) {
   const Changing changing(*this, true);
+  ++folderRemovals_;
   if (path.empty()) ThrowInvalidCall();
   Gate(FaultOp::Unlink);
   if (::rmdir(path.c_str()) != 0) ThrowSys(errno);

@@ -59,11 +59,18 @@ std::string TopFolder(std::string folder, dev_t dev) {
   return folder;
 }
 
+// Only below a home that exists: without one (unset, or the name of nothing, as the homes of
+// service accounts often are) no trash is made, and a recycle fails instead of building a home
+// of its own. A data folder named explicitly is made as needed, as such folders are.
 std::string HomeTrash() {
   const char* xdg = std::getenv("XDG_DATA_HOME");
   if (xdg != nullptr && xdg[0] == '/') return paths::BuildPath(xdg, "Trash");
   const char* home = std::getenv("HOME");
-  if (home == nullptr || home[0] != '/') ThrowSys(ENOENT);
+  struct stat st {};
+  if (home == nullptr || home[0] != '/' || ::stat(home, &st) != 0 || !S_ISDIR(st.st_mode)) {
+    throw KestrelError(ENOENT, home == nullptr ? std::string("No trash: HOME is not set")
+                                               : std::string("No trash: no home folder ") + home);
+  }
   return paths::BuildPath(home, ".local/share/Trash");
 }
 
@@ -159,7 +166,48 @@ bool Reserve(const std::string& info, const std::string& target) {
   return true;
 }
 
+bool SameObject(const struct stat& a, const struct stat& b) {
+  return a.st_dev == b.st_dev && a.st_ino == b.st_ino;
+}
+
+// Whether folder or one of the folders above it is the folder `trash`.
+bool Below(std::string folder, const struct stat& trash) {
+  for (;;) {
+    struct stat st {};
+    if (::stat(folder.c_str(), &st) == 0 && SameObject(st, trash)) return true;
+    if (folder == "/" || folder.empty()) return false;
+    folder = paths::GetParentFolderName(folder);
+  }
+}
+
+bool IsTopTrashName(std::string_view name) {
+  if (name == ".Trash") return true;
+  if (!name.starts_with(".Trash-") || name.size() == 7) return false;
+  return name.substr(7).find_first_not_of("0123456789") == std::string_view::npos;
+}
+
+// The top of a file system: its parent lies on another one, or it is the root.
+bool IsTopFolder(const std::string& folder) {
+  struct stat here {}, up {};
+  if (::stat(folder.c_str(), &here) != 0) return false;
+  if (::stat(paths::BuildPath(folder, "..").c_str(), &up) != 0) return false;
+  return here.st_dev != up.st_dev || here.st_ino == up.st_ino;
+}
+
 }  // namespace
+
+bool FileSystem::IsTrashFolder(const std::string& path, std::string_view name) {
+  if (name == "Trash") {
+    struct stat folder {}, home {};
+    try {
+      return ::lstat(path.c_str(), &folder) == 0 && ::stat(HomeTrash().c_str(), &home) == 0 &&
+             SameObject(folder, home);
+    } catch (const KestrelError&) {
+      return false;  // no home, so no home trash
+    }
+  }
+  return IsTopTrashName(name) && IsTopFolder(paths::GetParentFolderName(path));
+}
 
 void FileSystem::Trash(const std::string& path) {
   const Changing changing(*this, true);
@@ -169,6 +217,11 @@ void FileSystem::Trash(const std::string& path) {
   struct stat st {};
   if (::lstat(file.c_str(), &st) != 0) ThrowSys(errno);
   const TrashDirs dirs = ChooseTrash(file, st.st_dev);
+  struct stat trash {};
+  if (::stat(paths::GetParentFolderName(dirs.files).c_str(), &trash) != 0) ThrowSys(errno);
+  if (Below(paths::GetParentFolderName(file), trash)) {
+    throw KestrelError(EINVAL, "The file is in the trash already");
+  }
   // The info entry adds ".trashinfo" to the name: a longer name is cut (its info entry keeps
   // the whole path).
   const std::string name = paths::GetFileName(file).substr(0, 230);

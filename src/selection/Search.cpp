@@ -195,6 +195,7 @@ void Engine::FindFiles(const std::string& vsFolderPath, const std::string& vsSea
   if (!bSearchInFolder) return;
   for (const DirEntry& entry : *entries) {
     if (!entry.isDir) continue;  // a link to a folder is not followed: no loops
+    if (fs.IsTrashFolder(folder + entry.name, entry.name)) continue;  // what a recycle wrote
     Yield();
     if (Stopped()) return;
     const std::string sub = folder + entry.name;

@@ -1,5 +1,7 @@
 #include "ActionsFixture.h"
 
+#include <cstring>
+
 namespace orvKestrel::testing {
 namespace {
 
@@ -65,7 +67,8 @@ TEST_F(DeleteTest, RecycleBinTakesTheFileWithItsInfoEntry) {
   EXPECT_EQ(FileLines(), std::vector<std::string>{"Quelle gelöscht (Datei existiert): " + Src("a.txt")});
 }
 
-TEST_F(DeleteTest, FailedRecycleIsNotAnErrorOfItsOwn) {
+// Logged as deleted as before, but followed by its error line: the job ends with its error.
+TEST_F(DeleteTest, FailedRecycleIsLoggedAsDeletedAndAsAnError) {
   j.DelType = 1;
   Source("a.txt", "a");
   engine.fs.faults().Arm(FaultOp::Trash, 1, EIO);
@@ -73,8 +76,10 @@ TEST_F(DeleteTest, FailedRecycleIsNotAnErrorOfItsOwn) {
   engine.DeleteFiles(list, j);
   engine.fs.faults().Disarm();
   EXPECT_TRUE(Exists(Src("a.txt")));
-  EXPECT_EQ(Ids(), (std::vector<std::int16_t>{85, 36}));
-  EXPECT_FALSE(engine.jobError);
+  EXPECT_EQ(Ids(), (std::vector<std::int16_t>{85, 36, 10}));
+  EXPECT_EQ(Lines().back(), "Fehler: Not moved to the trash: " + std::string(std::strerror(EIO)) +
+                                " - " + Src("a.txt"));
+  EXPECT_TRUE(engine.jobError);
 }
 
 TEST_F(DeleteTest, SingleFileDeletionsUseTheirOwnFieldsAndMessages) {

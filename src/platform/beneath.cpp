@@ -1,0 +1,106 @@
+// Contained destinations: the folders that copies and moves write into are reached from the
+// job's destination without following any link below it, so that a link planted there (to
+// /etc, say) makes the file fail instead of sending it outside. The destination itself is
+// taken as the job names it.
+#include "platform/FileSystem.h"
+#include "platform/Paths.h"
+#include "platform/SysError.h"
+
+#include <fcntl.h>
+#include <linux/openat2.h>
+#include <sys/stat.h>
+#include <sys/syscall.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <utility>
+
+namespace orvKestrel {
+namespace {
+
+constexpr int kFolderFlags = O_PATH | O_DIRECTORY | O_CLOEXEC;
+
+// One level or several below dir, no link and no ".." on the way. Kernels without openat2 get
+// the same per level from O_NOFOLLOW. -1 and errno on failure (ELOOP for a link).
+int OpenBelow(int dir, const std::string& rel) {
+  open_how how{};
+  how.flags = kFolderFlags;
+  how.resolve = RESOLVE_BENEATH | RESOLVE_NO_SYMLINKS | RESOLVE_NO_MAGICLINKS;
+  const long fd = ::syscall(SYS_openat2, dir, rel.c_str(), &how, sizeof how);
+  if (fd >= 0 || errno != ENOSYS) return static_cast<int>(fd);
+  if (rel.find('/') != std::string::npos || rel == "..") {
+    errno = ENOSYS;  // the caller goes level by level
+    return -1;
+  }
+  struct stat st {};
+  if (::fstatat(dir, rel.c_str(), &st, AT_SYMLINK_NOFOLLOW) == 0 && S_ISLNK(st.st_mode)) {
+    errno = ELOOP;
+    return -1;
+  }
+  return ::openat(dir, rel.c_str(), kFolderFlags | O_NOFOLLOW);
+}
+
+[[noreturn]] void Refuse(int err, const std::string& level) {
+  if (err == ELOOP || err == EXDEV) {
+    throw KestrelError(ELOOP, "The destination goes through a link: " + level);
+  }
+  if (err == ENOTDIR) throw KestrelError(ENOTDIR, "The destination is not a folder: " + level);
+  ThrowSys(err);
+}
+
+// Level by level from root: the slow way, taken when a level is missing or refused.
+std::shared_ptr<const DestFolder> WalkLevels(std::shared_ptr<const DestFolder> at,
+                                             const std::string& sub, bool create) {
+  for (const std::string_view part : paths::PathParts(sub)) {
+    const std::string name(part);
+    const std::string path = paths::BuildPath(at->path(), name);
+    int fd = OpenBelow(at->fd(), name);
+    if (fd < 0 && errno == ENOENT && create) {
+      if (::mkdirat(at->fd(), name.c_str(), 0777) != 0 && errno != EEXIST) ThrowSys(errno);
+      fd = OpenBelow(at->fd(), name);
+    }
+    if (fd < 0) Refuse(errno, path);
+    at = std::make_shared<const DestFolder>(fd, path);
+  }
+  return at;
+}
+
+}  // namespace
+
+DestFolder::~DestFolder() {
+  if (fd_ >= 0) ::close(fd_);
+}
+
+std::shared_ptr<const DestFolder> FileSystem::OpenBeneath(const std::string& root,
+                                                           const std::string& sub, bool create) {
+  const int rootFd = ::open(root.empty() ? "." : root.c_str(), kFolderFlags);
+  if (rootFd < 0) ThrowSys(errno);
+  auto top = std::make_shared<const DestFolder>(rootFd, root);
+  if (sub.empty()) return top;
+  const int fd = OpenBelow(rootFd, sub);
+  if (fd >= 0) return std::make_shared<const DestFolder>(fd, paths::BuildPath(root, sub));
+  const Changing changing(*this);  // levels may be made
+  return WalkLevels(std::move(top), sub, create);
+}
+
+std::string FileSystem::RefusedBeneath(const std::string& root, const std::string& sub) {
+  try {
+    OpenBeneath(root, sub, false);
+  } catch (const KestrelError& err) {
+    if (err.Number() == ELOOP || err.Number() == ENOTDIR) return err.Description();
+  }
+  return {};
+}
+
+void FileSystem::DeleteFile(const DestFolder& folder, const std::string& name, bool force) {
+  const Changing changing(*this);
+  if (name.empty()) ThrowSys(EINVAL);
+  Gate(FaultOp::Unlink);
+  struct stat st {};
+  if (::fstatat(folder.fd(), name.c_str(), &st, AT_SYMLINK_NOFOLLOW) != 0) ThrowSys(errno);
+  if (S_ISDIR(st.st_mode)) ThrowSys(EISDIR);
+  if (!force && !S_ISLNK(st.st_mode) && (st.st_mode & S_IWUSR) == 0) ThrowSys(EACCES);
+  if (::unlinkat(folder.fd(), name.c_str(), 0) != 0) ThrowSys(errno);
+}
+
+}  // namespace orvKestrel

@@ -130,6 +130,11 @@ std::vector<std::string> DestinationLevels(const std::string& file, const job& j
   return levels;
 }
 
+// The last component of a destination level.
+std::string_view LastLevel(const std::string& level) {
+  return std::string_view(level).substr(level.rfind('/') + 1);
+}
+
 bool SkippedByAttributes(Engine& e, const std::string& folder, const job& job) {
   const std::uint32_t attrs = e.fs.GetAttributes(folder);
   return ((attrs & kAttrHidden) && job.NoHidenFolderScan == 1) ||
@@ -227,18 +232,12 @@ std::string Engine::HandleFolders(const std::string& sArrayStr, job& job) {
          [&] { return ParamText({{"sArrayStr", sArrayStr}, {"job", kJobParam}}); });
   const std::vector<std::string> levels = DestinationLevels(sArrayStr, job);
   if (levels.empty()) return job.To;
-  // Mostly the folder is there already, and then so are its parents: one look instead of one
-  // per level.
-  if (fs.FolderStillExists(levels.back())) return levels.back();
-  // Missing parents are made before their children. A level that cannot be made is left to the
-  // caller, whose placing of the file then fails with its own error line.
-  for (const std::string& level : levels) {
-    if (!p.Do([&] {
-          if (!fs.FolderExists(level)) fs.CreateFolder(level);
-        })) {
-      break;
-    }
-  }
+  // Missing levels are made, and all are reached, beneath To without following a link planted
+  // there: a level that is a link or no folder throws (ELOOP) to the caller, whose file then
+  // fails with its own error line instead of being written elsewhere.
+  // The first level is To joined with one name: what follows To there starts the sub-path.
+  const std::size_t below = levels.front().size() - LastLevel(levels.front()).size();
+  fs.OpenBeneath(job.To, levels.back().substr(below), true);
   return levels.back();
 }
 

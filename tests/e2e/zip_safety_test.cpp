@@ -176,5 +176,19 @@ TEST_F(ZipSafety, AFileWrittenWhileItIsZippedIsRefused) {
   EXPECT_FALSE(fs::exists(src() / "quiet.txt"));
 }
 
+// An archive per file in the mirrored sub-folder: a link planted there is never written
+// through, and the file it would have held stays.
+TEST_F(ZipSafety, AnArchiveIsNeverWrittenThroughALinkPlantedInItsDestination) {
+  const fs::path elsewhere = dir_ / "elsewhere";
+  Put(src() / "sub/a.txt", "a");
+  fs::create_directories(elsewhere);
+  fs::create_directory_symlink(elsewhere, dst() / "sub");
+  Job(dst(), "SubFolder=1\nZipAll=1\nZipExtStruct=1\nZipDelComp=1\nExist=3\n");
+  const RunResult r = Run();
+  EXPECT_EQ(r.exitCode, 1) << r.out;
+  EXPECT_TRUE(Files(elsewhere).empty());
+  EXPECT_EQ(Get(src() / "sub/a.txt"), "a");
+}
+
 }  // namespace
 }  // namespace e2e

@@ -68,6 +68,7 @@ class FileTransfer {
     e_.TidyFolder(folder);
     dest_ = BuildPath(folder, GetFileName(src_));
     destExists_ = e_.fs.FileExists(dest_);
+    RefuseWrittenByThisRun();
     bool writeTimes = true;
     switch (job_.Exist) {
       case 0: KeepExisting(); break;
@@ -85,6 +86,17 @@ class FileTransfer {
 
  private:
   bool Copying() const { return kind_ == Kind::Copy; }
+
+  // Two sources of one pass that meet at one destination name (a flattened structure, two
+  // jobs into one folder): replacing the first, or deleting the second because the first is
+  // there, would lose a file whose source may be gone already. Policies that keep the existing
+  // file or pick a free name are safe.
+  void RefuseWrittenByThisRun() const {
+    if (!destExists_ || job_.Exist == 0 || job_.Exist == 2) return;
+    if (e_.writtenThisRun.contains(dest_)) {
+      throw KestrelError(EEXIST, "Another file of this run was written to " + dest_ + "; kept");
+    }
+  }
   bool DestExists() const { return destExists_; }
   bool NoRoom(bool replacing) {
     return e_.NoRoomFor(src_, Copying() ? "copy" : "move", dest_, replacing);
@@ -99,6 +111,7 @@ class FileTransfer {
     } else {
       e_.fs.MoveFile(src_, *into, GetFileName(dest_));
     }
+    e_.writtenThisRun.insert(dest_);
   }
 
   // The folder of dest_, opened beneath To (the renaming may have changed its text).

@@ -194,6 +194,9 @@ class Engine {
   std::vector<std::string> unlistedFolders;
   FileTimes sourceTimes, destTimes;
   std::unordered_set<std::string> tidiedFolders;  // by TidyFolder, during the current job
+  // The destinations that copies and moves of the current call placed: never replaced, nor a
+  // reason to delete another source, by the same call.
+  std::unordered_set<std::string> writtenThisRun;
 };
 
 }  // namespace orvKestrel

@@ -288,6 +288,7 @@ void Engine::ExecuteAllJobs(const std::string& sJobDir, const std::string& sLang
   stop.store(false);
   filterRegExp = bFilterRegExp;
   jobEndedWithError = false;
+  writtenThisRun.clear();
   trap.ResetErrorCount();
 
   const auto lock = LockJobFolder(*this, sJobDir);
@@ -319,6 +320,7 @@ void Engine::ExecuteOneJob(const std::string& sFile, const std::string& sJobDir,
   stop.store(false);
   filterRegExp = bFilterRegEx;
   jobEndedWithError = false;
+  writtenThisRun.clear();
   trap.ResetErrorCount();
   const auto lock = LockJobFolder(*this, sJobDir);
   if (Stopped()) return;

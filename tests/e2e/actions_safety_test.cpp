@@ -7,6 +7,7 @@
 
 #include <cstring>
 #include <optional>
+#include <set>
 
 namespace e2e {
 namespace {
@@ -236,6 +237,32 @@ TEST_F(Safety, WritesStayInsideTheDestinationWhateverLinksWerePlantedThere) {
         EXPECT_EQ(Get(dst() / "other/c.txt"), "c");
       }
     }
+  }
+}
+
+
+// Two sources meet at one destination name when the structure is flattened: whatever the
+// policy, the second never replaces the first (whose source a move has removed) nor is deleted
+// because the first is there; it stays with an error line.
+TEST_F(Safety, TwoSourcesOfOneRunForOneNameBothSurvive) {
+  for (const char* keys : {"Action=0\nExist=1\n", "Action=1\nExist=1\n", "Action=1\nExist=3\n",
+                           "Action=1\nExist=4\nEFSelect=0\n",
+                           "Action=0\nExist=4\nEFSelect=0\nEFSDelete=1\n"}) {
+    SCOPED_TRACE(keys);
+    fs::remove_all(src());
+    fs::remove_all(dst());
+    fs::create_directories(dst());
+    Put(src() / "a/f.txt", "first", 1'600'000'000);
+    Put(src() / "b/f.txt", "second", 1'700'000'000);  // newer: every comparison says replace
+    Job(std::string(keys) + "SubFolder=1\nFStruct=0\n");
+    const RunResult r = Run();
+    std::multiset<std::string> kept;
+    for (const fs::path& root : {src(), dst()}) {
+      for (const auto& [rel, data] : Files(root)) kept.insert(data);
+    }
+    EXPECT_TRUE(kept.contains("first") && kept.contains("second")) << r.out;
+    EXPECT_EQ(r.exitCode, 1);
+    EXPECT_EQ(Errors(r).size(), 1u) << r.out;
   }
 }
 

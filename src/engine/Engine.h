@@ -72,6 +72,8 @@ class Engine {
   void RunExternalProgram(job& job);  // clsCmd::ShellAndWait unless dry run
   // A job of the current call ended "(mit Fehler)"; unlike jobError, cleared by every call.
   bool jobEndedWithError = false;
+  // Clears what one call of ExecuteAllJobs or ExecuteOneJob remembers.
+  void BeginCall();
 
   // ----- schedules and free space (engine/Scheduling.cpp) -----
   bool CheckDailyInterval(std::string& sIntState, std::string& sTime);

@@ -267,6 +267,12 @@ JobState Engine::CheckStatus(job& job, const std::string& sDel) {
   return job.RunOnce != 1 ? sOK : sRunOnce;
 }
 
+void Engine::BeginCall() {
+  jobEndedWithError = false;
+  writtenThisRun.clear();
+  trap.ResetErrorCount();
+}
+
 void Engine::TidyFolder(const std::string& folder) {
   if (dryRun || !tidiedFolders.insert(folder).second) return;
   RemoveEngineTemporaries(fs, folder);
@@ -287,9 +293,7 @@ void Engine::ExecuteAllJobs(const std::string& sJobDir, const std::string& sLang
   jobError = false;
   stop.store(false);
   filterRegExp = bFilterRegExp;
-  jobEndedWithError = false;
-  writtenThisRun.clear();
-  trap.ResetErrorCount();
+  BeginCall();
 
   const auto lock = LockJobFolder(*this, sJobDir);
   if (Stopped()) return;
@@ -319,9 +323,7 @@ void Engine::ExecuteOneJob(const std::string& sFile, const std::string& sJobDir,
   });
   stop.store(false);
   filterRegExp = bFilterRegEx;
-  jobEndedWithError = false;
-  writtenThisRun.clear();
-  trap.ResetErrorCount();
+  BeginCall();
   const auto lock = LockJobFolder(*this, sJobDir);
   if (Stopped()) return;
   if (lock.Held() && !dryRun) RemoveEngineTemporaries(fs, ListingOf(sJobDir).first);

@@ -11,6 +11,7 @@ namespace {
 class CopyTest : public ActionsTest {
  protected:
   void Copy(FileList list) {
+    engine.BeginCall();
     engine.CopyFiles(list, j);
     EXPECT_TRUE(list.empty());
   }

@@ -6,6 +6,7 @@ namespace {
 class MoveTest : public ActionsTest {
  protected:
   void Move(FileList list) {
+    engine.BeginCall();
     engine.MoveFiles(list, j);
     EXPECT_TRUE(list.empty());
   }

@@ -72,7 +72,12 @@ void DeleteArchive(Engine& e, const job& job, const std::string& file) {
       if (e.fs.Identify(file) != read) {
         throw KestrelError(EAGAIN, "The file changed after it was read and was kept");
       }
-      e.Kill(file);
+      std::string failure;
+      if (!e.Kill(file, &failure)) {
+        // Logged as deleted, as it always was; the error line after it tells the truth.
+        e.Log(81, e.T(81) + file, true, true, false);
+        throw KestrelError(EIO, failure);
+      }
     } else {
       e.fs.DeleteVerified(file, read, true);
     }

@@ -416,15 +416,24 @@ void FileSystem::MoveAt(const std::string& source, int dir, const std::string& f
   MoveAcross(faults_, tempNames_, source, dest);
 }
 
+namespace {
+
+// The checks before a file is deleted: a folder is refused, and a read-only file unless forced
+// (unlink asks the folder, not the file).
+void CheckDeletable(const std::string& path, bool force) {
+  struct stat st {};
+  if (::lstat(path.c_str(), &st) != 0) ThrowSys(errno);
+  if (S_ISDIR(st.st_mode)) ThrowSys(EISDIR);
+  if (!force && !S_ISLNK(st.st_mode) && (st.st_mode & S_IWUSR) == 0) ThrowSys(EACCES);
+}
+
+}  // namespace
+
 void FileSystem::DeleteFile(const std::string& path, bool force) {
   const Changing changing(*this);
   if (path.empty()) ThrowInvalidCall();
   Gate(FaultOp::Unlink);
-  struct stat st {};
-  if (::lstat(path.c_str(), &st) != 0) ThrowSys(errno);
-  if (S_ISDIR(st.st_mode)) ThrowSys(EISDIR);
-  // unlink asks the folder, not the file; a read-only file is refused unless forced.
-  if (!force && !S_ISLNK(st.st_mode) && (st.st_mode & S_IWUSR) == 0) ThrowSys(EACCES);
+  CheckDeletable(path, force);
   if (::unlink(path.c_str()) != 0) ThrowSys(errno);
 }
 
@@ -483,10 +492,7 @@ void FileSystem::DeleteVerified(const std::string& path, const FileIdentity& was
   const Changing changing(*this);
   if (path.empty()) ThrowInvalidCall();
   Gate(FaultOp::Unlink);
-  struct stat st {};
-  if (::lstat(path.c_str(), &st) != 0) ThrowSys(errno);
-  if (S_ISDIR(st.st_mode)) ThrowSys(EISDIR);
-  if (!force && (st.st_mode & S_IWUSR) == 0) ThrowSys(EACCES);
+  CheckDeletable(path, force);
   UnlinkVerified(path, was);
 }
 

@@ -116,6 +116,15 @@ struct Attachment {
   Attachment& operator=(const Attachment&) = delete;
 };
 
+// The pass stopped reading at a job file; the trap's report alone does not say what to do.
+void HintIfUnreadable(const orvKestrel::clsKestrel& kestrel, const std::string& jobDir) {
+  if (!kestrel.JobFileUnreadable()) return;
+  std::fprintf(stderr,
+               "kestrel: a job file could not be read and the jobs after it did not run; "
+               "`kestrel check %s` says which and why\n",
+               jobDir.c_str());
+}
+
 void RunDaemon(orvKestrel::clsKestrel& kestrel, StopSignals& signals, const RunOptions& o,
                const std::string& jobDir) {
   using Clock = std::chrono::steady_clock;
@@ -123,6 +132,7 @@ void RunDaemon(orvKestrel::clsKestrel& kestrel, StopSignals& signals, const RunO
   const auto start = Clock::now();
   while (!signals.Signalled()) {
     kestrel.ExecuteAllJobs(jobDir, o.lang, o.verbose, o.previewJobs, o.regex);
+    HintIfUnreadable(kestrel, o.target);
     if (signals.Signalled()) break;
     // The next start of an interval: a slow pass skips the slots it overran, it never shifts them.
     const auto next = start + (Clock::now() - start) / every * every + every;
@@ -165,6 +175,7 @@ int Execute(Mode mode, const RunOptions& o) {
     switch (mode) {
       case Mode::Run:
         kestrel.ExecuteAllJobs(WithSlash(o.target), o.lang, o.verbose, o.previewJobs, o.regex);
+        HintIfUnreadable(kestrel, o.target);
         break;
       case Mode::RunOne: {
         std::string folder = orvKestrel::paths::GetParentFolderName(o.target);

@@ -72,6 +72,7 @@ class Engine {
   void RunExternalProgram(job& job);  // clsCmd::ShellAndWait unless dry run
   // A job of the current call ended "(mit Fehler)"; unlike jobError, cleared by every call.
   bool jobEndedWithError = false;
+  bool jobFileUnreadable = false;  // the last GetJobs stopped at a file it could not read
 
   // ----- schedules and free space (engine/Scheduling.cpp) -----
   bool CheckDailyInterval(std::string& sIntState, std::string& sTime);

@@ -12,6 +12,7 @@
 #include "Commands.h"
 #include "EventWriter.h"
 #include "HostOptions.h"
+#include "Language.h"
 #include "StopSignals.h"
 #include "platform/Paths.h"
 
@@ -140,7 +141,9 @@ void RunDaemon(orvKestrel::clsKestrel& kestrel, StopSignals& signals, const RunO
   }
 }
 
-int Execute(Mode mode, const RunOptions& o) {
+int Execute(Mode mode, const RunOptions& given) {
+  RunOptions o = given;
+  o.lang = ChooseLanguageFile(given.lang);
   orvKestrel::Host host;
   try {
     host = o.host.MakeHost();
@@ -201,8 +204,11 @@ const CLI::Validator kNotEmpty(
 
 void AddShared(CLI::App* cmd, RunOptions& o, bool passOptions) {
   cmd->add_option("--lang", o.lang,
-                  "Language file (section LogMessages); without it the built-in German texts "
-                  "are used. A missing or unreadable file is no error")
+                  "Language file (section LogMessages). Without it: KESTREL_LANG, else the "
+                  "installed language file of the locale's language (English for a language "
+                  "without one), else the built-in German texts (also for the C and POSIX "
+                  "locales). A missing or unreadable file, or one that is no regular file or "
+                  "over 1 MiB, is no error: the built-in texts are used")
       ->type_name("FILE");
   if (passOptions) {
     cmd->add_flag("--verbose", o.verbose, "Also report inactive jobs and jobs with invalid paths");

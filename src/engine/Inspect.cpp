@@ -53,14 +53,8 @@ bool ReadScheduleTexts(const job& j, const Host& host, ScheduleOutlook& o, int& 
       return false;
     }
   }
-  if (!j.IntervalState.empty()) {
-    last = datetext::ParseDateTime(j.IntervalState, host.shortDateFormat);
-    if (!last) {
-      o.problem = "IntState \"" + j.IntervalState + "\" is not a date (" + host.shortDateFormat +
-                  " or YYYY-MM-DD)";
-      return false;
-    }
-  }
+  // A state that does not read counts as "never fired", as in the engine.
+  if (!j.IntervalState.empty()) last = datetext::ParseDateTime(j.IntervalState, host.shortDateFormat);
   return true;
 }
 
@@ -85,7 +79,7 @@ ScheduleOutlook LookAtSchedule(const job& j, const Host& host) {
   int at = 0;
   std::optional<std::time_t> last, onDate;
   if (!ReadScheduleTexts(j, host, o, at, last, onDate)) return o;
-  o.recordsStateFirst = j.IntervalState.empty();
+  o.recordsStateFirst = !last;
   const std::time_t now = host.clock.Now();
   const std::time_t today = datetext::StartOfDay(now);
   // A monthly day 31 or a date comes round within a few years; later is "never".

@@ -14,6 +14,7 @@
 #include "HostOptions.h"
 #include "Language.h"
 #include "StopSignals.h"
+#include "platform/FileSystem.h"
 #include "platform/Paths.h"
 
 namespace kestrel {
@@ -141,7 +142,32 @@ void RunDaemon(orvKestrel::clsKestrel& kestrel, StopSignals& signals, const RunO
   }
 }
 
+// Why run-one cannot run this path, or "" when it names a job file. The engine itself runs a
+// missing file as defaults and passes over a folder or another file silently.
+std::string NoJobFile(const std::string& path) {
+  orvKestrel::FileSystem fs;
+  if (fs.FolderExists(path)) return "is a folder, not a job file";
+  if (!fs.FileExists(path)) {
+    try {
+      fs.Stat(path);
+    } catch (const std::exception&) {
+      return "does not exist";
+    }
+    return "is not a regular file";
+  }
+  if (orvKestrel::paths::LowerAscii(orvKestrel::paths::GetExtensionName(path)) != "kjb") {
+    return "is not a job file (a job file's name ends in .kjb)";
+  }
+  return {};
+}
+
 int Execute(Mode mode, const RunOptions& given) {
+  if (mode == Mode::RunOne) {
+    if (const std::string why = NoJobFile(given.target); !why.empty()) {
+      std::fprintf(stderr, "kestrel: %s %s\n", given.target.c_str(), why.c_str());
+      return kExitErrors;
+    }
+  }
   RunOptions o = given;
   o.lang = ChooseLanguageFile(given.lang);
   orvKestrel::Host host;

@@ -130,3 +130,30 @@ TEST_F(Check, RunHintsAtCheckWhenAJobFileDoesNotRead) {
 
 }  // namespace
 }  // namespace e2e
+
+namespace e2e {
+namespace {
+
+TEST(RunOne, SaysWhyAPathIsNoJobFile) {
+  const Scratch dir("e2e-runone");
+  fs::create_directories(dir / "jobs/folder.kjb");
+  Put(dir / "jobs/notes.txt", "[Job]\nName=notes\n");
+  ASSERT_EQ(::mkfifo((dir / "jobs/pipe.kjb").c_str(), 0600), 0);
+  const struct {
+    std::string path, why;
+  } cases[] = {{"jobs/missing.kjb", "does not exist"},
+               {"jobs/folder.kjb", "is a folder"},
+               {"jobs", "is a folder"},
+               {"jobs/notes.txt", "is not a job file"},
+               {"jobs/pipe.kjb", "is not a regular file"}};
+  for (const auto& c : cases) {
+    const RunResult r = RunKestrel({"run-one", c.path}, dir.root());
+    EXPECT_EQ(r.exitCode, 1) << c.path;
+    EXPECT_TRUE(r.err.starts_with("kestrel: " + c.path + " ")) << r.err;
+    EXPECT_NE(r.err.find(c.why), std::string::npos) << c.path << ": " << r.err;
+    EXPECT_TRUE(r.out.empty()) << r.out;
+  }
+}
+
+}  // namespace
+}  // namespace e2e

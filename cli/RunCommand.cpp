@@ -15,6 +15,7 @@
 #include "Language.h"
 #include "StopSignals.h"
 #include "platform/FileSystem.h"
+#include "platform/OutputFile.h"
 #include "platform/Paths.h"
 
 namespace kestrel {
@@ -47,10 +48,7 @@ constexpr int kExitErrors = 1;
 constexpr int kExitUsage = 2;
 constexpr int kExitSignal = 130;
 
-struct FileCloser {
-  void operator()(std::FILE* f) const { std::fclose(f); }
-};
-using File = std::unique_ptr<std::FILE, FileCloser>;
+using File = orvKestrel::OutputFile;
 
 std::string JoinLines(const std::string& text) {
   std::string out;
@@ -95,11 +93,11 @@ std::function<BoxAnswer(const MessageBoxRequest&)> MakeAnswerer(const std::strin
   };
 }
 
-File OpenOrComplain(const std::string& path, const char* mode, const char* what) {
-  File f(std::fopen(path.c_str(), mode));
+File OpenOrComplain(const std::string& path, bool append, const char* what) {
+  File f = orvKestrel::OpenOutputFile(path, append);
   if (!f) {
     std::fprintf(stderr, "kestrel: cannot open %s %s: %s\n", what, path.c_str(),
-                 std::strerror(errno));
+                 errno == ENXIO ? "a pipe that nobody reads" : std::strerror(errno));
   }
   return f;
 }
@@ -178,8 +176,8 @@ int Execute(Mode mode, const RunOptions& given) {
     return kExitUsage;
   }
   File log, trace;
-  if (!o.log.empty() && !(log = OpenOrComplain(o.log, "a", "log file"))) return kExitUsage;
-  if (!o.trace.empty() && !(trace = OpenOrComplain(o.trace, "w", "trace file"))) {
+  if (!o.log.empty() && !(log = OpenOrComplain(o.log, true, "log file"))) return kExitUsage;
+  if (!o.trace.empty() && !(trace = OpenOrComplain(o.trace, false, "trace file"))) {
     return kExitUsage;
   }
 

@@ -115,3 +115,24 @@ TEST_F(Language, SettingsFilesMustBeSmallRegularFiles) {
 
 }  // namespace
 }  // namespace e2e
+
+namespace e2e {
+namespace {
+
+// A log or trace file that is a pipe nobody reads, or a folder, is refused at once (exit 2)
+// instead of hanging the run.
+TEST(OutputFiles, APipeWithoutReaderOrAFolderIsRefusedAtOnce) {
+  const Scratch dir("e2e-out");
+  ASSERT_EQ(::mkfifo((dir / "pipe").c_str(), 0600), 0);
+  fs::create_directories(dir / "folder");
+  for (const char* option : {"--log", "--trace"}) {
+    for (const char* target : {"pipe", "folder"}) {
+      const RunResult r = RunKestrel({"run", "jobs", option, (dir / target).string()}, dir.root());
+      EXPECT_EQ(r.exitCode, 2) << option << " " << target;
+      EXPECT_NE(r.err.find((dir / target).string()), std::string::npos) << r.err;
+    }
+  }
+}
+
+}  // namespace
+}  // namespace e2e

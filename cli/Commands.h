@@ -12,6 +12,8 @@ using Action = std::function<int()>;
 
 // kestrel list
 void AddListCommand(CLI::App& app, Action& action);
+// kestrel check
+void AddCheckCommand(CLI::App& app, Action& action);
 // kestrel run, run-one, daemon
 void AddRunCommands(CLI::App& app, Action& action);
 

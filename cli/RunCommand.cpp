@@ -12,7 +12,10 @@
 #include "Commands.h"
 #include "EventWriter.h"
 #include "HostOptions.h"
+#include "Language.h"
 #include "StopSignals.h"
+#include "platform/FileSystem.h"
+#include "platform/OutputFile.h"
 #include "platform/Paths.h"
 
 namespace kestrel {
@@ -45,10 +48,7 @@ constexpr int kExitErrors = 1;
 constexpr int kExitUsage = 2;
 constexpr int kExitSignal = 130;
 
-struct FileCloser {
-  void operator()(std::FILE* f) const { std::fclose(f); }
-};
-using File = std::unique_ptr<std::FILE, FileCloser>;
+using File = orvKestrel::OutputFile;
 
 std::string JoinLines(const std::string& text) {
   std::string out;
@@ -93,11 +93,11 @@ std::function<BoxAnswer(const MessageBoxRequest&)> MakeAnswerer(const std::strin
   };
 }
 
-File OpenOrComplain(const std::string& path, const char* mode, const char* what) {
-  File f(std::fopen(path.c_str(), mode));
+File OpenOrComplain(const std::string& path, bool append, const char* what) {
+  File f = orvKestrel::OpenOutputFile(path, append);
   if (!f) {
     std::fprintf(stderr, "kestrel: cannot open %s %s: %s\n", what, path.c_str(),
-                 std::strerror(errno));
+                 errno == ENXIO ? "a pipe that nobody reads" : std::strerror(errno));
   }
   return f;
 }
@@ -116,6 +116,15 @@ struct Attachment {
   Attachment& operator=(const Attachment&) = delete;
 };
 
+// The pass stopped reading at a job file; the trap's report alone does not say what to do.
+void HintIfUnreadable(const orvKestrel::clsKestrel& kestrel, const std::string& jobDir) {
+  if (!kestrel.JobFileUnreadable()) return;
+  std::fprintf(stderr,
+               "kestrel: a job file could not be read and the jobs after it did not run; "
+               "`kestrel check %s` says which and why\n",
+               jobDir.c_str());
+}
+
 void RunDaemon(orvKestrel::clsKestrel& kestrel, StopSignals& signals, const RunOptions& o,
                const std::string& jobDir) {
   using Clock = std::chrono::steady_clock;
@@ -123,6 +132,7 @@ void RunDaemon(orvKestrel::clsKestrel& kestrel, StopSignals& signals, const RunO
   const auto start = Clock::now();
   while (!signals.Signalled()) {
     kestrel.ExecuteAllJobs(jobDir, o.lang, o.verbose, o.previewJobs, o.regex);
+    HintIfUnreadable(kestrel, o.target);
     if (signals.Signalled()) break;
     // The next start of an interval: a slow pass skips the slots it overran, it never shifts them.
     const auto next = start + (Clock::now() - start) / every * every + every;
@@ -130,7 +140,34 @@ void RunDaemon(orvKestrel::clsKestrel& kestrel, StopSignals& signals, const RunO
   }
 }
 
-int Execute(Mode mode, const RunOptions& o) {
+// Why run-one cannot run this path, or "" when it names a job file. The engine itself runs a
+// missing file as defaults and passes over a folder or another file silently.
+std::string NoJobFile(const std::string& path) {
+  orvKestrel::FileSystem fs;
+  if (fs.FolderExists(path)) return "is a folder, not a job file";
+  if (!fs.FileExists(path)) {
+    try {
+      fs.Stat(path);
+    } catch (const std::exception&) {
+      return "does not exist";
+    }
+    return "is not a regular file";
+  }
+  if (orvKestrel::paths::LowerAscii(orvKestrel::paths::GetExtensionName(path)) != "kjb") {
+    return "is not a job file (a job file's name ends in .kjb)";
+  }
+  return {};
+}
+
+int Execute(Mode mode, const RunOptions& given) {
+  if (mode == Mode::RunOne) {
+    if (const std::string why = NoJobFile(given.target); !why.empty()) {
+      std::fprintf(stderr, "kestrel: %s %s\n", given.target.c_str(), why.c_str());
+      return kExitErrors;
+    }
+  }
+  RunOptions o = given;
+  o.lang = ChooseLanguageFile(given.lang);
   orvKestrel::Host host;
   try {
     host = o.host.MakeHost();
@@ -139,8 +176,8 @@ int Execute(Mode mode, const RunOptions& o) {
     return kExitUsage;
   }
   File log, trace;
-  if (!o.log.empty() && !(log = OpenOrComplain(o.log, "a", "log file"))) return kExitUsage;
-  if (!o.trace.empty() && !(trace = OpenOrComplain(o.trace, "w", "trace file"))) {
+  if (!o.log.empty() && !(log = OpenOrComplain(o.log, true, "log file"))) return kExitUsage;
+  if (!o.trace.empty() && !(trace = OpenOrComplain(o.trace, false, "trace file"))) {
     return kExitUsage;
   }
 
@@ -165,6 +202,7 @@ int Execute(Mode mode, const RunOptions& o) {
     switch (mode) {
       case Mode::Run:
         kestrel.ExecuteAllJobs(WithSlash(o.target), o.lang, o.verbose, o.previewJobs, o.regex);
+        HintIfUnreadable(kestrel, o.target);
         break;
       case Mode::RunOne: {
         std::string folder = orvKestrel::paths::GetParentFolderName(o.target);
@@ -190,8 +228,11 @@ const CLI::Validator kNotEmpty(
 
 void AddShared(CLI::App* cmd, RunOptions& o, bool passOptions) {
   cmd->add_option("--lang", o.lang,
-                  "Language file (section LogMessages); without it the built-in German texts "
-                  "are used. A missing or unreadable file is no error")
+                  "Language file (section LogMessages). Without it: KESTREL_LANG, else the "
+                  "installed language file of the locale's language (English for a language "
+                  "without one), else the built-in German texts (also for the C and POSIX "
+                  "locales). A missing or unreadable file, or one that is no regular file or "
+                  "over 1 MiB, is no error: the built-in texts are used")
       ->type_name("FILE");
   if (passOptions) {
     cmd->add_flag("--verbose", o.verbose, "Also report inactive jobs and jobs with invalid paths");

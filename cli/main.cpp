@@ -11,6 +11,7 @@ int main(int argc, char** argv) {
   app.require_subcommand(1);
   kestrel::Action action;
   kestrel::AddListCommand(app, action);
+  kestrel::AddCheckCommand(app, action);
   kestrel::AddRunCommands(app, action);
   try {
     app.parse(argc, argv);

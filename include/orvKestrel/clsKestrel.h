@@ -58,6 +58,8 @@ class clsKestrel {
   // True when the error trap recorded an error or a job ended with an error since the last call
   // of ExecuteAllJobs or ExecuteOneJob began.
   bool HadErrors() const;
+  // True when the last call's listing stopped at a job file that could not be read.
+  bool JobFileUnreadable() const;
 
   // The engine's internals, for tests and tools of this project.
   Engine& Internals();

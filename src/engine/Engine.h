@@ -74,6 +74,7 @@ class Engine {
   bool jobEndedWithError = false;
   // Clears what one call of ExecuteAllJobs or ExecuteOneJob remembers.
   void BeginCall();
+  bool jobFileUnreadable = false;  // the last GetJobs stopped at a file it could not read
 
   // ----- schedules and free space (engine/Scheduling.cpp) -----
   bool CheckDailyInterval(std::string& sIntState, std::string& sTime);

@@ -9,6 +9,7 @@
 #include "platform/SysError.h"
 
 #include <orvKestrel/clsCmd.h>
+#include <orvKestrel/inspect.h>
 
 #include <cstdlib>
 #include <utility>
@@ -91,10 +92,7 @@ FolderLock LockJobFolder(Engine& e, const std::string& sJobDir) {
 // a job is not run; an error line names it.
 bool RefuseUnsafeName(Engine& e, const job& j) {
   const std::string& name = j.JobName;
-  if (name.find_first_of(std::string_view("/\0", 2)) == std::string::npos && name != "." &&
-      name != "..") {
-    return false;
-  }
+  if (IsPlainJobName(name)) return false;
   std::string shown = name;
   for (auto at = shown.find('\0'); at != std::string::npos; at = shown.find('\0', at)) {
     shown.replace(at, 1, "\\0");
@@ -223,7 +221,7 @@ std::vector<job> Engine::GetJobs(const std::string& sJobDir, const std::string& 
     return ParamText({{"sJobDir", sJobDir}, {"sFile", Opt(sFile)}});
   });
   std::vector<job> jobs;
-  p.Do([&] { jobs = ReadJobs(fs, trap, host, sJobDir, sFile); });
+  p.Do([&] { jobs = ReadJobs(fs, trap, host, sJobDir, sFile, &jobFileUnreadable); });
   return jobs;
 }
 
@@ -269,6 +267,7 @@ JobState Engine::CheckStatus(job& job, const std::string& sDel) {
 
 void Engine::BeginCall() {
   jobEndedWithError = false;
+  jobFileUnreadable = false;
   writtenThisRun.clear();
   trap.ResetErrorCount();
 }

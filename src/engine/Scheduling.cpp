@@ -47,8 +47,13 @@ bool FiringRule(Engine& e, P& p, const std::string& sIntState, const std::string
     e.WriteJobString("Job", "IntState", datetext::FormatDate(DayBefore(today), format));
     return false;
   }
-  std::optional<std::time_t> last;
-  if (!p.Do([&] { last = DateOrThrow(sIntState, format); }) || !last) return false;
+  // A state in neither the short format nor ISO 8601 was written under another locale or date
+  // format: it counts as "never fired" instead of stopping the schedule for good.
+  const std::optional<std::time_t> last = datetext::ParseDateTime(sIntState, format);
+  if (!last) {
+    e.WriteJobString("Job", "IntState", datetext::FormatDate(DayBefore(today), format));
+    return false;
+  }
   if (*last >= today) return false;  // fired today already, or a later date
   e.WriteJobString("Job", "IntState", datetext::FormatDate(today, format));
   return true;

@@ -31,6 +31,8 @@ bool clsKestrel::HadErrors() const {
   return m_->jobEndedWithError || m_->trap.ErrorCount() > 0;
 }
 
+bool clsKestrel::JobFileUnreadable() const { return m_->jobFileUnreadable; }
+
 Engine& clsKestrel::Internals() { return *m_; }
 
 }  // namespace orvKestrel

@@ -1,5 +1,7 @@
 #include "jobs/JobReader.h"
 
+#include <orvKestrel/inspect.h>
+
 #include "errortrap/modFailSafeLITE.h"
 #include "jobs/JobFields.h"
 #include "jobs/Profile.h"
@@ -107,6 +109,26 @@ std::vector<job> ReadJobs(FileSystem& fs, FailSafe& trap, const Host& host,
     if (!goOn) break;
   }
   return jobs;
+}
+
+std::vector<JobFileReading> ReadJobFiles(const Host& host, const std::string& sJobDir,
+                                         const std::string& sFile) {
+  FileSystem fs;
+  std::vector<JobFileReading> out;
+  const std::vector<std::string> names =
+      sFile.empty() ? ListJobDir(fs, sJobDir) : std::vector<std::string>{sFile};
+  for (const std::string& name : names) {
+    const std::string path = paths::BuildPath(sJobDir, name);
+    if (!IsJobFile(path)) continue;
+    JobFileReading r{name, std::nullopt, {}};
+    try {
+      r.record = ReadJob(fs, host, path);
+    } catch (const KestrelError& e) {
+      r.error = e.Description();
+    }
+    out.push_back(std::move(r));
+  }
+  return out;
 }
 
 }  // namespace orvKestrel

@@ -82,7 +82,7 @@ Profile::Profile(std::string_view bytes) {
 
 Profile Profile::Load(FileSystem& fs, const std::string& path) {
   if (path.empty()) return {};
-  const std::optional<std::string> bytes = fs.ReadFile(path);
+  const std::optional<std::string> bytes = fs.ReadSmallFile(path, kMaxBytes);
   return bytes ? Profile(*bytes) : Profile();
 }
 

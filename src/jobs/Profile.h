@@ -18,7 +18,9 @@ class Profile {
  public:
   Profile() = default;  // a missing file: every key takes its default
   explicit Profile(std::string_view bytes);
-  // A missing file yields the empty profile; an unreadable one throws KestrelError.
+  // A missing file yields the empty profile; an unreadable one, one that is no regular file
+  // and one over kMaxBytes throw KestrelError.
+  static constexpr std::size_t kMaxBytes = 1024 * 1024;
   static Profile Load(FileSystem& fs, const std::string& path);
 
   // The value of key in section, else def; cut to nSize - 1 characters.

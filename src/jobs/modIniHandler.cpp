@@ -16,7 +16,7 @@ std::string GetJobString(FileSystem& fs, const std::string& Sektion, const std::
 
 void WriteJobString(FileSystem& fs, const std::string& section, const std::string& Name,
                     const std::string& Value, const std::string& m_sCurrJobFile) {
-  const std::optional<std::string> old = fs.ReadFile(m_sCurrJobFile);
+  const std::optional<std::string> old = fs.ReadSmallFile(m_sCurrJobFile, Profile::kMaxBytes);
   fs.WriteFileAtomic(m_sCurrJobFile, SetProfileValue(old.value_or(""), section, Name, Value));
 }
 

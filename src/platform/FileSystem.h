@@ -158,6 +158,10 @@ class FileSystem {
   // --- contents (fileio.cpp) ---
   std::optional<std::string> ReadFile(const std::string& path);  // nullopt when missing
   std::string ReadHead(const std::string& path, std::size_t n);  // throws when unreadable
+  // A settings file (job, language): nullopt when missing; throws KestrelError when it is no
+  // regular file or holds more than limit bytes, so that a device, a pipe or a huge file can
+  // neither hang a run nor fill the memory.
+  std::optional<std::string> ReadSmallFile(const std::string& path, std::size_t limit);
   // Writes a temporary file beside path, flushes it and renames it over path.
   void WriteFileAtomic(const std::string& path, const std::string& data);
 

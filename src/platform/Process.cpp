@@ -134,4 +134,11 @@ bool Process::Reap() {
   return exit_.has_value();
 }
 
+std::string OwnExecutable() {
+  char buf[4096];
+  const ssize_t n = ::readlink("/proc/self/exe", buf, sizeof buf);
+  if (n <= 0 || static_cast<std::size_t>(n) >= sizeof buf) return {};
+  return std::string(buf, static_cast<std::size_t>(n));
+}
+
 }  // namespace orvKestrel

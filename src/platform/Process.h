@@ -9,6 +9,9 @@
 
 namespace orvKestrel {
 
+// The path of the running program, links resolved; empty when the system does not say.
+std::string OwnExecutable();
+
 class Process {
  public:
   // Starts "/bin/sh -c commandLine" with the caller's environment, standard input and standard

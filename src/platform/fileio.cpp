@@ -75,6 +75,39 @@ std::optional<std::string> FileSystem::ReadFile(const std::string& path) {
   return data;
 }
 
+std::optional<std::string> FileSystem::ReadSmallFile(const std::string& path, std::size_t limit) {
+  Gate(FaultOp::Open);
+  // Non-blocking, so that opening a pipe that no one writes does not wait for a writer.
+  Fd fd(::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY));
+  if (fd.get() < 0) {
+    if (errno == ENOENT || errno == ENOTDIR) return std::nullopt;
+    ThrowSys(errno);
+  }
+  struct stat st {};
+  if (::fstat(fd.get(), &st) != 0) ThrowSys(errno);
+  if (!S_ISREG(st.st_mode)) throw KestrelError(kErrInvalidCall, "Not a regular file");
+  if (static_cast<std::uintmax_t>(st.st_size) > limit) {
+    throw KestrelError(kErrOverflow, "Larger than " + std::to_string(limit) + " bytes");
+  }
+  std::string data;
+  char buf[65536];
+  for (;;) {
+    Gate(FaultOp::Read);
+    const ssize_t n = ::read(fd.get(), buf, sizeof buf);
+    if (n < 0) {
+      if (errno == EINTR) continue;
+      ThrowSys(errno);
+    }
+    if (n == 0) break;
+    data.append(buf, static_cast<std::size_t>(n));
+    // The file may grow while it is read.
+    if (data.size() > limit) {
+      throw KestrelError(kErrOverflow, "Larger than " + std::to_string(limit) + " bytes");
+    }
+  }
+  return data;
+}
+
 std::string FileSystem::ReadHead(const std::string& path, std::size_t n) {
   Gate(FaultOp::Open);
   Fd fd(::open(path.c_str(), O_RDONLY | O_CLOEXEC));

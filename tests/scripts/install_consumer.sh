@@ -59,4 +59,14 @@ grep -q "^job copy: from $tmp/in to $tmp/out\$" <<<"$out" || {
 # The installed command-line host runs too.
 "$prefix/bin/kestrel" --version
 "$prefix/bin/kestrel" list "$jobs" >/dev/null
+# The installed host finds the installed language files: English for an English locale.
+"$prefix/bin/kestrel" check "$jobs" >"$tmp/check.txt" || { cat "$tmp/check.txt" >&2; exit 1; }
+rm -rf "$tmp/out"/*
+ran=$(cd "$tmp" && env -u LC_ALL -u LC_MESSAGES -u KESTREL_LANG LANG=en_US.UTF-8 \
+  "$prefix/bin/kestrel" run "$jobs")
+first=${ran%%$'\n'*}
+[ "$first" = "copy: Starting job" ] || {
+  echo "install_consumer: installed kestrel spoke \"$first\", not the installed English" >&2
+  exit 1
+}
 echo "install_consumer: ok"

@@ -1,0 +1,138 @@
+// Which texts a run speaks, and settings files that are no plain small files.
+#include "e2e/E2eSupport.h"
+
+#include <sys/stat.h>
+
+namespace e2e {
+namespace {
+
+class Language : public ::testing::Test {
+ protected:
+  Language() {
+    // An installed copy of kestrel: <prefix>/bin/kestrel beside <prefix>/share/orvKestrel/lang.
+    fs::create_directories(dir / "prefix/bin");
+    fs::copy_file(KESTREL_BIN, dir / "prefix/bin/kestrel");
+    const fs::path lang = dir / "prefix/share/orvKestrel/lang";
+    fs::create_directories(lang);
+    fs::copy_file(fs::path(KESTREL_SOURCE_DIR) / "examples/lang/English.lng", lang / "English.lng");
+    Put(lang / "French.lng", "[LogMessages]\nt3=Lancement\n");
+    Put(dir / "own.lng", "[LogMessages]\nt3=Eigener Text\n");
+    Put(dir / "jobs/a.kjb", "[Job]\nName=a\nFrom=" + (dir / "jobs").string() + "\nTo=" +
+                                (dir / "jobs").string() + "\nDoPreview=0\nCounter=1\nInterval=1\n"
+                                "DoFileMatch=1\nFilename=^nothing$\n");
+  }
+  // The first line of a run of the installed copy (or of the built one, which has no lang folder).
+  std::string FirstLine(const std::vector<std::pair<std::string, std::string>>& env,
+                        std::vector<std::string> extra = {}, bool installed = true) const {
+    StartOptions o;
+    o.env = env;
+    for (const char* var : {"LANG", "LC_ALL", "LC_MESSAGES", "KESTREL_LANG"}) {
+      bool given = false;
+      for (const auto& [k, v] : env) given = given || k == var;
+      if (!given) o.env.push_back({var, ""});
+    }
+    std::vector<std::string> args{"run", "jobs"};
+    args.insert(args.end(), extra.begin(), extra.end());
+    const std::string bin = installed ? (dir / "prefix/bin/kestrel").string() : KESTREL_BIN;
+    const RunResult r = RunWith(bin, args, o);
+    return r.out.substr(0, r.out.find('\n'));
+  }
+  RunResult RunWith(const std::string& bin, const std::vector<std::string>& args, StartOptions o) const {
+    // StartKestrel runs the built binary only; a shell runs either with the same args.
+    std::string cmd = "exec '" + bin + "'";
+    for (const auto& a : args) cmd += " '" + a + "'";
+    const Scratch io("io");
+    const std::string out = (io / "out").string();
+    const pid_t pid = ::fork();
+    if (pid == 0) {
+      for (const auto& [k, v] : o.env) {
+        if (v.empty()) ::unsetenv(k.c_str()); else ::setenv(k.c_str(), v.c_str(), 1);
+      }
+      if (::chdir(dir.root().c_str()) != 0) ::_exit(126);
+      const int fd = ::open(out.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0666);
+      ::dup2(fd, 1);
+      ::execl("/bin/sh", "sh", "-c", cmd.c_str(), static_cast<char*>(nullptr));
+      ::_exit(127);
+    }
+    const ChildEnd end = WaitFor(pid);
+    return {end.exitCode, Get(out), ""};
+  }
+  Scratch dir{"e2e-lang"};
+};
+
+TEST_F(Language, ChosenByOptionEnvironmentLocaleElseGerman) {
+  const std::string own = (dir / "own.lng").string();
+  const struct {
+    std::vector<std::pair<std::string, std::string>> env;
+    std::vector<std::string> args;
+    bool installed;
+    std::string first;
+  } cases[] = {
+      {{}, {}, true, "a: Starte Auftrag"},                                  // no locale
+      {{{"LANG", "C"}}, {}, true, "a: Starte Auftrag"},
+      {{{"LANG", "POSIX"}}, {}, true, "a: Starte Auftrag"},
+      {{{"LANG", "C.UTF-8"}}, {}, true, "a: Starte Auftrag"},
+      {{{"LANG", "de_DE.UTF-8"}}, {}, true, "a: Starte Auftrag"},
+      {{{"LANG", "en_GB.UTF-8"}}, {}, true, "a: Starting job"},
+      {{{"LANG", "fr_FR.UTF-8"}}, {}, true, "a: Lancement"},
+      {{{"LANG", "ja_JP.UTF-8"}}, {}, true, "a: Starting job"},             // no file: English
+      {{{"LANG", "de_DE.UTF-8"}, {"LC_ALL", "en_US.UTF-8"}}, {}, true, "a: Starting job"},
+      {{{"LANG", "en_US.UTF-8"}}, {}, false, "a: Starte Auftrag"},          // nothing installed
+      {{{"LANG", "en_US.UTF-8"}, {"KESTREL_LANG", own}}, {}, true, "a: Eigener Text"},
+      {{{"KESTREL_LANG", own}}, {"--lang", own}, true, "a: Eigener Text"},
+      {{{"LANG", "en_US.UTF-8"}}, {"--lang", own}, true, "a: Eigener Text"},
+      {{{"LANG", "en_US.UTF-8"}}, {"--lang", "/nonexistent"}, true, "a: Starte Auftrag"},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(::testing::PrintToString(c.env) + ::testing::PrintToString(c.args));
+    EXPECT_EQ(FirstLine(c.env, c.args, c.installed), c.first);
+  }
+}
+
+// A language or job file that is a device, a pipe, a folder or over 1 MiB is not read: the
+// built-in texts are used, the job file is reported; nothing hangs or grows without bound.
+TEST_F(Language, SettingsFilesMustBeSmallRegularFiles) {
+  ASSERT_EQ(::mkfifo((dir / "fifo.lng").c_str(), 0600), 0);
+  fs::create_directories(dir / "folder.lng");
+  Put(dir / "big.lng", "[LogMessages]\nt3=Big\n" + std::string(2 << 20, ';'));
+  for (const std::string& path : {std::string("/dev/urandom"), (dir / "fifo.lng").string(),
+                                 (dir / "folder.lng").string(), (dir / "big.lng").string()}) {
+    SCOPED_TRACE(path);
+    const RunResult r = RunKestrel({"run", "jobs", "--lang", path}, dir.root());
+    EXPECT_EQ(r.exitCode, 0) << r.err;
+    EXPECT_EQ(r.out.substr(0, r.out.find('\n')), "a: Starte Auftrag");
+  }
+  ASSERT_EQ(::mkfifo((dir / "jobs/p.kjb").c_str(), 0600), 0);
+  Put(dir / "jobs/big.kjb", "[Job]\nName=big\n" + std::string(2 << 20, ';'));
+  for (const char* file : {"p.kjb", "big.kjb"}) {
+    const RunResult r = RunKestrel({"run-one", (dir / "jobs" / file).string()}, dir.root());
+    EXPECT_EQ(r.exitCode, 1) << file << r.err;
+    const RunResult c = RunKestrel({"check", "jobs", "--file", file}, dir.root());
+    EXPECT_EQ(c.exitCode, 1) << file;
+    EXPECT_NE(c.out.find("invalid"), std::string::npos) << c.out;
+  }
+}
+
+}  // namespace
+}  // namespace e2e
+
+namespace e2e {
+namespace {
+
+// A log or trace file that is a pipe nobody reads, or a folder, is refused at once (exit 2)
+// instead of hanging the run.
+TEST(OutputFiles, APipeWithoutReaderOrAFolderIsRefusedAtOnce) {
+  const Scratch dir("e2e-out");
+  ASSERT_EQ(::mkfifo((dir / "pipe").c_str(), 0600), 0);
+  fs::create_directories(dir / "folder");
+  for (const char* option : {"--log", "--trace"}) {
+    for (const char* target : {"pipe", "folder"}) {
+      const RunResult r = RunKestrel({"run", "jobs", option, (dir / target).string()}, dir.root());
+      EXPECT_EQ(r.exitCode, 2) << option << " " << target;
+      EXPECT_NE(r.err.find((dir / target).string()), std::string::npos) << r.err;
+    }
+  }
+}
+
+}  // namespace
+}  // namespace e2e

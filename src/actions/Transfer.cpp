@@ -65,7 +65,6 @@ class FileTransfer {
     // one the folder structure gives.
     const std::string folder = job_.FStruct == 1 ? e_.HandlePreviewFolders(src_, job_) : job_.To;
     folders_.Open(e_.fs, job_.To, folder, true);
-    e_.TidyFolder(folder);
     dest_ = BuildPath(folder, GetFileName(src_));
     destExists_ = e_.fs.FileExists(dest_);
     RefuseWrittenByThisRun();
@@ -106,6 +105,7 @@ class FileTransfer {
   // source as it read it: a later deletion of the source removes only that.
   void Transfer(bool overwrite) {
     const auto into = DestFolderOf();
+    e_.TidyFolder(into->path());  // only where a file is written: no walk of unchanged trees
     if (Copying()) {
       read_ = e_.fs.CopyFile(src_, *into, GetFileName(dest_), overwrite);
     } else {

@@ -231,6 +231,7 @@ class FileSystem {
 
  private:
   void Gate(FaultOp op);  // throws the armed fault
+  std::string ReadAll(int fd, std::size_t limit);  // to the end; more than limit bytes throws
   // The status of path (links followed), or the errno of the failed look-up.
   struct Status {
     std::string path;

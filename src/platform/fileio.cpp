@@ -8,6 +8,7 @@
 
 #include <cerrno>
 #include <cstdlib>
+#include <limits>
 #include <random>
 #include <utility>
 
@@ -60,19 +61,7 @@ std::optional<std::string> FileSystem::ReadFile(const std::string& path) {
     if (errno == ENOENT || errno == ENOTDIR) return std::nullopt;
     ThrowSys(errno);
   }
-  std::string data;
-  char buf[65536];
-  for (;;) {
-    Gate(FaultOp::Read);
-    const ssize_t n = ::read(fd.get(), buf, sizeof buf);
-    if (n < 0) {
-      if (errno == EINTR) continue;
-      ThrowSys(errno);
-    }
-    if (n == 0) break;
-    data.append(buf, static_cast<std::size_t>(n));
-  }
-  return data;
+  return ReadAll(fd.get(), std::numeric_limits<std::size_t>::max());
 }
 
 std::optional<std::string> FileSystem::ReadSmallFile(const std::string& path, std::size_t limit) {
@@ -89,23 +78,26 @@ std::optional<std::string> FileSystem::ReadSmallFile(const std::string& path, st
   if (static_cast<std::uintmax_t>(st.st_size) > limit) {
     throw KestrelError(kErrOverflow, "Larger than " + std::to_string(limit) + " bytes");
   }
+  return ReadAll(fd.get(), limit);
+}
+
+std::string FileSystem::ReadAll(int fd, std::size_t limit) {
   std::string data;
   char buf[65536];
   for (;;) {
     Gate(FaultOp::Read);
-    const ssize_t n = ::read(fd.get(), buf, sizeof buf);
+    const ssize_t n = ::read(fd, buf, sizeof buf);
     if (n < 0) {
       if (errno == EINTR) continue;
       ThrowSys(errno);
     }
-    if (n == 0) break;
+    if (n == 0) return data;
     data.append(buf, static_cast<std::size_t>(n));
     // The file may grow while it is read.
     if (data.size() > limit) {
       throw KestrelError(kErrOverflow, "Larger than " + std::to_string(limit) + " bytes");
     }
   }
-  return data;
 }
 
 std::string FileSystem::ReadHead(const std::string& path, std::size_t n) {

@@ -30,6 +30,7 @@ namespace e2e {
 
 namespace fs = std::filesystem;
 using orvKestrel::testing::OtherFileSystemThan;
+using orvKestrel::testing::Quote;
 
 // Writes a file (and its folders); a non-zero `written` becomes its access and write time.
 inline void Put(const fs::path& p, const std::string& data, std::time_t written = 0) {

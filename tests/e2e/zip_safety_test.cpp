@@ -8,12 +8,6 @@
 namespace e2e {
 namespace {
 
-std::string Quote(const std::string& s) {
-  std::string q = "'";
-  for (char c : s) q += c == '\'' ? std::string("'\\''") : std::string(1, c);
-  return q + "'";
-}
-
 class ZipSafety : public JobFolderTest {
  protected:
   void SetUp() override {

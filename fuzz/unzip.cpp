@@ -43,7 +43,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   if (check < 0 || check > 4) fuzz::Fail("CheckZipFile answered " + std::to_string(check));
   const std::int32_t count = s.zip.ZipFileCount(archive);
   if (count < 0) fuzz::Fail("ZipFileCount answered " + std::to_string(count));
-  s.zip.StartRun({});  // each input is a run of its own: what the last one wrote is forgotten
+  s.zip.StartUnzipRun({});  // each input is a run of its own: what the last one wrote is forgotten
   const std::string password = (size & 1) ? "secret" : "";
   const std::int32_t first = s.zip.UnZipEx(archive, dest, "*.*", 1, password, 0, 0);
   const std::int32_t second = s.zip.UnZipEx(archive, dest, (size & 2) ? "*" : "*.t?t;a*", (size & 4) ? 1 : 0,

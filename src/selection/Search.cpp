@@ -45,8 +45,9 @@ template <class P>
 bool PatternsCompile(Engine& e, P& proc, const job& job) {
   const std::pair<std::int16_t, const std::string*> used[] = {{job.DoFileMatch, &job.Filename},
                                                               {job.DoFolderMatch, &job.FolderMatch}};
-  for (const auto& [mode, pattern] : used) {
-    if ((mode != 1 && mode != 2) || pattern->empty()) continue;
+  for (const auto& use : used) {
+    const std::string* pattern = use.second;  // named: a lambda below takes it
+    if ((use.first != 1 && use.first != 2) || pattern->empty()) continue;
     std::string why;
     bool compiled = false;
     proc.Do([&] {

@@ -178,8 +178,14 @@ void Engine::UnZip_Files(FileList& sArray, job& job) {
     if (job.FStruct == 1) {
       // A preview names the mirrored folder without creating it.
       if (!p.Do([&] {
-            dest = (preview ? HandlePreviewFolders(file, job) : HandleFolders(file, job)) + "/" +
-                   paths::GetBaseName(file);
+            const std::string base = paths::GetBaseName(file);
+            if (preview) {
+              dest = HandlePreviewFolders(file, job) + "/" + base;
+              return;
+            }
+            const std::string folder = HandleFolders(file, job);
+            fs.OpenBeneath(folder, base, true);  // the archive's own level: never a link either
+            dest = folder + "/" + base;
           })) {
         return;
       }

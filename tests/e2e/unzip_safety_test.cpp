@@ -191,6 +191,20 @@ TEST_F(UnzipSafety, LinksThatLeaveThroughOtherLinksAreRefused) {
   }
 }
 
+// The mirrored folder named after the archive: a link planted there is never written through.
+TEST_F(UnzipSafety, AnArchiveFolderPlantedAsALinkIsNeverWrittenThrough) {
+  const fs::path elsewhere = dir_ / "elsewhere";
+  fs::create_directories(elsewhere);
+  fs::create_directories(Src("sub"));
+  Archive(Src("sub/pack.zip"), {{"a.txt", "a"}});
+  fs::create_directories(Dst("sub"));
+  fs::create_directory_symlink(elsewhere, Dst("sub/pack"));
+  Job("SubFolder=1\nFStruct=1\nDestZipFolder=1\nZipDelDeComp=1\n");
+  const RunResult r = Run();
+  EXPECT_EQ(r.exitCode, 1) << r.out;
+  EXPECT_TRUE(Files(elsewhere).empty());
+  EXPECT_TRUE(fs::exists(Src("sub/pack.zip")));
+}
 
 // The data of the interoperability archives, below dir/data.
 const std::vector<std::string> kDataFiles = {"small.txt", "text.txt", "num.txt", "rand.bin"};

@@ -5,6 +5,7 @@
 #include <cstdio>
 #include <memory>
 #include <string>
+#include <utility>
 
 #include "Commands.h"
 #include "HostOptions.h"
@@ -64,13 +65,9 @@ void PrintJson(const JobCheck& c) {
 }
 
 int Check(const CheckOptions& o) {
-  orvKestrel::Host host;
-  try {
-    host = o.host.MakeHost();
-  } catch (const CLI::ValidationError& e) {
-    std::fprintf(stderr, "kestrel: %s\n", e.what());
-    return kExitUsage;
-  }
+  auto made = o.host.MakeHostOrSay();
+  if (!made) return kExitUsage;
+  orvKestrel::Host host = std::move(*made);
   std::string jobDir = o.jobDir;
   if (jobDir.empty() || jobDir.back() != '/') jobDir += '/';
   std::vector<JobCheck> checks = CheckJobs(host, jobDir, o.file);

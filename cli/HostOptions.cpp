@@ -3,6 +3,7 @@
 #include <langinfo.h>
 
 #include <clocale>
+#include <cstdio>
 #include <cstdlib>
 #include <ctime>
 #include <optional>
@@ -88,6 +89,15 @@ orvKestrel::Host HostOptions::MakeHost() const {
     host.clock = orvKestrel::Clock::StartingAt(*t);
   }
   return host;
+}
+
+std::optional<orvKestrel::Host> HostOptions::MakeHostOrSay() const {
+  try {
+    return MakeHost();
+  } catch (const CLI::ValidationError& e) {
+    std::fprintf(stderr, "kestrel: %s\n", e.what());
+    return std::nullopt;
+  }
 }
 
 }  // namespace kestrel

@@ -5,6 +5,7 @@
 
 #include <CLI/CLI.hpp>
 
+#include <optional>
 #include <string>
 
 namespace kestrel {
@@ -16,6 +17,8 @@ struct HostOptions {
   void AddTo(CLI::App& command);
   // The host with its clock and date format; throws CLI::ValidationError for a bad --now.
   orvKestrel::Host MakeHost() const;
+  // MakeHost, but a bad option is said on stderr and gives nullopt (exit 2 for the caller).
+  std::optional<orvKestrel::Host> MakeHostOrSay() const;
 };
 
 // --date-format, else KESTREL_DATE_FORMAT, else the LC_TIME locale's date format.

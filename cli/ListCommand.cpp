@@ -7,6 +7,7 @@
 #include <cstdio>
 #include <memory>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "Commands.h"
@@ -126,13 +127,9 @@ void PrintJsonl(const std::vector<job>& jobs) {
 }
 
 int List(const ListOptions& o) {
-  orvKestrel::Host host;
-  try {
-    host = o.host.MakeHost();
-  } catch (const CLI::ValidationError& e) {
-    std::fprintf(stderr, "kestrel: %s\n", e.what());
-    return kExitUsage;
-  }
+  auto made = o.host.MakeHostOrSay();
+  if (!made) return kExitUsage;
+  orvKestrel::Host host = std::move(*made);
   // A file that does not read is reported by the error trap; its report goes to stderr.
   host.messageBox = [](const orvKestrel::MessageBoxRequest& box) {
     std::fprintf(stderr, "%s\n", box.text.c_str());

@@ -8,6 +8,7 @@
 #include <cstring>
 #include <memory>
 #include <string>
+#include <utility>
 
 #include "Commands.h"
 #include "EventWriter.h"
@@ -168,13 +169,9 @@ int Execute(Mode mode, const RunOptions& given) {
   }
   RunOptions o = given;
   o.lang = ChooseLanguageFile(given.lang);
-  orvKestrel::Host host;
-  try {
-    host = o.host.MakeHost();
-  } catch (const CLI::ValidationError& e) {
-    std::fprintf(stderr, "kestrel: %s\n", e.what());
-    return kExitUsage;
-  }
+  auto made = o.host.MakeHostOrSay();
+  if (!made) return kExitUsage;
+  orvKestrel::Host host = std::move(*made);
   File log, trace;
   if (!o.log.empty() && !(log = OpenOrComplain(o.log, true, "log file"))) return kExitUsage;
   if (!o.trace.empty() && !(trace = OpenOrComplain(o.trace, false, "trace file"))) {

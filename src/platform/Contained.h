@@ -5,7 +5,6 @@
 
 #include "platform/FileSystem.h"
 
-#include <sys/types.h>
 
 #include <cstdint>
 #include <ctime>
@@ -86,7 +85,7 @@ class ContainedFolder {
   // The target of the link at parts below this folder; nullopt when there is none, or a
   // level on the way is not a real folder.
   std::optional<std::string> LinkBelow(const std::vector<std::string>& parts) const;
-  NewFile Create(const std::string& name, mode_t mode) const;
+  NewFile Create(const std::string& name, std::uint32_t permissions) const;
   // A link name -> target; an existing entry is replaced only when replace is set.
   FileIdentity MakeLink(const std::string& target, const std::string& name, bool replace) const;
   // Flushes the file system that holds this folder.

@@ -152,11 +152,12 @@ std::optional<std::string> ContainedFolder::LinkBelow(const std::vector<std::str
   return std::string(buf, static_cast<std::size_t>(n));
 }
 
-NewFile ContainedFolder::Create(const std::string& name, mode_t mode) const {
+NewFile ContainedFolder::Create(const std::string& name, std::uint32_t permissions) const {
   for (int attempt = 0; attempt < 100; ++attempt) {
     std::string tmp = TempName(name);
     UniqueFd fd(::openat(fd_.get(), tmp.c_str(),
-                         O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, mode));
+                         O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC,
+                         static_cast<mode_t>(permissions)));
     if (fd.get() >= 0) return NewFile(fd_.get(), std::move(tmp), std::move(fd));
     if (errno != EEXIST) ThrowSys(errno);
   }

@@ -8,8 +8,6 @@
 #include "zip/ZipNames.h"
 #include "zip/modZIP32vb.h"
 
-#include <sys/stat.h>
-
 #include <algorithm>
 #include <atomic>
 #include <cerrno>
@@ -20,6 +18,12 @@
 
 namespace orvKestrel {
 namespace {
+
+// The Unix file type and permission bits that an archive made on Unix keeps in the upper half
+// of an entry's external attributes: values of the format, whatever this platform's are.
+constexpr std::uint32_t kUnixTypeMask = 0170000;
+constexpr std::uint32_t kUnixRegular = 0100000;
+constexpr std::uint32_t kUnixLink = 0120000;
 
 using Failure = ZipLibrary::EntryFailure;
 using Kind = Failure::Kind;
@@ -88,7 +92,7 @@ class Extractor {
   // Whether the entry may be written at name in folder; replace tells whether it replaces.
   bool MayWrite(const ContainedFolder& folder, const std::vector<std::string>& parts,
                 time_t when, const std::string& entry, bool& replace);
-  bool WriteFile(zip_uint64_t index, const zip_stat_t& zs, mode_t mode,
+  bool WriteFile(zip_uint64_t index, const zip_stat_t& zs, std::uint32_t mode,
                  const ContainedFolder& folder, const std::string& name, bool replace,
                  const std::string& entry);
   bool Copy(zip_file_t* zf, const zip_stat_t& zs, NewFile& out, const std::string& entry);
@@ -175,9 +179,9 @@ void Extractor::Entry(zip_uint64_t index) {
   const std::string entry = zs.name;
   std::vector<std::string> parts;
   if (!Levels(index, entry, unix, parts)) return;
-  const auto umode = static_cast<mode_t>(attr >> 16);
+  const std::uint32_t umode = attr >> 16;
   const time_t when = (zs.valid & ZIP_STAT_MTIME) ? zs.mtime : time(nullptr);
-  if (unix && S_ISLNK(umode)) {
+  if (unix && (umode & kUnixTypeMask) == kUnixLink) {
     std::string target;
     if (!ReadLinkTarget(index, entry, target)) return;
     planned_[Join(parts, parts.size())] = target;
@@ -187,7 +191,8 @@ void Extractor::Entry(zip_uint64_t index) {
   const ContainedFolder* folder = Folder(parts, parts.size() - 1, entry);
   bool replace = false;
   if (folder == nullptr || !MayWrite(*folder, parts, when, entry, replace)) return;
-  const mode_t mode = (unix && S_ISREG(umode)) ? (umode & 0777) : 0666;
+  const std::uint32_t mode =
+      (unix && (umode & kUnixTypeMask) == kUnixRegular) ? (umode & 0777) : 0666;
   if (WriteFile(index, zs, mode, *folder, parts.back(), replace, entry)) ++count_;
 }
 
@@ -244,7 +249,7 @@ bool Extractor::MayWrite(const ContainedFolder& folder, const std::vector<std::s
   return false;
 }
 
-bool Extractor::WriteFile(zip_uint64_t index, const zip_stat_t& zs, mode_t mode,
+bool Extractor::WriteFile(zip_uint64_t index, const zip_stat_t& zs, std::uint32_t mode,
                           const ContainedFolder& folder, const std::string& name, bool replace,
                           const std::string& entry) {
   ZipFilePtr zf(zip_fopen_index(j_.za, index, 0));

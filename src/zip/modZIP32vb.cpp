@@ -3,18 +3,13 @@
 
 #include "actions/modCheckExistingFiles.h"
 #include "platform/FileSystem.h"
+#include "platform/Staging.h"
 #include "zip/ZipHandle.h"
 #include "zip/ZipNames.h"
 #include "zip/ZipSource.h"
 
-#include <fcntl.h>
-#include <sys/stat.h>
-#include <unistd.h>
-
 #include <algorithm>
 #include <cstdio>
-#include <random>
-#include <cerrno>
 #include <cstring>
 #include <unordered_set>
 
@@ -34,31 +29,12 @@ std::string ParentOf(const std::string& path) {
   return pos == 0 ? "/" : path.substr(0, pos);
 }
 
-void SyncFile(const std::string& path, int flags) {
-  const int fd = ::open(path.c_str(), flags | O_CLOEXEC);
-  if (fd < 0) return;
-  ::fsync(fd);
-  ::close(fd);
-}
-
 bool StartsWithZipRecord(const std::string& path) {
-  unsigned char head[4] = {};
-  const int fd = ::open(path.c_str(), O_RDONLY | O_CLOEXEC);
-  const bool got = fd >= 0 && ::read(fd, head, 4) == 4;
-  if (fd >= 0) ::close(fd);
+  const std::string head = staging::Head(path, 4);
   // Local file header, end record, spanning marker.
-  return got && head[0] == 'P' && head[1] == 'K' &&
+  return head.size() == 4 && head[0] == 'P' && head[1] == 'K' &&
          ((head[2] == 3 && head[3] == 4) || (head[2] == 5 && head[3] == 6) ||
           (head[2] == 7 && head[3] == 8));
-}
-
-// A free hidden name beside the archive, of the form the walk knows as the engine's own
-// temporary (".kestrel-<16 hex>.tmp"); libzip's temporary of the commit adds ".XXXXXX" to it.
-std::string StagingName(const std::string& archive) {
-  static thread_local std::mt19937_64 rng{std::random_device{}()};
-  char hex[17];
-  std::snprintf(hex, sizeof hex, "%016llx", static_cast<unsigned long long>(rng()));
-  return ParentOf(archive) + "/.kestrel-" + hex + ".tmp";
 }
 
 // Zip entries keep their time to the even second below: a source is compared with an entry at
@@ -79,7 +55,7 @@ struct ZipLibrary::Session {
   // Unlinks the staging name unless the commit put it in place.
   ~Session() {
     za.reset();
-    if (!staging.empty()) ::unlink(staging.c_str());
+    if (!staging.empty()) staging::Remove(staging);
   }
   std::string path;
   std::string key;  // the archive by its folder's identity and its name
@@ -142,21 +118,23 @@ ZipLibrary::Session* ZipLibrary::OpenSession(const std::string& archive) {
   if (session_) Commit(false);
   // libzip creates the file only at the commit; a folder that cannot take it fails the file
   // now, while the caller can still report it.
-  if (::access(ParentOf(archive).c_str(), W_OK | X_OK) != 0) return nullptr;
-  std::string staging = StagingName(archive);
+  if (!staging::CanCreateIn(ParentOf(archive))) return nullptr;
+  // A free hidden name of the form the walk knows as the engine's own temporary; libzip's
+  // temporary of the commit adds ".XXXXXX" to it.
+  std::string staging = ParentOf(archive) + "/" + stagingNames_.Next();
   // A replacement starts empty under the staging name: the old archive stays until the commit.
   const bool fresh = replace_ == archive;
   replace_.clear();
-  struct stat st {};
-  if (!fresh && ::stat(archive.c_str(), &st) == 0 &&
-      ::link(archive.c_str(), staging.c_str()) != 0) {
+  const auto there = staging::KindOf(archive);
+  if (!fresh && (there == staging::Kind::File || there == staging::Kind::Other) &&
+      !staging::Link(archive, staging)) {
     staging.clear();  // no hard links here: libzip works beside the archive itself
   }
   int err = 0;
   ZipPtr za(zip_open((staging.empty() ? archive : staging).c_str(),
                      fresh ? ZIP_CREATE | ZIP_TRUNCATE : ZIP_CREATE, &err));
   if (!za) {
-    if (!staging.empty()) ::unlink(staging.c_str());
+    if (!staging.empty()) staging::Remove(staging);
     return nullptr;
   }
   cancel_.store(false);
@@ -259,18 +237,20 @@ bool ZipLibrary::Flush(bool durable) { return Commit(durable); }
 // Puts the committed staging file in the archive's place.
 bool ZipLibrary::PlaceStaged(Session& s) {
   if (s.staging.empty()) return true;
-  struct stat staged {}, current {};
-  if (::lstat(s.staging.c_str(), &staged) != 0) {
+  const auto staged = staging::Lookup(s.staging);
+  if (!staged) {
     s.staging.clear();  // a new archive without entries: libzip writes no file
     return true;
   }
-  const bool unchanged = ::lstat(s.path.c_str(), &current) == 0 &&
-                         staged.st_ino == current.st_ino && staged.st_dev == current.st_dev;
-  if (!unchanged && ::rename(s.staging.c_str(), s.path.c_str()) != 0) {
-    flushError_ = std::strerror(errno);
-    return false;  // the session's end removes the staging file: the archive stays as it was
+  const auto current = staging::Lookup(s.path);
+  const bool unchanged = current && current->SameObject(*staged);
+  if (!unchanged) {
+    if (const int err = staging::Rename(s.staging, s.path)) {
+      flushError_ = std::strerror(err);
+      return false;  // the session's end removes the staging file: the archive stays as it was
+    }
   }
-  if (unchanged) ::unlink(s.staging.c_str());
+  if (unchanged) staging::Remove(s.staging);
   s.staging.clear();
   return true;
 }
@@ -320,8 +300,7 @@ bool ZipLibrary::Commit(bool durable) {
   }
   if (!PlaceStaged(*s)) return false;
   if (durable) {
-    SyncFile(s->path, O_RDONLY);
-    SyncFile(ParentOf(s->path), O_RDONLY | O_DIRECTORY);
+    staging::Flush(s->path, ParentOf(s->path));
   }
   for (const auto& st : s->staged) {
     if (!st.dropped) entriesWritten_.insert(s->key + "\n" + st.name);
@@ -351,9 +330,12 @@ void ZipLibrary::CountWritten(Session& s, bool readBack) {
 }
 
 std::int32_t ZipLibrary::CheckZipFile(const std::string& archive, const std::string& password) {
-  struct stat st {};
-  if (::stat(archive.c_str(), &st) != 0) return (errno == ENOENT || errno == ENOTDIR) ? 2 : 1;
-  if (!S_ISREG(st.st_mode)) return 3;
+  switch (staging::KindOf(archive)) {
+    case staging::Kind::Missing: return 2;
+    case staging::Kind::Unknown: return 1;
+    case staging::Kind::Other: return 3;
+    case staging::Kind::File: break;
+  }
   int err = 0;
   // Not in strict consistency mode: it refuses archives that other tools read without fault
   // (data descriptors, trailing bytes, differing header dates); every entry is still checked

@@ -175,6 +175,7 @@ class ZipLibrary {
   bool PlaceStaged(Session& s);
 
   FileSystem& fs_;
+  TempNames stagingNames_;  // the staging names beside the archives
   std::atomic<bool> cancel_{false};
   std::unique_ptr<Session> session_;
   std::int32_t rate_ = 6;

@@ -85,7 +85,8 @@ class ContainedFolder {
   // The target of the link at parts below this folder; nullopt when there is none, or a
   // level on the way is not a real folder.
   std::optional<std::string> LinkBelow(const std::vector<std::string>& parts) const;
-  NewFile Create(const std::string& name, std::uint32_t permissions) const;
+  // A new file under a temporary name, to be put in place under its own name when complete.
+  NewFile Create(std::uint32_t permissions) const;
   // A link name -> target; an existing entry is replaced only when replace is set.
   FileIdentity MakeLink(const std::string& target, const std::string& name, bool replace) const;
   // Flushes the file system that holds this folder.

@@ -32,11 +32,11 @@ struct DirEntry {
   bool isOther = false;  // a device, pipe or socket: never a file of a job
 };
 
-// True for the names of the engine's own temporary files: ".kestrel-<16 hex>.tmp" (a copy, an
-// archive being written; with ".XXXXXX" added: libzip's temporary of that archive),
-// "." + name + ".kestrel-tmp-<digits>" (a replaced small file), "." + name + ".kestrel-<digits>"
-// (an extracted entry). Renamed into place when complete, they remain only where a run was
-// killed, and a walk must not take them for files of a job.
+// True for the names of the engine's own temporary files: ".kestrel-<16 hex>.tmp" (a copy, a
+// replaced small file, an extracted entry, an archive being written; with ".XXXXXX" added:
+// libzip's temporary of that archive), and the forms that earlier versions used. Renamed into
+// place when complete, they remain only where a run was killed, and a walk must not take them
+// for files of a job.
 bool IsEngineTemporary(std::string_view name);
 
 // Whole seconds since the epoch.

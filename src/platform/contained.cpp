@@ -19,12 +19,6 @@ namespace {
 constexpr int kDirFlags = O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC;
 
 // A hidden name of the engine's extracted-entry form ("." + name + ".kestrel-<digits>").
-std::string TempName(const std::string& name) {
-  unsigned long long r = 0;
-  if (::getrandom(&r, sizeof r, 0) != static_cast<ssize_t>(sizeof r)) ThrowSys(errno ? errno : EIO);
-  return "." + name.substr(0, 100) + ".kestrel-" + std::to_string(r % 1000000000ULL);
-}
-
 // Puts tmp under name in dir; without replace an existing name is refused (EEXIST).
 void RenameAt(int dir, const std::string& tmp, const std::string& name, bool replace) {
   if (replace) {
@@ -152,9 +146,10 @@ std::optional<std::string> ContainedFolder::LinkBelow(const std::vector<std::str
   return std::string(buf, static_cast<std::size_t>(n));
 }
 
-NewFile ContainedFolder::Create(const std::string& name, std::uint32_t permissions) const {
+NewFile ContainedFolder::Create(std::uint32_t permissions) const {
+  TempNames names;
   for (int attempt = 0; attempt < 100; ++attempt) {
-    std::string tmp = TempName(name);
+    std::string tmp = names.Next();
     UniqueFd fd(::openat(fd_.get(), tmp.c_str(),
                          O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC,
                          static_cast<mode_t>(permissions)));
@@ -166,8 +161,9 @@ NewFile ContainedFolder::Create(const std::string& name, std::uint32_t permissio
 
 FileIdentity ContainedFolder::MakeLink(const std::string& target, const std::string& name,
                                        bool replace) const {
+  TempNames names;
   for (int attempt = 0; attempt < 100; ++attempt) {
-    const std::string tmp = TempName(name);
+    const std::string tmp = names.Next();
     if (::symlinkat(target.c_str(), fd_.get(), tmp.c_str()) != 0) {
       if (errno == EEXIST) continue;
       ThrowSys(errno);

@@ -43,6 +43,8 @@ bool IsEngineTemporary(std::string_view name) {
     return all(rest.substr(0, 16), hex) &&
            (tail.empty() || (tail.size() == 7 && tail[0] == '.' && all(tail.substr(1), alnum)));
   }
+  // The forms that earlier versions used for a replaced small file and an extracted entry: their
+  // leftovers of a killed run are not files of a job either.
   if (rest.starts_with("tmp-")) rest.remove_prefix(4);
   return at > 0 && all(rest, digit);
 }

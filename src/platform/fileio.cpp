@@ -9,7 +9,6 @@
 #include <cerrno>
 #include <cstdlib>
 #include <limits>
-#include <random>
 #include <utility>
 
 namespace orvKestrel {
@@ -34,11 +33,6 @@ std::string ParentOf(const std::string& path) {
   const auto pos = path.rfind('/');
   if (pos == std::string::npos) return ".";
   return pos == 0 ? "/" : path.substr(0, pos);
-}
-
-std::string NameOf(const std::string& path) {
-  const auto pos = path.rfind('/');
-  return pos == std::string::npos ? path : path.substr(pos + 1);
 }
 
 // The file that path names after following links; path itself when it is no link.
@@ -129,11 +123,8 @@ void FileSystem::WriteFileAtomic(const std::string& path, const std::string& dat
   // A file the caller may not write stays as it is, although replacing it by rename would work.
   Gate(FaultOp::Open);
   if (existed && ::access(target.c_str(), W_OK) != 0) ThrowSys(errno);
-  std::random_device rd;
-  // A hidden name, so that a folder listing taken meanwhile does not see a half-written file;
-  // the name is cut so that the temporary of a 255-byte name is a valid name too.
-  const std::string tmp = ParentOf(target) + "/." + NameOf(target).substr(0, 200) +
-                          ".kestrel-tmp-" + std::to_string(rd());
+  // A hidden name, so that a folder listing taken meanwhile does not see a half-written file.
+  const std::string tmp = ParentOf(target) + "/" + TempNames().Next();
   Fd fd(::open(tmp.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0666));
   if (fd.get() < 0) ThrowSys(errno);
   auto fail = [&](int err) {

@@ -265,7 +265,7 @@ bool Extractor::WriteFile(zip_uint64_t index, const zip_stat_t& zs, std::uint32_
   }
   try {
     if (const int err = j_.faults.Check(FaultOp::Open)) ThrowSys(err);
-    NewFile out = folder.Create(name, mode);
+    NewFile out = folder.Create(mode);
     if (!Copy(zf.get(), zs, out, entry) || cancelled_) return false;
     if (zs.valid & ZIP_STAT_MTIME) out.SetModified(zs.mtime);
     if (const int err = j_.faults.Check(FaultOp::Rename)) ThrowSys(err);

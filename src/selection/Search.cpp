@@ -75,8 +75,8 @@ bool IsSelectableFile(Services& s, const DirEntry& entry, const std::string& ful
 }
 
 // The files of one listed folder; vsFolderPath ends in "/".
-void AddFiles(JobRun& run, Services& s, const std::string& vsFolderPath,
-              const std::vector<DirEntry>& entries) {
+void GetFilesInFolder(JobRun& run, Services& s, const std::string& vsFolderPath,
+                      const std::vector<DirEntry>& entries) {
   const job& job = run.Job();
   Proc p(s.trap, "clsKestrel", "Sub GetFilesInFolder",
          [&] { return ParamText({{"vsFolderPath", vsFolderPath}, {"job", kJobParam}}); });
@@ -201,7 +201,7 @@ void FindFiles(JobRun& run, Services& s, const std::string& vsFolderPath,
     run.unlistedFolders.push_back(folder);
     return;
   }
-  AddFiles(run, s, folder, *entries);
+  GetFilesInFolder(run, s, folder, *entries);
   if (!bSearchInFolder) return;
   for (const DirEntry& entry : *entries) {
     if (!entry.isDir) continue;  // a link to a folder is not followed: no loops

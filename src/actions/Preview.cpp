@@ -40,6 +40,7 @@
 #include "actions/Actions.h"
 #include "actions/Transfer.h"
 #include "actions/modCheckExistingFiles.h"
+#include "jobs/JobCodes.h"
 #include "platform/Paths.h"
 #include "selection/Selection.h"
 
@@ -227,7 +228,7 @@ void DeletePreviewList(JobRun& run, Services& s, FileList& list, int msg,
     const std::string& path = list[static_cast<std::size_t>(i)];
     if (path.empty()) continue;
     s.Log(msg, s.T(msg) + path, true, true, false, false);
-    if (job.Action == 22) run.previewReported.insert(actions::RelativeTo(path, job.To));
+    if (job.Action == action::kSyncRemoval) run.previewReported.insert(actions::RelativeTo(path, job.To));
     folders.Gone(path, job, job.DelEFol == 1);
   }
   list.clear();
@@ -241,7 +242,7 @@ void Preview(JobRun& run, Services& s, FileList& sArray, const std::string& mode
     return ParamText({{"sArray", kArrayParam}, {"job", kJobParam}, {"mode", mode}});
   });
   const Kind kind = mode == "Move" ? Kind::Move : Kind::Copy;
-  const bool syncing = job.Action == 5;
+  const bool syncing = job.Action == action::kSync;
   if (syncing && run.syncPass == 2) {
     std::erase_if(sArray, [&](const std::string& file) {
       return run.previewReported.contains(actions::RelativeTo(file, job.From));

@@ -3,6 +3,7 @@
 #include "engine/Engine.h"
 #include "selection/Selection.h"
 
+#include "jobs/JobCodes.h"
 #include "jobs/JobReader.h"
 #include "jobs/modIniHandler.h"
 #include "platform/FolderLock.h"
@@ -35,18 +36,18 @@ double ToNumber(const std::string& text) {
 // The catalogue key of a preview's start line, by Action; 0 = no start line.
 int PreviewKey(std::int16_t action) {
   switch (action) {
-    case 0:
+    case action::kCopy:
       return 39;
-    case 1:
+    case action::kMove:
       return 52;
-    case 2:
+    case action::kDelete:
       return 53;
-    case 3:
+    case action::kCompress:
       return 30;
-    case 4:
+    case action::kExtract:
       return 71;
-    case 5:
-    case 22:
+    case action::kSync:
+    case action::kSyncRemoval:
       return 91;
     default:
       return 0;
@@ -105,13 +106,18 @@ bool RefuseUnsafeName(Engine& e, const job& j) {
   return true;
 }
 
+// Status 3 or 4: the job (or its error) deactivated it.
+bool MarkedDeactivated(const job& j) {
+  return StatusIs(j, sDeactivated) || StatusIs(j, sErrDeactivated);
+}
+
 void DecideDue(Engine& e, job& j, bool& due) {
   Proc p(e.svc.trap, "clsKestrel", "Sub DecideDue", [&] {
     return ParamText({{"job", kJobParam}, {"bDue", BoolText(due)}});
   });
   if (j.IntervalType == 0) {
     due = true;
-  } else if (j.IntervalType == 1 && j.Status != "4" && j.Status != "3") {
+  } else if (j.IntervalType == 1 && !MarkedDeactivated(j)) {
     bool fired = due;
     switch (j.IntervalTimeType) {
       case 0:
@@ -154,8 +160,9 @@ void DriveJob(Engine& e, job& j, std::int32_t i, const std::string& sJobDir,
   DecideDue(e, j, due);
   if (!due) return;
 
-  j.Status = Num(e.CheckStatus(j, j.Action == 2 ? "Delete" : ""));
-  const auto status = static_cast<std::int16_t>(std::stoi(j.Status));
+  const JobState state = e.CheckStatus(j, j.Action == action::kDelete ? "Delete" : "");
+  j.Status = StatusText(state);
+  const auto status = static_cast<std::int16_t>(state);
   const auto announce = [&] {
     e.FireCurrentJob(fileName, i, static_cast<std::int32_t>(std::int64_t{j.Counter} - 1), status,
                      j.IntervalType, j.IntervalTimeType, j.IntervalTime, j.IntervalDate,
@@ -165,16 +172,16 @@ void DriveJob(Engine& e, job& j, std::int32_t i, const std::string& sJobDir,
 
   if (j.Counter != 1) {
     // Counts on below zero: such a job waits until the host rewrites "Counter".
-    if (j.IntervalType == 0 && j.Status != "4" && j.Status != "3") {
+    if (j.IntervalType == 0 && !MarkedDeactivated(j)) {
       e.WriteJobString("Job", "Counter", Num(std::int64_t{j.Counter} - 1));
     }
     return;
   }
-  if (j.Status == "3" || j.Status == "4" || j.Status == "5") {
+  if (state == sDeactivated || state == sErrDeactivated || state == sRunnedOnce) {
     if (bVerbose) e.svc.Log(9, j.JobName + ": " + e.svc.T(9), true, true, false, false);
     return;
   }
-  if (j.Status == "0" || j.Status == "1") {
+  if (state == sOK || state == sRunOnce) {
     e.svc.Yield();
     if (j.ChkFreeSpace != 1) {
       e.ExecuteSingleJob(j, sJobDir, sLanguagePath, false, false);
@@ -188,7 +195,7 @@ void DriveJob(Engine& e, job& j, std::int32_t i, const std::string& sJobDir,
   if (j.IntervalType == 0) e.WriteJobString("Job", "Counter", Num(j.Interval));
   if (status == sRunOnce) {
     e.FireCurrentJob(fileName, i, j.Interval, sRunnedOnce, 0, 0, "", "", 0, 0);
-    e.WriteJobString("Job", "Status", "5");
+    e.WriteJobString("Job", "Status", StatusText(sRunnedOnce));
   } else {
     e.FireCurrentJob(fileName, i, j.Interval, status, 0, 0, "", "", 0, 0);
   }
@@ -265,10 +272,10 @@ JobState Engine::CheckStatus(job& job, const std::string& sDel) {
     if (!svc.fs.FolderExists(job.From) || !svc.fs.FolderExists(job.To)) return sError;
     if (job.RunOnce != 1) return sOK;
     bool ranOnce = false;
-    if (!p.Do([&] { ranOnce = ToNumber(job.Status) == 5; })) return sOK;
+    if (!p.Do([&] { ranOnce = ToNumber(job.Status) == int{sRunnedOnce}; })) return sOK;
     if (ranOnce) return sRunnedOnce;
     // Marked as run the moment it is found due, before it runs.
-    WriteJobString("Job", "Status", "5");
+    WriteJobString("Job", "Status", StatusText(sRunnedOnce));
     return sRunOnce;
   }
   // A delete job needs no destination, and its run-once mark is left to the caller.
@@ -360,7 +367,8 @@ void Engine::ExecuteSingleJob(job& job, const std::string& sJobDir,
     return;
   }
   const bool pathsOk =
-      svc.fs.FolderExists(job.From) && (job.Action == 2 || svc.fs.FolderExists(job.To));
+      svc.fs.FolderExists(job.From) &&
+      (job.Action == action::kDelete || svc.fs.FolderExists(job.To));
   if (!pathsOk) {
     if (bVerbose) svc.Log(8, job.JobName + ": " + svc.T(8), true, true, false, false);
     return;

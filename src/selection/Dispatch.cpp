@@ -1,6 +1,7 @@
 // The way from the walk's list to the action: the filters in their fixed order, then the one
 // procedure of the job's action (or its preview). The list is consumed on every way out.
 #include "actions/Actions.h"
+#include "jobs/JobCodes.h"
 #include "selection/Selection.h"
 #include "zip/Zip.h"
 
@@ -37,7 +38,7 @@ void ProcessFiles(JobRun& run, Services& s, FileList& sArray) {
   const Filter chain[] = {&FilterZip, &FilterExtention, &FilterFileSize, &FilterAttributes,
                           &FilterDate};
   for (const Filter filter : chain) {
-    if (filter == &FilterZip && job.Action != 4) continue;
+    if (filter == &FilterZip && job.Action != action::kExtract) continue;
     FileList survivors = filter(s, sArray, job);
     sArray = std::move(survivors);
     if (s.Stopped()) {
@@ -65,29 +66,29 @@ void DoMoveCopySelection(JobRun& run, Services& s, FileList& sArray) {
   const bool preview = job.DoPreview != 0;
   const std::string name = job.JobName + ": ";
   switch (job.Action) {
-    case 0:
+    case action::kCopy:
       Announce(s, 18, name + s.T(18));
       preview ? Preview(run, s, sArray, "Copy") : CopyFiles(run, s, sArray);
       break;
-    case 1:
+    case action::kMove:
       Announce(s, 19, name + s.T(19));
       preview ? Preview(run, s, sArray, "Move") : MoveFiles(run, s, sArray);
       break;
-    case 2:
+    case action::kDelete:
       // The preview names the folder as the real run does.
       Announce(s, 20, name + s.T(20) + job.From);
       preview ? DeleteFilesPreview(run, s, sArray) : DeleteFiles(run, s, sArray);
       break;
-    case 3:
+    case action::kCompress:
       // The zip preview takes its mode ("Move" with ZipDelComp 1, else "Copy") from the job.
       Announce(s, 30, name + s.T(30));
       preview ? Zip_Preview(run, s, sArray) : Zip_Files(run, s, sArray);
       break;
-    case 4:
+    case action::kExtract:
       Announce(s, 70, name + s.T(70));
       UnZip_Files(run, s, sArray);  // it handles the preview itself
       break;
-    case 5:
+    case action::kSync:
       if (preview) {
         Announce(s, 91, name + s.T(91) + job.From);
       } else {
@@ -95,7 +96,7 @@ void DoMoveCopySelection(JobRun& run, Services& s, FileList& sArray) {
       }
       preview ? Preview(run, s, sArray, "Copy") : CopyFiles(run, s, sArray);
       break;
-    case 22:
+    case action::kSyncRemoval:
       Announce(s, 96, name + s.T(96) + job.To);
       preview ? DeleteSyncFilesPreview(run, s, sArray) : DeleteSyncFiles(run, s, sArray);
       break;

@@ -2,6 +2,7 @@
 // pre-order, the files of a folder before its sub-folders, in the order the file system gives
 // them. Each folder is listed once; the entry types come with the listing.
 #include "selection/Selection.h"
+#include "jobs/JobCodes.h"
 #include "platform/Paths.h"
 #include "platform/SysError.h"
 #include "selection/RegExp.h"
@@ -169,7 +170,7 @@ void Search(JobRun& run, Services& s, bool bAll, bool bOpposite) {
   }
   // A synchronisation starts from here: pattern object, empty list, "t16" and the rewritten
   // patterns are in place; its passes walk and hand on the lists themselves.
-  if (job.Action == 5) {
+  if (job.Action == action::kSync) {
     SearchSync(run, s, bAll);
     return;
   }

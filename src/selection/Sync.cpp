@@ -3,6 +3,7 @@
 #include "selection/Sync.h"
 
 #include "actions/Transfer.h"
+#include "jobs/JobCodes.h"
 #include "selection/Selection.h"
 
 #include <unordered_set>
@@ -63,7 +64,7 @@ void CheckSync(JobRun& run, Services& s) {
     savedFrom = job.From;
     savedTo = job.To;
   }
-  if (job.Action != 5) return;
+  if (job.Action != action::kSync) return;
   const bool fromIsPrimary = job.SyncStart == 0;
   if (syncPass == 1) {
     job.From = fromIsPrimary ? savedFrom : savedTo;
@@ -94,7 +95,7 @@ void FileCleanUp(JobRun& run, Services& s, bool bAll) {
   FileList removal = MissingInPrimary(primary, job.From, secondary, job.To);
   if (!unlisted.empty()) KeepBelowUnlisted(removal, unlisted, job.From, job.To);
   if (removal.empty()) return;
-  job.Action = 22;
+  job.Action = action::kSyncRemoval;
   ProcessFiles(run, s, removal);
 }
 
@@ -120,7 +121,7 @@ void SearchSync(JobRun& run, Services& s, bool bAll) {
     return;
   }
   if (job.SyncDelete == 1 && job.OnlyCompare == 0) FileCleanUp(run, s, bAll);
-  job.Action = 5;
+  job.Action = action::kSync;
   s.Log(16, s.T(16), true, true, false, false);
   CheckSync(run, s);
   FileList second = Walk(run, s, job.From, bAll);

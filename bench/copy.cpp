@@ -4,6 +4,7 @@
 // copy before it puts it in place. Best of 3 each, everything flushed to disk before each run.
 //   bench_copy [PARENT_DIR] [FILES]   (default: the system's temporary folder, 20000)
 #include "engine/Engine.h"
+#include "selection/Selection.h"
 
 #include <fcntl.h>
 #include <unistd.h>
@@ -90,7 +91,7 @@ int main(int argc, char** argv) {
 
   Counter events;
   Engine e{Host{}};
-  e.events = &events;
+  e.svc.events = &events;
   e.LoadLogMessages("");
   e.SetMsgIDs();
   e.catalogueLoaded = true;
@@ -103,7 +104,8 @@ int main(int argc, char** argv) {
     j.SubFolder = 1;
     j.FStruct = 1;
     j.DoPreview = 0;
-    e.Search(j, true, false);
+    JobRun run(j);
+    Search(run, e.svc, true, false);
   };
   const double engineSec = BestOf3(dst, runEngine);
   const std::size_t engineCopies = CountFiles(dst);

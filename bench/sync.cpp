@@ -5,6 +5,7 @@
 // run does; the whole job, both directions, does what two do. Best of 3 each, warm cache.
 //   bench_sync [PARENT_DIR] [FILES]   (default: the system's temporary folder, 100000)
 #include "engine/Engine.h"
+#include "selection/Selection.h"
 
 #include <fcntl.h>
 #include <unistd.h>
@@ -86,7 +87,7 @@ int main(int argc, char** argv) {
 
   Counter events;
   Engine e{Host{}};
-  e.events = &events;
+  e.svc.events = &events;
   e.LoadLogMessages("");
   e.SetMsgIDs();
   e.catalogueLoaded = true;
@@ -103,7 +104,8 @@ int main(int argc, char** argv) {
     j.ExtFileTime = 1;
     j.SyncDelete = syncDelete;
     j.DoPreview = 0;
-    e.Search(j, true, false);
+    JobRun run(j);
+    Search(run, e.svc, true, false);
   };
   runEngine(0);  // warm the cache
   events = Counter{};

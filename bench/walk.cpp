@@ -4,6 +4,7 @@
 //   bench_walk [PARENT_DIR]   (default: the system's temporary folder)
 #include "engine/Engine.h"
 #include "selection/RegExp.h"
+#include "selection/Selection.h"
 
 #include <fcntl.h>
 #include <sys/resource.h>
@@ -78,18 +79,17 @@ job WalkJob(const std::string& root) {
 }
 
 // The selection as Search runs it: walk, then the filter chain.
-std::size_t RunEngine(Engine& e, const std::string& root) {
+std::size_t RunEngine(Services& s, const std::string& root) {
   job j = WalkJob(root);
-  e.regex = std::make_unique<RegExpCache>();
-  e.files.clear();
-  e.CleanFilePattern(j.Filename, false);
-  e.FindFiles(j.From, "*.*", true, j);
-  FileList list = std::move(e.files);
-  e.files.clear();
-  list = e.FilterExtention(list, j);
-  list = e.FilterFileSize(list, j);
-  list = e.FilterAttributes(list, j);
-  list = e.FilterDate(list, j);
+  JobRun run(j);
+  s.regex = std::make_unique<RegExpCache>();
+  CleanFilePattern(s, j.Filename, false);
+  FindFiles(run, s, j.From, "*.*", true);
+  FileList list = std::move(run.files);
+  list = FilterExtention(s, list, j);
+  list = FilterFileSize(s, list, j);
+  list = FilterAttributes(s, list, j);
+  list = FilterDate(s, list, j);
   return list.size();
 }
 
@@ -109,15 +109,16 @@ int main(int argc, char** argv) {
   e.catalogueLoaded = true;
 
   // Warm the cache, and check that both select the same files.
-  std::size_t engineFound = RunEngine(e, root), findFound = RunFind(root, "*7.txt");
-  const double engineSec = BestOf3([&] { return RunEngine(e, root); }, engineFound);
+  std::size_t engineFound = RunEngine(e.svc, root), findFound = RunFind(root, "*7.txt");
+  const double engineSec = BestOf3([&] { return RunEngine(e.svc, root); }, engineFound);
   const double findSec = BestOf3([&] { return RunFind(root, "*7.txt"); }, findFound);
   // The whole Search with a no-op action, for the record.
   std::size_t searched = 0;
   const double searchSec = BestOf3(
       [&] {
         job j = WalkJob(root);
-        e.Search(j, true, false);
+        JobRun run(j);
+        Search(run, e.svc, true, false);
         return std::size_t{0};
       },
       searched);

@@ -2,6 +2,7 @@
 // through the engine's zip procedures against Info-ZIP zip and unzip at the same level.
 // Usage: bench_zip [level]   (default 6). Prints times and engine/tool ratios (< 1: faster).
 #include "engine/Engine.h"
+#include "zip/Zip.h"
 
 #include <chrono>
 #include <cstdio>
@@ -17,6 +18,7 @@
 
 namespace fs = std::filesystem;
 using orvKestrel::Engine;
+using orvKestrel::JobRun;
 using orvKestrel::FileList;
 
 namespace {
@@ -108,7 +110,8 @@ int main(int argc, char** argv) {
 
   FileList list = files;
   bool ok = true;
-  const double zipEngine = Seconds([&] { e.Zip_Files(list, j); });
+  JobRun run(j);
+  const double zipEngine = Seconds([&] { orvKestrel::Zip_Files(run, e.svc, list); });
   // zip's -N (file notes) exists only on Amiga and MacOS builds; -r -q at the level is the rest.
   const double zipTool = Tool("cd " + Quote((root / "src").string()) + " && zip -r -q -" + level +
                               " " + Quote((root / "tool" / "ref.zip").string()) + " data", ok);
@@ -122,7 +125,8 @@ int main(int argc, char** argv) {
   j.To = (root / "x-engine").string();
   j.DestZipFolder = 1;
   FileList archives = {(root / "tool" / "ref.zip").string()};
-  const double unzipEngine = Seconds([&] { e.UnZip_Files(archives, j); });
+  const double unzipEngine =
+      Seconds([&] { orvKestrel::UnZip_Files(run, e.svc, archives); });
   const double unzipTool = Tool("unzip -q " + Quote((root / "tool" / "ref.zip").string()) + " -d " +
                                 Quote((root / "x-tool").string()), ok);
   std::error_code ec;

@@ -6,10 +6,10 @@
 //  - "*" around such a wildcard matches it inside any name.
 #include "FuzzSupport.h"
 
-#include "engine/Engine.h"
 #include "jobs/Codepage.h"
 #include "platform/SysError.h"
 #include "selection/RegExp.h"
+#include "selection/Selection.h"
 
 #include <cstdint>
 #include <string>
@@ -36,7 +36,7 @@ bool IsLiteral(const std::string& s) {
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   if (size == 0 || size > 600) return 0;  // patterns and names are cut far below that
-  static Engine engine{Host{}};
+  static Services services{Host{}};
   const std::uint8_t flags = data[0];
   const std::string rest(reinterpret_cast<const char*>(data) + 1, size - 1);
   const auto zero = rest.find('\0');
@@ -44,16 +44,16 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   const std::string name = zero == std::string::npos ? raw : rest.substr(zero + 1);
   const bool regexMode = flags & 1;
   const bool folder = flags & 2;
-  engine.filterRegExp = flags & 4;
+  services.filterRegExp = flags & 4;
 
   RegExpCache re;
   bool failed = false;
   std::string pattern = raw;
   if (folder) {
-    engine.CleanFolderPattern(pattern, regexMode);
+    CleanFolderPattern(services, pattern, regexMode);
     Test(re, pattern, "/" + name + "/", failed);
   } else {
-    engine.CleanFilePattern(pattern, regexMode);
+    CleanFilePattern(services, pattern, regexMode);
     Test(re, pattern, name, failed);
   }
   if (regexMode || !IsLiteral(raw) || raw.size() > 255) return 0;
@@ -68,7 +68,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   }
   if (!Test(re, pattern, raw, failed) || failed) fuzz::Fail("wildcard \"" + raw + "\" does not match itself");
   std::string around = "*" + raw + "*";
-  engine.CleanFilePattern(around, false);
+  CleanFilePattern(services, around, false);
   if (!Test(re, around, "x" + raw + name, failed) || failed) {
     fuzz::Fail("wildcard \"*" + raw + "*\" does not match a name holding it");
   }

@@ -61,9 +61,6 @@ class clsKestrel {
   // True when the last call's listing stopped at a job file that could not be read.
   bool JobFileUnreadable() const;
 
-  // The engine's internals, for tests and tools of this project.
-  Engine& Internals();
-
  private:
   std::unique_ptr<Engine> m_;
 };

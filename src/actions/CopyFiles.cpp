@@ -1,7 +1,7 @@
 // Copy: the copy of a selected list, the renaming of policy 2, and the free-space check that
 // copy and move make before each file.
+#include "actions/Actions.h"
 #include "actions/Transfer.h"
-#include "engine/Engine.h"
 #include "platform/Paths.h"
 #include "platform/SysError.h"
 
@@ -9,19 +9,20 @@
 
 namespace orvKestrel {
 
-void Engine::CopyFiles(FileList& sArray, job& job) {
-  Proc p(trap, "clsKestrel", "Sub CopyFiles",
+void CopyFiles(JobRun& run, Services& s, FileList& sArray) {
+  Proc p(s.trap, "clsKestrel", "Sub CopyFiles",
          [&] { return ParamText({{"sArray", kArrayParam}, {"job", kJobParam}}); });
-  actions::TransferFiles(*this, sArray, job, actions::Kind::Copy);
+  actions::TransferFiles(run, s, sArray, actions::Kind::Copy);
 }
 
-std::string Engine::GetValidPathName(job& job, const std::string& sSourcePath, bool bIsZip) {
-  Proc p(trap, "clsKestrel", "Function GetValidPathName", [&] {
+std::string GetValidPathName(Services& s, job& job, const std::string& sSourcePath,
+                             bool bIsZip) {
+  Proc p(s.trap, "clsKestrel", "Function GetValidPathName", [&] {
     return ParamText({{"job", kJobParam}, {"sSourcePath", sSourcePath},
                       {"bIsZip", BoolText(bIsZip)}});
   });
   std::string path;
-  p.Do([&] { path = actions::ValidPathName(*this, job, sSourcePath, bIsZip, false); });
+  p.Do([&] { path = actions::ValidPathName(s, job, sSourcePath, bIsZip, false); });
   return path;
 }
 
@@ -71,14 +72,15 @@ std::optional<std::int64_t> ExistingLength(FileSystem& fs, const std::string& pa
 
 }  // namespace
 
-bool Engine::NoRoomFor(const std::string& source, const std::string& op, const std::string& dest,
-                       bool replacing) {
-  Proc p(trap, "clsKestrel", "Function NoRoomFor", [&] {
+bool NoRoomFor(JobRun& run, Services& s, const std::string& source, const std::string& op,
+               const std::string& dest, bool replacing) {
+  FileSystem& fs = s.fs;
+  Proc p(s.trap, "clsKestrel", "Function NoRoomFor", [&] {
     return ParamText({{"source", source}, {"op", op}, {"dest", dest},
                       {"replacing", BoolText(replacing)}});
   });
-  if (noSizeCheck) return false;
-  bool noRoom = lastNoRoom;
+  if (s.noSizeCheck) return false;
+  bool noRoom = s.lastNoRoom;
   if (replacing) {
     // Deliberately the old file's length is subtracted: replacing needs room for both.
     if (const auto existing = ExistingLength(fs, dest)) {
@@ -91,11 +93,12 @@ bool Engine::NoRoomFor(const std::string& source, const std::string& op, const s
   } else {
     noRoom = FreeSpace(fs, dest) <= Length(fs, source);
   }
-  lastNoRoom = noRoom;
+  s.lastNoRoom = noRoom;
   if (noRoom && (op == "copy" || op == "move")) {
-    Log(10, T(10) + T(25) + DriveLabel(fs, dest) + ". " + T(op == "copy" ? 26 : 27) + source, true, true, false,
-        false);
-    jobError = true;
+    const int what = op == "copy" ? 26 : 27;
+    s.Log(10, s.T(10) + s.T(25) + DriveLabel(fs, dest) + ". " + s.T(what) + source, true, true,
+          false, false);
+    run.jobError = true;
   }
   return noRoom;
 }

@@ -1,13 +1,13 @@
 // Move: built like the copy; the differences live in the shared per-file steps.
+#include "actions/Actions.h"
 #include "actions/Transfer.h"
-#include "engine/Engine.h"
 
 namespace orvKestrel {
 
-void Engine::MoveFiles(FileList& sArray, job& job) {
-  Proc p(trap, "clsKestrel", "Sub MoveFiles",
+void MoveFiles(JobRun& run, Services& s, FileList& sArray) {
+  Proc p(s.trap, "clsKestrel", "Sub MoveFiles",
          [&] { return ParamText({{"sArray", kArrayParam}, {"job", kJobParam}}); });
-  actions::TransferFiles(*this, sArray, job, actions::Kind::Move);
+  actions::TransferFiles(run, s, sArray, actions::Kind::Move);
 }
 
 }  // namespace orvKestrel

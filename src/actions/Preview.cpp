@@ -37,10 +37,12 @@
 // Not previewed: the free-space check (it depends on the moment of the run), file times and
 // attributes, and a folder that CheckEmptyFolder would remove together with the empty files
 // left in it.
+#include "actions/Actions.h"
 #include "actions/Transfer.h"
 #include "actions/modCheckExistingFiles.h"
-#include "engine/Engine.h"
+#include "jobs/JobCodes.h"
 #include "platform/Paths.h"
+#include "selection/Selection.h"
 
 #include <algorithm>
 #include <unordered_map>
@@ -57,7 +59,7 @@ using paths::GetParentFolderName;
 // it would leave empty. Each folder is listed once, when it is first touched.
 class FolderPreview {
  public:
-  explicit FolderPreview(Engine& e) : e_(e) {}
+  explicit FolderPreview(Services& s) : s_(s) {}
 
   // path leaves its folder. With cleanUp the folders left empty are reported upwards to the
   // clean-up's root; with oneLevel only the file's own folder.
@@ -68,7 +70,7 @@ class FolderPreview {
     if (!Decrement(folder) || !cleanUp) return;
     const std::string root = actions::CleanUpRoot(file, job);
     while (!root.empty() && !actions::RelativeTo(folder, root).empty() && left_[folder] == 0) {
-      e_.Log(47, e_.T(47) + folder, true, true, false, false);
+      s_.Log(47, s_.T(47) + folder, true, true, false, false);
       if (oneLevel) return;
       gone_.insert(folder);
       folder = GetParentFolderName(folder);
@@ -80,7 +82,7 @@ class FolderPreview {
   bool Decrement(const std::string& folder) {
     auto it = left_.find(folder);
     if (it == left_.end()) {
-      const auto entries = e_.fs.ListFolder(folder);
+      const auto entries = s_.fs.ListFolder(folder);
       if (!entries) return false;
       it = left_.emplace(folder, static_cast<long>(entries->size())).first;
     }
@@ -88,30 +90,30 @@ class FolderPreview {
     return true;
   }
 
-  Engine& e_;
+  Services& s_;
   std::unordered_map<std::string, long> left_;
   std::unordered_set<std::string> gone_;
 };
 
 class FilePreview {
  public:
-  FilePreview(Engine& e, job& job, Kind kind, const std::string& src, FolderPreview& folders)
-      : e_(e), job_(job), kind_(kind), src_(src), folders_(folders) {}
+  FilePreview(Services& s, job& job, Kind kind, const std::string& src, FolderPreview& folders)
+      : s_(s), job_(job), kind_(kind), src_(src), folders_(folders) {}
 
   // True when the file got a line.
   bool Run() {
     const std::string folder =
-        job_.FStruct == 1 ? e_.HandlePreviewFolders(src_, job_) : job_.To;
+        job_.FStruct == 1 ? HandlePreviewFolders(s_, src_, job_) : job_.To;
     const std::string sub = actions::RelativeTo(folder, job_.To);
     if (!sub.empty()) {  // the real run refuses a folder reached through a link
-      const std::string refused = e_.fs.RefusedBeneath(job_.To, sub);
+      const std::string refused = s_.fs.RefusedBeneath(job_.To, sub);
       if (!refused.empty()) {
         ReportError(refused);
         return true;
       }
     }
     dest_ = BuildPath(folder, paths::GetFileName(src_));
-    const bool exists = e_.fs.FileExists(dest_);
+    const bool exists = s_.fs.FileExists(dest_);
     switch (job_.Exist) {
       case 0:
         if (exists) return Report(59, dest_, 14);
@@ -138,21 +140,21 @@ class FilePreview {
   bool Copying() const { return kind_ == Kind::Copy; }
 
   bool Report(int n, const std::string& to = {}, int joiner = 0) {
-    std::string line = e_.T(n) + src_;
-    if (joiner != 0) line += e_.T(joiner) + to;
-    e_.Log(n, line, true, true, false, false);
+    std::string line = s_.T(n) + src_;
+    if (joiner != 0) line += s_.T(joiner) + to;
+    s_.Log(n, line, true, true, false, false);
     return true;
   }
 
   void ReportError(const std::string& description) {
     const char* where = Copying() ? " -  Move files " : " - Func MoveFiles ";
-    e_.Log(10, job_.JobName + ": " + e_.T(10) + description + where + src_, true, true, false,
+    s_.Log(10, job_.JobName + ": " + s_.T(10) + description + where + src_, true, true, false,
            false);
   }
 
   // Where the real run refuses to delete the source through its destination: its error line.
   bool SameFile() {
-    if (!e_.fs.SameFile(src_, dest_)) return false;
+    if (!s_.fs.SameFile(src_, dest_)) return false;
     ReportError("source and destination are the same file");
     return true;
   }
@@ -173,7 +175,7 @@ class FilePreview {
   }
 
   bool Rename() {
-    const std::string name = actions::ValidPathName(e_, job_, src_, false, true);
+    const std::string name = actions::ValidPathName(s_, job_, src_, false, true);
     if (name.empty()) {
       ReportError("Invalid procedure call or argument");
     } else if (name == dest_) {
@@ -187,7 +189,7 @@ class FilePreview {
 
   bool Compare() {
     if (job_.EFSDelete == 1 && SameFile()) return true;
-    const bool replace = CheckExist(e_.fs, e_.trap, src_, dest_,
+    const bool replace = CheckExist(s_.fs, s_.trap, src_, dest_,
                                     static_cast<std::int16_t>(job_.ExtFileTime), job_.EFSelect);
     if (replace) {
       if (SameFile()) return true;
@@ -204,7 +206,7 @@ class FilePreview {
     return true;
   }
 
-  Engine& e_;
+  Services& s_;
   job& job_;
   Kind kind_;
   const std::string& src_;
@@ -212,19 +214,21 @@ class FilePreview {
   std::string dest_;
 };
 
-void DeletePreviewList(Engine& e, FileList& list, job& job, int msg, const std::string& root) {
-  e.Log(53, e.T(53) + root, true, true, false, false);
-  actions::LogCount(e, list.size(), "");
-  FolderPreview folders(e);
+void DeletePreviewList(JobRun& run, Services& s, FileList& list, int msg,
+                       const std::string& root) {
+  const job& job = run.Job();
+  s.Log(53, s.T(53) + root, true, true, false, false);
+  actions::LogCount(s, list.size(), "");
+  FolderPreview folders(s);
   const auto n = static_cast<std::int32_t>(list.size()) - 1;
   for (std::int32_t i = 0; i <= n; ++i) {
-    e.KestrelCounter(n, i);
-    e.Yield();
-    if (e.Stopped()) break;
+    s.KestrelCounter(n, i);
+    s.Yield();
+    if (s.Stopped()) break;
     const std::string& path = list[static_cast<std::size_t>(i)];
     if (path.empty()) continue;
-    e.Log(msg, e.T(msg) + path, true, true, false, false);
-    if (job.Action == 22) e.previewReported.insert(actions::RelativeTo(path, job.To));
+    s.Log(msg, s.T(msg) + path, true, true, false, false);
+    if (job.Action == action::kSyncRemoval) run.previewReported.insert(actions::RelativeTo(path, job.To));
     folders.Gone(path, job, job.DelEFol == 1);
   }
   list.clear();
@@ -232,54 +236,55 @@ void DeletePreviewList(Engine& e, FileList& list, job& job, int msg, const std::
 
 }  // namespace
 
-void Engine::Preview(FileList& sArray, job& job, const std::string& mode) {
-  Proc p(trap, "clsKestrel", "Sub Preview", [&] {
+void Preview(JobRun& run, Services& s, FileList& sArray, const std::string& mode) {
+  job& job = run.Job();
+  Proc p(s.trap, "clsKestrel", "Sub Preview", [&] {
     return ParamText({{"sArray", kArrayParam}, {"job", kJobParam}, {"mode", mode}});
   });
   const Kind kind = mode == "Move" ? Kind::Move : Kind::Copy;
-  const bool syncing = job.Action == 5;
-  if (syncing && syncPass == 2) {
-    std::erase_if(sArray, [&](const std::string& s) {
-      return previewReported.contains(actions::RelativeTo(s, job.From));
+  const bool syncing = job.Action == action::kSync;
+  if (syncing && run.syncPass == 2) {
+    std::erase_if(sArray, [&](const std::string& file) {
+      return run.previewReported.contains(actions::RelativeTo(file, job.From));
     });
   }
-  Log(kind == Kind::Copy ? 39 : 52, T(kind == Kind::Copy ? 39 : 52) + job.From, true, true, false,
-      false);
+  const int head = kind == Kind::Copy ? 39 : 52;
+  s.Log(head, s.T(head) + job.From, true, true, false, false);
   if (!sArray.empty()) {
-    actions::LogCount(*this, sArray.size(), job.OnlyCompare == 1 ? " (" + T(88) + ")" : "");
+    actions::LogCount(s, sArray.size(), job.OnlyCompare == 1 ? " (" + s.T(88) + ")" : "");
   }
-  FolderPreview folders(*this);
+  FolderPreview folders(s);
   const auto n = static_cast<std::int32_t>(sArray.size()) - 1;
   for (std::int32_t i = 0; i <= n; ++i) {
-    KestrelCounter(n, i);
-    Yield();
-    if (Stopped()) break;
+    s.KestrelCounter(n, i);
+    s.Yield();
+    if (s.Stopped()) break;
     const std::string& src = sArray[static_cast<std::size_t>(i)];
-    const FileSystem::StatusScope once(fs);
-    const bool reported = FilePreview(*this, job, kind, src, folders).Run();
-    if (reported && syncing && syncPass == 1) {
-      previewReported.insert(actions::RelativeTo(src, job.From));
+    const FileSystem::StatusScope once(s.fs);
+    const bool reported = FilePreview(s, job, kind, src, folders).Run();
+    if (reported && syncing && run.syncPass == 1) {
+      run.previewReported.insert(actions::RelativeTo(src, job.From));
     }
   }
-  if (kind == Kind::Copy && syncPass == 1) {
-    Log(92, T(92), true, true, false, false);
-    Log(92, T(92), true, true, false, false);
-  } else if (kind == Kind::Copy && syncPass == 2) {
-    Log(93, T(93), true, true, false, false);
+  if (kind == Kind::Copy && run.syncPass == 1) {
+    s.Log(92, s.T(92), true, true, false, false);
+    s.Log(92, s.T(92), true, true, false, false);
+  } else if (kind == Kind::Copy && run.syncPass == 2) {
+    s.Log(93, s.T(93), true, true, false, false);
   }
   sArray.clear();
 }
 
-void Engine::DeleteFilesPreview(FileList& sArray, job& job) {
-  Proc p(trap, "clsKestrel", "Sub DeleteFilesPreview",
+void DeleteFilesPreview(JobRun& run, Services& s, FileList& sArray) {
+  Proc p(s.trap, "clsKestrel", "Sub DeleteFilesPreview",
          [&] { return ParamText({{"sArray", kArrayParam}, {"job", kJobParam}}); });
-  DeletePreviewList(*this, sArray, job, 47, job.From);
+  DeletePreviewList(run, s, sArray, 47, run.Job().From);
 }
 
-void Engine::DeleteSyncFilesPreview(FileList& sArray, job& job) {
-  Proc p(trap, "clsKestrel", "Sub DeleteSyncFilesPreview",
+void DeleteSyncFilesPreview(JobRun& run, Services& s, FileList& sArray) {
+  Proc p(s.trap, "clsKestrel", "Sub DeleteSyncFilesPreview",
          [&] { return ParamText({{"sArray", kArrayParam}, {"job", kJobParam}}); });
-  DeletePreviewList(*this, sArray, job, 95, job.To);
+  DeletePreviewList(run, s, sArray, 95, run.Job().To);
 }
 
 }  // namespace orvKestrel

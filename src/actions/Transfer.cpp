@@ -3,11 +3,13 @@
 // transfer failed, and the list goes on with the next file.
 #include "actions/Transfer.h"
 
+#include "actions/Actions.h"
 #include "actions/modCheckExistingFiles.h"
 #include "common/modGuid.h"
 #include "platform/DateText.h"
 #include "platform/Paths.h"
 #include "platform/SysError.h"
+#include "selection/Selection.h"
 
 #include <cerrno>
 #include <cstdio>
@@ -56,17 +58,19 @@ class DestFolders {
 
 class FileTransfer {
  public:
-  FileTransfer(Engine& e, job& job, Kind kind, const std::string& src, DestFolders& folders)
-      : e_(e), job_(job), kind_(kind), src_(src), folders_(folders) {}
+  FileTransfer(JobRun& run, Services& s, Kind kind, const std::string& src, DestFolders& folders)
+      : run_(run), s_(s), job_(run.Job()), kind_(kind), src_(src), folders_(folders) {}
 
   void Run() {
-    if (e_.fileTime) e_.ReadSourceFileTime(src_);
+    const bool times = SetsFileTimes(job_);
+    if (times) ReadSourceFileTime(run_, s_, src_);
     // The levels below To are made (or found) without following links; the path text is the
     // one the folder structure gives.
-    const std::string folder = job_.FStruct == 1 ? e_.HandlePreviewFolders(src_, job_) : job_.To;
-    folders_.Open(e_.fs, job_.To, folder, true);
+    const std::string folder =
+        job_.FStruct == 1 ? HandlePreviewFolders(s_, src_, job_) : job_.To;
+    folders_.Open(s_.fs, job_.To, folder, true);
     dest_ = BuildPath(folder, GetFileName(src_));
-    destExists_ = e_.fs.FileExists(dest_);
+    destExists_ = s_.fs.FileExists(dest_);
     RefuseWrittenByThisRun();
     bool writeTimes = true;
     switch (job_.Exist) {
@@ -77,9 +81,9 @@ class FileTransfer {
       case 4: writeTimes = Compare(); break;
       default: return;  // no policy: the file is skipped silently
     }
-    if (writeTimes && e_.fileTime) {
-      e_.ReadDestFileTime(dest_);
-      e_.WriteFileTime(dest_, job_);
+    if (writeTimes && times) {
+      ReadDestFileTime(run_, s_, dest_);
+      WriteFileTime(run_, s_, dest_);
     }
   }
 
@@ -92,37 +96,37 @@ class FileTransfer {
   // file or pick a free name are safe.
   void RefuseWrittenByThisRun() const {
     if (!destExists_ || job_.Exist == 0 || job_.Exist == 2) return;
-    if (e_.writtenThisRun.contains(dest_)) {
+    if (s_.writtenThisRun.contains(dest_)) {
       throw KestrelError(EEXIST, "Another file of this run was written to " + dest_ + "; kept");
     }
   }
   bool DestExists() const { return destExists_; }
   bool NoRoom(bool replacing) {
-    return e_.NoRoomFor(src_, Copying() ? "copy" : "move", dest_, replacing);
+    return NoRoomFor(run_, s_, src_, Copying() ? "copy" : "move", dest_, replacing);
   }
 
   // The overwrite flag matters to the copy only: a move never replaces. The copy tells the
   // source as it read it: a later deletion of the source removes only that.
   void Transfer(bool overwrite) {
     const auto into = DestFolderOf();
-    e_.TidyFolder(into->path());  // only where a file is written: no walk of unchanged trees
+    TidyFolder(run_, s_, into->path());  // only where a file is written: no walk of unchanged trees
     if (Copying()) {
-      read_ = e_.fs.CopyFile(src_, *into, GetFileName(dest_), overwrite);
+      read_ = s_.fs.CopyFile(src_, *into, GetFileName(dest_), overwrite);
     } else {
-      e_.fs.MoveFile(src_, *into, GetFileName(dest_));
+      s_.fs.MoveFile(src_, *into, GetFileName(dest_));
     }
-    e_.writtenThisRun.insert(dest_);
+    s_.writtenThisRun.insert(dest_);
   }
 
   // The folder of dest_, opened beneath To (the renaming may have changed its text).
   std::shared_ptr<const DestFolder> DestFolderOf() {
-    return folders_.Open(e_.fs, job_.To, paths::GetParentFolderName(dest_), false);
+    return folders_.Open(s_.fs, job_.To, paths::GetParentFolderName(dest_), false);
   }
 
   void SetAttributes() {
-    e_.SetDestAttributes(dest_, job_);
+    SetDestAttributes(s_, dest_, job_);
     if (!Copying()) return;
-    e_.SetSourceAttributes(src_, job_);
+    SetSourceAttributes(s_, src_, job_);
     if (read_ && job_.EFSDelete == 1 && ChangesSourceAttributes()) OwnAttributesSet();
   }
 
@@ -135,7 +139,7 @@ class FileTransfer {
   // Setting the source's attributes changed its change time; its contents stay verified by
   // everything else that the copy read.
   void OwnAttributesSet() {
-    const FileIdentity now = e_.fs.Identify(src_);
+    const FileIdentity now = s_.fs.Identify(src_);
     if (now.SameObject(*read_) && now.size == read_->size && now.modifiedNs == read_->modifiedNs) {
       read_ = now;
     }
@@ -144,12 +148,12 @@ class FileTransfer {
   // The source as the policy sees it before deleting it. Refused when the destination is the
   // source itself under another name: deleting the one would delete the other.
   FileIdentity SeenSource() {
-    const FileIdentity seen = e_.fs.Identify(src_);
-    if (seen.SameObject(e_.fs.Identify(dest_))) ThrowSameFile();
+    const FileIdentity seen = s_.fs.Identify(src_);
+    if (seen.SameObject(s_.fs.Identify(dest_))) ThrowSameFile();
     return seen;
   }
 
-  void LogLine(int n) { e_.Log(n, e_.T(n) + src_ + e_.T(14) + dest_, true, true, false, false); }
+  void LogLine(int n) { s_.Log(n, s_.T(n) + src_ + s_.T(14) + dest_, true, true, false, false); }
   void LogDone() { LogLine(Copying() ? 11 : 12); }
   void LogReplaced() { LogLine(Copying() ? 44 : 43); }
 
@@ -166,10 +170,10 @@ class FileTransfer {
   // as it was. A move cannot replace: the old file is deleted first, and a move that then fails
   // loses it (the source survives).
   void Replace() {
-    RefuseSameFile(e_, src_, dest_);
-    if (!Copying()) e_.fs.DeleteFile(*DestFolderOf(), GetFileName(dest_), true);
+    RefuseSameFile(s_, src_, dest_);
+    if (!Copying()) s_.fs.DeleteFile(*DestFolderOf(), GetFileName(dest_), true);
     Transfer(true);
-    if (!Copying() && job_.Exist == 3 && job_.FStruct == 1) e_.CheckEmptyFolder(src_, job_);
+    if (!Copying() && job_.Exist == 3 && job_.FStruct == 1) CheckEmptyFolder(s_, src_, job_);
     SetAttributes();
     LogReplaced();
   }
@@ -188,13 +192,13 @@ class FileTransfer {
       return;
     }
     const FileIdentity seen = SeenSource();
-    e_.DeleteSourceFileAsSeen(src_, job_, seen);
-    e_.Log(36, e_.T(36) + src_, true, true, false, false);
+    DeleteSourceFileAsSeen(run_, s_, src_, seen);
+    s_.Log(36, s_.T(36) + src_, true, true, false, false);
   }
 
   void Rename() {
     if (NoRoom(false)) return;
-    dest_ = e_.GetValidPathName(job_, src_, false);
+    dest_ = GetValidPathName(s_, job_, src_, false);
     Transfer(false);
     SetAttributes();
     LogDone();
@@ -219,18 +223,19 @@ class FileTransfer {
     const bool efsDelete = job_.EFSDelete == 1;
     std::optional<FileIdentity> seen;
     if (efsDelete) seen = SeenSource();
-    if (CheckExist(e_.fs, e_.trap, src_, dest_, static_cast<std::int16_t>(job_.ExtFileTime),
+    if (CheckExist(s_.fs, s_.trap, src_, dest_, static_cast<std::int16_t>(job_.ExtFileTime),
                    job_.EFSelect)) {
       Replace();
     } else {
-      if (!Copying() && efsDelete) e_.fs.DeleteVerified(src_, *seen, true);
+      if (!Copying() && efsDelete) s_.fs.DeleteVerified(src_, *seen, true);
       LogLine(45);
     }
-    if (Copying() && efsDelete) e_.fs.DeleteVerified(src_, read_.value_or(*seen), true);
+    if (Copying() && efsDelete) s_.fs.DeleteVerified(src_, read_.value_or(*seen), true);
     return true;
   }
 
-  Engine& e_;
+  JobRun& run_;
+  Services& s_;
   job& job_;
   Kind kind_;
   const std::string& src_;
@@ -240,13 +245,14 @@ class FileTransfer {
   std::optional<FileIdentity> read_;  // the source as the copy read it
 };
 
-void LogError(Engine& e, const job& job, Kind kind, const std::string& src) {
+void LogError(JobRun& run, Services& s, Kind kind, const std::string& src) {
   int number = 0;
   std::string description;
   DescribeCurrentException(number, description);
   const char* where = kind == Kind::Copy ? " -  Move files " : " - Func MoveFiles ";
-  e.Log(10, job.JobName + ": " + e.T(10) + description + where + src, true, true, false, false);
-  e.jobError = true;
+  s.Log(10, run.Job().JobName + ": " + s.T(10) + description + where + src, true, true, false,
+        false);
+  run.jobError = true;
 }
 
 std::string TwoDigits(int v) {
@@ -257,9 +263,9 @@ std::string TwoDigits(int v) {
 
 // The current date in the short date format with its separators made safe for a file name,
 // then "_HH-MM-SS".
-std::string DateStamp(const Engine& e) {
-  const std::time_t now = e.host.clock.Now();
-  std::string date = datetext::FormatDate(now, e.host.shortDateFormat);
+std::string DateStamp(const Services& s) {
+  const std::time_t now = s.host.clock.Now();
+  std::string date = datetext::FormatDate(now, s.host.shortDateFormat);
   if (date.find('\\') != std::string::npos) {
     date = ReplaceAll(date, "\\", "-");
   } else if (date.find('/') != std::string::npos) {
@@ -272,48 +278,49 @@ std::string DateStamp(const Engine& e) {
 
 }  // namespace
 
-void TransferFiles(Engine& e, FileList& sArray, job& job, Kind kind) {
-  const std::string suffix = job.OnlyCompare == 1 ? " (" + e.T(88) + ")" : "";
-  LogCount(e, sArray.size(), suffix);
+void TransferFiles(JobRun& run, Services& s, FileList& sArray, Kind kind) {
+  const std::string suffix = run.Job().OnlyCompare == 1 ? " (" + s.T(88) + ")" : "";
+  LogCount(s, sArray.size(), suffix);
   const auto n = static_cast<std::int32_t>(sArray.size()) - 1;
   DestFolders folders;
   for (std::int32_t i = 0; i <= n; ++i) {
-    e.KestrelCounter(n, i);
-    e.Yield();
-    if (e.Stopped()) break;
+    s.KestrelCounter(n, i);
+    s.Yield();
+    if (s.Stopped()) break;
     const std::string& src = sArray[static_cast<std::size_t>(i)];
     try {
-      const FileSystem::StatusScope once(e.fs);
-      FileTransfer(e, job, kind, src, folders).Run();
+      const FileSystem::StatusScope once(s.fs);
+      FileTransfer(run, s, kind, src, folders).Run();
     } catch (...) {
       folders.Forget();  // the folder may be what failed
-      LogError(e, job, kind, src);
+      LogError(run, s, kind, src);
     }
   }
-  if (kind == Kind::Copy && e.syncPass == 1) {
-    e.Log(92, e.T(92), true, true, false, false);
-    e.Log(92, e.T(92), true, true, false, false);
-  } else if (kind == Kind::Copy && e.syncPass == 2) {
-    e.Log(93, e.T(93), true, true, false, false);
+  if (kind == Kind::Copy && run.syncPass == 1) {
+    s.Log(92, s.T(92), true, true, false, false);
+    s.Log(92, s.T(92), true, true, false, false);
+  } else if (kind == Kind::Copy && run.syncPass == 2) {
+    s.Log(93, s.T(93), true, true, false, false);
   }
   sArray.clear();
 }
 
-void LogCount(Engine& e, std::size_t count, const std::string& suffix) {
+void LogCount(Services& s, std::size_t count, const std::string& suffix) {
   if (count > 1) {
-    e.Log(84, e.T(84) + std::to_string(count) + suffix, true, true, false, false);
+    s.Log(84, s.T(84) + std::to_string(count) + suffix, true, true, false, false);
   } else {
-    e.Log(85, e.T(85) + "1" + suffix, true, true, false, false);
+    s.Log(85, s.T(85) + "1" + suffix, true, true, false, false);
   }
 }
 
-std::string ValidPathName(Engine& e, job& job, const std::string& sSourcePath, bool bIsZip,
+std::string ValidPathName(Services& s, job& job, const std::string& sSourcePath, bool bIsZip,
                           bool preview) {
   const std::string ext = paths::GetExtensionName(sSourcePath);
   const std::string name = GetFileName(sSourcePath);
   std::string folder = job.To;
   if (!bIsZip && job.FStruct == 1) {
-    folder = preview ? e.HandlePreviewFolders(sSourcePath, job) : e.HandleFolders(sSourcePath, job);
+    folder = preview ? HandlePreviewFolders(s, sSourcePath, job)
+                     : HandleFolders(s, sSourcePath, job);
   }
   const std::string dest = BuildPath(folder, name);
   const auto candidate = [&](const std::string& x) {
@@ -322,7 +329,7 @@ std::string ValidPathName(Engine& e, job& job, const std::string& sSourcePath, b
                                : ReplaceAll(dest, name, inserted);
   };
   const auto taken = [&](const std::string& path) {
-    return e.fs.FileExists(path) || e.fs.FolderExists(path);
+    return s.fs.FileExists(path) || s.fs.FolderExists(path);
   };
   if (job.PickRenamer < 1 || job.PickRenamer > 3) return {};
   if (!taken(dest)) return dest;
@@ -335,7 +342,7 @@ std::string ValidPathName(Engine& e, job& job, const std::string& sSourcePath, b
     }
   }
   if (job.PickRenamer == 2) {
-    const std::string stamp = DateStamp(e);
+    const std::string stamp = DateStamp(s);
     std::string c = candidate(stamp);
     for (long k = 1; taken(c); ++k) c = candidate(stamp + "(" + std::to_string(k) + ")");
     return c;
@@ -373,8 +380,8 @@ std::string CleanUpRoot(const std::string& file, const job& job) {
   return best;
 }
 
-void RefuseSameFile(Engine& e, const std::string& source, const std::string& dest) {
-  if (e.fs.SameFile(source, dest)) ThrowSameFile();
+void RefuseSameFile(Services& s, const std::string& source, const std::string& dest) {
+  if (s.fs.SameFile(source, dest)) ThrowSameFile();
 }
 
 void ThrowSameFile() { throw KestrelError(EINVAL, "source and destination are the same file"); }

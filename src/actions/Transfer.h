@@ -2,7 +2,7 @@
 // policies, the count line, the renaming and the relative paths of a synchronisation.
 #pragma once
 
-#include "engine/Engine.h"
+#include "engine/JobRun.h"
 
 #include <string>
 
@@ -11,14 +11,14 @@ namespace orvKestrel::actions {
 enum class Kind { Copy, Move };
 
 // Copies or moves every file of the list to the job's destination and erases the list.
-void TransferFiles(Engine& e, FileList& sArray, job& job, Kind kind);
+void TransferFiles(JobRun& run, Services& s, FileList& sArray, Kind kind);
 
 // "Dateien gefunden: n" (n > 1) or "Datei gefunden: 1", followed by suffix.
-void LogCount(Engine& e, std::size_t count, const std::string& suffix);
+void LogCount(Services& s, std::size_t count, const std::string& suffix);
 
 // The destination of one file under the renaming policy, a path that does not exist yet; ""
 // when PickRenamer names no method or no new name can be made. A preview creates no folder.
-std::string ValidPathName(Engine& e, job& job, const std::string& sSourcePath, bool bIsZip,
+std::string ValidPathName(Services& s, job& job, const std::string& sSourcePath, bool bIsZip,
                           bool preview);
 
 // path below root, without a leading "/" ("" when path is not below root).
@@ -29,7 +29,7 @@ std::string RelativeTo(const std::string& path, const std::string& root);
 std::string CleanUpRoot(const std::string& file, const job& job);
 
 // Throws when replacing or deleting dest would destroy the source itself.
-void RefuseSameFile(Engine& e, const std::string& source, const std::string& dest);
+void RefuseSameFile(Services& s, const std::string& source, const std::string& dest);
 [[noreturn]] void ThrowSameFile();
 
 }  // namespace orvKestrel::actions

@@ -1,7 +1,9 @@
 // The run driver: every due job of a folder (ExecuteAllJobs), one named job (ExecuteOneJob), a
 // job's state (CheckStatus) and the run of one job record from start to end (ExecuteSingleJob).
 #include "engine/Engine.h"
+#include "selection/Selection.h"
 
+#include "jobs/JobCodes.h"
 #include "jobs/JobReader.h"
 #include "jobs/modIniHandler.h"
 #include "platform/FolderLock.h"
@@ -34,18 +36,18 @@ double ToNumber(const std::string& text) {
 // The catalogue key of a preview's start line, by Action; 0 = no start line.
 int PreviewKey(std::int16_t action) {
   switch (action) {
-    case 0:
+    case action::kCopy:
       return 39;
-    case 1:
+    case action::kMove:
       return 52;
-    case 2:
+    case action::kDelete:
       return 53;
-    case 3:
+    case action::kCompress:
       return 30;
-    case 4:
+    case action::kExtract:
       return 71;
-    case 5:
-    case 22:
+    case action::kSync:
+    case action::kSyncRemoval:
       return 91;
     default:
       return 0;
@@ -80,10 +82,10 @@ bool ListsAnyFile(FileSystem& fs, const std::string& sJobDir, bool tidy) {
 }
 
 // Waits until no other pass works on the job folder.
-FolderLock LockJobFolder(Engine& e, const std::string& sJobDir) {
-  return FolderLock(ListingOf(sJobDir).first, [&e] {
-    e.Yield();
-    return !e.Stopped();
+FolderLock LockJobFolder(Services& s, const std::string& sJobDir) {
+  return FolderLock(ListingOf(sJobDir).first, [&s] {
+    s.Yield();
+    return !s.Stopped();
   });
 }
 
@@ -97,33 +99,41 @@ bool RefuseUnsafeName(Engine& e, const job& j) {
   for (auto at = shown.find('\0'); at != std::string::npos; at = shown.find('\0', at)) {
     shown.replace(at, 1, "\\0");
   }
-  e.Log(10, shown + ": " + e.T(10) + "the job name \"" + shown +
+  e.svc.Log(10, shown + ": " + e.svc.T(10) + "the job name \"" + shown +
                 "\" is not a plain file name; the job is not run",
         true, true, false, false);
   e.jobEndedWithError = true;
   return true;
 }
 
+// Status 3 or 4: the job (or its error) deactivated it.
+bool MarkedDeactivated(const job& j) {
+  return StatusIs(j, sDeactivated) || StatusIs(j, sErrDeactivated);
+}
+
 void DecideDue(Engine& e, job& j, bool& due) {
-  Proc p(e.trap, "clsKestrel", "Sub DecideDue", [&] {
+  Proc p(e.svc.trap, "clsKestrel", "Sub DecideDue", [&] {
     return ParamText({{"job", kJobParam}, {"bDue", BoolText(due)}});
   });
   if (j.IntervalType == 0) {
     due = true;
-  } else if (j.IntervalType == 1 && j.Status != "4" && j.Status != "3") {
+  } else if (j.IntervalType == 1 && !MarkedDeactivated(j)) {
     bool fired = due;
     switch (j.IntervalTimeType) {
       case 0:
-        fired = e.CheckDailyInterval(j.IntervalState, j.IntervalTime);
+        fired = CheckDailyInterval(e.svc, e.m_sCurrJobFile, j.IntervalState, j.IntervalTime);
         break;
       case 1:
-        fired = e.CheckWeeklyInterval(j.IntervalState, j.IntervalTime, j.IntervalWeekDay);
+        fired = CheckWeeklyInterval(e.svc, e.m_sCurrJobFile, j.IntervalState, j.IntervalTime,
+                                    j.IntervalWeekDay);
         break;
       case 2:
-        fired = e.CheckMonthlyInterval(j.IntervalState, j.IntervalTime, j.IntervalMonthDay);
+        fired = CheckMonthlyInterval(e.svc, e.m_sCurrJobFile, j.IntervalState, j.IntervalTime,
+                                     j.IntervalMonthDay);
         break;
       case 3:
-        fired = e.CheckDateInterval(j.IntervalState, j.IntervalTime, j.IntervalDate);
+        fired = CheckDateInterval(e.svc, e.m_sCurrJobFile, j.IntervalState, j.IntervalTime,
+                                  j.IntervalDate);
         break;
       default:
         return;  // an unknown schedule keeps the previous job's answer
@@ -137,7 +147,7 @@ void DecideDue(Engine& e, job& j, bool& due) {
 
 void DriveJob(Engine& e, job& j, std::int32_t i, const std::string& sJobDir,
               const std::string& sLanguagePath, bool bVerbose, bool& due) {
-  Proc p(e.trap, "clsKestrel", "Sub DriveJob", [&] {
+  Proc p(e.svc.trap, "clsKestrel", "Sub DriveJob", [&] {
     return ParamText({{"job", kJobParam},
                       {"lIndex", Num(i)},
                       {"sJobDir", sJobDir},
@@ -150,8 +160,9 @@ void DriveJob(Engine& e, job& j, std::int32_t i, const std::string& sJobDir,
   DecideDue(e, j, due);
   if (!due) return;
 
-  j.Status = Num(e.CheckStatus(j, j.Action == 2 ? "Delete" : ""));
-  const auto status = static_cast<std::int16_t>(std::stoi(j.Status));
+  const JobState state = e.CheckStatus(j, j.Action == action::kDelete ? "Delete" : "");
+  j.Status = StatusText(state);
+  const auto status = static_cast<std::int16_t>(state);
   const auto announce = [&] {
     e.FireCurrentJob(fileName, i, static_cast<std::int32_t>(std::int64_t{j.Counter} - 1), status,
                      j.IntervalType, j.IntervalTimeType, j.IntervalTime, j.IntervalDate,
@@ -161,125 +172,127 @@ void DriveJob(Engine& e, job& j, std::int32_t i, const std::string& sJobDir,
 
   if (j.Counter != 1) {
     // Counts on below zero: such a job waits until the host rewrites "Counter".
-    if (j.IntervalType == 0 && j.Status != "4" && j.Status != "3") {
+    if (j.IntervalType == 0 && !MarkedDeactivated(j)) {
       e.WriteJobString("Job", "Counter", Num(std::int64_t{j.Counter} - 1));
     }
     return;
   }
-  if (j.Status == "3" || j.Status == "4" || j.Status == "5") {
-    if (bVerbose) e.Log(9, j.JobName + ": " + e.T(9), true, true, false, false);
+  if (state == sDeactivated || state == sErrDeactivated || state == sRunnedOnce) {
+    if (bVerbose) e.svc.Log(9, j.JobName + ": " + e.svc.T(9), true, true, false, false);
     return;
   }
-  if (j.Status == "0" || j.Status == "1") {
-    e.Yield();
+  if (state == sOK || state == sRunOnce) {
+    e.svc.Yield();
     if (j.ChkFreeSpace != 1) {
       e.ExecuteSingleJob(j, sJobDir, sLanguagePath, false, false);
-    } else if (e.CheckFreeSpace(j.FreeSpaceVal, j.From)) {
+    } else if (CheckFreeSpace(e.svc, j.FreeSpaceVal, j.From)) {
       announce();
       e.ExecuteSingleJob(j, sJobDir, sLanguagePath, false, false);
     }
   } else if (bVerbose) {
-    e.Log(8, j.JobName + ": " + e.T(8), true, true, false, false);
+    e.svc.Log(8, j.JobName + ": " + e.svc.T(8), true, true, false, false);
   }
   if (j.IntervalType == 0) e.WriteJobString("Job", "Counter", Num(j.Interval));
   if (status == sRunOnce) {
     e.FireCurrentJob(fileName, i, j.Interval, sRunnedOnce, 0, 0, "", "", 0, 0);
-    e.WriteJobString("Job", "Status", "5");
+    e.WriteJobString("Job", "Status", StatusText(sRunnedOnce));
   } else {
     e.FireCurrentJob(fileName, i, j.Interval, status, 0, 0, "", "", 0, 0);
   }
 }
 
-void StartLine(Engine& e, job& job) {
-  Proc p(e.trap, "clsKestrel", "Sub StartLine", [&] { return ParamText({{"job", kJobParam}}); });
-  const std::string head = job.JobName + ": " + e.T(3);
+void StartLine(Services& s, job& job) {
+  Proc p(s.trap, "clsKestrel", "Sub StartLine", [&] { return ParamText({{"job", kJobParam}}); });
+  const std::string head = job.JobName + ": " + s.T(3);
   if (job.DoPreview != 1) {
-    e.Log(3, head, true, true, false, false);
+    s.Log(3, head, true, true, false, false);
   } else if (const int key = PreviewKey(job.Action); key != 0) {
-    e.Log(3, head + " - " + e.T(key), true, true, false, false);
+    s.Log(3, head + " - " + s.T(key), true, true, false, false);
   }
 }
 
 // The closing line of a job that was not stopped: what the file step found.
-void EndLine(Engine& e, job& job) {
-  Proc p(e.trap, "clsKestrel", "Sub EndLine", [&] { return ParamText({{"job", kJobParam}}); });
-  if (e.noFiles) {
-    e.Log(7, job.JobName + ": " + e.T(7), true, true, true, true);
-    e.noFiles = false;
-  } else if (e.jobError) {
+void EndLine(Engine& e, JobRun& run) {
+  Services& s = e.svc;
+  const job& job = run.Job();
+  Proc p(s.trap, "clsKestrel", "Sub EndLine", [&] { return ParamText({{"job", kJobParam}}); });
+  if (run.noFiles) {
+    s.Log(7, job.JobName + ": " + s.T(7), true, true, true, true);
+    run.noFiles = false;
+  } else if (run.jobError) {
     e.jobEndedWithError = true;
-    e.Log(28, job.JobName + ": " + e.T(28), true, true, true, true);
+    s.Log(28, job.JobName + ": " + s.T(28), true, true, true, true);
   } else {
-    e.Log(6, job.JobName + ": " + e.T(6), true, true, true, true);
+    s.Log(6, job.JobName + ": " + s.T(6), true, true, true, true);
   }
 }
 
 }  // namespace
 
 std::vector<job> Engine::GetJobs(const std::string& sJobDir, const std::string& sFile) {
-  Proc p(trap, "clsKestrel", "Function GetJobs", [&] {
+  Proc p(svc.trap, "clsKestrel", "Function GetJobs", [&] {
     return ParamText({{"sJobDir", sJobDir}, {"sFile", Opt(sFile)}});
   });
   std::vector<job> jobs;
-  p.Do([&] { jobs = ReadJobs(fs, trap, host, sJobDir, sFile, &jobFileUnreadable); });
+  p.Do([&] { jobs = ReadJobs(svc.fs, svc.trap, svc.host, sJobDir, sFile, &jobFileUnreadable); });
   return jobs;
 }
 
 void Engine::WriteJobString(const std::string& section, const std::string& Name,
                             const std::string& Value) {
-  Proc p(trap, "modIniHandler", "Sub WriteJobString", [&] {
+  orvKestrel::WriteJobString(svc, m_sCurrJobFile, section, Name, Value);
+}
+
+void WriteJobString(Services& s, const std::string& jobFile, const std::string& section,
+                    const std::string& Name, const std::string& Value) {
+  Proc p(s.trap, "modIniHandler", "Sub WriteJobString", [&] {
     return ParamText({{"section", section},
                       {"Name", Name},
                       {"Value", Value},
-                      {"m_sCurrJobFile", m_sCurrJobFile}});
+                      {"m_sCurrJobFile", jobFile}});
   });
-  if (dryRun) return;
-  p.Do([&] { orvKestrel::WriteJobString(fs, section, Name, Value, m_sCurrJobFile); });
+  if (s.dryRun) return;
+  p.Do([&] { orvKestrel::WriteJobString(s.fs, section, Name, Value, jobFile); });
 }
 
 void Engine::RunExternalProgram(job& job) {
-  Proc p(trap, "clsKestrel", "Sub RunExternalProgram", [&] {
+  Proc p(svc.trap, "clsKestrel", "Sub RunExternalProgram", [&] {
     return ParamText({{"job", kJobParam}});
   });
-  if (dryRun) return;
-  p.Do([&] { clsCmd(host, trap).ShellAndWait(job); });
+  if (svc.dryRun) return;
+  p.Do([&] { clsCmd(svc.host, svc.trap).ShellAndWait(job); });
 }
 
 JobState Engine::CheckStatus(job& job, const std::string& sDel) {
-  Proc p(trap, "clsKestrel", "Function CheckStatus", [&] {
+  Proc p(svc.trap, "clsKestrel", "Function CheckStatus", [&] {
     return ParamText({{"job", kJobParam}, {"sDel", Opt(sDel)}});
   });
   if (job.Inactive == 1) return sDeactivated;
   if (sDel != "Delete") {
-    if (!fs.FolderExists(job.From) || !fs.FolderExists(job.To)) return sError;
+    if (!svc.fs.FolderExists(job.From) || !svc.fs.FolderExists(job.To)) return sError;
     if (job.RunOnce != 1) return sOK;
     bool ranOnce = false;
-    if (!p.Do([&] { ranOnce = ToNumber(job.Status) == 5; })) return sOK;
+    if (!p.Do([&] { ranOnce = ToNumber(job.Status) == int{sRunnedOnce}; })) return sOK;
     if (ranOnce) return sRunnedOnce;
     // Marked as run the moment it is found due, before it runs.
-    WriteJobString("Job", "Status", "5");
+    WriteJobString("Job", "Status", StatusText(sRunnedOnce));
     return sRunOnce;
   }
   // A delete job needs no destination, and its run-once mark is left to the caller.
-  if (!fs.FolderExists(job.From)) return sError;
+  if (!svc.fs.FolderExists(job.From)) return sError;
   return job.RunOnce != 1 ? sOK : sRunOnce;
 }
 
 void Engine::BeginCall() {
   jobEndedWithError = false;
   jobFileUnreadable = false;
-  writtenThisRun.clear();
-  trap.ResetErrorCount();
-}
-
-void Engine::TidyFolder(const std::string& folder) {
-  if (dryRun || !tidiedFolders.insert(folder).second) return;
-  RemoveEngineTemporaries(fs, folder);
+  svc.writtenThisRun.clear();
+  svc.trap.ResetErrorCount();
 }
 
 void Engine::ExecuteAllJobs(const std::string& sJobDir, const std::string& sLanguagePath,
                             bool bVerbose, bool bDoPreview, bool bFilterRegExp) {
-  Proc p(trap, "clsKestrel", "Sub ExecuteAllJobs", [&] {
+  Proc p(svc.trap, "clsKestrel", "Sub ExecuteAllJobs", [&] {
     return ParamText({{"sJobDir", sJobDir},
                       {"sLanguagePath", sLanguagePath},
                       {"bVerbose", Opt(BoolText(bVerbose))},
@@ -290,42 +303,42 @@ void Engine::ExecuteAllJobs(const std::string& sJobDir, const std::string& sLang
   SetMsgIDs();
   catalogueLoaded = true;
   jobError = false;
-  stop.store(false);
-  filterRegExp = bFilterRegExp;
+  svc.stop.store(false);
+  svc.filterRegExp = bFilterRegExp;
   BeginCall();
 
-  const auto lock = LockJobFolder(*this, sJobDir);
-  if (Stopped()) return;
-  if (!ListsAnyFile(fs, sJobDir, lock.Held() && !dryRun)) return;
+  const auto lock = LockJobFolder(svc, sJobDir);
+  if (svc.Stopped()) return;
+  if (!ListsAnyFile(svc.fs, sJobDir, lock.Held() && !svc.dryRun)) return;
   std::vector<job> jobs = GetJobs(sJobDir);
   // Deliberately not reset between jobs: a job whose schedule is not tested inherits it.
   bool due = false;
   for (std::size_t i = 0; i < jobs.size(); ++i) {
-    if (Stopped()) return;
+    if (svc.Stopped()) return;
     job& j = jobs[i];
     if (bDoPreview || j.DoPreview == 0) {
       DriveJob(*this, j, static_cast<std::int32_t>(i), sJobDir, sLanguagePath, bVerbose, due);
     }
-    if (Stopped()) return;
+    if (svc.Stopped()) return;
   }
 }
 
 void Engine::ExecuteOneJob(const std::string& sFile, const std::string& sJobDir,
                            const std::string& sLanguagePath, bool bStartInactive,
                            bool bFilterRegEx) {
-  Proc p(trap, "clsKestrel", "Sub ExecuteOneJob", [&] {
+  Proc p(svc.trap, "clsKestrel", "Sub ExecuteOneJob", [&] {
     return ParamText({{"sFile", sFile},
                       {"sJobDir", sJobDir},
                       {"sLanguagePath", Opt(sLanguagePath)},
                       {"bStartInactive", Opt(BoolText(bStartInactive))},
                       {"bFilterRegEx", Opt(BoolText(bFilterRegEx))}});
   });
-  stop.store(false);
-  filterRegExp = bFilterRegEx;
+  svc.stop.store(false);
+  svc.filterRegExp = bFilterRegEx;
   BeginCall();
-  const auto lock = LockJobFolder(*this, sJobDir);
-  if (Stopped()) return;
-  if (lock.Held() && !dryRun) RemoveEngineTemporaries(fs, ListingOf(sJobDir).first);
+  const auto lock = LockJobFolder(svc, sJobDir);
+  if (svc.Stopped()) return;
+  if (lock.Held() && !svc.dryRun) RemoveEngineTemporaries(svc.fs, ListingOf(sJobDir).first);
   std::vector<job> jobs = GetJobs(sJobDir, sFile);
   // bStartInactive is not passed on: an inactive job named here is passed over silently.
   if (!jobs.empty()) ExecuteSingleJob(jobs.front(), sJobDir, sLanguagePath, false, false);
@@ -334,7 +347,7 @@ void Engine::ExecuteOneJob(const std::string& sFile, const std::string& sJobDir,
 void Engine::ExecuteSingleJob(job& job, const std::string& sJobDir,
                               const std::string& sLanguagePath, bool bStartInactive,
                               bool bVerbose) {
-  Proc p(trap, "clsKestrel", "Sub ExecuteSingleJob", [&] {
+  Proc p(svc.trap, "clsKestrel", "Sub ExecuteSingleJob", [&] {
     return ParamText({{"job", kJobParam},
                       {"sJobDir", sJobDir},
                       {"sLanguagePath", sLanguagePath},
@@ -347,21 +360,22 @@ void Engine::ExecuteSingleJob(job& job, const std::string& sJobDir,
     catalogueLoaded = true;
   }
   if (RefuseUnsafeName(*this, job)) return;
-  tidiedFolders.clear();
   const bool active = job.Inactive == 0;
   if (bStartInactive) job.Inactive = 0;  // after the decision: it does not activate this run
   if (!active) {
-    if (bVerbose) Log(9, job.JobName + ": " + T(9), true, true, false, false);
+    if (bVerbose) svc.Log(9, job.JobName + ": " + svc.T(9), true, true, false, false);
     return;
   }
-  const bool pathsOk = fs.FolderExists(job.From) && (job.Action == 2 || fs.FolderExists(job.To));
+  const bool pathsOk =
+      svc.fs.FolderExists(job.From) &&
+      (job.Action == action::kDelete || svc.fs.FolderExists(job.To));
   if (!pathsOk) {
-    if (bVerbose) Log(8, job.JobName + ": " + T(8), true, true, false, false);
+    if (bVerbose) svc.Log(8, job.JobName + ": " + svc.T(8), true, true, false, false);
     return;
   }
-  if (!Stopped()) {
-    if (dryRun) job.DoPreview = 1;
-    StartLine(*this, job);
+  if (!svc.Stopped()) {
+    if (svc.dryRun) job.DoPreview = 1;
+    StartLine(svc, job);
     if (job.ExtOpt == 0) {
       job.Ext.clear();
     } else if (job.Ext.empty()) {
@@ -369,14 +383,17 @@ void Engine::ExecuteSingleJob(job& job, const std::string& sJobDir,
     }
     if (job.FileOpt == 0) job.FileSize = 0;
     if (job.ExecDo == 1 && job.Execution == 0) RunExternalProgram(job);
-    p.Do([&] { Search(job, job.SubFolder == 1, false); });
-    if (!Stopped()) {
-      EndLine(*this, job);
+    JobRun run(job);
+    run.jobError = jobError;
+    p.Do([&] { Search(run, svc, job.SubFolder == 1, false); });
+    jobError = run.jobError;
+    if (!svc.Stopped()) {
+      EndLine(*this, run);
       if (job.ExecDo == 1 && job.Execution == 1) RunExternalProgram(job);
       return;
     }
   }
-  Log(2, job.JobName + ": " + T(2), true, true, true, true);
+  svc.Log(2, job.JobName + ": " + svc.T(2), true, true, true, true);
 }
 
 }  // namespace orvKestrel

@@ -33,29 +33,33 @@ std::time_t DayBefore(std::time_t today) {
 // What every schedule does once its day test has passed. Only the file learns the new state; the
 // caller's IntervalState stays as it was for the rest of the call.
 template <class P>
-bool FiringRule(Engine& e, P& p, const std::string& sIntState, const std::string& sTime) {
+bool FiringRule(Services& s, const std::string& jobFile, P& p, const std::string& sIntState,
+                const std::string& sTime) {
   if (sTime.empty()) return false;
-  const std::time_t now = e.host.clock.Now();
+  const std::time_t now = s.host.clock.Now();
   std::optional<int> at;
   if (!p.Do([&] { at = TimeOrThrow(sTime); }) || !at) return false;
   // Equal counts as "not yet".
   if (*at >= datetext::SecondsOfDay(now)) return false;
   const std::time_t today = datetext::StartOfDay(now);
-  const std::string& format = e.host.shortDateFormat;
+  const std::string& format = s.host.shortDateFormat;
+  const auto remember = [&](std::time_t day) {
+    WriteJobString(s, jobFile, "Job", "IntState", datetext::FormatDate(day, format));
+  };
   if (sIntState.empty()) {
     // Never fired: remember yesterday, so that the next call fires.
-    e.WriteJobString("Job", "IntState", datetext::FormatDate(DayBefore(today), format));
+    remember(DayBefore(today));
     return false;
   }
   // A state in neither the short format nor ISO 8601 was written under another locale or date
   // format: it counts as "never fired" instead of stopping the schedule for good.
   const std::optional<std::time_t> last = datetext::ParseDateTime(sIntState, format);
   if (!last) {
-    e.WriteJobString("Job", "IntState", datetext::FormatDate(DayBefore(today), format));
+    remember(DayBefore(today));
     return false;
   }
   if (*last >= today) return false;  // fired today already, or a later date
-  e.WriteJobString("Job", "IntState", datetext::FormatDate(today, format));
+  remember(today);
   return true;
 }
 
@@ -70,53 +74,57 @@ std::string Num(std::int64_t v) { return std::to_string(v); }
 
 }  // namespace
 
-bool Engine::CheckDailyInterval(std::string& sIntState, std::string& sTime) {
-  Proc p(trap, "clsKestrel", "Function CheckDailyInterval", [&] {
+bool CheckDailyInterval(Services& s, const std::string& jobFile, std::string& sIntState,
+                        std::string& sTime) {
+  Proc p(s.trap, "clsKestrel", "Function CheckDailyInterval", [&] {
     return ParamText({{"sIntState", sIntState}, {"sTime", sTime}});
   });
-  return FiringRule(*this, p, sIntState, sTime);
+  return FiringRule(s, jobFile, p, sIntState, sTime);
 }
 
-bool Engine::CheckWeeklyInterval(std::string& sIntState, std::string& sTime,
-                                 std::int16_t& iWeekDay) {
-  Proc p(trap, "clsKestrel", "Function CheckWeeklyInterval", [&] {
+bool CheckWeeklyInterval(Services& s, const std::string& jobFile, std::string& sIntState,
+                         std::string& sTime, std::int16_t& iWeekDay) {
+  Proc p(s.trap, "clsKestrel", "Function CheckWeeklyInterval", [&] {
     return ParamText({{"sIntState", sIntState}, {"sTime", sTime}, {"iWeekDay", Num(iWeekDay)}});
   });
-  const int weekday = datetext::Local(host.clock.Now()).tm_wday + 1;
+  const int weekday = datetext::Local(s.host.clock.Now()).tm_wday + 1;
   if (weekday != MapWeekDay(iWeekDay)) return false;
-  return FiringRule(*this, p, sIntState, sTime);
+  return FiringRule(s, jobFile, p, sIntState, sTime);
 }
 
-bool Engine::CheckMonthlyInterval(std::string& sIntState, std::string& sTime,
-                                  std::int16_t& iMonthDay) {
-  Proc p(trap, "clsKestrel", "Function CheckMonthlyInterval", [&] {
+bool CheckMonthlyInterval(Services& s, const std::string& jobFile, std::string& sIntState,
+                          std::string& sTime, std::int16_t& iMonthDay) {
+  Proc p(s.trap, "clsKestrel", "Function CheckMonthlyInterval", [&] {
     return ParamText({{"sIntState", sIntState}, {"sTime", sTime}, {"iMonthDay", Num(iMonthDay)}});
   });
   // A day the month does not have is simply never reached in that month.
-  if (datetext::Local(host.clock.Now()).tm_mday != iMonthDay) return false;
-  return FiringRule(*this, p, sIntState, sTime);
+  if (datetext::Local(s.host.clock.Now()).tm_mday != iMonthDay) return false;
+  return FiringRule(s, jobFile, p, sIntState, sTime);
 }
 
-bool Engine::CheckDateInterval(std::string& sIntState, std::string& sTime, std::string& sExeDate) {
-  Proc p(trap, "clsKestrel", "Function CheckDateInterval", [&] {
+bool CheckDateInterval(Services& s, const std::string& jobFile, std::string& sIntState,
+                       std::string& sTime, std::string& sExeDate) {
+  Proc p(s.trap, "clsKestrel", "Function CheckDateInterval", [&] {
     return ParamText({{"sIntState", sIntState}, {"sTime", sTime}, {"sExeDate", sExeDate}});
   });
   // The date is converted before anything else: an empty or invalid one is an error.
   std::optional<std::time_t> date;
-  if (!p.Do([&] { date = DateOrThrow(sExeDate, host.shortDateFormat); }) || !date) return false;
+  if (!p.Do([&] { date = DateOrThrow(sExeDate, s.host.shortDateFormat); }) || !date) {
+    return false;
+  }
   // A date with a time part never equals the day.
-  if (*date != datetext::StartOfDay(host.clock.Now())) return false;
-  return FiringRule(*this, p, sIntState, sTime);
+  if (*date != datetext::StartOfDay(s.host.clock.Now())) return false;
+  return FiringRule(s, jobFile, p, sIntState, sTime);
 }
 
-bool Engine::CheckFreeSpace(std::int32_t& FreeSpaceLimit, const std::string& sPath) {
-  Proc p(trap, "clsKestrel", "Function CheckFreeSpace", [&] {
+bool CheckFreeSpace(Services& s, std::int32_t& FreeSpaceLimit, const std::string& sPath) {
+  Proc p(s.trap, "clsKestrel", "Function CheckFreeSpace", [&] {
     return ParamText({{"FreeSpaceLimit", Num(FreeSpaceLimit)}, {"sPath", sPath}});
   });
   if (FreeSpaceLimit < 1) FreeSpaceLimit = 1;
   std::string drive;
-  if (!p.Do([&] { drive = fs.DriveName(sPath); })) return false;
-  const std::int32_t freeBytes = GetDiskFree(fs, trap, drive);
+  if (!p.Do([&] { drive = s.fs.DriveName(sPath); })) return false;
+  const std::int32_t freeBytes = GetDiskFree(s.fs, s.trap, drive);
   // The limit in bytes is 32-bit: 2048 MB and more overflow, an error for the trap. When the
   // host goes on regardless, the limit stays 0.
   std::int32_t limit = 0;

@@ -7,10 +7,10 @@ namespace orvKestrel {
 clsKestrel::clsKestrel(Host host) : m_(std::make_unique<Engine>(std::move(host))) {}
 clsKestrel::~clsKestrel() = default;
 
-void clsKestrel::Connect(IKestrelEvents* events) { m_->events = events; }
+void clsKestrel::Connect(IKestrelEvents* events) { m_->svc.events = events; }
 void clsKestrel::StopMsg(bool bStop) { m_->StopMsg(bStop); }
-void clsKestrel::CheckNoFileSize(bool b) { m_->noSizeCheck = b; }
-void clsKestrel::DryRun(bool b) { m_->dryRun = b; }
+void clsKestrel::CheckNoFileSize(bool b) { m_->svc.noSizeCheck = b; }
+void clsKestrel::DryRun(bool b) { m_->svc.dryRun = b; }
 
 void clsKestrel::ExecuteAllJobs(const std::string& sJobDir, const std::string& sLanguagePath,
                                 bool bVerbose, bool bDoPreview, bool bFilterRegExp) {
@@ -28,11 +28,9 @@ JobState clsKestrel::CheckStatus(job& job, const std::string& sDel) {
 }
 
 bool clsKestrel::HadErrors() const {
-  return m_->jobEndedWithError || m_->trap.ErrorCount() > 0;
+  return m_->jobEndedWithError || m_->svc.trap.ErrorCount() > 0;
 }
 
 bool clsKestrel::JobFileUnreadable() const { return m_->jobFileUnreadable; }
-
-Engine& clsKestrel::Internals() { return *m_; }
 
 }  // namespace orvKestrel

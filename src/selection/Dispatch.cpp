@@ -1,101 +1,104 @@
 // The way from the walk's list to the action: the filters in their fixed order, then the one
 // procedure of the job's action (or its preview). The list is consumed on every way out.
-#include "engine/Engine.h"
+#include "actions/Actions.h"
+#include "jobs/JobCodes.h"
+#include "selection/Selection.h"
+#include "zip/Zip.h"
 
 namespace orvKestrel {
 namespace {
 
-using Filter = FileList (Engine::*)(FileList&, job&);
+using Filter = FileList (*)(Services&, FileList&, job&);
 
 // A progress line in the host's view that replaces the previous one and is not logged to file.
-void Announce(Engine& e, int n, const std::string& text) {
-  e.Log(n, text, true, false, true, false);
+void Announce(Services& s, int n, const std::string& text) {
+  s.Log(n, text, true, false, true, false);
 }
 
 }  // namespace
 
-void Engine::ProcessFiles(FileList& sArray, job& job) {
-  Proc p(trap, "clsKestrel", "Sub ProcessFiles",
+bool SetsFileTimes(const job& job) {
+  return job.DestTCreated == 1 || job.DestTModified == 1 || job.DestTAccess == 1;
+}
+
+void ProcessFiles(JobRun& run, Services& s, FileList& sArray) {
+  job& job = run.Job();
+  Proc p(s.trap, "clsKestrel", "Sub ProcessFiles",
          [&] { return ParamText({{"sArray", kArrayParam}, {"job", kJobParam}}); });
-  if (Stopped()) {
+  if (s.Stopped()) {
     sArray.clear();
     return;
   }
-  Log(17, job.JobName + ": " + T(17), true, true, false, false);
-  if (Stopped()) {
+  s.Log(17, job.JobName + ": " + s.T(17), true, true, false, false);
+  if (s.Stopped()) {
     sArray.clear();
     return;
   }
   // Extraction works on zip archives alone, so their filter comes first.
-  const Filter chain[] = {&Engine::FilterZip, &Engine::FilterExtention, &Engine::FilterFileSize,
-                          &Engine::FilterAttributes, &Engine::FilterDate};
+  const Filter chain[] = {&FilterZip, &FilterExtention, &FilterFileSize, &FilterAttributes,
+                          &FilterDate};
   for (const Filter filter : chain) {
-    if (filter == &Engine::FilterZip && job.Action != 4) continue;
-    FileList survivors = (this->*filter)(sArray, job);
+    if (filter == &FilterZip && job.Action != action::kExtract) continue;
+    FileList survivors = filter(s, sArray, job);
     sArray = std::move(survivors);
-    if (Stopped()) {
+    if (s.Stopped()) {
       sArray.clear();
       return;
     }
     if (sArray.empty()) {
-      noFiles = true;
+      run.noFiles = true;
       return;
     }
   }
-  DoMoveCopySelection(sArray, job);
+  DoMoveCopySelection(run, s, sArray);
   sArray.clear();
 }
 
-void Engine::DoMoveCopySelection(FileList& sArray, job& job) {
-  Proc p(trap, "clsKestrel", "Sub DoMoveCopySelection",
+void DoMoveCopySelection(JobRun& run, Services& s, FileList& sArray) {
+  job& job = run.Job();
+  Proc p(s.trap, "clsKestrel", "Sub DoMoveCopySelection",
          [&] { return ParamText({{"sArray", kArrayParam}, {"job", kJobParam}}); });
-  Yield();
-  if (Stopped()) {
+  s.Yield();
+  if (s.Stopped()) {
     sArray.clear();
     return;
   }
   const bool preview = job.DoPreview != 0;
   const std::string name = job.JobName + ": ";
-  auto setFileTime = [&] {
-    fileTime = job.DestTCreated == 1 || job.DestTModified == 1 || job.DestTAccess == 1;
-  };
   switch (job.Action) {
-    case 0:
-      Announce(*this, 18, name + T(18));
-      setFileTime();
-      preview ? Preview(sArray, job, "Copy") : CopyFiles(sArray, job);
+    case action::kCopy:
+      Announce(s, 18, name + s.T(18));
+      preview ? Preview(run, s, sArray, "Copy") : CopyFiles(run, s, sArray);
       break;
-    case 1:
-      Announce(*this, 19, name + T(19));
-      setFileTime();
-      preview ? Preview(sArray, job, "Move") : MoveFiles(sArray, job);
+    case action::kMove:
+      Announce(s, 19, name + s.T(19));
+      preview ? Preview(run, s, sArray, "Move") : MoveFiles(run, s, sArray);
       break;
-    case 2:
+    case action::kDelete:
       // The preview names the folder as the real run does.
-      Announce(*this, 20, name + T(20) + job.From);
-      preview ? DeleteFilesPreview(sArray, job) : DeleteFiles(sArray, job);
+      Announce(s, 20, name + s.T(20) + job.From);
+      preview ? DeleteFilesPreview(run, s, sArray) : DeleteFiles(run, s, sArray);
       break;
-    case 3:
+    case action::kCompress:
       // The zip preview takes its mode ("Move" with ZipDelComp 1, else "Copy") from the job.
-      Announce(*this, 30, name + T(30));
-      preview ? Zip_Preview(sArray, job) : Zip_Files(sArray, job);
+      Announce(s, 30, name + s.T(30));
+      preview ? Zip_Preview(run, s, sArray) : Zip_Files(run, s, sArray);
       break;
-    case 4:
-      Announce(*this, 70, name + T(70));
-      UnZip_Files(sArray, job);  // it handles the preview itself
+    case action::kExtract:
+      Announce(s, 70, name + s.T(70));
+      UnZip_Files(run, s, sArray);  // it handles the preview itself
       break;
-    case 5:
+    case action::kSync:
       if (preview) {
-        Announce(*this, 91, name + T(91) + job.From);
+        Announce(s, 91, name + s.T(91) + job.From);
       } else {
-        Announce(*this, 89, name + T(89) + job.From + T(90) + job.To);
+        Announce(s, 89, name + s.T(89) + job.From + s.T(90) + job.To);
       }
-      setFileTime();
-      preview ? Preview(sArray, job, "Copy") : CopyFiles(sArray, job);
+      preview ? Preview(run, s, sArray, "Copy") : CopyFiles(run, s, sArray);
       break;
-    case 22:
-      Announce(*this, 96, name + T(96) + job.To);
-      preview ? DeleteSyncFilesPreview(sArray, job) : DeleteSyncFiles(sArray, job);
+    case action::kSyncRemoval:
+      Announce(s, 96, name + s.T(96) + job.To);
+      preview ? DeleteSyncFilesPreview(run, s, sArray) : DeleteSyncFiles(run, s, sArray);
       break;
     default:
       break;  // an unknown action is announced by nothing and does nothing

@@ -2,7 +2,7 @@
 // order, each file is tested once, and the stop flag is tested once per file.
 #pragma once
 
-#include "engine/Engine.h"
+#include "engine/Services.h"
 
 #include <optional>
 
@@ -10,15 +10,15 @@ namespace orvKestrel {
 
 // test(file) answers true to keep, false to remove, nullopt when the filter's error trap chose
 // to leave: the filter then ends with an empty list. yieldEach lets the host's events run
-// before each file. A stop ends the filter with an empty list; an empty result sets the
-// no-files flag. The list is consumed: the survivors are returned.
+// before each file. A stop ends the filter with an empty list. The list is consumed: the
+// survivors are returned.
 template <class Test>
-FileList KeepFiles(Engine& e, FileList& sArray, bool yieldEach, Test test) {
+FileList KeepFiles(Services& s, FileList& sArray, bool yieldEach, Test test) {
   FileList kept;
   kept.reserve(sArray.size());
   for (std::string& file : sArray) {
-    if (yieldEach) e.Yield();
-    if (e.Stopped()) break;
+    if (yieldEach) s.Yield();
+    if (s.Stopped()) break;
     const std::optional<bool> keep = test(file);
     if (!keep) {
       sArray.clear();
@@ -27,9 +27,8 @@ FileList KeepFiles(Engine& e, FileList& sArray, bool yieldEach, Test test) {
     if (*keep) kept.push_back(std::move(file));
   }
   sArray.clear();
-  if (e.Stopped()) return {};
-  e.Yield();
-  if (kept.empty()) e.noFiles = true;
+  if (s.Stopped()) return {};
+  s.Yield();
   return kept;
 }
 

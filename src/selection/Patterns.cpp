@@ -1,6 +1,6 @@
 // The two name patterns of a job, rewritten once per run into the regular expressions that the
 // walk tests: wildcards become anchored (file) or component-framed (folder) expressions.
-#include "engine/Engine.h"
+#include "selection/Selection.h"
 #include "platform/Paths.h"
 
 #include <array>
@@ -31,19 +31,19 @@ std::string WildcardToRegex(std::string text, const char* star) {
 
 }  // namespace
 
-std::string Engine::CleanFilePattern(std::string& sPattern, bool bUseRegEx) {
-  Proc p(trap, "clsKestrel", "Function CleanFilePattern",
+std::string CleanFilePattern(Services& s, std::string& sPattern, bool bUseRegEx) {
+  Proc p(s.trap, "clsKestrel", "Function CleanFilePattern",
          [&] { return ParamText({{"sPattern", sPattern}, {"bUseRegEx", BoolText(bUseRegEx)}}); });
   // "\", "+" and "|" stay as they are: "|" keeps its alternation meaning in a wildcard.
   if (!bUseRegEx) sPattern = "^" + WildcardToRegex(sPattern, ".*") + "$";
   return sPattern;
 }
 
-std::string Engine::CleanFolderPattern(std::string& sPattern, bool bUseRegEx) {
-  Proc p(trap, "clsKestrel", "Function CleanFolderPattern",
+std::string CleanFolderPattern(Services& s, std::string& sPattern, bool bUseRegEx) {
+  Proc p(s.trap, "clsKestrel", "Function CleanFolderPattern",
          [&] { return ParamText({{"sPattern", sPattern}, {"bUseRegEx", BoolText(bUseRegEx)}}); });
   if (bUseRegEx) {
-    if (filterRegExp) return sPattern;
+    if (s.filterRegExp) return sPattern;
     // Without the caller's switch a folder expression is read in the walk's own terms: it is
     // tested against a whole path, so "^" stands for the start of a path component and becomes
     // an escaped separator ("\/"), while an escaped caret "\^" (which the second step turns into

@@ -1,7 +1,8 @@
 // The folder walk: turns a job's source folder into the engine's file list, depth first and
 // pre-order, the files of a folder before its sub-folders, in the order the file system gives
 // them. Each folder is listed once; the entry types come with the listing.
-#include "engine/Engine.h"
+#include "selection/Selection.h"
+#include "jobs/JobCodes.h"
 #include "platform/Paths.h"
 #include "platform/SysError.h"
 #include "selection/RegExp.h"
@@ -20,7 +21,7 @@ using paths::GetBaseName;
 // taken, whatever the trap answered, and the folder being listed counts as not fully walked: a
 // synchronisation removes nothing below it.
 template <class P>
-bool PassesMatch(Engine& e, P& proc, std::int16_t mode, const std::string& pattern,
+bool PassesMatch(JobRun& run, Services& s, P& proc, std::int16_t mode, const std::string& pattern,
                  const std::string& subject, const std::string& listed, bool& ok) {
   ok = true;
   if (mode == 0) return true;
@@ -29,11 +30,11 @@ bool PassesMatch(Engine& e, P& proc, std::int16_t mode, const std::string& patte
   bool hit = false;
   bool tested = false;
   ok = proc.Do([&] {
-    hit = e.regex->Test(pattern, subject);
+    hit = s.regex->Test(pattern, subject);
     tested = true;
   });
   if (!tested) {
-    e.unlistedFolders.push_back(listed);
+    run.unlistedFolders.push_back(listed);
     return false;
   }
   return mode == 2 ? hit : !hit;
@@ -42,7 +43,7 @@ bool PassesMatch(Engine& e, P& proc, std::int16_t mode, const std::string& patte
 // A pattern that cannot compile would select nothing or everything, as the trap's answer
 // falls: the job ends with an error before any file is looked at.
 template <class P>
-bool PatternsCompile(Engine& e, P& proc, const job& job) {
+bool PatternsCompile(Services& s, P& proc, const job& job) {
   const std::pair<std::int16_t, const std::string*> used[] = {{job.DoFileMatch, &job.Filename},
                                                               {job.DoFolderMatch, &job.FolderMatch}};
   for (const auto& use : used) {
@@ -52,7 +53,7 @@ bool PatternsCompile(Engine& e, P& proc, const job& job) {
     bool compiled = false;
     proc.Do([&] {
       try {
-        e.regex->Prepare(*pattern);
+        s.regex->Prepare(*pattern);
         compiled = true;
       } catch (const KestrelError& err) {
         why = err.Description();
@@ -60,7 +61,7 @@ bool PatternsCompile(Engine& e, P& proc, const job& job) {
       }
     });
     if (!compiled) {
-      e.Log(10, job.JobName + ": " + e.T(10) + why, true, true, false, false);
+      s.Log(10, job.JobName + ": " + s.T(10) + why, true, true, false, false);
       return false;
     }
   }
@@ -69,35 +70,37 @@ bool PatternsCompile(Engine& e, P& proc, const job& job) {
 
 // A link to a file counts as the file; a link to a folder, a dangling link, a device, a pipe
 // or a socket is never selected.
-bool IsSelectableFile(Engine& e, const DirEntry& entry, const std::string& full) {
+bool IsSelectableFile(Services& s, const DirEntry& entry, const std::string& full) {
   if (entry.isDir || entry.isOther) return false;
-  return !entry.isLink || e.fs.FileExists(full);
+  return !entry.isLink || s.fs.FileExists(full);
 }
 
 // The files of one listed folder; vsFolderPath ends in "/".
-void AddFiles(Engine& e, const std::string& vsFolderPath, const std::vector<DirEntry>& entries,
-              job& job) {
-  Proc p(e.trap, "clsKestrel", "Sub GetFilesInFolder",
+void GetFilesInFolder(JobRun& run, Services& s, const std::string& vsFolderPath,
+                      const std::vector<DirEntry>& entries) {
+  const job& job = run.Job();
+  Proc p(s.trap, "clsKestrel", "Sub GetFilesInFolder",
          [&] { return ParamText({{"vsFolderPath", vsFolderPath}, {"job", kJobParam}}); });
-  e.Yield();
-  if (e.Stopped()) return;
-  if (!e.regex) e.regex = std::make_unique<RegExpCache>();
+  s.Yield();
+  if (s.Stopped()) return;
+  if (!s.regex) s.regex = std::make_unique<RegExpCache>();
   // A run that writes holds its job folder's lock: the engine's temporaries found now are
   // leftovers of a killed run, never files of the job.
-  const bool tidy = !e.dryRun && job.DoPreview != 1;
+  const bool tidy = !s.dryRun && job.DoPreview != 1;
   for (const DirEntry& entry : entries) {
     if (entry.isDir || IsEngineTemporary(entry.name)) {
-      if (tidy) RemoveLeftover(e.fs, vsFolderPath, entry);
+      if (tidy) RemoveLeftover(s.fs, vsFolderPath, entry);
       continue;
     }
     std::string full = BuildPath(vsFolderPath, entry.name);
-    if (!IsSelectableFile(e, entry, full)) continue;
+    if (!IsSelectableFile(s, entry, full)) continue;
     const std::string base = GetBaseName(full);
     if (base.empty()) continue;  // ".profile" has no base name and is never selected
     bool ok = true;
-    const bool take = PassesMatch(e, p, job.DoFileMatch, job.Filename, base, vsFolderPath, ok);
+    const bool take =
+        PassesMatch(run, s, p, job.DoFileMatch, job.Filename, base, vsFolderPath, ok);
     if (!ok) return;
-    if (take) e.files.push_back(std::move(full));
+    if (take) run.files.push_back(std::move(full));
   }
 }
 
@@ -136,8 +139,8 @@ std::string_view LastLevel(const std::string& level) {
   return std::string_view(level).substr(level.rfind('/') + 1);
 }
 
-bool SkippedByAttributes(Engine& e, const std::string& folder, const job& job) {
-  const std::uint32_t attrs = e.fs.GetAttributes(folder);
+bool SkippedByAttributes(Services& s, const std::string& folder, const job& job) {
+  const std::uint32_t attrs = s.fs.GetAttributes(folder);
   return ((attrs & kAttrHidden) && job.NoHidenFolderScan == 1) ||
          ((attrs & kAttrSystem) && job.NoSystemFolderScan == 1) ||
          ((attrs & kAttrReadOnly) && job.NoReadOnlyFolderScan == 1);
@@ -145,91 +148,85 @@ bool SkippedByAttributes(Engine& e, const std::string& folder, const job& job) {
 
 }  // namespace
 
-void Engine::Search(job& job, bool bAll, bool bOpposite) {
-  Proc p(trap, "clsKestrel", "Sub Search", [&] {
+void Search(JobRun& run, Services& s, bool bAll, bool bOpposite) {
+  job& job = run.Job();
+  Proc p(s.trap, "clsKestrel", "Sub Search", [&] {
     return ParamText({{"job", kJobParam}, {"bAll", BoolText(bAll)},
                       {"bOpposite", BoolText(bOpposite)}});
   });
-  regex = std::make_unique<RegExpCache>();
-  files.clear();
-  noFiles = false;
-  Log(16, T(16), true, true, false, false);
+  s.regex = std::make_unique<RegExpCache>();
+  run.files.clear();
+  run.noFiles = false;
+  s.Log(16, s.T(16), true, true, false, false);
   if (job.DoFolderMatch == 1 || job.DoFolderMatch == 2) {
-    CleanFolderPattern(job.FolderMatch, job.UseFolderRegEx != 0);
+    CleanFolderPattern(s, job.FolderMatch, job.UseFolderRegEx != 0);
   }
   if (job.DoFileMatch == 1 || job.DoFileMatch == 2) {
-    CleanFilePattern(job.Filename, job.UseFileRegEx != 0);
+    CleanFilePattern(s, job.Filename, job.UseFileRegEx != 0);
   }
-  if (!PatternsCompile(*this, p, job)) {
-    jobError = true;
+  if (!PatternsCompile(s, p, job)) {
+    run.jobError = true;
     return;
   }
   // A synchronisation starts from here: pattern object, empty list, "t16" and the rewritten
   // patterns are in place; its passes walk and hand on the lists themselves.
-  if (job.Action == 5) {
-    SearchSync(job, bAll);
+  if (job.Action == action::kSync) {
+    SearchSync(run, s, bAll);
     return;
   }
-  FindFiles(job.From, "*.*", bAll, job);
-  if (files.empty()) {
-    noFiles = true;
+  FindFiles(run, s, job.From, "*.*", bAll);
+  if (run.files.empty()) {
+    run.noFiles = true;
     return;
   }
-  if (Stopped()) return;
-  FileList list = std::move(files);
-  files.clear();
-  ProcessFiles(list, job);
+  if (s.Stopped()) return;
+  FileList list = std::move(run.files);
+  run.files.clear();
+  ProcessFiles(run, s, list);
 }
 
-void Engine::FindFiles(const std::string& vsFolderPath, const std::string& vsSearch,
-                       bool bSearchInFolder, job& job) {
-  Proc p(trap, "clsKestrel", "Sub FindFiles", [&] {
+void FindFiles(JobRun& run, Services& s, const std::string& vsFolderPath,
+               const std::string& vsSearch, bool bSearchInFolder) {
+  const job& job = run.Job();
+  Proc p(s.trap, "clsKestrel", "Sub FindFiles", [&] {
     return ParamText({{"vsFolderPath", vsFolderPath}, {"vsSearch", vsSearch},
                       {"bSearchInFolder", BoolText(bSearchInFolder)}, {"job", kJobParam}});
   });
-  Yield();
-  if (Stopped()) return;
+  s.Yield();
+  if (s.Stopped()) return;
   std::string folder = vsFolderPath;
   if (folder.empty() || folder.back() != '/') folder += '/';
   // The mask is always "*.*", which takes every entry.
-  const auto entries = fs.ListFolder(folder);
+  const auto entries = s.fs.ListFolder(folder);
   if (!entries) {  // a folder that cannot be listed simply gives no files
-    unlistedFolders.push_back(folder);
+    run.unlistedFolders.push_back(folder);
     return;
   }
-  AddFiles(*this, folder, *entries, job);
+  GetFilesInFolder(run, s, folder, *entries);
   if (!bSearchInFolder) return;
   for (const DirEntry& entry : *entries) {
     if (!entry.isDir) continue;  // a link to a folder is not followed: no loops
-    if (fs.IsTrashFolder(folder + entry.name, entry.name)) continue;  // what a recycle wrote
-    Yield();
-    if (Stopped()) return;
+    if (s.fs.IsTrashFolder(folder + entry.name, entry.name)) continue;  // what a recycle wrote
+    s.Yield();
+    if (s.Stopped()) return;
     const std::string sub = folder + entry.name;
-    Log(16, T(16) + " " + sub, true, false, true, false);
+    s.Log(16, s.T(16) + " " + sub, true, false, true, false);
     if (job.NoHidenFolderScan == 1 || job.NoSystemFolderScan == 1 ||
         job.NoReadOnlyFolderScan == 1) {
       bool skip = false;
-      if (!p.Do([&] { skip = SkippedByAttributes(*this, sub, job); })) return;
+      if (!p.Do([&] { skip = SkippedByAttributes(s, sub, job); })) return;
       if (skip) continue;
     }
     bool ok = true;
     const bool enter =
-        PassesMatch(*this, p, job.DoFolderMatch, job.FolderMatch, sub + "/", folder, ok);
+        PassesMatch(run, s, p, job.DoFolderMatch, job.FolderMatch, sub + "/", folder, ok);
     if (!ok) return;
-    if (enter) FindFiles(sub, vsSearch, bSearchInFolder, job);
+    if (enter) FindFiles(run, s, sub, vsSearch, bSearchInFolder);
   }
 }
 
-void Engine::GetFilesInFolder(const std::string& vsFolderPath, const std::string& vsSearch,
-                              job& job) {
-  (void)vsSearch;  // always "*.*": every entry
-  std::string folder = vsFolderPath;
-  if (folder.empty() || folder.back() != '/') folder += '/';
-  if (const auto entries = fs.ListFolder(folder)) AddFiles(*this, folder, *entries, job);
-}
-
-std::string Engine::HandleFolders(const std::string& sArrayStr, job& job) {
-  Proc p(trap, "clsKestrel", "Function HandleFolders",
+std::string HandleFolders(Services& s, const std::string& sArrayStr, job& job) {
+  Proc p(s.trap, "clsKestrel", "Function HandleFolders",
          [&] { return ParamText({{"sArrayStr", sArrayStr}, {"job", kJobParam}}); });
   const std::vector<std::string> levels = DestinationLevels(sArrayStr, job);
   if (levels.empty()) return job.To;
@@ -238,12 +235,12 @@ std::string Engine::HandleFolders(const std::string& sArrayStr, job& job) {
   // fails with its own error line instead of being written elsewhere.
   // The first level is To joined with one name: what follows To there starts the sub-path.
   const std::size_t below = levels.front().size() - LastLevel(levels.front()).size();
-  fs.OpenBeneath(job.To, levels.back().substr(below), true);
+  s.fs.OpenBeneath(job.To, levels.back().substr(below), true);
   return levels.back();
 }
 
-std::string Engine::HandlePreviewFolders(const std::string& sArrayStr, job& job) {
-  Proc p(trap, "clsKestrel", "Function HandlePreviewFolders",
+std::string HandlePreviewFolders(Services& s, const std::string& sArrayStr, job& job) {
+  Proc p(s.trap, "clsKestrel", "Function HandlePreviewFolders",
          [&] { return ParamText({{"sArrayStr", sArrayStr}, {"job", kJobParam}}); });
   const std::vector<std::string> levels = DestinationLevels(sArrayStr, job);
   return levels.empty() ? job.To : levels.back();

@@ -3,6 +3,8 @@
 #include "selection/Sync.h"
 
 #include "actions/Transfer.h"
+#include "jobs/JobCodes.h"
+#include "selection/Selection.h"
 
 #include <unordered_set>
 
@@ -10,12 +12,12 @@ namespace orvKestrel {
 namespace {
 
 // Walks folder into a list of its own; empty when nothing was found or a stop was asked for.
-FileList Walk(Engine& e, const std::string& folder, bool bAll, job& job) {
-  e.files.clear();
-  e.FindFiles(folder, "*.*", bAll, job);
-  FileList found = std::move(e.files);
-  e.files.clear();
-  if (e.Stopped()) found.clear();
+FileList Walk(JobRun& run, Services& s, const std::string& folder, bool bAll) {
+  run.files.clear();
+  FindFiles(run, s, folder, "*.*", bAll);
+  FileList found = std::move(run.files);
+  run.files.clear();
+  if (s.Stopped()) found.clear();
   return found;
 }
 
@@ -51,14 +53,18 @@ FileList MissingInPrimary(const FileList& primary, const std::string& from,
   return missing;
 }
 
-void Engine::CheckSync(job& job) {
-  Proc p(trap, "clsKestrel", "Sub CheckSync", [] { return ParamText({{"job", kJobParam}}); });
+void CheckSync(JobRun& run, Services& s) {
+  job& job = run.Job();
+  std::int16_t& syncPass = run.syncPass;
+  std::string& savedFrom = run.savedFrom;
+  std::string& savedTo = run.savedTo;
+  Proc p(s.trap, "clsKestrel", "Sub CheckSync", [] { return ParamText({{"job", kJobParam}}); });
   ++syncPass;
   if (syncPass == 1) {
     savedFrom = job.From;
     savedTo = job.To;
   }
-  if (job.Action != 5) return;
+  if (job.Action != action::kSync) return;
   const bool fromIsPrimary = job.SyncStart == 0;
   if (syncPass == 1) {
     job.From = fromIsPrimary ? savedFrom : savedTo;
@@ -72,63 +78,63 @@ void Engine::CheckSync(job& job) {
   }
 }
 
-void Engine::FileCleanUp(job& job, bool bAll) {
-  Proc p(trap, "clsKestrel", "Sub FileCleanUp",
+void FileCleanUp(JobRun& run, Services& s, bool bAll) {
+  job& job = run.Job();
+  Proc p(s.trap, "clsKestrel", "Sub FileCleanUp",
          [&] { return ParamText({{"job", kJobParam}, {"bAll", BoolText(bAll)}}); });
-  unlistedFolders.clear();
-  const FileList primary = Walk(*this, job.From, bAll, job);
-  const std::vector<std::string> unlisted = std::move(unlistedFolders);
-  unlistedFolders.clear();
-  const FileList secondary = Walk(*this, job.To, bAll, job);
+  run.unlistedFolders.clear();
+  const FileList primary = Walk(run, s, job.From, bAll);
+  const std::vector<std::string> unlisted = std::move(run.unlistedFolders);
+  run.unlistedFolders.clear();
+  const FileList secondary = Walk(run, s, job.To, bAll);
   // An empty side, even an empty primary folder, removes nothing.
   if (primary.empty() || secondary.empty()) {
-    noFiles = true;
+    run.noFiles = true;
     return;
   }
-  files = MissingInPrimary(primary, job.From, secondary, job.To);
-  if (!unlisted.empty()) KeepBelowUnlisted(files, unlisted, job.From, job.To);
-  if (!CheckSyncArray(files)) return;
-  job.Action = 22;
-  FileList removal = std::move(files);
-  files.clear();
-  ProcessFiles(removal, job);
+  FileList removal = MissingInPrimary(primary, job.From, secondary, job.To);
+  if (!unlisted.empty()) KeepBelowUnlisted(removal, unlisted, job.From, job.To);
+  if (removal.empty()) return;
+  job.Action = action::kSyncRemoval;
+  ProcessFiles(run, s, removal);
 }
 
-void Engine::SearchSync(job& job, bool bAll) {
-  Proc p(trap, "clsKestrel", "Sub SearchSync",
+void SearchSync(JobRun& run, Services& s, bool bAll) {
+  job& job = run.Job();
+  Proc p(s.trap, "clsKestrel", "Sub SearchSync",
          [&] { return ParamText({{"job", kJobParam}, {"bAll", BoolText(bAll)}}); });
-  previewReported.clear();
-  CheckSync(job);
-  FileList first = Walk(*this, job.From, bAll, job);
-  if (Stopped()) {
-    syncPass = 0;
+  run.previewReported.clear();
+  CheckSync(run, s);
+  FileList first = Walk(run, s, job.From, bAll);
+  if (s.Stopped()) {
+    run.syncPass = 0;
     return;
   }
   if (first.empty()) {
-    noFiles = true;
+    run.noFiles = true;
   } else {
-    if (job.SyncDelete == 1) Walk(*this, job.To, bAll, job);  // its list is not used
-    ProcessFiles(first, job);
+    if (job.SyncDelete == 1) Walk(run, s, job.To, bAll);  // its list is not used
+    ProcessFiles(run, s, first);
   }
-  if (Stopped()) {
-    syncPass = 0;
+  if (s.Stopped()) {
+    run.syncPass = 0;
     return;
   }
-  if (job.SyncDelete == 1 && job.OnlyCompare == 0) FileCleanUp(job, bAll);
-  job.Action = 5;
-  Log(16, T(16), true, true, false, false);
-  CheckSync(job);
-  FileList second = Walk(*this, job.From, bAll, job);
-  if (second.empty() || Stopped()) {
-    if (second.empty() && !Stopped()) noFiles = true;
-    syncPass = 0;
-    previewReported.clear();
+  if (job.SyncDelete == 1 && job.OnlyCompare == 0) FileCleanUp(run, s, bAll);
+  job.Action = action::kSync;
+  s.Log(16, s.T(16), true, true, false, false);
+  CheckSync(run, s);
+  FileList second = Walk(run, s, job.From, bAll);
+  if (second.empty() || s.Stopped()) {
+    if (second.empty() && !s.Stopped()) run.noFiles = true;
+    run.syncPass = 0;
+    run.previewReported.clear();
     return;
   }
-  syncPass = 2;
-  ProcessFiles(second, job);
-  syncPass = 0;
-  previewReported.clear();
+  run.syncPass = 2;
+  ProcessFiles(run, s, second);
+  run.syncPass = 0;
+  run.previewReported.clear();
 }
 
 }  // namespace orvKestrel

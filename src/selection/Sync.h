@@ -1,7 +1,7 @@
 // The removal list of a synchronisation, apart from the walks that feed it.
 #pragma once
 
-#include "engine/Engine.h"
+#include "engine/Services.h"
 
 #include <string>
 

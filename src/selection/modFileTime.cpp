@@ -1,15 +1,15 @@
 // The three file times of copy and move: the source's are read before the copy, an existing
 // destination's before it is overwritten, and the chosen ones are written to the new file.
-#include "engine/Engine.h"
+#include "selection/Selection.h"
 #include "platform/SysError.h"
 
 namespace orvKestrel {
 namespace {
 
 // A file whose times cannot be read gives false and leaves the stored values as they were.
-bool ReadTimes(Engine& e, const std::string& path, FileTimes& into) {
+bool ReadTimes(Services& s, const std::string& path, FileTimes& into) {
   try {
-    into = e.fs.GetTimes(path);
+    into = s.fs.GetTimes(path);
     return true;
   } catch (const KestrelError&) {
     return false;
@@ -18,20 +18,23 @@ bool ReadTimes(Engine& e, const std::string& path, FileTimes& into) {
 
 }  // namespace
 
-bool Engine::ReadSourceFileTime(const std::string& lpFileName) {
-  Proc p(trap, "modFileTime", "Function ReadSourceFileTime",
+bool ReadSourceFileTime(JobRun& run, Services& s, const std::string& lpFileName) {
+  Proc p(s.trap, "modFileTime", "Function ReadSourceFileTime",
          [&] { return ParamText({{"lpFileName", lpFileName}}); });
-  return ReadTimes(*this, lpFileName, sourceTimes);
+  return ReadTimes(s, lpFileName, run.sourceTimes);
 }
 
-bool Engine::ReadDestFileTime(const std::string& lpFileName) {
-  Proc p(trap, "modFileTime", "Function ReadDestFileTime",
+bool ReadDestFileTime(JobRun& run, Services& s, const std::string& lpFileName) {
+  Proc p(s.trap, "modFileTime", "Function ReadDestFileTime",
          [&] { return ParamText({{"lpFileName", lpFileName}}); });
-  return ReadTimes(*this, lpFileName, destTimes);
+  return ReadTimes(s, lpFileName, run.destTimes);
 }
 
-bool Engine::WriteFileTime(const std::string& lpFileName, job& job) {
-  Proc p(trap, "modFileTime", "Function WriteFileTime",
+bool WriteFileTime(JobRun& run, Services& s, const std::string& lpFileName) {
+  const job& job = run.Job();
+  FileTimes& sourceTimes = run.sourceTimes;
+  const FileTimes& destTimes = run.destTimes;
+  Proc p(s.trap, "modFileTime", "Function WriteFileTime",
          [&] { return ParamText({{"lpFileName", lpFileName}, {"job", kJobParam}}); });
   // A time that the job does not take from the source is written back as the destination had
   // it. The stored source values are replaced on purpose: they are the values written.
@@ -40,7 +43,7 @@ bool Engine::WriteFileTime(const std::string& lpFileName, job& job) {
   if (job.DestTModified == 0) sourceTimes.written = destTimes.written;
   // The creation time cannot be set here and stays as it is. A failure is not reported.
   try {
-    fs.SetTimes(lpFileName, sourceTimes.accessed, sourceTimes.written);
+    s.fs.SetTimes(lpFileName, sourceTimes.accessed, sourceTimes.written);
     return true;
   } catch (const KestrelError&) {
     return false;

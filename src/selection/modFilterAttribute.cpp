@@ -1,7 +1,7 @@
 // The attribute filter and the attribute changes of copy and move.
 #include "selection/modFilterAttribute.h"
 
-#include "engine/Engine.h"
+#include "selection/Selection.h"
 #include "selection/FilterLoop.h"
 
 #include <array>
@@ -14,12 +14,12 @@ constexpr std::int32_t kKnownBits = kAttrReadOnly | kAttrHidden | kAttrSystem | 
 
 // Set (mode 0) or clear (mode 1) each chosen attribute, in this order; any other mode does
 // nothing.
-void ChangeAttributes(Engine& e, const std::string& sFile, std::int16_t mode,
+void ChangeAttributes(Services& s, const std::string& sFile, std::int16_t mode,
                       const std::array<std::pair<CheckState, std::uint32_t>, 4>& chosen) {
   for (const auto& [field, bit] : chosen) {
     if (field != 1) continue;
-    if (mode == 0) e.SetAttribute(bit, sFile);
-    else if (mode == 1) e.UnsetAttribute(bit, sFile);
+    if (mode == 0) SetAttribute(s, bit, sFile);
+    else if (mode == 1) UnsetAttribute(s, bit, sFile);
   }
 }
 
@@ -38,8 +38,8 @@ bool AttributeExists(std::int32_t lAttr, std::int32_t iSelected) {
   }
 }
 
-FileList Engine::FilterAttributes(FileList& sArray, job& job) {
-  Proc p(trap, "modFilterAttribute", "Function FilterAttributes",
+FileList FilterAttributes(Services& s, FileList& sArray, job& job) {
+  Proc p(s.trap, "modFilterAttribute", "Function FilterAttributes",
          [&] { return ParamText({{"sArray", kArrayParam}, {"job", kJobParam}}); });
   // A file is dropped when its value equals one of these exactly: hidden + archive (34) is
   // none of them.
@@ -56,11 +56,11 @@ FileList Engine::FilterAttributes(FileList& sArray, job& job) {
     if (field == 1) dropped.push_back(value);
   }
   if (dropped.empty()) return std::move(sArray);
-  return KeepFiles(*this, sArray, false, [&](const std::string& file) -> std::optional<bool> {
+  return KeepFiles(s, sArray, false, [&](const std::string& file) -> std::optional<bool> {
     std::uint32_t attrs = 0;
     bool read = false;
     if (!p.Do([&] {
-          attrs = fs.GetAttributes(file);
+          attrs = s.fs.GetAttributes(file);
           read = true;
         })) {
       return std::nullopt;
@@ -73,43 +73,43 @@ FileList Engine::FilterAttributes(FileList& sArray, job& job) {
   });
 }
 
-void Engine::SetDestAttributes(const std::string& sFile, job& job) {
-  Proc p(trap, "modFilterAttribute", "Sub SetDestAttributes",
+void SetDestAttributes(Services& s, const std::string& sFile, job& job) {
+  Proc p(s.trap, "modFilterAttribute", "Sub SetDestAttributes",
          [&] { return ParamText({{"sFile", sFile}, {"job", kJobParam}}); });
-  ChangeAttributes(*this, sFile, job.AttrSetDest,
+  ChangeAttributes(s, sFile, job.AttrSetDest,
                    {{{job.AttrArchive1, kAttrArchive},
                      {job.AttrHidden1, kAttrHidden},
                      {job.AttrReadOnly1, kAttrReadOnly},
                      {job.AttrSystem1, kAttrSystem}}});
 }
 
-void Engine::SetSourceAttributes(const std::string& sFile, job& job) {
-  Proc p(trap, "modFilterAttribute", "Sub SetSourceAttributes",
+void SetSourceAttributes(Services& s, const std::string& sFile, job& job) {
+  Proc p(s.trap, "modFilterAttribute", "Sub SetSourceAttributes",
          [&] { return ParamText({{"sFile", sFile}, {"job", kJobParam}}); });
-  ChangeAttributes(*this, sFile, job.AttrSetSource,
+  ChangeAttributes(s, sFile, job.AttrSetSource,
                    {{{job.AttrArchive2, kAttrArchive},
                      {job.AttrHidden2, kAttrHidden},
                      {job.AttrReadOnly2, kAttrReadOnly},
                      {job.AttrSystem2, kAttrSystem}}});
 }
 
-void Engine::SetAttribute(std::uint32_t attr, const std::string& sFile) {
-  Proc p(trap, "modFilterAttribute", "Sub SetAttribute", [&] {
+void SetAttribute(Services& s, std::uint32_t attr, const std::string& sFile) {
+  Proc p(s.trap, "modFilterAttribute", "Sub SetAttribute", [&] {
     return ParamText({{"attr", std::to_string(attr)}, {"sFile", sFile}});
   });
   p.Do([&] {
-    const std::uint32_t attrs = fs.GetAttributes(sFile);
-    if ((attrs & attr) == 0) fs.SetAttributes(sFile, attrs | attr);
+    const std::uint32_t attrs = s.fs.GetAttributes(sFile);
+    if ((attrs & attr) == 0) s.fs.SetAttributes(sFile, attrs | attr);
   });
 }
 
-void Engine::UnsetAttribute(std::uint32_t attr, const std::string& sFile) {
-  Proc p(trap, "modFilterAttribute", "Sub UnsetAttribute", [&] {
+void UnsetAttribute(Services& s, std::uint32_t attr, const std::string& sFile) {
+  Proc p(s.trap, "modFilterAttribute", "Sub UnsetAttribute", [&] {
     return ParamText({{"attr", std::to_string(attr)}, {"sFile", sFile}});
   });
   p.Do([&] {
-    const std::uint32_t attrs = fs.GetAttributes(sFile);
-    if ((attrs & attr) != 0) fs.SetAttributes(sFile, attrs & ~attr);
+    const std::uint32_t attrs = s.fs.GetAttributes(sFile);
+    if ((attrs & attr) != 0) s.fs.SetAttributes(sFile, attrs & ~attr);
   });
 }
 

@@ -1,6 +1,6 @@
 // The date filter: a file's creation, modification or access time against an age in minutes,
 // a range of days, or one day. Dates are read in the host's short date format or ISO form.
-#include "engine/Engine.h"
+#include "selection/Selection.h"
 #include "platform/DateText.h"
 #include "platform/SysError.h"
 #include "selection/FilterLoop.h"
@@ -74,16 +74,13 @@ struct DateRule {
 
 }  // namespace
 
-FileList Engine::FilterDate(FileList& sArray, job& job) {
-  Proc p(trap, "modFilterDate", "Function FilterDate",
+FileList FilterDate(Services& s, FileList& sArray, job& job) {
+  Proc p(s.trap, "modFilterDate", "Function FilterDate",
          [&] { return ParamText({{"sArray", kArrayParam}, {"job", kJobParam}}); });
-  if (sArray.empty()) {
-    noFiles = true;
-    return {};
-  }
+  if (sArray.empty()) return {};
   if (job.FileAge < 1 || job.FileAge > 4) return std::move(sArray);
-  DateRule rule{job.FileAge, job.FileDateOpt, job.FileAgeDiff, host.clock.Now(), 0, 0};
-  const std::string& format = host.shortDateFormat;
+  DateRule rule{job.FileAge, job.FileDateOpt, job.FileAgeDiff, s.host.clock.Now(), 0, 0};
+  const std::string& format = s.host.shortDateFormat;
   const bool bounds = p.Do([&] {
     if (job.FileAge == 3) {
       rule.from = ParseDate(job.DateFrom, "00:00:00", format);
@@ -97,13 +94,13 @@ FileList Engine::FilterDate(FileList& sArray, job& job) {
     sArray.clear();
     return {};
   }
-  return KeepFiles(*this, sArray, false, [&](const std::string& file) -> std::optional<bool> {
+  return KeepFiles(s, sArray, false, [&](const std::string& file) -> std::optional<bool> {
     // Only the "at least this old" test passes over files that no longer exist.
-    if (job.FileAge == 1 && !fs.FileExists(file)) return true;
+    if (job.FileAge == 1 && !s.fs.FileExists(file)) return true;
     std::time_t t = 0;
     bool read = false;
     if (!p.Do([&] {
-          t = SelectedTime(fs.GetTimes(file), job.FileAgeType);
+          t = SelectedTime(s.fs.GetTimes(file), job.FileAgeType);
           read = true;
         })) {
       return std::nullopt;

@@ -1,6 +1,6 @@
 // The extension filter: a comma-separated list of extensions, each optionally written "*.ext",
 // compared without regard to case. "*." names the files without an extension when excluding.
-#include "engine/Engine.h"
+#include "selection/Selection.h"
 #include "platform/Paths.h"
 #include "selection/FilterLoop.h"
 
@@ -26,8 +26,8 @@ std::unordered_set<std::string> ExtensionSet(const std::string& ext) {
 
 }  // namespace
 
-FileList Engine::FilterExtention(FileList& sArray, job& job) {
-  Proc p(trap, "modFilterExtension", "Function FilterExtention",
+FileList FilterExtention(Services& s, FileList& sArray, job& job) {
+  Proc p(s.trap, "modFilterExtension", "Function FilterExtention",
          [&] { return ParamText({{"sArray", kArrayParam}, {"job", kJobParam}}); });
   if (job.Ext.empty()) return std::move(sArray);
   job.Ext = paths::ReplaceAll(job.Ext, " ", "");
@@ -37,12 +37,12 @@ FileList Engine::FilterExtention(FileList& sArray, job& job) {
     return set.count(paths::LowerAscii(paths::GetExtensionName(file))) != 0;
   };
   if (job.ExtOpt == 2) {
-    return KeepFiles(*this, sArray, true, [&](const std::string& file) -> std::optional<bool> {
+    return KeepFiles(s, sArray, true, [&](const std::string& file) -> std::optional<bool> {
       return !paths::GetExtensionName(file).empty() && listed(file);
     });
   }
   if (job.ExtOpt == 1) {
-    return KeepFiles(*this, sArray, false,
+    return KeepFiles(s, sArray, false,
                      [&](const std::string& file) -> std::optional<bool> { return !listed(file); });
   }
   return std::move(sArray);

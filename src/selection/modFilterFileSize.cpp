@@ -1,20 +1,20 @@
 // The size filter: 1 keeps files strictly larger than FileSize, 2 strictly smaller ones.
-#include "engine/Engine.h"
+#include "selection/Selection.h"
 #include "selection/FilterLoop.h"
 
 namespace orvKestrel {
 
-FileList Engine::FilterFileSize(FileList& sArray, job& job) {
-  Proc p(trap, "modFilterFileSize", "Function FilterFileSize",
+FileList FilterFileSize(Services& s, FileList& sArray, job& job) {
+  Proc p(s.trap, "modFilterFileSize", "Function FilterFileSize",
          [&] { return ParamText({{"sArray", kArrayParam}, {"job", kJobParam}}); });
   if (job.FileOpt != 1 && job.FileOpt != 2) return std::move(sArray);
   const bool larger = job.FileOpt == 1;
-  return KeepFiles(*this, sArray, larger, [&](const std::string& file) -> std::optional<bool> {
+  return KeepFiles(s, sArray, larger, [&](const std::string& file) -> std::optional<bool> {
     double length = 0;
     // A file that vanished since the walk is not tested and stays (when the trap goes on).
     bool read = false;
     if (!p.Do([&] {
-          length = static_cast<double>(fs.Stat(file).size);
+          length = static_cast<double>(s.fs.Stat(file).size);
           read = true;
         })) {
       return std::nullopt;

@@ -10,7 +10,9 @@
 // result, or a failed commit) is never deleted, nor one that changed after the commit read it;
 // a file that changed while it was read is left out of the archive. Nothing this run wrote is
 // replaced by this run: such a file is refused with an error line and kept.
-#include "engine/Engine.h"
+#include "actions/Actions.h"
+#include "selection/Selection.h"
+#include "zip/Zip.h"
 #include "platform/Paths.h"
 #include "zip/ZipCommon.h"
 #include "zip/modZIP32vb.h"
@@ -20,21 +22,22 @@ namespace {
 
 using zipcommon::BaseFolder;
 
-void LogFileError(Engine& e, const job& job, const std::string& why, const std::string& file) {
-  e.Log(10, job.JobName + ": " + e.T(10) + why + " - " + file, true, true, false);
-  e.jobError = true;
+void LogFileError(JobRun& run, Services& s, const std::string& why, const std::string& file) {
+  const job& job = run.Job();
+  s.Log(10, job.JobName + ": " + s.T(10) + why + " - " + file, true, true, false);
+  run.jobError = true;
 }
 
 // The file as the last commit read it into the archive; nothing when it is not in it.
-const FileIdentity* ReadInto(Engine& e, const std::string& file) {
-  for (const auto& w : e.zip->WrittenSources()) {
+const FileIdentity* ReadInto(Services& s, const std::string& file) {
+  for (const auto& w : s.zip->WrittenSources()) {
     if (w.source == file) return &w.read;
   }
   return nullptr;
 }
 
-const std::string* FailureOf(Engine& e, const std::string& file) {
-  for (const auto& f : e.zip->FailedSources()) {
+const std::string* FailureOf(Services& s, const std::string& file) {
+  for (const auto& f : s.zip->FailedSources()) {
     if (f.source == file) return &f.reason;
   }
   return nullptr;
@@ -42,146 +45,154 @@ const std::string* FailureOf(Engine& e, const std::string& file) {
 
 // Deletes a source that the last commit put in the archive, while it is still the file that
 // was read; its line names the job in "All" mode.
-void DeleteCompressed(Engine& e, job& job, const std::string& file, const std::string& prefix) {
-  const FileIdentity* read = ReadInto(e, file);
+void DeleteCompressed(JobRun& run, Services& s, const std::string& file,
+                      const std::string& prefix) {
+  const FileIdentity* read = ReadInto(s, file);
   if (read == nullptr) return;
-  if (e.DeleteZipSourceVerified(file, *read, job)) {
-    e.Log(13, prefix + e.T(13) + file, true, true, false);
+  if (DeleteZipSourceVerified(run, s, file, *read)) {
+    s.Log(13, prefix + s.T(13) + file, true, true, false);
   }
 }
 
 // Commits the "All" archive, then deletes the sources that it now holds.
-void CommitAll(Engine& e, job& job, const std::string& archive,
+void CommitAll(JobRun& run, Services& s, const std::string& archive,
                const std::vector<std::string>& deletions) {
-  if (!e.zip->Flush(!deletions.empty())) {
-    LogFileError(e, job, e.zip->FlushError(), archive);
+  const job& job = run.Job();
+  if (!s.zip->Flush(!deletions.empty())) {
+    LogFileError(run, s, s.zip->FlushError(), archive);
     return;
   }
-  for (const auto& f : e.zip->FailedSources()) LogFileError(e, job, f.reason, f.source);
-  for (const auto& file : deletions) DeleteCompressed(e, job, file, job.JobName + ": ");
+  for (const auto& f : s.zip->FailedSources()) LogFileError(run, s, f.reason, f.source);
+  for (const auto& file : deletions) DeleteCompressed(run, s, file, job.JobName + ": ");
 }
 
 // The line of a file of "All" mode that the library did not take.
-void LogNotAdded(Engine& e, const job& job, const std::string& file, bool existedBefore) {
-  if (!e.zip->LastRefusal().empty()) {
-    LogFileError(e, job, e.zip->LastRefusal(), file);
+void LogNotAdded(JobRun& run, Services& s, const std::string& file, bool existedBefore) {
+  if (!s.zip->LastRefusal().empty()) {
+    LogFileError(run, s, s.zip->LastRefusal(), file);
   } else if (!existedBefore) {
-    e.Log(10, e.T(10) + file, true, true, false);
-    e.jobError = true;  // the file is not in the archive: the job must not end as a success
+    s.Log(10, s.T(10) + file, true, true, false);
+    run.jobError = true;  // the file is not in the archive: the job must not end as a success
   } else {
-    e.Log(34, e.T(34) + file, true, true, false);
+    s.Log(34, s.T(34) + file, true, true, false);
   }
 }
 
 template <class P>
-void ZipAll(Engine& e, P& p, FileList& sArray, job& job) {
+void ZipAll(JobRun& run, Services& s, P& p, FileList& sArray) {
+  const job& job = run.Job();
   std::string archive;
-  if (!p.Do([&] { archive = e.GetZipFileName(job, "All"); })) return;
+  if (!p.Do([&] { archive = GetZipFileName(run, s, "All"); })) return;
   if (archive.empty()) return;
-  const bool existedBefore = e.fs.FileExists(archive);
+  const bool existedBefore = s.fs.FileExists(archive);
   const bool deleting = job.Exist == 1 || job.ZipDelComp == 1;
   const std::int32_t mode = job.Exist == 4 ? 4 : 3;
   const auto n = static_cast<std::int32_t>(sArray.size()) - 1;
   std::vector<std::string> deletions;
   std::int32_t result = 0;
   bool goOn = p.Do([&] {
-    e.zip->SaveFolderLocation(BaseFolder(sArray[0], job));
-    result = e.zip->ZipFile(archive, sArray[0], job.ZipPwd, job.Exist, job.Exist == 4 ? 4 : 0);
+    s.zip->SaveFolderLocation(BaseFolder(sArray[0], job));
+    result = s.zip->ZipFile(archive, sArray[0], job.ZipPwd, job.Exist, job.Exist == 4 ? 4 : 0);
   });
   if (goOn && result != 0 && deleting) deletions.push_back(sArray[0]);
   for (std::int32_t i = 1; goOn && i <= n; ++i) {
     const std::string& file = sArray[static_cast<std::size_t>(i)];
-    e.KestrelCounter(n, i);
-    if (e.Stopped()) break;
-    e.zip->SaveFolderLocation(BaseFolder(file, job));
+    s.KestrelCounter(n, i);
+    if (s.Stopped()) break;
+    s.zip->SaveFolderLocation(BaseFolder(file, job));
     std::uint32_t saved = 0;
-    if (!zipcommon::ClearHidden(e, p, file, saved)) break;
-    result = e.zip->ZipAddFile(archive, file, mode, 0);
-    goOn = zipcommon::RestoreHidden(e, p, file, saved);
+    if (!zipcommon::ClearHidden(s, p, file, saved)) break;
+    result = s.zip->ZipAddFile(archive, file, mode, 0);
+    goOn = zipcommon::RestoreHidden(s, p, file, saved);
     if (result != 0) {
-      e.Log(33, e.T(33) + file + e.T(14) + archive, true, true, false);
+      s.Log(33, s.T(33) + file + s.T(14) + archive, true, true, false);
     } else {
-      LogNotAdded(e, job, file, existedBefore);
+      LogNotAdded(run, s, file, existedBefore);
     }
     if (result != 0 && deleting) deletions.push_back(file);
   }
   // Files handled stay handled, also after a stop or an error.
-  CommitAll(e, job, archive, deletions);
+  CommitAll(run, s, archive, deletions);
 }
 
 // Stages and commits one file of "Single" mode; the attributes of a hidden file are back
 // before the commit reads it, so that the file as read is the file that stays.
 template <class P>
-bool ZipOne(Engine& e, P& p, job& job, const std::string& file, const std::string& archive,
+bool ZipOne(JobRun& run, Services& s, P& p, const std::string& file, const std::string& archive,
             bool deleting) {
+  const job& job = run.Job();
   std::uint32_t saved = 0;
-  if (!zipcommon::ClearHidden(e, p, file, saved)) return false;
-  e.zipping.store(true);
-  std::int32_t result = e.zip->ZipFile(archive, file, job.ZipPwd, job.Exist == 4 ? 4 : 0, 0);
-  const std::string refusal = e.zip->LastRefusal();
-  const bool restored = zipcommon::RestoreHidden(e, p, file, saved);
-  const bool committed = e.zip->Flush(result != 0 && deleting);
-  e.zipping.store(false);
+  if (!zipcommon::ClearHidden(s, p, file, saved)) return false;
+  s.zipping.store(true);
+  std::int32_t result = s.zip->ZipFile(archive, file, job.ZipPwd, job.Exist == 4 ? 4 : 0, 0);
+  const std::string refusal = s.zip->LastRefusal();
+  const bool restored = zipcommon::RestoreHidden(s, p, file, saved);
+  const bool committed = s.zip->Flush(result != 0 && deleting);
+  s.zipping.store(false);
   if (!restored) return false;
   if (!committed) result = 0;
-  const std::string* failure = FailureOf(e, file);
+  const std::string* failure = FailureOf(s, file);
   if (!refusal.empty()) {
-    LogFileError(e, job, refusal, file);
+    LogFileError(run, s, refusal, file);
   } else if (result != 0 && failure == nullptr) {
-    e.Log(32, e.T(32) + file + e.T(14) + archive, true, true, false);
+    s.Log(32, s.T(32) + file + s.T(14) + archive, true, true, false);
   } else if (failure != nullptr) {
-    LogFileError(e, job, *failure, file);
+    LogFileError(run, s, *failure, file);
   } else {
-    e.Log(35, e.T(35) + file + e.T(14) + archive, true, true, false);
+    s.Log(35, s.T(35) + file + s.T(14) + archive, true, true, false);
   }
-  if (!committed && !e.zip->LastCancelled()) LogFileError(e, job, e.zip->FlushError(), archive);
-  if (result != 0 && committed && deleting) DeleteCompressed(e, job, file, "");
+  if (!committed && !s.zip->LastCancelled()) LogFileError(run, s, s.zip->FlushError(), archive);
+  if (result != 0 && committed && deleting) DeleteCompressed(run, s, file, "");
   return true;
 }
 
 template <class P>
-void ZipSingle(Engine& e, P& p, FileList& sArray, job& job) {
+void ZipSingle(JobRun& run, Services& s, P& p, FileList& sArray) {
+  const job& job = run.Job();
   const bool deleting = job.Exist == 1 || job.ZipDelComp == 1;
   const auto n = static_cast<std::int32_t>(sArray.size()) - 1;
   for (std::int32_t i = 0; i <= n; ++i) {
     const std::string& file = sArray[static_cast<std::size_t>(i)];
-    if (e.Stopped()) return;
-    e.KestrelCounter(n, i);
-    e.zip->SaveFolderLocation(BaseFolder(file, job));
+    if (s.Stopped()) return;
+    s.KestrelCounter(n, i);
+    s.zip->SaveFolderLocation(BaseFolder(file, job));
     std::string archive;
-    if (!p.Do([&] { archive = e.GetZipFileName(job, "Single", file); })) return;
+    if (!p.Do([&] { archive = GetZipFileName(run, s, "Single", file); })) return;
     if (archive.empty()) continue;
-    if (!ZipOne(e, p, job, file, archive, deleting)) return;
+    if (!ZipOne(run, s, p, file, archive, deleting)) return;
   }
 }
 
 }  // namespace
 
-void Engine::Zip_Files(FileList& sArray, job& job) {
-  Proc p(trap, "clsKestrel", "Sub Zip_Files",
+void Zip_Files(JobRun& run, Services& s, FileList& sArray) {
+  job& job = run.Job();
+  Proc p(s.trap, "clsKestrel", "Sub Zip_Files",
          [&] { return ParamText({{"sArray", kArrayParam}, {"job", kJobParam}}); });
-  if (dryRun) return Zip_Preview(sArray, job);  // a dry run changes no file
+  if (s.dryRun) return Zip_Preview(run, s, sArray);  // a dry run changes no file
   if (sArray.empty()) return;
-  if (!zipcommon::LeaveOutOwnArchives(*this, sArray, job)) {
-    noFiles = true;
+  if (!zipcommon::LeaveOutOwnArchives(s, sArray, job)) {
+    run.noFiles = true;
     return;
   }
-  if (!p.Do([&] { zip->SetCompressionRate(zipcommon::GradeValue(job.ZipGrade)); })) return;
-  zip->StartZipRun(job.ExtFileTime, job.EFSelect);
-  zipcommon::LogCount(*this, sArray.size());
+  if (!p.Do([&] { s.zip->SetCompressionRate(zipcommon::GradeValue(job.ZipGrade)); })) return;
+  s.zip->StartZipRun(job.ExtFileTime, job.EFSelect);
+  zipcommon::LogCount(s, sArray.size());
   if (job.ZipAll == 0) {
-    ZipAll(*this, p, sArray, job);
+    ZipAll(run, s, p, sArray);
   } else {
-    ZipSingle(*this, p, sArray, job);
+    ZipSingle(run, s, p, sArray);
   }
 }
 
-std::string Engine::GetZipFileName(job& job, const std::string& Mode, const std::string& sFile) {
-  Proc p(trap, "clsKestrel", "Function GetZipFileName", [&] {
+std::string GetZipFileName(JobRun& run, Services& s, const std::string& Mode,
+                           const std::string& sFile) {
+  job& job = run.Job();
+  Proc p(s.trap, "clsKestrel", "Function GetZipFileName", [&] {
     return ParamText({{"job", kJobParam}, {"Mode", Mode}, {"sFile", Opt(sFile)}});
   });
-  std::string archive = zipcommon::ArchiveFor(*this, p, job, Mode, sFile, false);
-  if (!archive.empty()) TidyFolder(paths::GetParentFolderName(archive));
+  std::string archive = zipcommon::ArchiveFor(s, p, job, Mode, sFile, false);
+  if (!archive.empty()) TidyFolder(run, s, paths::GetParentFolderName(archive));
   return archive;
 }
 

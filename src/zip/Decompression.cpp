@@ -9,7 +9,9 @@
 // could be extracted because of the password, the "fehlendes Passwort?" line alone reports it;
 // when the error lines already tell why nothing was extracted (damaged or tampered data, unsafe
 // entries), that guess is left out.
-#include "engine/Engine.h"
+#include "actions/Actions.h"
+#include "selection/Selection.h"
+#include "zip/Zip.h"
 #include "platform/Paths.h"
 #include "platform/SysError.h"
 #include "selection/modDetermineFileType.h"
@@ -35,8 +37,10 @@ struct Reported {
   bool any = false;
   bool explained = false;
 };
-Reported ReportFailures(Engine& e, const job& job, const std::string& file, std::int32_t count) {
-  const auto& failures = e.zip->Failures();
+Reported ReportFailures(JobRun& run, Services& s, const std::string& file,
+                        std::int32_t count) {
+  const job& job = run.Job();
+  const auto& failures = s.zip->Failures();
   bool onlyPassword = count == 0;
   bool anyPassword = false;
   for (const auto& f : failures) {
@@ -46,77 +50,79 @@ Reported ReportFailures(Engine& e, const job& job, const std::string& file, std:
   }
   if (failures.empty() || onlyPassword) return {!failures.empty(), false};
   for (const auto& f : failures) {
-    e.Log(10, job.JobName + ": " + e.T(10) + f.reason + " - " + file + ": " + f.entry, true, true,
+    s.Log(10, job.JobName + ": " + s.T(10) + f.reason + " - " + file + ": " + f.entry, true, true,
           false);
   }
-  e.jobError = true;
+  run.jobError = true;
   return {true, !anyPassword};
 }
 
 // Names the entries that the existing-destination policy kept, as a copy names the files it
 // leaves; true when the archive holds any entry that was not written.
-bool ReportKept(Engine& e, const std::string& file) {
-  for (const auto& k : e.zip->Kept()) {
+bool ReportKept(Services& s, const std::string& file) {
+  for (const auto& k : s.zip->Kept()) {
     if (k.why == Kept::Why::Filtered) continue;
     const int n = k.why == Kept::Why::NotNewer ? 45 : 38;
-    e.Log(n, e.T(n) + file + ": " + k.entry + e.T(14) + k.path, true, true, false);
+    s.Log(n, s.T(n) + file + ": " + k.entry + s.T(14) + k.path, true, true, false);
   }
-  return !e.zip->Kept().empty();
+  return !s.zip->Kept().empty();
 }
 
 // Deletes the archive that was read, unless its name now leads to another file or it changed.
-void DeleteArchive(Engine& e, const job& job, const std::string& file) {
-  const FileIdentity& read = e.zip->ArchiveRead();
+void DeleteArchive(JobRun& run, Services& s, const std::string& file) {
+  const job& job = run.Job();
+  const FileIdentity& read = s.zip->ArchiveRead();
   try {
     if (job.ZipDelDeCompBin == 1) {
-      if (e.fs.Identify(file) != read) {
+      if (s.fs.Identify(file) != read) {
         throw KestrelError(EAGAIN, "The file changed after it was read and was kept");
       }
       std::string failure;
-      if (!e.Kill(file, &failure)) {
+      if (!Kill(s, file, &failure)) {
         // Logged as deleted, as it always was; the error line after it tells the truth.
-        e.Log(81, e.T(81) + file, true, true, false);
+        s.Log(81, s.T(81) + file, true, true, false);
         throw KestrelError(EIO, failure);
       }
     } else {
-      e.fs.DeleteVerified(file, read, true);
+      s.fs.DeleteVerified(file, read, true);
     }
   } catch (const KestrelError& err) {
-    e.Log(10, job.JobName + ": " + e.T(10) + err.Description() + " - " + file, true, true, false);
-    e.jobError = true;
+    s.Log(10, job.JobName + ": " + s.T(10) + err.Description() + " - " + file, true, true, false);
+    run.jobError = true;
     return;
   }
-  e.Log(81, e.T(81) + file, true, true, false);
+  s.Log(81, s.T(81) + file, true, true, false);
 }
 
-void ReportCount(Engine& e, std::int32_t count, int one, int many, const std::string& file,
+void ReportCount(Services& s, std::int32_t count, int one, int many, const std::string& file,
                  const std::string& dest) {
   if (count == 0) return;
   const int n = count == 1 ? one : many;
-  e.Log(n, std::to_string(count) + e.T(n) + file + e.T(14) + dest, true, true, false);
+  s.Log(n, std::to_string(count) + s.T(n) + file + s.T(14) + dest, true, true, false);
 }
 
 // The real extraction of one archive; false when a stop ended it.
 template <class P>
-bool Extract(Engine& e, P& p, job& job, const std::string& file, const std::string& dest) {
-  e.zipping.store(true);
+bool Extract(JobRun& run, Services& s, P& p, const std::string& file, const std::string& dest) {
+  const job& job = run.Job();
+  s.zipping.store(true);
   std::int32_t count = 0;
-  e.TidyFolder(dest);
-  const bool done = p.Do([&] { count = e.UnZipFile(file, job, dest); });
-  e.zipping.store(false);
+  TidyFolder(run, s, dest);
+  const bool done = p.Do([&] { count = UnZipFile(s, file, run.Job(), dest); });
+  s.zipping.store(false);
   // A cancelled extraction is incomplete: it must not lead to deleting the archive.
-  if (e.Stopped() || e.zip->LastCancelled() || !done) return false;
-  const Reported failed = ReportFailures(e, job, file, count);
-  const bool kept = ReportKept(e, file);
+  if (s.Stopped() || s.zip->LastCancelled() || !done) return false;
+  const Reported failed = ReportFailures(run, s, file, count);
+  const bool kept = ReportKept(s, file);
   if (count == 0) {
-    if (!failed.explained) e.Log(83, e.T(83) + file, true, true, false);
+    if (!failed.explained) s.Log(83, s.T(83) + file, true, true, false);
   } else {
-    ReportCount(e, count, 77, 78, file, dest);
+    ReportCount(s, count, 77, 78, file, dest);
   }
   if (count == 0 || job.ZipDelDeComp != 1 || failed.any || kept) return true;
   // The extracted files reach the disk before the archive that holds them goes.
-  e.zip->SyncExtracted();
-  DeleteArchive(e, job, file);
+  s.zip->SyncExtracted();
+  DeleteArchive(run, s, file);
   return true;
 }
 
@@ -128,63 +134,65 @@ struct TypeRead {
 
 // The archives of the run are known to the library by identity, so that no extraction of the
 // run replaces one of them before it is read (nor what another extraction of the run wrote).
-std::vector<TypeRead> StartExtractionRun(Engine& e, const FileList& files) {
+std::vector<TypeRead> StartExtractionRun(Services& s, const FileList& files) {
   std::vector<TypeRead> types(files.size());
   std::vector<FileIdentity> archives;
-  for (std::size_t i = 0; i < files.size() && !e.Stopped(); ++i) {
+  for (std::size_t i = 0; i < files.size() && !s.Stopped(); ++i) {
     try {
-      types[i].type = GetFileType(e.fs, files[i]);
-      if (types[i].type == kZipType) archives.push_back(e.fs.Identify(files[i]));
+      types[i].type = GetFileType(s.fs, files[i]);
+      if (types[i].type == kZipType) archives.push_back(s.fs.Identify(files[i]));
     } catch (const KestrelError& err) {
       types[i].error = err;
     }
   }
-  e.zip->StartUnzipRun(archives);
+  s.zip->StartUnzipRun(archives);
   return types;
 }
 
-void PreviewArchive(Engine& e, const job& job, const std::string& file, const std::string& dest) {
-  const std::int32_t count = e.zip->ZipFileCount(file);
-  if (e.Stopped()) return;
+void PreviewArchive(Services& s, const job& job, const std::string& file,
+                    const std::string& dest) {
+  const std::int32_t count = s.zip->ZipFileCount(file);
+  if (s.Stopped()) return;
   if (count == 0) {
-    e.Log(83, e.T(83) + file + e.T(14) + dest, true, true, false);
+    s.Log(83, s.T(83) + file + s.T(14) + dest, true, true, false);
   } else {
-    ReportCount(e, count, 79, 80, file, dest);
+    ReportCount(s, count, 79, 80, file, dest);
   }
   if (job.ZipDelDeComp == 1) {
-    e.Log(82, e.T(82) + " " + file + e.T(14) + dest, true, true, false);
+    s.Log(82, s.T(82) + " " + file + s.T(14) + dest, true, true, false);
   }
 }
 
 }  // namespace
 
-void Engine::UnZip_Files(FileList& sArray, job& job) {
-  Proc p(trap, "clsKestrel", "Sub UnZip_Files",
+void UnZip_Files(JobRun& run, Services& s, FileList& sArray) {
+  job& job = run.Job();
+  Proc p(s.trap, "clsKestrel", "Sub UnZip_Files",
          [&] { return ParamText({{"sArray", kArrayParam}, {"job", kJobParam}}); });
   if (sArray.empty()) return;
-  const bool preview = job.DoPreview != 0 || dryRun;
+  const bool preview = job.DoPreview != 0 || s.dryRun;
   const auto n = static_cast<std::int32_t>(sArray.size()) - 1;
   const int announce = preview ? 73 : 72;
   // The count, a blank, and the text, which begins with a blank of its own.
-  Log(announce, std::to_string(n + 1) + " " + T(announce), true, true, false);
-  std::vector<TypeRead> types = preview ? std::vector<TypeRead>() : StartExtractionRun(*this, sArray);
+  s.Log(announce, std::to_string(n + 1) + " " + s.T(announce), true, true, false);
+  std::vector<TypeRead> types = preview ? std::vector<TypeRead>() : StartExtractionRun(s, sArray);
   bool skip = false;  // carried over from archive to archive; changed by statuses 0 to 3 only
   for (std::int32_t i = 0; i <= n; ++i) {
     const std::string& file = sArray[static_cast<std::size_t>(i)];
-    KestrelCounter(n, i);
-    Yield();
-    if (Stopped()) return;
+    s.KestrelCounter(n, i);
+    s.Yield();
+    if (s.Stopped()) return;
     std::string dest = job.To;
     if (job.FStruct == 1) {
       // A preview names the mirrored folder without creating it.
       if (!p.Do([&] {
             const std::string base = paths::GetBaseName(file);
             if (preview) {
-              dest = HandlePreviewFolders(file, job) + "/" + base;
+              dest = HandlePreviewFolders(s, file, job) + "/" + base;
               return;
             }
-            const std::string folder = HandleFolders(file, job);
-            fs.OpenBeneath(folder, base, true);  // the archive's own level: never a link either
+            const std::string folder = HandleFolders(s, file, job);
+            s.fs.OpenBeneath(folder, base, true);  // the archive's own level: never a link either
             dest = folder + "/" + base;
           })) {
         return;
@@ -195,31 +203,31 @@ void Engine::UnZip_Files(FileList& sArray, job& job) {
     TypeRead first = types.empty() ? TypeRead{} : std::move(types[static_cast<std::size_t>(i)]);
     if (!p.Do([&] {
           if (auto err = std::exchange(first.error, std::nullopt)) throw *err;
-          type = first.type.empty() ? GetFileType(fs, file) : first.type;
+          type = first.type.empty() ? GetFileType(s.fs, file) : first.type;
         })) {
       return;
     }
     if (type != kZipType) continue;
-    switch (zip->CheckZipFile(file, job.DestZipPwd)) {
+    switch (s.zip->CheckZipFile(file, job.DestZipPwd)) {
       case 0: skip = false; break;
-      case 1: Log(74, T(74) + file, true, true, false); skip = true; break;
-      case 2: Log(75, T(75) + file, true, true, false); skip = true; break;
-      case 3: Log(76, T(76) + file, true, true, false); skip = true; break;
+      case 1: s.Log(74, s.T(74) + file, true, true, false); skip = true; break;
+      case 2: s.Log(75, s.T(75) + file, true, true, false); skip = true; break;
+      case 3: s.Log(76, s.T(76) + file, true, true, false); skip = true; break;
       default: break;
     }
     if (skip) continue;
     if (preview) {
-      PreviewArchive(*this, job, file, dest);
-    } else if (!Extract(*this, p, job, file, dest)) {
+      PreviewArchive(s, job, file, dest);
+    } else if (!Extract(run, s, p, file, dest)) {
       return;
     }
-    if (Stopped()) return;
+    if (s.Stopped()) return;
   }
 }
 
-std::int32_t Engine::UnZipFile(const std::string& sZipFile, job& job,
-                               const std::string& sDestPath) {
-  Proc p(trap, "clsKestrel", "Function UnZipFile", [&] {
+std::int32_t UnZipFile(Services& s, const std::string& sZipFile, job& job,
+                       const std::string& sDestPath) {
+  Proc p(s.trap, "clsKestrel", "Function UnZipFile", [&] {
     return ParamText({{"sZipFile", sZipFile}, {"job", kJobParam}, {"sDestPath", sDestPath}});
   });
   std::int32_t mode = 0;
@@ -230,7 +238,7 @@ std::int32_t Engine::UnZipFile(const std::string& sZipFile, job& job,
     default: mode = 0; break;
   }
   const std::string filter = job.DestZipFilter.empty() ? "*.*" : job.DestZipFilter;
-  return zip->UnZipEx(sZipFile, sDestPath, filter, job.DestZipFolder, job.DestZipPwd, mode, 0);
+  return s.zip->UnZipEx(sZipFile, sDestPath, filter, job.DestZipFolder, job.DestZipPwd, mode, 0);
 }
 
 }  // namespace orvKestrel

@@ -55,15 +55,15 @@ using IdentitySet = std::unordered_set<FileIdentity, IdentityHash, SameObject>;
 
 // The archive of the file (or of the job) before the existing-archive policy, without making a
 // folder.
-std::string OwnArchiveName(Engine& e, job& job, const std::string& file) {
+std::string OwnArchiveName(Services& s, job& job, const std::string& file) {
   if (job.ZipAll == 0) return paths::BuildPath(job.To, job.JobName + ".zip");
   if (job.ZipExtStruct == 0) return SingleNameInTo(job, file);
-  return paths::BuildPath(e.HandlePreviewFolders(file, job), paths::GetFileName(file) + ".zip");
+  return paths::BuildPath(HandlePreviewFolders(s, file, job), paths::GetFileName(file) + ".zip");
 }
 
-void AddIdentity(Engine& e, IdentitySet& set, const std::string& path) {
+void AddIdentity(Services& s, IdentitySet& set, const std::string& path) {
   try {
-    set.insert(e.fs.Identify(path));
+    set.insert(s.fs.Identify(path));
   } catch (const std::exception&) {
     // not there (yet): no source can be it
   }
@@ -71,17 +71,17 @@ void AddIdentity(Engine& e, IdentitySet& set, const std::string& path) {
 
 }  // namespace
 
-bool LeaveOutOwnArchives(Engine& e, FileList& sArray, job& job) {
+bool LeaveOutOwnArchives(Services& s, FileList& sArray, job& job) {
   IdentitySet archives;
   if (job.ZipAll == 0) {
-    AddIdentity(e, archives, OwnArchiveName(e, job, {}));
+    AddIdentity(s, archives, OwnArchiveName(s, job, {}));
   } else {
-    for (const std::string& file : sArray) AddIdentity(e, archives, OwnArchiveName(e, job, file));
+    for (const std::string& file : sArray) AddIdentity(s, archives, OwnArchiveName(s, job, file));
   }
   if (archives.empty()) return !sArray.empty();
   std::erase_if(sArray, [&](const std::string& file) {
     try {
-      return archives.count(e.fs.Identify(file)) != 0;
+      return archives.count(s.fs.Identify(file)) != 0;
     } catch (const std::exception&) {
       return false;  // its own error comes when it is read
     }
@@ -89,11 +89,11 @@ bool LeaveOutOwnArchives(Engine& e, FileList& sArray, job& job) {
   return !sArray.empty();
 }
 
-void LogCount(Engine& e, std::size_t files) {
+void LogCount(Services& s, std::size_t files) {
   if (files == 1) {
-    e.Log(85, e.T(85) + "1", true, true, false);
+    s.Log(85, s.T(85) + "1", true, true, false);
   } else {
-    e.Log(84, e.T(84) + std::to_string(files), true, true, false);
+    s.Log(84, s.T(84) + std::to_string(files), true, true, false);
   }
 }
 

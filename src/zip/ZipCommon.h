@@ -1,8 +1,9 @@
 // Steps shared by compression and its preview.
 #pragma once
 
-#include "engine/Engine.h"
+#include "actions/Actions.h"
 #include "platform/Paths.h"
+#include "selection/Selection.h"
 #include "zip/modZIP32vb.h"
 
 #include <cstdint>
@@ -27,7 +28,7 @@ std::string SingleNameInTo(const job& job, const std::string& sFile);
 // neither, the archive exists under policy 0, or the trap asked to leave. A preview names the
 // mirrored folder without making it and reports the deletion of policy 3 instead of making it.
 template <class P>
-std::string ArchiveFor(Engine& e, P& p, job& job, const std::string& Mode,
+std::string ArchiveFor(Services& s, P& p, job& job, const std::string& Mode,
                        const std::string& sFile, bool preview) {
   std::string name;
   if (Mode == "All") {
@@ -39,29 +40,29 @@ std::string ArchiveFor(Engine& e, P& p, job& job, const std::string& Mode,
   } else {
     std::string folder;
     if (!p.Do([&] {
-          folder = preview ? e.HandlePreviewFolders(sFile, job) : e.HandleFolders(sFile, job);
+          folder = preview ? HandlePreviewFolders(s, sFile, job) : HandleFolders(s, sFile, job);
         })) {
       return {};
     }
     name = paths::BuildPath(folder, paths::GetFileName(sFile) + ".zip");
   }
-  if (job.Exist == 0 && e.fs.FileExists(name)) {
+  if (job.Exist == 0 && s.fs.FileExists(name)) {
     const int msg = preview ? 59 : 86;
-    e.Log(msg, name + e.T(msg), true, true, false);
+    s.Log(msg, name + s.T(msg), true, true, false);
     return {};
   }
   if (job.Exist == 2) {
     std::string free;
-    if (!p.Do([&] { free = e.GetValidPathName(job, name, true); })) return {};
+    if (!p.Do([&] { free = GetValidPathName(s, job, name, true); })) return {};
     return free;
   }
   // The old archive is replaced when the new one is committed, not deleted now: a run that
   // fails on the way leaves it. An archive this run has written is added to instead: replacing
   // it would lose the files whose sources are gone already.
-  if (job.Exist == 3 && e.fs.FileExists(name) && (preview || !e.zip->WrittenThisRun(name))) {
-    if (!preview) e.zip->ReplaceOnCommit(name);
+  if (job.Exist == 3 && s.fs.FileExists(name) && (preview || !s.zip->WrittenThisRun(name))) {
+    if (!preview) s.zip->ReplaceOnCommit(name);
     const int msg = preview ? 47 : 13;
-    e.Log(msg, e.T(msg) + name + (Mode == "Single" ? "" : " - " + e.T(32) + name), true, true,
+    s.Log(msg, s.T(msg) + name + (Mode == "Single" ? "" : " - " + s.T(32) + name), true, true,
           false);
   }
   return name;
@@ -70,30 +71,30 @@ std::string ArchiveFor(Engine& e, P& p, job& job, const std::string& Mode,
 // Takes out of the list every file that is one of the archives the run writes (by device and
 // inode: the same file reached through a link or another mount counts): a run never packs its
 // own archive into itself, nor deletes it as a source. False when nothing is left.
-bool LeaveOutOwnArchives(Engine& e, FileList& sArray, job& job);
+bool LeaveOutOwnArchives(Services& s, FileList& sArray, job& job);
 
 // "Dateien gefunden: n+1", or "Datei gefunden: 1" for a single file.
-void LogCount(Engine& e, std::size_t files);
+void LogCount(Services& s, std::size_t files);
 
 // Clears the attributes of a file that is exactly hidden before a library call and gives them
 // back afterwards; nothing in a dry run. Each step runs under the caller's trap: false means
 // the trap asked to leave.
 template <class P>
-bool ClearHidden(Engine& e, P& p, const std::string& file, std::uint32_t& saved) {
+bool ClearHidden(Services& s, P& p, const std::string& file, std::uint32_t& saved) {
   saved = 0;
-  if (e.dryRun) return true;
+  if (s.dryRun) return true;
   std::uint32_t attrs = 0;
-  if (!p.Do([&] { attrs = e.fs.GetAttributes(file); })) return false;
+  if (!p.Do([&] { attrs = s.fs.GetAttributes(file); })) return false;
   if (attrs != kAttrHidden) return true;
-  if (!p.Do([&] { e.fs.SetAttributes(file, 0); })) return false;
+  if (!p.Do([&] { s.fs.SetAttributes(file, 0); })) return false;
   saved = attrs;
   return true;
 }
 
 template <class P>
-bool RestoreHidden(Engine& e, P& p, const std::string& file, std::uint32_t saved) {
+bool RestoreHidden(Services& s, P& p, const std::string& file, std::uint32_t saved) {
   if (saved == 0) return true;
-  return p.Do([&] { e.fs.SetAttributes(file, saved); });
+  return p.Do([&] { s.fs.SetAttributes(file, saved); });
 }
 
 }  // namespace orvKestrel::zipcommon

@@ -2,7 +2,7 @@
 // and a job between them: the ground of the tests of the file actions.
 #pragma once
 
-#include "engine/Engine.h"
+#include "support/TestEngine.h"
 #include "platform/SysError.h"
 #include "support/TestSupport.h"
 
@@ -92,7 +92,7 @@ class ActionsTest : public ::testing::Test {
   TempDir tmp;
   CurrentDir cwd{tmp.str()};  // error.log lands here, out of the build tree
   RecordingEvents rec;
-  Engine engine;
+  TestEngine engine;
   job j;
   std::string src, dst;
 };

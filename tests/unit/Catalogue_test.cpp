@@ -1,8 +1,8 @@
 #include "engine/Catalogue.h"
+#include "engine/Engine.h"
 
 #include <gtest/gtest.h>
 
-#include "engine/Engine.h"
 #include "support/TestSupport.h"
 
 namespace orvKestrel {
@@ -81,10 +81,10 @@ TEST(Catalogue, LoadedOncePerEngine) {
   WriteFile(dir / "fr.lng", "[LogMessages]\nt11=Copie\n");
   Engine e{Host{}};
   e.ExecuteAllJobs(dir / "jobs/", dir / "en.lng", false, false, false);
-  EXPECT_EQ(e.T(11), "Copied: ");
-  EXPECT_EQ(e.Id(11), 11);
+  EXPECT_EQ(e.svc.T(11), "Copied: ");
+  EXPECT_EQ(e.svc.Id(11), 11);
   e.ExecuteAllJobs(dir / "jobs/", dir / "fr.lng", false, false, false);
-  EXPECT_EQ(e.T(11), "Copied: ");
+  EXPECT_EQ(e.svc.T(11), "Copied: ");
 }
 
 }  // namespace

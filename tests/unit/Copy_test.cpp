@@ -184,7 +184,7 @@ TEST_F(CopyTest, RenamingTwiceInOneListCountsOn) {
 }
 
 // The stamp of the engine's clock, as the renaming writes it with the format "%d.%m.%Y".
-std::string Stamp(const Engine& e) {
+std::string Stamp(const TestEngine& e) {
   const std::tm tm = datetext::Local(e.host.clock.Now());
   char text[32];
   std::strftime(text, sizeof text, "%d.%m.%Y_%H-%M-%S", &tm);

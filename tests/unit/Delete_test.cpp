@@ -84,23 +84,23 @@ TEST_F(DeleteTest, FailedRecycleIsLoggedAsDeletedAndAsAnError) {
 
 TEST_F(DeleteTest, SingleFileDeletionsUseTheirOwnFieldsAndMessages) {
   struct Case {
-    void (Engine::*del)(const std::string&, job&);
+    void (TestEngine::*del)(const std::string&, job&);
     std::int16_t id;
     const char* text;
   };
   const Case cases[] = {
-      {&Engine::DeleteSourceFile, 36, "Quelle gelöscht (Datei existiert): "},
-      {&Engine::DeleteZipSourceFile, 87, "Quelle gelöscht (Nach Zip-Kompression): "},
-      {&Engine::DeleteFile, 36, "Quelle gelöscht (Datei existiert): "},
+      {&TestEngine::DeleteSourceFile, 36, "Quelle gelöscht (Datei existiert): "},
+      {&TestEngine::DeleteZipSourceFile, 87, "Quelle gelöscht (Nach Zip-Kompression): "},
+      {&TestEngine::DeleteFile, 36, "Quelle gelöscht (Datei existiert): "},
   };
   // Each member reads its own recycle-bin and folder switches: only that pair is on.
   j.DelTypeSource = j.ZipDelCompBin = j.DelType = 0;
   for (const Case& c : cases) {
     rec.lines.clear();
     const std::string a = Source("x/a.txt", "a");
-    j.DelEFolSource = c.del == &Engine::DeleteSourceFile;
-    j.ZipDelCompBinFolder = c.del == &Engine::DeleteZipSourceFile;
-    j.DelEFol = c.del == &Engine::DeleteFile;
+    j.DelEFolSource = c.del == &TestEngine::DeleteSourceFile;
+    j.ZipDelCompBinFolder = c.del == &TestEngine::DeleteZipSourceFile;
+    j.DelEFol = c.del == &TestEngine::DeleteFile;
     (engine.*c.del)(a, j);
     EXPECT_EQ(Lines(), (std::vector<std::string>{c.text + a, "Verzeichnis gelöscht: " + Src("x")}));
     EXPECT_EQ(Ids().front(), c.id);

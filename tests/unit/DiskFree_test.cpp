@@ -79,7 +79,7 @@ class CheckFreeSpaceTest : public ::testing::Test {
   }
   TempDir dir;
   testing::CurrentDir cwd{dir.str()};  // error.log lands here
-  Engine e{Host{}};
+  Services e{Host{}};
   BoxAnswer answer = BoxAnswer::Abort;
   int asked = 0;
 };
@@ -87,34 +87,34 @@ class CheckFreeSpaceTest : public ::testing::Test {
 TEST_F(CheckFreeSpaceTest, BelowTheLimitOnly) {
   // The temporary folder has more than a megabyte free.
   std::int32_t limit = 0;
-  EXPECT_FALSE(e.CheckFreeSpace(limit, dir.str()));
+  EXPECT_FALSE(CheckFreeSpace(e, limit, dir.str()));
   EXPECT_EQ(limit, 1);  // 0 is taken as 1 megabyte, in the caller's value too
   limit = -5;
-  EXPECT_FALSE(e.CheckFreeSpace(limit, dir.str()));
+  EXPECT_FALSE(CheckFreeSpace(e, limit, dir.str()));
   EXPECT_EQ(limit, 1);
 
   // A drive that cannot be queried reports -1: below any limit, so the trigger fires.
   e.fs.faults().Arm(FaultOp::Statvfs, 1, EIO);
-  EXPECT_TRUE(e.CheckFreeSpace(limit, dir.str()));
+  EXPECT_TRUE(CheckFreeSpace(e, limit, dir.str()));
   e.fs.faults().Arm(FaultOp::Statvfs, 1, EIO);
   limit = 2047;
-  EXPECT_TRUE(e.CheckFreeSpace(limit, dir.str()));
+  EXPECT_TRUE(CheckFreeSpace(e, limit, dir.str()));
   EXPECT_EQ(asked, 0);
 }
 
 TEST_F(CheckFreeSpaceTest, LimitOf2048MegabytesOverflows) {
   std::int32_t limit = 2048;
   e.fs.faults().Arm(FaultOp::Statvfs, 1, EIO);
-  EXPECT_FALSE(e.CheckFreeSpace(limit, dir.str()));
+  EXPECT_FALSE(CheckFreeSpace(e, limit, dir.str()));
   EXPECT_EQ(asked, 1);
   EXPECT_NE(testing::ReadFile(dir / "error.log").find("#6 (Overflow)"), std::string::npos);
 
   // Going on regardless leaves the limit at 0, which only -1 is below.
   answer = BoxAnswer::Ignore;
   e.fs.faults().Arm(FaultOp::Statvfs, 1, EIO);
-  EXPECT_TRUE(e.CheckFreeSpace(limit, dir.str()));
+  EXPECT_TRUE(CheckFreeSpace(e, limit, dir.str()));
   limit = 100000;
-  EXPECT_FALSE(e.CheckFreeSpace(limit, dir.str()));
+  EXPECT_FALSE(CheckFreeSpace(e, limit, dir.str()));
   EXPECT_EQ(asked, 3);
 }
 

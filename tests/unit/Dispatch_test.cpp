@@ -100,37 +100,6 @@ TEST_F(Dispatch, FiltersRunInOrderOnTheSurvivorsOfEachOther) {
   EXPECT_FALSE(e.noFiles);
 }
 
-TEST_F(Dispatch, FileTimeSwitchFollowsTheDestinationTimeFields) {
-  struct Case {
-    std::int16_t action;
-    CheckState created, modified, access;
-    bool expected;
-  };
-  const Case cases[] = {{0, 0, 0, 0, false}, {0, 0, 1, 0, true},  {1, 1, 0, 0, true},
-                        {5, 0, 0, 1, true},  {0, 2, 2, 2, false}, {1, 2, 0, 0, false}};
-  for (const Case& c : cases) {
-    job j = MakeJob();
-    j.Action = c.action;
-    j.DoPreview = 1;
-    j.DestTCreated = c.created;
-    j.DestTModified = c.modified;
-    j.DestTAccess = c.access;
-    e.fileTime = !c.expected;
-    FileList list = {In("x")};
-    e.DoMoveCopySelection(list, j);
-    EXPECT_EQ(e.fileTime, c.expected) << c.action << c.created << c.modified << c.access;
-  }
-  // Other actions leave the switch as it was.
-  job j = MakeJob();
-  j.Action = 2;
-  j.DoPreview = 1;
-  j.DestTModified = 1;
-  e.fileTime = false;
-  FileList list = {In("x")};
-  e.DoMoveCopySelection(list, j);
-  EXPECT_FALSE(e.fileTime);
-}
-
 TEST_F(Dispatch, StopErasesTheListWithoutAWord) {
   FileList list = Make({"a.txt"}, "x");
   job j = MakeJob();

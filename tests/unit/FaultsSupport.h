@@ -4,7 +4,7 @@
 
 #include <orvKestrel/clsJobs.h>
 
-#include "engine/Engine.h"
+#include "support/TestEngine.h"
 #include "support/TestSupport.h"
 
 #include <fcntl.h>
@@ -226,7 +226,7 @@ class FaultRun {
     r.before = TreeSnapshot(root_);
     {
       CurrentDir here(root_);  // error.log
-      Engine e{Host{}};
+      TestEngine e{Host{}};
       FaultRecorder rec(e.fs.faults());
       e.events = &rec;
       e.fs.faults().Arm(op, n, err);

@@ -85,18 +85,6 @@ TEST_F(Filters, ZipFilterKeepsZipArchivesOnly) {
   EXPECT_EQ(Names(e.FilterZip(list, j)), (std::vector<std::string>{"a.zip", "B.ZIP"}));
 }
 
-TEST_F(Filters, AnEmptyResultSetsTheNoFilesFlag) {
-  FileList list = Make({"a.txt", "b.txt"});
-  job j = MakeJob();
-  e.noFiles = false;
-  EXPECT_TRUE(e.FilterZip(list, j).empty());
-  EXPECT_TRUE(e.noFiles);
-  e.noFiles = false;
-  FileList none;
-  EXPECT_TRUE(e.FilterDate(none, j).empty());
-  EXPECT_TRUE(e.noFiles);
-}
-
 TEST_F(Filters, AttributesAreDroppedOnlyOnExactEquality) {
   FileList list = Make({"plain", ".hidden", "ro", "hidro"});
   Chmod(In("ro"), 0444);

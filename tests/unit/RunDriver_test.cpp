@@ -6,7 +6,7 @@
 #include <filesystem>
 #include <functional>
 
-#include "engine/Engine.h"
+#include "support/TestEngine.h"
 #include "support/TestSupport.h"
 
 namespace orvKestrel {
@@ -14,6 +14,7 @@ namespace {
 
 using ::testing::ElementsAre;
 using testing::KeyValue;
+using testing::TestEngine;
 using testing::LocalTime;
 using testing::ReadFile;
 using testing::TempDir;
@@ -75,7 +76,7 @@ class RunDriverTest : public ::testing::Test {
   const std::string src = dir / "src";
   const std::string dst = dir / "dst";
   const std::string jobs = dir / "jobs/";
-  Engine e{Host{}};
+  TestEngine e{Host{}};
   Events ev;
   int errors = 0;
 };
@@ -296,22 +297,20 @@ TEST_F(RunDriverTest, OneJobNowWithoutStateOrEvents) {
 TEST_F(RunDriverTest, ClosingLineReadsTheFlagsOfTheFileStep) {
   Job("a", "");
   // The job-error flag survives into ExecuteOneJob: only ExecuteAllJobs clears it.
-  e.jobError = true;
+  e.driver.jobError = true;
   RunOne("a.kjb");
   EXPECT_THAT(ev.lines,
               ElementsAre(Line("a: Starte Auftrag", 3, true, true, false),
                           Line("a: Auftrag ausgeführt (mit Fehler)", 28, true, true, true)));
   EXPECT_TRUE(e.jobEndedWithError);
-  e.jobError = false;
+  e.driver.jobError = false;
   // Nothing to find: the file step reports it through the no-files flag.
   std::filesystem::create_directories(dir / "empty");
   WriteFile(jobs + "e.kjb",
             "[Job]\nName=e\nFrom=" + dir / "empty" + "\nTo=" + dst + "\nDoPreview=0\n");
-  e.noFiles = true;
   RunOne("e.kjb");
   EXPECT_THAT(ev.lines, ElementsAre(Line("e: Starte Auftrag", 3, true, true, false),
                                     Line("e: Keine Dateien gefunden", 7, true, true, true)));
-  EXPECT_FALSE(e.noFiles);
   EXPECT_FALSE(e.jobEndedWithError);
 }
 
@@ -374,7 +373,7 @@ TEST_F(RunDriverTest, FreeSpaceTriggerRunsOnlyBelowTheLimit) {
 }
 
 TEST(Events, CounterCarriesCountsAndEveryLineYieldsFirst) {
-  Engine e{Host{}};
+  TestEngine e{Host{}};
   int yields = 0;
   std::vector<int> yieldsAtLine;
   struct Recorder : testing::RecordingEvents {

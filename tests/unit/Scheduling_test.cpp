@@ -1,12 +1,13 @@
 #include <gtest/gtest.h>
 
-#include "engine/Engine.h"
+#include "support/TestEngine.h"
 #include "support/TestSupport.h"
 
 namespace orvKestrel {
 namespace {
 
 using testing::KeyValue;
+using testing::TestEngine;
 using testing::LocalTime;
 using testing::ReadFile;
 using testing::TempDir;
@@ -28,7 +29,7 @@ class ScheduleTest : public ::testing::Test {
 
   TempDir dir;
   testing::CurrentDir cwd{dir.str()};
-  Engine e{Host{}};
+  TestEngine e{Host{}};
   int errors = 0;
 };
 

@@ -2,7 +2,7 @@
 // job over a temporary folder, and files with chosen times and attributes.
 #pragma once
 
-#include "engine/Engine.h"
+#include "support/TestEngine.h"
 #include <gtest/gtest.h>
 #include "support/TestSupport.h"
 
@@ -63,7 +63,7 @@ class SelectionTest : public ::testing::Test {
 
   TempDir dir;
   RecordingEvents rec;
-  Engine e;
+  TestEngine e;
 };
 
 // Whether the temporary file system keeps user extended attributes.

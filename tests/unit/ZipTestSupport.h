@@ -89,7 +89,7 @@ inline std::vector<std::string> TempLeftovers(const std::string& folder) {
 
 }  // namespace orvKestrel::testing
 
-#include "engine/Engine.h"
+#include "support/TestEngine.h"
 
 #include <functional>
 
@@ -129,7 +129,7 @@ struct ZipEngine {
   std::string Archive() const { return Out("job.zip"); }
 
   TempDir dir;
-  Engine e{Host{}};
+  TestEngine e{Host{}};
   HookedEvents ev;
   job j;
   FileList files;

@@ -95,9 +95,11 @@ bool NoRoomFor(JobRun& run, Services& s, const std::string& source, const std::s
   }
   s.lastNoRoom = noRoom;
   if (noRoom && (op == "copy" || op == "move")) {
-    const int what = op == "copy" ? 26 : 27;
-    s.Log(10, s.T(10) + s.T(25) + DriveLabel(fs, dest) + ". " + s.T(what) + source, true, true,
-          false, false);
+    const int what = op == "copy" ? kMsgNotCopied : kMsgNotMoved;
+    s.Log(
+        kMsgError,
+        s.T(kMsgError) + s.T(kMsgNoRoomOnDrive) + DriveLabel(fs, dest) + ". " + s.T(what) + source,
+        true, true, false, false);
     run.jobError = true;
   }
   return noRoom;

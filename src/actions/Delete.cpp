@@ -15,7 +15,7 @@ void LogDeleteError(JobRun& run, Services& s, const std::string& path) {
   int number = 0;
   std::string description;
   DescribeCurrentException(number, description);
-  s.Log(10, s.T(10) + description + " - " + path, true, true, false, false);
+  s.Log(kMsgError, s.T(kMsgError) + description + " - " + path, true, true, false, false);
   run.jobError = true;
 }
 
@@ -98,7 +98,7 @@ void DeleteSourceFile(JobRun& run, Services& s, const std::string& sArray) {
   const job& job = run.Job();
   Proc p(s.trap, "clsKestrel", "Sub DeleteSourceFile",
          [&] { return ParamText({{"sArray", sArray}, {"job", kJobParam}}); });
-  DeleteSingle(run, s, sArray, job.DelTypeSource, job.DelEFolSource, 36);
+  DeleteSingle(run, s, sArray, job.DelTypeSource, job.DelEFolSource, kMsgSourceDeleted);
 }
 
 void DeleteSourceFileAsSeen(JobRun& run, Services& s, const std::string& sArray,
@@ -106,14 +106,15 @@ void DeleteSourceFileAsSeen(JobRun& run, Services& s, const std::string& sArray,
   const job& job = run.Job();
   Proc p(s.trap, "clsKestrel", "Sub DeleteSourceFile",
          [&] { return ParamText({{"sArray", sArray}, {"job", kJobParam}}); });
-  DeleteSingle(run, s, sArray, job.DelTypeSource, job.DelEFolSource, 36, &seen);
+  DeleteSingle(run, s, sArray, job.DelTypeSource, job.DelEFolSource, kMsgSourceDeleted, &seen);
 }
 
 void DeleteZipSourceFile(JobRun& run, Services& s, const std::string& sArray) {
   const job& job = run.Job();
   Proc p(s.trap, "clsKestrel", "Sub DeleteZipSourceFile",
          [&] { return ParamText({{"sArray", sArray}, {"job", kJobParam}}); });
-  DeleteSingle(run, s, sArray, job.ZipDelCompBin, job.ZipDelCompBinFolder, 87);
+  DeleteSingle(run, s, sArray, job.ZipDelCompBin, job.ZipDelCompBinFolder,
+               kMsgSourceDeletedAfterZip);
 }
 
 bool DeleteZipSourceVerified(JobRun& run, Services& s, const std::string& sArray,
@@ -123,26 +124,27 @@ bool DeleteZipSourceVerified(JobRun& run, Services& s, const std::string& sArray
          [&] { return ParamText({{"sArray", sArray}, {"job", kJobParam}}); });
   s.Yield();
   if (sArray.empty()) return false;
-  return DeleteOne(run, s, sArray, job.ZipDelCompBin, job.ZipDelCompBinFolder, 87, &read);
+  return DeleteOne(run, s, sArray, job.ZipDelCompBin, job.ZipDelCompBinFolder,
+                   kMsgSourceDeletedAfterZip, &read);
 }
 
 void DeleteFile(JobRun& run, Services& s, const std::string& sArray) {
   const job& job = run.Job();
   Proc p(s.trap, "clsKestrel", "Sub DeleteFile",
          [&] { return ParamText({{"sArray", sArray}, {"job", kJobParam}}); });
-  DeleteSingle(run, s, sArray, job.DelType, job.DelEFol, 36);
+  DeleteSingle(run, s, sArray, job.DelType, job.DelEFol, kMsgSourceDeleted);
 }
 
 void DeleteFiles(JobRun& run, Services& s, FileList& sArray) {
   Proc p(s.trap, "clsKestrel", "Sub DeleteFiles",
          [&] { return ParamText({{"sArray", kArrayParam}, {"job", kJobParam}}); });
-  DeleteList(run, s, sArray, 36);
+  DeleteList(run, s, sArray, kMsgSourceDeleted);
 }
 
 void DeleteSyncFiles(JobRun& run, Services& s, FileList& sArray) {
   Proc p(s.trap, "clsKestrel", "Sub DeleteSyncFiles",
          [&] { return ParamText({{"sArray", kArrayParam}, {"job", kJobParam}}); });
-  DeleteList(run, s, sArray, 94);
+  DeleteList(run, s, sArray, kMsgSyncDeleted);
 }
 
 // Upwards from the deleted file's folder, each folder that holds nothing at all (hidden entries
@@ -157,7 +159,7 @@ void RemoveEmptyFolders(Services& s, const std::string& deletedFile, job& job) {
   while (!actions::RelativeTo(folder, root).empty() && s.fs.FolderIsEmpty(folder)) {
     s.Yield();
     s.fs.RemoveFolder(folder);
-    s.Log(37, s.T(37) + folder, true, true, false, false);
+    s.Log(kMsgFolderDeleted, s.T(kMsgFolderDeleted) + folder, true, true, false, false);
     folder = paths::GetParentFolderName(folder);
   }
 }

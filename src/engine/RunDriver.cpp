@@ -37,18 +37,18 @@ double ToNumber(const std::string& text) {
 int PreviewKey(std::int16_t action) {
   switch (action) {
     case action::kCopy:
-      return 39;
+      return kMsgPreviewCopy;
     case action::kMove:
-      return 52;
+      return kMsgPreviewMove;
     case action::kDelete:
-      return 53;
+      return kMsgPreviewDelete;
     case action::kCompress:
-      return 30;
+      return kMsgCompressingCopy;
     case action::kExtract:
-      return 71;
+      return kMsgPreviewExtract;
     case action::kSync:
     case action::kSyncRemoval:
-      return 91;
+      return kMsgPreviewSync;
     default:
       return 0;
   }
@@ -99,9 +99,10 @@ bool RefuseUnsafeName(Engine& e, const job& j) {
   for (auto at = shown.find('\0'); at != std::string::npos; at = shown.find('\0', at)) {
     shown.replace(at, 1, "\\0");
   }
-  e.svc.Log(10, shown + ": " + e.svc.T(10) + "the job name \"" + shown +
+  e.svc.Log(kMsgError,
+            shown + ": " + e.svc.T(kMsgError) + "the job name \"" + shown +
                 "\" is not a plain file name; the job is not run",
-        true, true, false, false);
+            true, true, false, false);
   e.jobEndedWithError = true;
   return true;
 }
@@ -178,7 +179,9 @@ void DriveJob(Engine& e, job& j, std::int32_t i, const std::string& sJobDir,
     return;
   }
   if (state == sDeactivated || state == sErrDeactivated || state == sRunnedOnce) {
-    if (bVerbose) e.svc.Log(9, j.JobName + ": " + e.svc.T(9), true, true, false, false);
+    if (bVerbose)
+      e.svc.Log(kMsgJobDeactivated, j.JobName + ": " + e.svc.T(kMsgJobDeactivated), true, true,
+                false, false);
     return;
   }
   if (state == sOK || state == sRunOnce) {
@@ -190,7 +193,8 @@ void DriveJob(Engine& e, job& j, std::int32_t i, const std::string& sJobDir,
       e.ExecuteSingleJob(j, sJobDir, sLanguagePath, false, false);
     }
   } else if (bVerbose) {
-    e.svc.Log(8, j.JobName + ": " + e.svc.T(8), true, true, false, false);
+    e.svc.Log(kMsgPathsInvalid, j.JobName + ": " + e.svc.T(kMsgPathsInvalid), true, true, false,
+              false);
   }
   if (j.IntervalType == 0) e.WriteJobString("Job", "Counter", Num(j.Interval));
   if (status == sRunOnce) {
@@ -203,11 +207,11 @@ void DriveJob(Engine& e, job& j, std::int32_t i, const std::string& sJobDir,
 
 void StartLine(Services& s, job& job) {
   Proc p(s.trap, "clsKestrel", "Sub StartLine", [&] { return ParamText({{"job", kJobParam}}); });
-  const std::string head = job.JobName + ": " + s.T(3);
+  const std::string head = job.JobName + ": " + s.T(kMsgJobStart);
   if (job.DoPreview != 1) {
-    s.Log(3, head, true, true, false, false);
+    s.Log(kMsgJobStart, head, true, true, false, false);
   } else if (const int key = PreviewKey(job.Action); key != 0) {
-    s.Log(3, head + " - " + s.T(key), true, true, false, false);
+    s.Log(kMsgJobStart, head + " - " + s.T(key), true, true, false, false);
   }
 }
 
@@ -217,13 +221,14 @@ void EndLine(Engine& e, JobRun& run) {
   const job& job = run.Job();
   Proc p(s.trap, "clsKestrel", "Sub EndLine", [&] { return ParamText({{"job", kJobParam}}); });
   if (run.noFiles) {
-    s.Log(7, job.JobName + ": " + s.T(7), true, true, true, true);
+    s.Log(kMsgNoFiles, job.JobName + ": " + s.T(kMsgNoFiles), true, true, true, true);
     run.noFiles = false;
   } else if (run.jobError) {
     e.jobEndedWithError = true;
-    s.Log(28, job.JobName + ": " + s.T(28), true, true, true, true);
+    s.Log(kMsgJobDoneWithErrors, job.JobName + ": " + s.T(kMsgJobDoneWithErrors), true, true, true,
+          true);
   } else {
-    s.Log(6, job.JobName + ": " + s.T(6), true, true, true, true);
+    s.Log(kMsgJobDone, job.JobName + ": " + s.T(kMsgJobDone), true, true, true, true);
   }
 }
 
@@ -363,14 +368,18 @@ void Engine::ExecuteSingleJob(job& job, const std::string& sJobDir,
   const bool active = job.Inactive == 0;
   if (bStartInactive) job.Inactive = 0;  // after the decision: it does not activate this run
   if (!active) {
-    if (bVerbose) svc.Log(9, job.JobName + ": " + svc.T(9), true, true, false, false);
+    if (bVerbose)
+      svc.Log(kMsgJobDeactivated, job.JobName + ": " + svc.T(kMsgJobDeactivated), true, true, false,
+              false);
     return;
   }
   const bool pathsOk =
       svc.fs.FolderExists(job.From) &&
       (job.Action == action::kDelete || svc.fs.FolderExists(job.To));
   if (!pathsOk) {
-    if (bVerbose) svc.Log(8, job.JobName + ": " + svc.T(8), true, true, false, false);
+    if (bVerbose)
+      svc.Log(kMsgPathsInvalid, job.JobName + ": " + svc.T(kMsgPathsInvalid), true, true, false,
+              false);
     return;
   }
   if (!svc.Stopped()) {
@@ -393,7 +402,7 @@ void Engine::ExecuteSingleJob(job& job, const std::string& sJobDir,
       return;
     }
   }
-  svc.Log(2, job.JobName + ": " + svc.T(2), true, true, true, true);
+  svc.Log(kMsgCancelled, job.JobName + ": " + svc.T(kMsgCancelled), true, true, true, true);
 }
 
 }  // namespace orvKestrel

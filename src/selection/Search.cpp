@@ -61,7 +61,7 @@ bool PatternsCompile(Services& s, P& proc, const job& job) {
       }
     });
     if (!compiled) {
-      s.Log(10, job.JobName + ": " + s.T(10) + why, true, true, false, false);
+      s.Log(kMsgError, job.JobName + ": " + s.T(kMsgError) + why, true, true, false, false);
       return false;
     }
   }
@@ -157,7 +157,7 @@ void Search(JobRun& run, Services& s, bool bAll, bool bOpposite) {
   s.regex = std::make_unique<RegExpCache>();
   run.files.clear();
   run.noFiles = false;
-  s.Log(16, s.T(16), true, true, false, false);
+  s.Log(kMsgSearching, s.T(kMsgSearching), true, true, false, false);
   if (job.DoFolderMatch == 1 || job.DoFolderMatch == 2) {
     CleanFolderPattern(s, job.FolderMatch, job.UseFolderRegEx != 0);
   }
@@ -210,7 +210,7 @@ void FindFiles(JobRun& run, Services& s, const std::string& vsFolderPath,
     s.Yield();
     if (s.Stopped()) return;
     const std::string sub = folder + entry.name;
-    s.Log(16, s.T(16) + " " + sub, true, false, true, false);
+    s.Log(kMsgSearching, s.T(kMsgSearching) + " " + sub, true, false, true, false);
     if (job.NoHidenFolderScan == 1 || job.NoSystemFolderScan == 1 ||
         job.NoReadOnlyFolderScan == 1) {
       bool skip = false;

@@ -122,7 +122,7 @@ void SearchSync(JobRun& run, Services& s, bool bAll) {
   }
   if (job.SyncDelete == 1 && job.OnlyCompare == 0) FileCleanUp(run, s, bAll);
   job.Action = action::kSync;
-  s.Log(16, s.T(16), true, true, false, false);
+  s.Log(kMsgSearching, s.T(kMsgSearching), true, true, false, false);
   CheckSync(run, s);
   FileList second = Walk(run, s, job.From, bAll);
   if (second.empty() || s.Stopped()) {

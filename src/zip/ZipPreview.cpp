@@ -15,7 +15,7 @@ using zipcommon::BaseFolder;
 
 // Only Exist 1 previews deletions; ZipDelComp is not consulted here, on purpose.
 void PreviewDeletion(Services& s, const job& job, const std::string& file) {
-  if (job.Exist == 1) s.Log(47, s.T(47) + file, true, true, false);
+  if (job.Exist == 1) s.Log(kMsgWouldDelete, s.T(kMsgWouldDelete) + file, true, true, false);
 }
 
 template <class P>
@@ -34,7 +34,7 @@ void PreviewAll(Services& s, P& p, FileList& sArray, job& job) {
     std::uint32_t saved = 0;
     if (!zipcommon::ClearHidden(s, p, file, saved)) return;
     if (!zipcommon::RestoreHidden(s, p, file, saved)) return;
-    s.Log(51, s.T(51) + file + s.T(14) + archive, true, true, false);
+    s.Log(kMsgWouldAdd, s.T(kMsgWouldAdd) + file + s.T(kMsgTo) + archive, true, true, false);
     PreviewDeletion(s, job, file);
   }
 }
@@ -53,7 +53,8 @@ void PreviewSingle(Services& s, P& p, FileList& sArray, job& job) {
     std::uint32_t saved = 0;
     if (!zipcommon::ClearHidden(s, p, file, saved)) return;
     if (!zipcommon::RestoreHidden(s, p, file, saved)) return;
-    s.Log(49, s.T(49) + file + s.T(14) + archive, true, true, false);
+    s.Log(kMsgZipWouldBeCreated, s.T(kMsgZipWouldBeCreated) + file + s.T(kMsgTo) + archive, true,
+          true, false);
     PreviewDeletion(s, job, file);
   }
 }

@@ -40,6 +40,7 @@
 #include "actions/Actions.h"
 #include "actions/Transfer.h"
 #include "actions/modCheckExistingFiles.h"
+#include "engine/Traced.h"
 #include "jobs/JobCodes.h"
 #include "platform/Paths.h"
 #include "selection/Selection.h"
@@ -239,9 +240,7 @@ void DeletePreviewList(JobRun& run, Services& s, FileList& list, int msg,
 
 void Preview(JobRun& run, Services& s, FileList& sArray, const std::string& mode) {
   job& job = run.Job();
-  Proc p(s.trap, "clsKestrel", "Sub Preview", [&] {
-    return ParamText({{"sArray", kArrayParam}, {"job", kJobParam}, {"mode", mode}});
-  });
+  Proc p(s.trap, Traced(__func__), "sArray", sArray, "job", job, "mode", mode);
   const Kind kind = mode == "Move" ? Kind::Move : Kind::Copy;
   const bool syncing = job.Action == action::kSync;
   if (syncing && run.syncPass == 2) {
@@ -278,14 +277,12 @@ void Preview(JobRun& run, Services& s, FileList& sArray, const std::string& mode
 }
 
 void DeleteFilesPreview(JobRun& run, Services& s, FileList& sArray) {
-  Proc p(s.trap, "clsKestrel", "Sub DeleteFilesPreview",
-         [&] { return ParamText({{"sArray", kArrayParam}, {"job", kJobParam}}); });
+  Proc p(s.trap, Traced(__func__), "sArray", sArray, "job", run.Job());
   DeletePreviewList(run, s, sArray, kMsgWouldDelete, run.Job().From);
 }
 
 void DeleteSyncFilesPreview(JobRun& run, Services& s, FileList& sArray) {
-  Proc p(s.trap, "clsKestrel", "Sub DeleteSyncFilesPreview",
-         [&] { return ParamText({{"sArray", kArrayParam}, {"job", kJobParam}}); });
+  Proc p(s.trap, Traced(__func__), "sArray", sArray, "job", run.Job());
   DeletePreviewList(run, s, sArray, kMsgSyncWouldDelete, run.Job().To);
 }
 

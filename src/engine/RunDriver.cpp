@@ -1,6 +1,7 @@
 // The run driver: every due job of a folder (ExecuteAllJobs), one named job (ExecuteOneJob), a
 // job's state (CheckStatus) and the run of one job record from start to end (ExecuteSingleJob).
 #include "engine/Engine.h"
+#include "engine/Traced.h"
 #include "selection/Selection.h"
 
 #include "jobs/JobCodes.h"
@@ -113,9 +114,7 @@ bool MarkedDeactivated(const job& j) {
 }
 
 void DecideDue(Engine& e, job& j, bool& due) {
-  Proc p(e.svc.trap, "clsKestrel", "Sub DecideDue", [&] {
-    return ParamText({{"job", kJobParam}, {"bDue", BoolText(due)}});
-  });
+  Proc p(e.svc.trap, Traced(__func__), "job", j, "bDue", due);
   if (j.IntervalType == 0) {
     due = true;
   } else if (j.IntervalType == 1 && !MarkedDeactivated(j)) {
@@ -148,12 +147,8 @@ void DecideDue(Engine& e, job& j, bool& due) {
 
 void DriveJob(Engine& e, job& j, std::int32_t i, const std::string& sJobDir,
               const std::string& sLanguagePath, bool bVerbose, bool& due) {
-  Proc p(e.svc.trap, "clsKestrel", "Sub DriveJob", [&] {
-    return ParamText({{"job", kJobParam},
-                      {"lIndex", Num(i)},
-                      {"sJobDir", sJobDir},
-                      {"bVerbose", BoolText(bVerbose)}});
-  });
+  Proc p(e.svc.trap, Traced(__func__), "job", j, "lIndex", i, "sJobDir", sJobDir, "bVerbose",
+         bVerbose);
   if (RefuseUnsafeName(e, j)) return;
   const std::string fileName = j.JobName + ".kjb";
   // Named after the job, not after the file it was read from.
@@ -206,7 +201,7 @@ void DriveJob(Engine& e, job& j, std::int32_t i, const std::string& sJobDir,
 }
 
 void StartLine(Services& s, job& job) {
-  Proc p(s.trap, "clsKestrel", "Sub StartLine", [&] { return ParamText({{"job", kJobParam}}); });
+  Proc p(s.trap, Traced(__func__), "job", job);
   const std::string head = job.JobName + ": " + s.T(kMsgJobStart);
   if (job.DoPreview != 1) {
     s.Log(kMsgJobStart, head, true, true, false, false);
@@ -219,7 +214,7 @@ void StartLine(Services& s, job& job) {
 void EndLine(Engine& e, JobRun& run) {
   Services& s = e.svc;
   const job& job = run.Job();
-  Proc p(s.trap, "clsKestrel", "Sub EndLine", [&] { return ParamText({{"job", kJobParam}}); });
+  Proc p(s.trap, Traced(__func__), "job", job);
   if (run.noFiles) {
     s.Log(kMsgNoFiles, job.JobName + ": " + s.T(kMsgNoFiles), true, true, true, true);
     run.noFiles = false;
@@ -235,9 +230,7 @@ void EndLine(Engine& e, JobRun& run) {
 }  // namespace
 
 std::vector<job> Engine::GetJobs(const std::string& sJobDir, const std::string& sFile) {
-  Proc p(svc.trap, "clsKestrel", "Function GetJobs", [&] {
-    return ParamText({{"sJobDir", sJobDir}, {"sFile", Opt(sFile)}});
-  });
+  Proc p(svc.trap, Traced(__func__), "sJobDir", sJobDir, "sFile", Optional(sFile));
   std::vector<job> jobs;
   p.Do([&] { jobs = ReadJobs(svc.fs, svc.trap, svc.host, sJobDir, sFile, &jobFileUnreadable); });
   return jobs;
@@ -250,28 +243,20 @@ void Engine::WriteJobString(const std::string& section, const std::string& Name,
 
 void WriteJobString(Services& s, const std::string& jobFile, const std::string& section,
                     const std::string& Name, const std::string& Value) {
-  Proc p(s.trap, "modIniHandler", "Sub WriteJobString", [&] {
-    return ParamText({{"section", section},
-                      {"Name", Name},
-                      {"Value", Value},
-                      {"m_sCurrJobFile", jobFile}});
-  });
+  Proc p(s.trap, Traced(__func__), "section", section, "Name", Name, "Value", Value,
+         "m_sCurrJobFile", jobFile);
   if (s.dryRun) return;
   p.Do([&] { orvKestrel::WriteJobString(s.fs, section, Name, Value, jobFile); });
 }
 
 void Engine::RunExternalProgram(job& job) {
-  Proc p(svc.trap, "clsKestrel", "Sub RunExternalProgram", [&] {
-    return ParamText({{"job", kJobParam}});
-  });
+  Proc p(svc.trap, Traced(__func__), "job", job);
   if (svc.dryRun) return;
   p.Do([&] { clsCmd(svc.host, svc.trap).ShellAndWait(job); });
 }
 
 JobState Engine::CheckStatus(job& job, const std::string& sDel) {
-  Proc p(svc.trap, "clsKestrel", "Function CheckStatus", [&] {
-    return ParamText({{"job", kJobParam}, {"sDel", Opt(sDel)}});
-  });
+  Proc p(svc.trap, Traced(__func__), "job", job, "sDel", Optional(sDel));
   if (job.Inactive == 1) return sDeactivated;
   if (sDel != "Delete") {
     if (!svc.fs.FolderExists(job.From) || !svc.fs.FolderExists(job.To)) return sError;
@@ -297,13 +282,9 @@ void Engine::BeginCall() {
 
 void Engine::ExecuteAllJobs(const std::string& sJobDir, const std::string& sLanguagePath,
                             bool bVerbose, bool bDoPreview, bool bFilterRegExp) {
-  Proc p(svc.trap, "clsKestrel", "Sub ExecuteAllJobs", [&] {
-    return ParamText({{"sJobDir", sJobDir},
-                      {"sLanguagePath", sLanguagePath},
-                      {"bVerbose", Opt(BoolText(bVerbose))},
-                      {"bDoPreview", Opt(BoolText(bDoPreview))},
-                      {"bFilterRegExp", Opt(BoolText(bFilterRegExp))}});
-  });
+  Proc p(svc.trap, Traced(__func__), "sJobDir", sJobDir, "sLanguagePath", sLanguagePath, "bVerbose",
+         Optional(bVerbose), "bDoPreview", Optional(bDoPreview), "bFilterRegExp",
+         Optional(bFilterRegExp));
   LoadLogMessages(sLanguagePath);
   SetMsgIDs();
   catalogueLoaded = true;
@@ -331,13 +312,9 @@ void Engine::ExecuteAllJobs(const std::string& sJobDir, const std::string& sLang
 void Engine::ExecuteOneJob(const std::string& sFile, const std::string& sJobDir,
                            const std::string& sLanguagePath, bool bStartInactive,
                            bool bFilterRegEx) {
-  Proc p(svc.trap, "clsKestrel", "Sub ExecuteOneJob", [&] {
-    return ParamText({{"sFile", sFile},
-                      {"sJobDir", sJobDir},
-                      {"sLanguagePath", Opt(sLanguagePath)},
-                      {"bStartInactive", Opt(BoolText(bStartInactive))},
-                      {"bFilterRegEx", Opt(BoolText(bFilterRegEx))}});
-  });
+  Proc p(svc.trap, Traced(__func__), "sFile", sFile, "sJobDir", sJobDir, "sLanguagePath",
+         Optional(sLanguagePath), "bStartInactive", Optional(bStartInactive), "bFilterRegEx",
+         Optional(bFilterRegEx));
   svc.stop.store(false);
   svc.filterRegExp = bFilterRegEx;
   BeginCall();
@@ -352,13 +329,8 @@ void Engine::ExecuteOneJob(const std::string& sFile, const std::string& sJobDir,
 void Engine::ExecuteSingleJob(job& job, const std::string& sJobDir,
                               const std::string& sLanguagePath, bool bStartInactive,
                               bool bVerbose) {
-  Proc p(svc.trap, "clsKestrel", "Sub ExecuteSingleJob", [&] {
-    return ParamText({{"job", kJobParam},
-                      {"sJobDir", sJobDir},
-                      {"sLanguagePath", sLanguagePath},
-                      {"bStartInactive", BoolText(bStartInactive)},
-                      {"bVerbose", BoolText(bVerbose)}});
-  });
+  Proc p(svc.trap, Traced(__func__), "job", job, "sJobDir", sJobDir, "sLanguagePath", sLanguagePath,
+         "bStartInactive", bStartInactive, "bVerbose", bVerbose);
   if (!catalogueLoaded) {
     LoadLogMessages(sLanguagePath);
     SetMsgIDs();

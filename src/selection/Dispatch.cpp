@@ -1,6 +1,7 @@
 // The way from the walk's list to the action: the filters in their fixed order, then the one
 // procedure of the job's action (or its preview). The list is consumed on every way out.
 #include "actions/Actions.h"
+#include "engine/Traced.h"
 #include "jobs/JobCodes.h"
 #include "selection/Selection.h"
 #include "zip/Zip.h"
@@ -23,8 +24,7 @@ bool SetsFileTimes(const job& job) {
 
 void ProcessFiles(JobRun& run, Services& s, FileList& sArray) {
   job& job = run.Job();
-  Proc p(s.trap, "clsKestrel", "Sub ProcessFiles",
-         [&] { return ParamText({{"sArray", kArrayParam}, {"job", kJobParam}}); });
+  Proc p(s.trap, Traced(__func__), "sArray", sArray, "job", job);
   if (s.Stopped()) {
     sArray.clear();
     return;
@@ -56,8 +56,7 @@ void ProcessFiles(JobRun& run, Services& s, FileList& sArray) {
 
 void DoMoveCopySelection(JobRun& run, Services& s, FileList& sArray) {
   job& job = run.Job();
-  Proc p(s.trap, "clsKestrel", "Sub DoMoveCopySelection",
-         [&] { return ParamText({{"sArray", kArrayParam}, {"job", kJobParam}}); });
+  Proc p(s.trap, Traced(__func__), "sArray", sArray, "job", job);
   s.Yield();
   if (s.Stopped()) {
     sArray.clear();

@@ -11,9 +11,10 @@
 // a file that changed while it was read is left out of the archive. Nothing this run wrote is
 // replaced by this run: such a file is refused with an error line and kept.
 #include "actions/Actions.h"
+#include "engine/Traced.h"
+#include "platform/Paths.h"
 #include "selection/Selection.h"
 #include "zip/Zip.h"
-#include "platform/Paths.h"
 #include "zip/ZipCommon.h"
 #include "zip/modZIP32vb.h"
 
@@ -167,8 +168,7 @@ void ZipSingle(JobRun& run, Services& s, P& p, FileList& sArray) {
 
 void Zip_Files(JobRun& run, Services& s, FileList& sArray) {
   job& job = run.Job();
-  Proc p(s.trap, "clsKestrel", "Sub Zip_Files",
-         [&] { return ParamText({{"sArray", kArrayParam}, {"job", kJobParam}}); });
+  Proc p(s.trap, Traced(__func__), "sArray", sArray, "job", job);
   if (s.dryRun) return Zip_Preview(run, s, sArray);  // a dry run changes no file
   if (sArray.empty()) return;
   if (!zipcommon::LeaveOutOwnArchives(s, sArray, job)) {
@@ -188,9 +188,7 @@ void Zip_Files(JobRun& run, Services& s, FileList& sArray) {
 std::string GetZipFileName(JobRun& run, Services& s, const std::string& Mode,
                            const std::string& sFile) {
   job& job = run.Job();
-  Proc p(s.trap, "clsKestrel", "Function GetZipFileName", [&] {
-    return ParamText({{"job", kJobParam}, {"Mode", Mode}, {"sFile", Opt(sFile)}});
-  });
+  Proc p(s.trap, Traced(__func__), "job", job, "Mode", Mode, "sFile", Optional(sFile));
   std::string archive = zipcommon::ArchiveFor(s, p, job, Mode, sFile, false);
   if (!archive.empty()) TidyFolder(run, s, paths::GetParentFolderName(archive));
   return archive;

@@ -10,11 +10,12 @@
 // when the error lines already tell why nothing was extracted (damaged or tampered data, unsafe
 // entries), that guess is left out.
 #include "actions/Actions.h"
-#include "selection/Selection.h"
-#include "zip/Zip.h"
+#include "engine/Traced.h"
 #include "platform/Paths.h"
 #include "platform/SysError.h"
+#include "selection/Selection.h"
 #include "selection/modDetermineFileType.h"
+#include "zip/Zip.h"
 #include "zip/modZIP32vb.h"
 
 #include <cerrno>
@@ -170,8 +171,7 @@ void PreviewArchive(Services& s, const job& job, const std::string& file,
 
 void UnZip_Files(JobRun& run, Services& s, FileList& sArray) {
   job& job = run.Job();
-  Proc p(s.trap, "clsKestrel", "Sub UnZip_Files",
-         [&] { return ParamText({{"sArray", kArrayParam}, {"job", kJobParam}}); });
+  Proc p(s.trap, Traced(__func__), "sArray", sArray, "job", job);
   if (sArray.empty()) return;
   const bool preview = job.DoPreview != 0 || s.dryRun;
   const auto n = static_cast<std::int32_t>(sArray.size()) - 1;
@@ -239,9 +239,7 @@ void UnZip_Files(JobRun& run, Services& s, FileList& sArray) {
 
 std::int32_t UnZipFile(Services& s, const std::string& sZipFile, job& job,
                        const std::string& sDestPath) {
-  Proc p(s.trap, "clsKestrel", "Function UnZipFile", [&] {
-    return ParamText({{"sZipFile", sZipFile}, {"job", kJobParam}, {"sDestPath", sDestPath}});
-  });
+  Proc p(s.trap, Traced(__func__), "sZipFile", sZipFile, "job", job, "sDestPath", sDestPath);
   std::int32_t mode = 0;
   switch (job.DestZipExist) {
     case 0: mode = 2; break;

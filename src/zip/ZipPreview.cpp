@@ -2,9 +2,10 @@
 // done. No archive is made, changed or deleted and no source file is deleted; only the brief
 // attribute change of an exactly-hidden file is carried out (not in a dry run).
 #include "actions/Actions.h"
+#include "engine/Traced.h"
+#include "platform/Paths.h"
 #include "selection/Selection.h"
 #include "zip/Zip.h"
-#include "platform/Paths.h"
 #include "zip/ZipCommon.h"
 #include "zip/modZIP32vb.h"
 
@@ -63,8 +64,7 @@ void PreviewSingle(Services& s, P& p, FileList& sArray, job& job) {
 
 void Zip_Preview(JobRun& run, Services& s, FileList& sArray) {
   job& job = run.Job();
-  Proc p(s.trap, "clsKestrel", "Sub Zip_Preview",
-         [&] { return ParamText({{"sArray", kArrayParam}, {"job", kJobParam}}); });
+  Proc p(s.trap, Traced(__func__), "sArray", sArray, "job", job);
   if (sArray.empty()) return;
   if (!zipcommon::LeaveOutOwnArchives(s, sArray, job)) {
     run.noFiles = true;
@@ -81,9 +81,7 @@ void Zip_Preview(JobRun& run, Services& s, FileList& sArray) {
 
 std::string GetZipFileNamePreview(Services& s, job& job, const std::string& Mode,
                                   const std::string& sFile) {
-  Proc p(s.trap, "clsKestrel", "Function GetZipFileNamePreview", [&] {
-    return ParamText({{"job", kJobParam}, {"Mode", Mode}, {"sFile", Opt(sFile)}});
-  });
+  Proc p(s.trap, Traced(__func__), "job", job, "Mode", Mode, "sFile", Optional(sFile));
   return zipcommon::ArchiveFor(s, p, job, Mode, sFile, true);
 }
 

@@ -2,6 +2,7 @@
 // copy and move make before each file.
 #include "actions/Actions.h"
 #include "actions/Transfer.h"
+#include "engine/Traced.h"
 #include "platform/Paths.h"
 #include "platform/SysError.h"
 
@@ -10,17 +11,13 @@
 namespace orvKestrel {
 
 void CopyFiles(JobRun& run, Services& s, FileList& sArray) {
-  Proc p(s.trap, "clsKestrel", "Sub CopyFiles",
-         [&] { return ParamText({{"sArray", kArrayParam}, {"job", kJobParam}}); });
+  Proc p(s.trap, Traced(__func__), "sArray", sArray, "job", run.Job());
   actions::TransferFiles(run, s, sArray, actions::Kind::Copy);
 }
 
 std::string GetValidPathName(Services& s, job& job, const std::string& sSourcePath,
                              bool bIsZip) {
-  Proc p(s.trap, "clsKestrel", "Function GetValidPathName", [&] {
-    return ParamText({{"job", kJobParam}, {"sSourcePath", sSourcePath},
-                      {"bIsZip", BoolText(bIsZip)}});
-  });
+  Proc p(s.trap, Traced(__func__), "job", job, "sSourcePath", sSourcePath, "bIsZip", bIsZip);
   std::string path;
   p.Do([&] { path = actions::ValidPathName(s, job, sSourcePath, bIsZip, false); });
   return path;
@@ -75,10 +72,8 @@ std::optional<std::int64_t> ExistingLength(FileSystem& fs, const std::string& pa
 bool NoRoomFor(JobRun& run, Services& s, const std::string& source, const std::string& op,
                const std::string& dest, bool replacing) {
   FileSystem& fs = s.fs;
-  Proc p(s.trap, "clsKestrel", "Function NoRoomFor", [&] {
-    return ParamText({{"source", source}, {"op", op}, {"dest", dest},
-                      {"replacing", BoolText(replacing)}});
-  });
+  Proc p(s.trap, Traced(__func__), "source", source, "op", op, "dest", dest, "replacing",
+         replacing);
   if (s.noSizeCheck) return false;
   bool noRoom = s.lastNoRoom;
   if (replacing) {
@@ -95,9 +90,11 @@ bool NoRoomFor(JobRun& run, Services& s, const std::string& source, const std::s
   }
   s.lastNoRoom = noRoom;
   if (noRoom && (op == "copy" || op == "move")) {
-    const int what = op == "copy" ? 26 : 27;
-    s.Log(10, s.T(10) + s.T(25) + DriveLabel(fs, dest) + ". " + s.T(what) + source, true, true,
-          false, false);
+    const int what = op == "copy" ? kMsgNotCopied : kMsgNotMoved;
+    s.Log(
+        kMsgError,
+        s.T(kMsgError) + s.T(kMsgNoRoomOnDrive) + DriveLabel(fs, dest) + ". " + s.T(what) + source,
+        true, true, false, false);
     run.jobError = true;
   }
   return noRoom;

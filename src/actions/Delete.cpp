@@ -3,6 +3,7 @@
 // that such deletions leave empty.
 #include "actions/Actions.h"
 #include "actions/Transfer.h"
+#include "engine/Traced.h"
 #include "platform/Paths.h"
 #include "platform/SysError.h"
 
@@ -15,7 +16,7 @@ void LogDeleteError(JobRun& run, Services& s, const std::string& path) {
   int number = 0;
   std::string description;
   DescribeCurrentException(number, description);
-  s.Log(10, s.T(10) + description + " - " + path, true, true, false, false);
+  s.Log(kMsgError, s.T(kMsgError) + description + " - " + path, true, true, false, false);
   run.jobError = true;
 }
 
@@ -80,11 +81,9 @@ void DeleteList(JobRun& run, Services& s, FileList& list, int msg) {
 }  // namespace
 
 bool Kill(Services& s, const std::string& Files, std::string* failure) {
-  Proc p(s.trap, "clsKestrel", "Function Kill", [&] {
-    return ParamText({{"Files", Files}, {"AllowUndo", Opt("True")}, {"ShowProgress", Opt("False")},
-                      {"Confirmation", Opt("False")}, {"Simple", Opt("True")},
-                      {"SysErrors", Opt("False")}, {"Hwnd", Opt("0")}, {"UserAborts", "<Missing>"}});
-  });
+  Proc p(s.trap, Traced(__func__), "Files", Files, "AllowUndo", Optional("True"), "ShowProgress",
+         Optional("False"), "Confirmation", Optional("False"), "Simple", Optional("True"),
+         "SysErrors", Optional("False"), "Hwnd", Optional("0"), "UserAborts", "<Missing>");
   try {
     s.fs.Trash(Files);
     return true;
@@ -96,76 +95,69 @@ bool Kill(Services& s, const std::string& Files, std::string* failure) {
 
 void DeleteSourceFile(JobRun& run, Services& s, const std::string& sArray) {
   const job& job = run.Job();
-  Proc p(s.trap, "clsKestrel", "Sub DeleteSourceFile",
-         [&] { return ParamText({{"sArray", sArray}, {"job", kJobParam}}); });
-  DeleteSingle(run, s, sArray, job.DelTypeSource, job.DelEFolSource, 36);
+  Proc p(s.trap, Traced(__func__), "sArray", sArray, "job", job);
+  DeleteSingle(run, s, sArray, job.DelTypeSource, job.DelEFolSource, kMsgSourceDeleted);
 }
 
 void DeleteSourceFileAsSeen(JobRun& run, Services& s, const std::string& sArray,
                             const FileIdentity& seen) {
   const job& job = run.Job();
-  Proc p(s.trap, "clsKestrel", "Sub DeleteSourceFile",
-         [&] { return ParamText({{"sArray", sArray}, {"job", kJobParam}}); });
-  DeleteSingle(run, s, sArray, job.DelTypeSource, job.DelEFolSource, 36, &seen);
+  Proc p(s.trap, Traced("DeleteSourceFile"), "sArray", sArray, "job", job);
+  DeleteSingle(run, s, sArray, job.DelTypeSource, job.DelEFolSource, kMsgSourceDeleted, &seen);
 }
 
 void DeleteZipSourceFile(JobRun& run, Services& s, const std::string& sArray) {
   const job& job = run.Job();
-  Proc p(s.trap, "clsKestrel", "Sub DeleteZipSourceFile",
-         [&] { return ParamText({{"sArray", sArray}, {"job", kJobParam}}); });
-  DeleteSingle(run, s, sArray, job.ZipDelCompBin, job.ZipDelCompBinFolder, 87);
+  Proc p(s.trap, Traced(__func__), "sArray", sArray, "job", job);
+  DeleteSingle(run, s, sArray, job.ZipDelCompBin, job.ZipDelCompBinFolder,
+               kMsgSourceDeletedAfterZip);
 }
 
 bool DeleteZipSourceVerified(JobRun& run, Services& s, const std::string& sArray,
                              const FileIdentity& read) {
   const job& job = run.Job();
-  Proc p(s.trap, "clsKestrel", "Sub DeleteZipSourceFile",
-         [&] { return ParamText({{"sArray", sArray}, {"job", kJobParam}}); });
+  Proc p(s.trap, Traced("DeleteZipSourceFile"), "sArray", sArray, "job", job);
   s.Yield();
   if (sArray.empty()) return false;
-  return DeleteOne(run, s, sArray, job.ZipDelCompBin, job.ZipDelCompBinFolder, 87, &read);
+  return DeleteOne(run, s, sArray, job.ZipDelCompBin, job.ZipDelCompBinFolder,
+                   kMsgSourceDeletedAfterZip, &read);
 }
 
 void DeleteFile(JobRun& run, Services& s, const std::string& sArray) {
   const job& job = run.Job();
-  Proc p(s.trap, "clsKestrel", "Sub DeleteFile",
-         [&] { return ParamText({{"sArray", sArray}, {"job", kJobParam}}); });
-  DeleteSingle(run, s, sArray, job.DelType, job.DelEFol, 36);
+  Proc p(s.trap, Traced(__func__), "sArray", sArray, "job", job);
+  DeleteSingle(run, s, sArray, job.DelType, job.DelEFol, kMsgSourceDeleted);
 }
 
 void DeleteFiles(JobRun& run, Services& s, FileList& sArray) {
-  Proc p(s.trap, "clsKestrel", "Sub DeleteFiles",
-         [&] { return ParamText({{"sArray", kArrayParam}, {"job", kJobParam}}); });
-  DeleteList(run, s, sArray, 36);
+  Proc p(s.trap, Traced(__func__), "sArray", sArray, "job", run.Job());
+  DeleteList(run, s, sArray, kMsgSourceDeleted);
 }
 
 void DeleteSyncFiles(JobRun& run, Services& s, FileList& sArray) {
-  Proc p(s.trap, "clsKestrel", "Sub DeleteSyncFiles",
-         [&] { return ParamText({{"sArray", kArrayParam}, {"job", kJobParam}}); });
-  DeleteList(run, s, sArray, 94);
+  Proc p(s.trap, Traced(__func__), "sArray", sArray, "job", run.Job());
+  DeleteList(run, s, sArray, kMsgSyncDeleted);
 }
 
 // Upwards from the deleted file's folder, each folder that holds nothing at all (hidden entries
 // count) is removed, up to but never including the job's From, or To for the files that a
 // synchronisation removes from its secondary folder. Errors go to the caller's file handler.
 void RemoveEmptyFolders(Services& s, const std::string& deletedFile, job& job) {
-  Proc p(s.trap, "clsKestrel", "Sub RemoveEmptyFolders",
-         [&] { return ParamText({{"deletedFile", deletedFile}, {"job", kJobParam}}); });
+  Proc p(s.trap, Traced(__func__), "deletedFile", deletedFile, "job", job);
   const std::string root = actions::CleanUpRoot(deletedFile, job);
   if (root.empty()) return;
   std::string folder = paths::GetParentFolderName(paths::GetAbsolutePathName(deletedFile));
   while (!actions::RelativeTo(folder, root).empty() && s.fs.FolderIsEmpty(folder)) {
     s.Yield();
     s.fs.RemoveFolder(folder);
-    s.Log(37, s.T(37) + folder, true, true, false, false);
+    s.Log(kMsgFolderDeleted, s.T(kMsgFolderDeleted) + folder, true, true, false, false);
     folder = paths::GetParentFolderName(folder);
   }
 }
 
 // One level only, and by size: a folder whose remaining files are all empty goes with them.
 void CheckEmptyFolder(Services& s, const std::string& sPath, job& job) {
-  Proc p(s.trap, "clsKestrel", "Sub CheckEmptyFolder",
-         [&] { return ParamText({{"sPath", sPath}, {"job", kJobParam}}); });
+  Proc p(s.trap, Traced(__func__), "sPath", sPath, "job", job);
   // From itself, or anything not below the job's folders, is never removed.
   const std::string root = actions::CleanUpRoot(sPath, job);
   const std::string parent = paths::GetParentFolderName(paths::GetAbsolutePathName(sPath));

@@ -40,6 +40,7 @@
 #include "actions/Actions.h"
 #include "actions/Transfer.h"
 #include "actions/modCheckExistingFiles.h"
+#include "engine/Traced.h"
 #include "jobs/JobCodes.h"
 #include "platform/Paths.h"
 #include "selection/Selection.h"
@@ -70,7 +71,7 @@ class FolderPreview {
     if (!Decrement(folder) || !cleanUp) return;
     const std::string root = actions::CleanUpRoot(file, job);
     while (!root.empty() && !actions::RelativeTo(folder, root).empty() && left_[folder] == 0) {
-      s_.Log(47, s_.T(47) + folder, true, true, false, false);
+      s_.Log(kMsgWouldDelete, s_.T(kMsgWouldDelete) + folder, true, true, false, false);
       if (oneLevel) return;
       gone_.insert(folder);
       folder = GetParentFolderName(folder);
@@ -116,19 +117,19 @@ class FilePreview {
     const bool exists = s_.fs.FileExists(dest_);
     switch (job_.Exist) {
       case 0:
-        if (exists) return Report(59, dest_, 14);
+        if (exists) return Report(kMsgFileExists, dest_, kMsgTo);
         return New();
       case 1:
         if (!exists) return New();
         if (SameFile()) return true;
-        Report(47);
+        Report(kMsgWouldDelete);
         folders_.Gone(src_, job_, job_.DelEFolSource == 1);
         return true;
       case 2: return Rename();
       case 3:
         if (!exists) return New();
         if (SameFile()) return true;
-        Report(Copying() ? 41 : 55, dest_, 46);
+        Report(Copying() ? kMsgWouldBeReplacedByCopy : kMsgWouldReplace, dest_, kMsgReplaces);
         Moved(true);
         return true;
       case 4: return exists ? Compare() : New();
@@ -148,8 +149,8 @@ class FilePreview {
 
   void ReportError(const std::string& description) {
     const char* where = Copying() ? " -  Move files " : " - Func MoveFiles ";
-    s_.Log(10, job_.JobName + ": " + s_.T(10) + description + where + src_, true, true, false,
-           false);
+    s_.Log(kMsgError, job_.JobName + ": " + s_.T(kMsgError) + description + where + src_, true,
+           true, false, false);
   }
 
   // Where the real run refuses to delete the source through its destination: its error line.
@@ -169,7 +170,7 @@ class FilePreview {
 
   bool New() {
     if (job_.OnlyCompare != 0) return false;
-    Report(Copying() ? 54 : 40, dest_, 14);
+    Report(Copying() ? kMsgWouldCopy : kMsgWouldMove, dest_, kMsgTo);
     Moved(false);
     return true;
   }
@@ -179,9 +180,9 @@ class FilePreview {
     if (name.empty()) {
       ReportError("Invalid procedure call or argument");
     } else if (name == dest_) {
-      Report(Copying() ? 54 : 40, dest_, 14);
+      Report(Copying() ? kMsgWouldCopy : kMsgWouldMove, dest_, kMsgTo);
     } else {
-      Report(Copying() ? 57 : 58, name, 14);
+      Report(Copying() ? kMsgCopyWouldBeRenamed : kMsgMoveWouldBeRenamed, name, kMsgTo);
     }
     if (!name.empty()) Moved(false);
     return true;
@@ -193,14 +194,15 @@ class FilePreview {
                                     static_cast<std::int16_t>(job_.ExtFileTime), job_.EFSelect);
     if (replace) {
       if (SameFile()) return true;
-      Report(Copying() ? 42 : 56, dest_, 46);
+      Report(Copying() ? kMsgWouldBeReplacedByNewerCopy : kMsgWouldBeReplacedByNewerMove, dest_,
+             kMsgReplaces);
       Moved(true);
     } else {
       const bool known = job_.EFSelect >= 0 && job_.EFSelect <= 7;
-      Report(known ? 60 + job_.EFSelect : 59, dest_, 14);
+      Report(known ? kMsgNotNewer + job_.EFSelect : kMsgFileExists, dest_, kMsgTo);
     }
     if (job_.EFSDelete == 1 && (Copying() || !replace)) {
-      Report(47);
+      Report(kMsgWouldDelete);
       folders_.Gone(src_, job_, false);
     }
     return true;
@@ -217,7 +219,7 @@ class FilePreview {
 void DeletePreviewList(JobRun& run, Services& s, FileList& list, int msg,
                        const std::string& root) {
   const job& job = run.Job();
-  s.Log(53, s.T(53) + root, true, true, false, false);
+  s.Log(kMsgPreviewDelete, s.T(kMsgPreviewDelete) + root, true, true, false, false);
   actions::LogCount(s, list.size(), "");
   FolderPreview folders(s);
   const auto n = static_cast<std::int32_t>(list.size()) - 1;
@@ -238,9 +240,7 @@ void DeletePreviewList(JobRun& run, Services& s, FileList& list, int msg,
 
 void Preview(JobRun& run, Services& s, FileList& sArray, const std::string& mode) {
   job& job = run.Job();
-  Proc p(s.trap, "clsKestrel", "Sub Preview", [&] {
-    return ParamText({{"sArray", kArrayParam}, {"job", kJobParam}, {"mode", mode}});
-  });
+  Proc p(s.trap, Traced(__func__), "sArray", sArray, "job", job, "mode", mode);
   const Kind kind = mode == "Move" ? Kind::Move : Kind::Copy;
   const bool syncing = job.Action == action::kSync;
   if (syncing && run.syncPass == 2) {
@@ -248,10 +248,11 @@ void Preview(JobRun& run, Services& s, FileList& sArray, const std::string& mode
       return run.previewReported.contains(actions::RelativeTo(file, job.From));
     });
   }
-  const int head = kind == Kind::Copy ? 39 : 52;
+  const int head = kind == Kind::Copy ? kMsgPreviewCopy : kMsgPreviewMove;
   s.Log(head, s.T(head) + job.From, true, true, false, false);
   if (!sArray.empty()) {
-    actions::LogCount(s, sArray.size(), job.OnlyCompare == 1 ? " (" + s.T(88) + ")" : "");
+    actions::LogCount(s, sArray.size(),
+                      job.OnlyCompare == 1 ? " (" + s.T(kMsgOnlyExisting) + ")" : "");
   }
   FolderPreview folders(s);
   const auto n = static_cast<std::int32_t>(sArray.size()) - 1;
@@ -267,24 +268,22 @@ void Preview(JobRun& run, Services& s, FileList& sArray, const std::string& mode
     }
   }
   if (kind == Kind::Copy && run.syncPass == 1) {
-    s.Log(92, s.T(92), true, true, false, false);
-    s.Log(92, s.T(92), true, true, false, false);
+    s.Log(kMsgFirstPassDone, s.T(kMsgFirstPassDone), true, true, false, false);
+    s.Log(kMsgFirstPassDone, s.T(kMsgFirstPassDone), true, true, false, false);
   } else if (kind == Kind::Copy && run.syncPass == 2) {
-    s.Log(93, s.T(93), true, true, false, false);
+    s.Log(kMsgSyncDone, s.T(kMsgSyncDone), true, true, false, false);
   }
   sArray.clear();
 }
 
 void DeleteFilesPreview(JobRun& run, Services& s, FileList& sArray) {
-  Proc p(s.trap, "clsKestrel", "Sub DeleteFilesPreview",
-         [&] { return ParamText({{"sArray", kArrayParam}, {"job", kJobParam}}); });
-  DeletePreviewList(run, s, sArray, 47, run.Job().From);
+  Proc p(s.trap, Traced(__func__), "sArray", sArray, "job", run.Job());
+  DeletePreviewList(run, s, sArray, kMsgWouldDelete, run.Job().From);
 }
 
 void DeleteSyncFilesPreview(JobRun& run, Services& s, FileList& sArray) {
-  Proc p(s.trap, "clsKestrel", "Sub DeleteSyncFilesPreview",
-         [&] { return ParamText({{"sArray", kArrayParam}, {"job", kJobParam}}); });
-  DeletePreviewList(run, s, sArray, 95, run.Job().To);
+  Proc p(s.trap, Traced(__func__), "sArray", sArray, "job", run.Job());
+  DeletePreviewList(run, s, sArray, kMsgSyncWouldDelete, run.Job().To);
 }
 
 }  // namespace orvKestrel

@@ -153,9 +153,11 @@ class FileTransfer {
     return seen;
   }
 
-  void LogLine(int n) { s_.Log(n, s_.T(n) + src_ + s_.T(14) + dest_, true, true, false, false); }
-  void LogDone() { LogLine(Copying() ? 11 : 12); }
-  void LogReplaced() { LogLine(Copying() ? 44 : 43); }
+  void LogLine(int n) {
+    s_.Log(n, s_.T(n) + src_ + s_.T(kMsgTo) + dest_, true, true, false, false);
+  }
+  void LogDone() { LogLine(Copying() ? kMsgCopied : kMsgMoved); }
+  void LogReplaced() { LogLine(Copying() ? kMsgReplacedByCopy : kMsgReplacedByMove); }
 
   // A destination that does not exist yet: nothing happens when only existing files count.
   void TransferNew(bool overwrite, bool checkRoom) {
@@ -180,7 +182,7 @@ class FileTransfer {
 
   void KeepExisting() {
     if (DestExists()) {
-      LogLine(38);
+      LogLine(kMsgKeptExisting);
     } else {
       TransferNew(false, true);
     }
@@ -193,7 +195,7 @@ class FileTransfer {
     }
     const FileIdentity seen = SeenSource();
     DeleteSourceFileAsSeen(run_, s_, src_, seen);
-    s_.Log(36, s_.T(36) + src_, true, true, false, false);
+    s_.Log(kMsgSourceDeleted, s_.T(kMsgSourceDeleted) + src_, true, true, false, false);
   }
 
   void Rename() {
@@ -228,7 +230,7 @@ class FileTransfer {
       Replace();
     } else {
       if (!Copying() && efsDelete) s_.fs.DeleteVerified(src_, *seen, true);
-      LogLine(45);
+      LogLine(kMsgKeptNewer);
     }
     if (Copying() && efsDelete) s_.fs.DeleteVerified(src_, read_.value_or(*seen), true);
     return true;
@@ -250,8 +252,8 @@ void LogError(JobRun& run, Services& s, Kind kind, const std::string& src) {
   std::string description;
   DescribeCurrentException(number, description);
   const char* where = kind == Kind::Copy ? " -  Move files " : " - Func MoveFiles ";
-  s.Log(10, run.Job().JobName + ": " + s.T(10) + description + where + src, true, true, false,
-        false);
+  s.Log(kMsgError, run.Job().JobName + ": " + s.T(kMsgError) + description + where + src, true,
+        true, false, false);
   run.jobError = true;
 }
 
@@ -279,7 +281,7 @@ std::string DateStamp(const Services& s) {
 }  // namespace
 
 void TransferFiles(JobRun& run, Services& s, FileList& sArray, Kind kind) {
-  const std::string suffix = run.Job().OnlyCompare == 1 ? " (" + s.T(88) + ")" : "";
+  const std::string suffix = run.Job().OnlyCompare == 1 ? " (" + s.T(kMsgOnlyExisting) + ")" : "";
   LogCount(s, sArray.size(), suffix);
   const auto n = static_cast<std::int32_t>(sArray.size()) - 1;
   DestFolders folders;
@@ -297,19 +299,20 @@ void TransferFiles(JobRun& run, Services& s, FileList& sArray, Kind kind) {
     }
   }
   if (kind == Kind::Copy && run.syncPass == 1) {
-    s.Log(92, s.T(92), true, true, false, false);
-    s.Log(92, s.T(92), true, true, false, false);
+    s.Log(kMsgFirstPassDone, s.T(kMsgFirstPassDone), true, true, false, false);
+    s.Log(kMsgFirstPassDone, s.T(kMsgFirstPassDone), true, true, false, false);
   } else if (kind == Kind::Copy && run.syncPass == 2) {
-    s.Log(93, s.T(93), true, true, false, false);
+    s.Log(kMsgSyncDone, s.T(kMsgSyncDone), true, true, false, false);
   }
   sArray.clear();
 }
 
 void LogCount(Services& s, std::size_t count, const std::string& suffix) {
   if (count > 1) {
-    s.Log(84, s.T(84) + std::to_string(count) + suffix, true, true, false, false);
+    s.Log(kMsgFilesFound, s.T(kMsgFilesFound) + std::to_string(count) + suffix, true, true, false,
+          false);
   } else {
-    s.Log(85, s.T(85) + "1" + suffix, true, true, false, false);
+    s.Log(kMsgFileFound, s.T(kMsgFileFound) + "1" + suffix, true, true, false, false);
   }
 }
 

@@ -1,4 +1,5 @@
 #include "engine/Engine.h"
+#include "engine/Traced.h"
 
 #include "zip/modZIP32vb.h"
 
@@ -24,18 +25,11 @@ void Engine::FireCurrentJob(const std::string& sFileName, std::int32_t lIndex,
                             std::int16_t IntervalTimeType, const std::string& IntervalTime,
                             const std::string& IntervalDate, std::int16_t IntervalWeekDay,
                             std::int16_t IntervalMonthDay) {
-  Proc p(svc.trap, "clsKestrel", "Sub FireCurrentJob", [&] {
-    return ParamText({{"sFileName", sFileName},
-                      {"lIndex", std::to_string(lIndex)},
-                      {"lCounter", std::to_string(lCounter)},
-                      {"iStatus", std::to_string(iStatus)},
-                      {"IntervalType", Opt(std::to_string(IntervalType))},
-                      {"IntervalTimeType", Opt(std::to_string(IntervalTimeType))},
-                      {"IntervalTime", Opt(IntervalTime)},
-                      {"IntervalDate", Opt(IntervalDate)},
-                      {"IntervalWeekDay", Opt(std::to_string(IntervalWeekDay))},
-                      {"IntervalMonthDay", Opt(std::to_string(IntervalMonthDay))}});
-  });
+  Proc p(svc.trap, Traced(__func__), "sFileName", sFileName, "lIndex", lIndex, "lCounter", lCounter,
+         "iStatus", iStatus, "IntervalType", Optional(IntervalType), "IntervalTimeType",
+         Optional(IntervalTimeType), "IntervalTime", Optional(IntervalTime), "IntervalDate",
+         Optional(IntervalDate), "IntervalWeekDay", Optional(IntervalWeekDay), "IntervalMonthDay",
+         Optional(IntervalMonthDay));
   if (svc.events) {
     svc.events->CurrentJob(sFileName, lIndex, lCounter, iStatus, IntervalType, IntervalTimeType,
                            IntervalTime, IntervalDate, IntervalWeekDay, IntervalMonthDay);
@@ -43,16 +37,14 @@ void Engine::FireCurrentJob(const std::string& sFileName, std::int32_t lIndex,
 }
 
 void Engine::LoadLogMessages(const std::string& sLanguagePath) {
-  Proc p(svc.trap, "clsKestrel", "Sub LoadLogMessages", [&] {
-    return ParamText({{"sLanguagePath", sLanguagePath}});
-  });
+  Proc p(svc.trap, Traced(__func__), "sLanguagePath", sLanguagePath);
   // Once per object: a later call with another language keeps the first texts.
   if (catalogueLoaded) return;
   p.Do([&] { svc.catalogue.LoadLogMessages(svc.fs, sLanguagePath); });
 }
 
 void Engine::SetMsgIDs() {
-  Proc p(svc.trap, "clsKestrel", "Sub SetMsgIDs");
+  Proc p(svc.trap, Traced(__func__));
   svc.catalogue.SetMsgIDs();
 }
 

@@ -1,6 +1,7 @@
 // The run driver: every due job of a folder (ExecuteAllJobs), one named job (ExecuteOneJob), a
 // job's state (CheckStatus) and the run of one job record from start to end (ExecuteSingleJob).
 #include "engine/Engine.h"
+#include "engine/Traced.h"
 #include "selection/Selection.h"
 
 #include "jobs/JobCodes.h"
@@ -37,18 +38,18 @@ double ToNumber(const std::string& text) {
 int PreviewKey(std::int16_t action) {
   switch (action) {
     case action::kCopy:
-      return 39;
+      return kMsgPreviewCopy;
     case action::kMove:
-      return 52;
+      return kMsgPreviewMove;
     case action::kDelete:
-      return 53;
+      return kMsgPreviewDelete;
     case action::kCompress:
-      return 30;
+      return kMsgCompressingCopy;
     case action::kExtract:
-      return 71;
+      return kMsgPreviewExtract;
     case action::kSync:
     case action::kSyncRemoval:
-      return 91;
+      return kMsgPreviewSync;
     default:
       return 0;
   }
@@ -99,9 +100,10 @@ bool RefuseUnsafeName(Engine& e, const job& j) {
   for (auto at = shown.find('\0'); at != std::string::npos; at = shown.find('\0', at)) {
     shown.replace(at, 1, "\\0");
   }
-  e.svc.Log(10, shown + ": " + e.svc.T(10) + "the job name \"" + shown +
+  e.svc.Log(kMsgError,
+            shown + ": " + e.svc.T(kMsgError) + "the job name \"" + shown +
                 "\" is not a plain file name; the job is not run",
-        true, true, false, false);
+            true, true, false, false);
   e.jobEndedWithError = true;
   return true;
 }
@@ -112,9 +114,7 @@ bool MarkedDeactivated(const job& j) {
 }
 
 void DecideDue(Engine& e, job& j, bool& due) {
-  Proc p(e.svc.trap, "clsKestrel", "Sub DecideDue", [&] {
-    return ParamText({{"job", kJobParam}, {"bDue", BoolText(due)}});
-  });
+  Proc p(e.svc.trap, Traced(__func__), "job", j, "bDue", due);
   if (j.IntervalType == 0) {
     due = true;
   } else if (j.IntervalType == 1 && !MarkedDeactivated(j)) {
@@ -147,12 +147,8 @@ void DecideDue(Engine& e, job& j, bool& due) {
 
 void DriveJob(Engine& e, job& j, std::int32_t i, const std::string& sJobDir,
               const std::string& sLanguagePath, bool bVerbose, bool& due) {
-  Proc p(e.svc.trap, "clsKestrel", "Sub DriveJob", [&] {
-    return ParamText({{"job", kJobParam},
-                      {"lIndex", Num(i)},
-                      {"sJobDir", sJobDir},
-                      {"bVerbose", BoolText(bVerbose)}});
-  });
+  Proc p(e.svc.trap, Traced(__func__), "job", j, "lIndex", i, "sJobDir", sJobDir, "bVerbose",
+         bVerbose);
   if (RefuseUnsafeName(e, j)) return;
   const std::string fileName = j.JobName + ".kjb";
   // Named after the job, not after the file it was read from.
@@ -178,7 +174,9 @@ void DriveJob(Engine& e, job& j, std::int32_t i, const std::string& sJobDir,
     return;
   }
   if (state == sDeactivated || state == sErrDeactivated || state == sRunnedOnce) {
-    if (bVerbose) e.svc.Log(9, j.JobName + ": " + e.svc.T(9), true, true, false, false);
+    if (bVerbose)
+      e.svc.Log(kMsgJobDeactivated, j.JobName + ": " + e.svc.T(kMsgJobDeactivated), true, true,
+                false, false);
     return;
   }
   if (state == sOK || state == sRunOnce) {
@@ -190,7 +188,8 @@ void DriveJob(Engine& e, job& j, std::int32_t i, const std::string& sJobDir,
       e.ExecuteSingleJob(j, sJobDir, sLanguagePath, false, false);
     }
   } else if (bVerbose) {
-    e.svc.Log(8, j.JobName + ": " + e.svc.T(8), true, true, false, false);
+    e.svc.Log(kMsgPathsInvalid, j.JobName + ": " + e.svc.T(kMsgPathsInvalid), true, true, false,
+              false);
   }
   if (j.IntervalType == 0) e.WriteJobString("Job", "Counter", Num(j.Interval));
   if (status == sRunOnce) {
@@ -202,12 +201,12 @@ void DriveJob(Engine& e, job& j, std::int32_t i, const std::string& sJobDir,
 }
 
 void StartLine(Services& s, job& job) {
-  Proc p(s.trap, "clsKestrel", "Sub StartLine", [&] { return ParamText({{"job", kJobParam}}); });
-  const std::string head = job.JobName + ": " + s.T(3);
+  Proc p(s.trap, Traced(__func__), "job", job);
+  const std::string head = job.JobName + ": " + s.T(kMsgJobStart);
   if (job.DoPreview != 1) {
-    s.Log(3, head, true, true, false, false);
+    s.Log(kMsgJobStart, head, true, true, false, false);
   } else if (const int key = PreviewKey(job.Action); key != 0) {
-    s.Log(3, head + " - " + s.T(key), true, true, false, false);
+    s.Log(kMsgJobStart, head + " - " + s.T(key), true, true, false, false);
   }
 }
 
@@ -215,24 +214,23 @@ void StartLine(Services& s, job& job) {
 void EndLine(Engine& e, JobRun& run) {
   Services& s = e.svc;
   const job& job = run.Job();
-  Proc p(s.trap, "clsKestrel", "Sub EndLine", [&] { return ParamText({{"job", kJobParam}}); });
+  Proc p(s.trap, Traced(__func__), "job", job);
   if (run.noFiles) {
-    s.Log(7, job.JobName + ": " + s.T(7), true, true, true, true);
+    s.Log(kMsgNoFiles, job.JobName + ": " + s.T(kMsgNoFiles), true, true, true, true);
     run.noFiles = false;
   } else if (run.jobError) {
     e.jobEndedWithError = true;
-    s.Log(28, job.JobName + ": " + s.T(28), true, true, true, true);
+    s.Log(kMsgJobDoneWithErrors, job.JobName + ": " + s.T(kMsgJobDoneWithErrors), true, true, true,
+          true);
   } else {
-    s.Log(6, job.JobName + ": " + s.T(6), true, true, true, true);
+    s.Log(kMsgJobDone, job.JobName + ": " + s.T(kMsgJobDone), true, true, true, true);
   }
 }
 
 }  // namespace
 
 std::vector<job> Engine::GetJobs(const std::string& sJobDir, const std::string& sFile) {
-  Proc p(svc.trap, "clsKestrel", "Function GetJobs", [&] {
-    return ParamText({{"sJobDir", sJobDir}, {"sFile", Opt(sFile)}});
-  });
+  Proc p(svc.trap, Traced(__func__), "sJobDir", sJobDir, "sFile", Optional(sFile));
   std::vector<job> jobs;
   p.Do([&] { jobs = ReadJobs(svc.fs, svc.trap, svc.host, sJobDir, sFile, &jobFileUnreadable); });
   return jobs;
@@ -245,28 +243,20 @@ void Engine::WriteJobString(const std::string& section, const std::string& Name,
 
 void WriteJobString(Services& s, const std::string& jobFile, const std::string& section,
                     const std::string& Name, const std::string& Value) {
-  Proc p(s.trap, "modIniHandler", "Sub WriteJobString", [&] {
-    return ParamText({{"section", section},
-                      {"Name", Name},
-                      {"Value", Value},
-                      {"m_sCurrJobFile", jobFile}});
-  });
+  Proc p(s.trap, Traced(__func__), "section", section, "Name", Name, "Value", Value,
+         "m_sCurrJobFile", jobFile);
   if (s.dryRun) return;
   p.Do([&] { orvKestrel::WriteJobString(s.fs, section, Name, Value, jobFile); });
 }
 
 void Engine::RunExternalProgram(job& job) {
-  Proc p(svc.trap, "clsKestrel", "Sub RunExternalProgram", [&] {
-    return ParamText({{"job", kJobParam}});
-  });
+  Proc p(svc.trap, Traced(__func__), "job", job);
   if (svc.dryRun) return;
   p.Do([&] { clsCmd(svc.host, svc.trap).ShellAndWait(job); });
 }
 
 JobState Engine::CheckStatus(job& job, const std::string& sDel) {
-  Proc p(svc.trap, "clsKestrel", "Function CheckStatus", [&] {
-    return ParamText({{"job", kJobParam}, {"sDel", Opt(sDel)}});
-  });
+  Proc p(svc.trap, Traced(__func__), "job", job, "sDel", Optional(sDel));
   if (job.Inactive == 1) return sDeactivated;
   if (sDel != "Delete") {
     if (!svc.fs.FolderExists(job.From) || !svc.fs.FolderExists(job.To)) return sError;
@@ -292,13 +282,9 @@ void Engine::BeginCall() {
 
 void Engine::ExecuteAllJobs(const std::string& sJobDir, const std::string& sLanguagePath,
                             bool bVerbose, bool bDoPreview, bool bFilterRegExp) {
-  Proc p(svc.trap, "clsKestrel", "Sub ExecuteAllJobs", [&] {
-    return ParamText({{"sJobDir", sJobDir},
-                      {"sLanguagePath", sLanguagePath},
-                      {"bVerbose", Opt(BoolText(bVerbose))},
-                      {"bDoPreview", Opt(BoolText(bDoPreview))},
-                      {"bFilterRegExp", Opt(BoolText(bFilterRegExp))}});
-  });
+  Proc p(svc.trap, Traced(__func__), "sJobDir", sJobDir, "sLanguagePath", sLanguagePath, "bVerbose",
+         Optional(bVerbose), "bDoPreview", Optional(bDoPreview), "bFilterRegExp",
+         Optional(bFilterRegExp));
   LoadLogMessages(sLanguagePath);
   SetMsgIDs();
   catalogueLoaded = true;
@@ -326,13 +312,9 @@ void Engine::ExecuteAllJobs(const std::string& sJobDir, const std::string& sLang
 void Engine::ExecuteOneJob(const std::string& sFile, const std::string& sJobDir,
                            const std::string& sLanguagePath, bool bStartInactive,
                            bool bFilterRegEx) {
-  Proc p(svc.trap, "clsKestrel", "Sub ExecuteOneJob", [&] {
-    return ParamText({{"sFile", sFile},
-                      {"sJobDir", sJobDir},
-                      {"sLanguagePath", Opt(sLanguagePath)},
-                      {"bStartInactive", Opt(BoolText(bStartInactive))},
-                      {"bFilterRegEx", Opt(BoolText(bFilterRegEx))}});
-  });
+  Proc p(svc.trap, Traced(__func__), "sFile", sFile, "sJobDir", sJobDir, "sLanguagePath",
+         Optional(sLanguagePath), "bStartInactive", Optional(bStartInactive), "bFilterRegEx",
+         Optional(bFilterRegEx));
   svc.stop.store(false);
   svc.filterRegExp = bFilterRegEx;
   BeginCall();
@@ -347,13 +329,8 @@ void Engine::ExecuteOneJob(const std::string& sFile, const std::string& sJobDir,
 void Engine::ExecuteSingleJob(job& job, const std::string& sJobDir,
                               const std::string& sLanguagePath, bool bStartInactive,
                               bool bVerbose) {
-  Proc p(svc.trap, "clsKestrel", "Sub ExecuteSingleJob", [&] {
-    return ParamText({{"job", kJobParam},
-                      {"sJobDir", sJobDir},
-                      {"sLanguagePath", sLanguagePath},
-                      {"bStartInactive", BoolText(bStartInactive)},
-                      {"bVerbose", BoolText(bVerbose)}});
-  });
+  Proc p(svc.trap, Traced(__func__), "job", job, "sJobDir", sJobDir, "sLanguagePath", sLanguagePath,
+         "bStartInactive", bStartInactive, "bVerbose", bVerbose);
   if (!catalogueLoaded) {
     LoadLogMessages(sLanguagePath);
     SetMsgIDs();
@@ -363,14 +340,18 @@ void Engine::ExecuteSingleJob(job& job, const std::string& sJobDir,
   const bool active = job.Inactive == 0;
   if (bStartInactive) job.Inactive = 0;  // after the decision: it does not activate this run
   if (!active) {
-    if (bVerbose) svc.Log(9, job.JobName + ": " + svc.T(9), true, true, false, false);
+    if (bVerbose)
+      svc.Log(kMsgJobDeactivated, job.JobName + ": " + svc.T(kMsgJobDeactivated), true, true, false,
+              false);
     return;
   }
   const bool pathsOk =
       svc.fs.FolderExists(job.From) &&
       (job.Action == action::kDelete || svc.fs.FolderExists(job.To));
   if (!pathsOk) {
-    if (bVerbose) svc.Log(8, job.JobName + ": " + svc.T(8), true, true, false, false);
+    if (bVerbose)
+      svc.Log(kMsgPathsInvalid, job.JobName + ": " + svc.T(kMsgPathsInvalid), true, true, false,
+              false);
     return;
   }
   if (!svc.Stopped()) {
@@ -393,7 +374,7 @@ void Engine::ExecuteSingleJob(job& job, const std::string& sJobDir,
       return;
     }
   }
-  svc.Log(2, job.JobName + ": " + svc.T(2), true, true, true, true);
+  svc.Log(kMsgCancelled, job.JobName + ": " + svc.T(kMsgCancelled), true, true, true, true);
 }
 
 }  // namespace orvKestrel

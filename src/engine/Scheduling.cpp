@@ -3,6 +3,7 @@
 #include <optional>
 
 #include "engine/Engine.h"
+#include "engine/Traced.h"
 #include "engine/modDiskFree.h"
 #include "platform/DateText.h"
 #include "platform/SysError.h"
@@ -70,23 +71,17 @@ int MapWeekDay(std::int16_t iWeekDay) {
   return iWeekDay == 6 ? 1 : 0;
 }
 
-std::string Num(std::int64_t v) { return std::to_string(v); }
-
 }  // namespace
 
 bool CheckDailyInterval(Services& s, const std::string& jobFile, std::string& sIntState,
                         std::string& sTime) {
-  Proc p(s.trap, "clsKestrel", "Function CheckDailyInterval", [&] {
-    return ParamText({{"sIntState", sIntState}, {"sTime", sTime}});
-  });
+  Proc p(s.trap, Traced(__func__), "sIntState", sIntState, "sTime", sTime);
   return FiringRule(s, jobFile, p, sIntState, sTime);
 }
 
 bool CheckWeeklyInterval(Services& s, const std::string& jobFile, std::string& sIntState,
                          std::string& sTime, std::int16_t& iWeekDay) {
-  Proc p(s.trap, "clsKestrel", "Function CheckWeeklyInterval", [&] {
-    return ParamText({{"sIntState", sIntState}, {"sTime", sTime}, {"iWeekDay", Num(iWeekDay)}});
-  });
+  Proc p(s.trap, Traced(__func__), "sIntState", sIntState, "sTime", sTime, "iWeekDay", iWeekDay);
   const int weekday = datetext::Local(s.host.clock.Now()).tm_wday + 1;
   if (weekday != MapWeekDay(iWeekDay)) return false;
   return FiringRule(s, jobFile, p, sIntState, sTime);
@@ -94,9 +89,7 @@ bool CheckWeeklyInterval(Services& s, const std::string& jobFile, std::string& s
 
 bool CheckMonthlyInterval(Services& s, const std::string& jobFile, std::string& sIntState,
                           std::string& sTime, std::int16_t& iMonthDay) {
-  Proc p(s.trap, "clsKestrel", "Function CheckMonthlyInterval", [&] {
-    return ParamText({{"sIntState", sIntState}, {"sTime", sTime}, {"iMonthDay", Num(iMonthDay)}});
-  });
+  Proc p(s.trap, Traced(__func__), "sIntState", sIntState, "sTime", sTime, "iMonthDay", iMonthDay);
   // A day the month does not have is simply never reached in that month.
   if (datetext::Local(s.host.clock.Now()).tm_mday != iMonthDay) return false;
   return FiringRule(s, jobFile, p, sIntState, sTime);
@@ -104,9 +97,7 @@ bool CheckMonthlyInterval(Services& s, const std::string& jobFile, std::string& 
 
 bool CheckDateInterval(Services& s, const std::string& jobFile, std::string& sIntState,
                        std::string& sTime, std::string& sExeDate) {
-  Proc p(s.trap, "clsKestrel", "Function CheckDateInterval", [&] {
-    return ParamText({{"sIntState", sIntState}, {"sTime", sTime}, {"sExeDate", sExeDate}});
-  });
+  Proc p(s.trap, Traced(__func__), "sIntState", sIntState, "sTime", sTime, "sExeDate", sExeDate);
   // The date is converted before anything else: an empty or invalid one is an error.
   std::optional<std::time_t> date;
   if (!p.Do([&] { date = DateOrThrow(sExeDate, s.host.shortDateFormat); }) || !date) {
@@ -118,9 +109,7 @@ bool CheckDateInterval(Services& s, const std::string& jobFile, std::string& sIn
 }
 
 bool CheckFreeSpace(Services& s, std::int32_t& FreeSpaceLimit, const std::string& sPath) {
-  Proc p(s.trap, "clsKestrel", "Function CheckFreeSpace", [&] {
-    return ParamText({{"FreeSpaceLimit", Num(FreeSpaceLimit)}, {"sPath", sPath}});
-  });
+  Proc p(s.trap, Traced(__func__), "FreeSpaceLimit", FreeSpaceLimit, "sPath", sPath);
   if (FreeSpaceLimit < 1) FreeSpaceLimit = 1;
   std::string drive;
   if (!p.Do([&] { drive = s.fs.DriveName(sPath); })) return false;

@@ -1,4 +1,5 @@
 #include "engine/Services.h"
+#include "engine/Traced.h"
 
 #include "selection/RegExp.h"
 #include "zip/modZIP32vb.h"
@@ -17,23 +18,14 @@ void Services::Yield() {
 
 void Services::FireLogMessage(const std::string& LogMsg, std::int16_t MsgID, bool bView,
                               bool bFile, bool bSameView, bool bIsLast) {
-  Proc p(trap, "clsKestrel", "Sub FireLogMessage", [&] {
-    return ParamText({{"LogMsg", LogMsg},
-                      {"MsgID", std::to_string(MsgID)},
-                      {"bView", BoolText(bView)},
-                      {"bFile", BoolText(bFile)},
-                      {"bSameView", BoolText(bSameView)},
-                      {"bIsLast", Opt(BoolText(bIsLast))}});
-  });
+  Proc p(trap, Traced(__func__), "LogMsg", LogMsg, "MsgID", MsgID, "bView", bView, "bFile", bFile,
+         "bSameView", bSameView, "bIsLast", Optional(bIsLast));
   Yield();
   if (events) events->LogMessage(LogMsg, MsgID, bView, bFile, bSameView, bIsLast);
 }
 
 void Services::KestrelCounter(std::int32_t lAllFiles, std::int32_t lCurrFile) {
-  Proc p(trap, "clsKestrel", "Sub KestrelCounter", [&] {
-    return ParamText(
-        {{"lAllFiles", std::to_string(lAllFiles)}, {"lCurrFile", std::to_string(lCurrFile)}});
-  });
+  Proc p(trap, Traced(__func__), "lAllFiles", lAllFiles, "lCurrFile", lCurrFile);
   // Callers pass zero-based positions; the event carries counts.
   if (events) events->KestrelCounter(lAllFiles + 1, lCurrFile + 1);
 }

@@ -1,4 +1,5 @@
 #include "engine/modDiskFree.h"
+#include "engine/Traced.h"
 
 #include <limits>
 
@@ -8,9 +9,7 @@
 namespace orvKestrel {
 
 std::int32_t GetDiskFree(FileSystem& fs, FailSafe& trap, const std::string& strDrive) {
-  Proc p(trap, "modDiskFree", "Function GetDiskFree", [&] {
-    return ParamText({{"strDrive", strDrive}});
-  });
+  Proc p(trap, Traced(__func__), "strDrive", strDrive);
   constexpr std::int64_t kCap = std::numeric_limits<std::int32_t>::max();
   try {
     const std::int64_t bytes = fs.FreeBytes(strDrive);

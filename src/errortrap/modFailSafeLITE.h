@@ -4,13 +4,17 @@
 #pragma once
 
 #include <orvKestrel/host.h>
+#include <orvKestrel/job.h>
 
 #include <chrono>
+#include <concepts>
 #include <cstdint>
 #include <initializer_list>
 #include <string>
 #include <string_view>
+#include <tuple>
 #include <utility>
+#include <vector>
 
 namespace orvKestrel {
 
@@ -52,17 +56,82 @@ struct NoParams {
   std::string operator()() const { return "()"; }
 };
 
+// A procedure as the trace names it: "clsKestrel", "Sub", "CopyFiles".
+struct ProcName {
+  std::string_view module;
+  std::string_view kind;
+  std::string_view name;
+};
+
+// How a traced value reads: text as it is, a flag as True/False, a number in decimal, a job
+// record and a file list by their placeholders.
+inline std::string TraceText(const std::string& v) { return v; }
+inline std::string TraceText(const char* v) { return v; }
+inline std::string TraceText(bool v) { return BoolText(v); }
+template <std::integral I>
+  requires(!std::same_as<I, bool>)
+std::string TraceText(I v) {
+  return std::to_string(v);
+}
+inline std::string TraceText(const job&) { return kJobParam; }
+inline std::string TraceText(const std::vector<std::string>&) { return kArrayParam; }
+
+// An argument the caller may leave out: "<Optional>" before its value.
+template <class T>
+struct OptionalArg {
+  const T& value;
+};
+template <class T>
+OptionalArg<T> Optional(const T& value) {
+  return {value};
+}
+template <class T>
+void Optional(const T&& value) = delete;  // would outlive its value
+template <class T>
+std::string TraceText(const OptionalArg<T>& v) {
+  return "<Optional>" + TraceText(v.value);
+}
+
+// The parameter text of alternating names and values. Values given as variables are read
+// each time the text is built, so the leave line shows what they hold then.
+template <class... A>
+class NamedValues {
+ public:
+  template <class... B>
+  explicit NamedValues(B&&... items) : items_(std::forward<B>(items)...) {}
+  std::string operator()() const { return Text(std::make_index_sequence<sizeof...(A) / 2>{}); }
+
+ private:
+  template <std::size_t... I>
+  std::string Text(std::index_sequence<I...>) const {
+    return ParamText({{std::string_view(std::get<2 * I>(items_)),
+                       TraceText(std::get<2 * I + 1>(items_))}...});
+  }
+  std::tuple<A...> items_;
+};
+
 // One procedure's scope: enter on construction, leave on destruction. The parameter text is
 // built only while a trace sink is set, and rebuilt at leave from the current values.
 template <class ParamsFn = NoParams>
 class Proc {
  public:
   Proc(FailSafe& trap, const char* module, const char* proc, ParamsFn params = {})
-      : trap_(trap), module_(module), proc_(proc), params_(std::move(params)) {
-    if (trap_.Tracing()) trap_.Enter(module_, proc_, params_());
+      : trap_(trap), module_(module), name_(proc), params_(std::move(params)) {
+    if (trap_.Tracing()) trap_.Enter(module_, Text(), params_());
+  }
+  // The procedure by its trace name, followed by its parameters as name, value, name, ...
+  template <class... A>
+  Proc(FailSafe& trap, const ProcName& name, A&&... params)
+      : trap_(trap),
+        module_(name.module),
+        kind_(name.kind),
+        name_(name.name),
+        params_(std::forward<A>(params)...) {
+    static_assert(sizeof...(A) % 2 == 0, "parameters come as name, value pairs");
+    if (trap_.Tracing()) trap_.Enter(module_, Text(), params_());
   }
   ~Proc() {
-    if (trap_.Tracing()) trap_.Leave(module_, proc_, params_());
+    if (trap_.Tracing()) trap_.Leave(module_, Text(), params_());
   }
   Proc(const Proc&) = delete;
   Proc& operator=(const Proc&) = delete;
@@ -77,7 +146,7 @@ class Proc {
       int number = 0;
       std::string description;
       if (RunCaught(statement, number, description)) return true;
-      switch (trap_.Report(module_, proc_, number, description, line)) {
+      switch (trap_.Report(module_, Text(), number, description, line)) {
         case TrapAction::Retry: continue;
         case TrapAction::Ignore: return true;
         case TrapAction::Leave: return false;
@@ -90,11 +159,21 @@ class Proc {
  private:
   template <class F>
   static bool RunCaught(F& statement, int& number, std::string& description);
+  // "Sub CopyFiles"; a procedure named by one text has no kind of its own.
+  std::string Text() const {
+    std::string text(kind_);
+    if (!text.empty()) text += ' ';
+    return text.append(name_);
+  }
   FailSafe& trap_;
-  const char* module_;
-  const char* proc_;
+  std::string_view module_;
+  std::string_view kind_;
+  std::string_view name_;
   ParamsFn params_;
 };
+
+template <class... A>
+Proc(FailSafe&, const ProcName&, A&&...) -> Proc<NamedValues<A...>>;
 
 // Turns the exception in flight into an error number and description.
 void DescribeCurrentException(int& number, std::string& description);

@@ -1,6 +1,7 @@
 // The way from the walk's list to the action: the filters in their fixed order, then the one
 // procedure of the job's action (or its preview). The list is consumed on every way out.
 #include "actions/Actions.h"
+#include "engine/Traced.h"
 #include "jobs/JobCodes.h"
 #include "selection/Selection.h"
 #include "zip/Zip.h"
@@ -23,13 +24,12 @@ bool SetsFileTimes(const job& job) {
 
 void ProcessFiles(JobRun& run, Services& s, FileList& sArray) {
   job& job = run.Job();
-  Proc p(s.trap, "clsKestrel", "Sub ProcessFiles",
-         [&] { return ParamText({{"sArray", kArrayParam}, {"job", kJobParam}}); });
+  Proc p(s.trap, Traced(__func__), "sArray", sArray, "job", job);
   if (s.Stopped()) {
     sArray.clear();
     return;
   }
-  s.Log(17, job.JobName + ": " + s.T(17), true, true, false, false);
+  s.Log(kMsgChecking, job.JobName + ": " + s.T(kMsgChecking), true, true, false, false);
   if (s.Stopped()) {
     sArray.clear();
     return;
@@ -56,8 +56,7 @@ void ProcessFiles(JobRun& run, Services& s, FileList& sArray) {
 
 void DoMoveCopySelection(JobRun& run, Services& s, FileList& sArray) {
   job& job = run.Job();
-  Proc p(s.trap, "clsKestrel", "Sub DoMoveCopySelection",
-         [&] { return ParamText({{"sArray", kArrayParam}, {"job", kJobParam}}); });
+  Proc p(s.trap, Traced(__func__), "sArray", sArray, "job", job);
   s.Yield();
   if (s.Stopped()) {
     sArray.clear();
@@ -67,37 +66,38 @@ void DoMoveCopySelection(JobRun& run, Services& s, FileList& sArray) {
   const std::string name = job.JobName + ": ";
   switch (job.Action) {
     case action::kCopy:
-      Announce(s, 18, name + s.T(18));
+      Announce(s, kMsgCopying, name + s.T(kMsgCopying));
       preview ? Preview(run, s, sArray, "Copy") : CopyFiles(run, s, sArray);
       break;
     case action::kMove:
-      Announce(s, 19, name + s.T(19));
+      Announce(s, kMsgMoving, name + s.T(kMsgMoving));
       preview ? Preview(run, s, sArray, "Move") : MoveFiles(run, s, sArray);
       break;
     case action::kDelete:
       // The preview names the folder as the real run does.
-      Announce(s, 20, name + s.T(20) + job.From);
+      Announce(s, kMsgDeletingFrom, name + s.T(kMsgDeletingFrom) + job.From);
       preview ? DeleteFilesPreview(run, s, sArray) : DeleteFiles(run, s, sArray);
       break;
     case action::kCompress:
       // The zip preview takes its mode ("Move" with ZipDelComp 1, else "Copy") from the job.
-      Announce(s, 30, name + s.T(30));
+      Announce(s, kMsgCompressingCopy, name + s.T(kMsgCompressingCopy));
       preview ? Zip_Preview(run, s, sArray) : Zip_Files(run, s, sArray);
       break;
     case action::kExtract:
-      Announce(s, 70, name + s.T(70));
+      Announce(s, kMsgExtracting, name + s.T(kMsgExtracting));
       UnZip_Files(run, s, sArray);  // it handles the preview itself
       break;
     case action::kSync:
       if (preview) {
-        Announce(s, 91, name + s.T(91) + job.From);
+        Announce(s, kMsgPreviewSync, name + s.T(kMsgPreviewSync) + job.From);
       } else {
-        Announce(s, 89, name + s.T(89) + job.From + s.T(90) + job.To);
+        Announce(s, kMsgSynchronising,
+                 name + s.T(kMsgSynchronising) + job.From + s.T(kMsgWith) + job.To);
       }
       preview ? Preview(run, s, sArray, "Copy") : CopyFiles(run, s, sArray);
       break;
     case action::kSyncRemoval:
-      Announce(s, 96, name + s.T(96) + job.To);
+      Announce(s, kMsgDeletingFromSecondary, name + s.T(kMsgDeletingFromSecondary) + job.To);
       preview ? DeleteSyncFilesPreview(run, s, sArray) : DeleteSyncFiles(run, s, sArray);
       break;
     default:

@@ -1,7 +1,8 @@
 // The two name patterns of a job, rewritten once per run into the regular expressions that the
 // walk tests: wildcards become anchored (file) or component-framed (folder) expressions.
-#include "selection/Selection.h"
+#include "engine/Traced.h"
 #include "platform/Paths.h"
+#include "selection/Selection.h"
 
 #include <array>
 #include <utility>
@@ -32,16 +33,14 @@ std::string WildcardToRegex(std::string text, const char* star) {
 }  // namespace
 
 std::string CleanFilePattern(Services& s, std::string& sPattern, bool bUseRegEx) {
-  Proc p(s.trap, "clsKestrel", "Function CleanFilePattern",
-         [&] { return ParamText({{"sPattern", sPattern}, {"bUseRegEx", BoolText(bUseRegEx)}}); });
+  Proc p(s.trap, Traced(__func__), "sPattern", sPattern, "bUseRegEx", bUseRegEx);
   // "\", "+" and "|" stay as they are: "|" keeps its alternation meaning in a wildcard.
   if (!bUseRegEx) sPattern = "^" + WildcardToRegex(sPattern, ".*") + "$";
   return sPattern;
 }
 
 std::string CleanFolderPattern(Services& s, std::string& sPattern, bool bUseRegEx) {
-  Proc p(s.trap, "clsKestrel", "Function CleanFolderPattern",
-         [&] { return ParamText({{"sPattern", sPattern}, {"bUseRegEx", BoolText(bUseRegEx)}}); });
+  Proc p(s.trap, Traced(__func__), "sPattern", sPattern, "bUseRegEx", bUseRegEx);
   if (bUseRegEx) {
     if (s.filterRegExp) return sPattern;
     // Without the caller's switch a folder expression is read in the walk's own terms: it is

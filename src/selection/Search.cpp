@@ -1,11 +1,12 @@
 // The folder walk: turns a job's source folder into the engine's file list, depth first and
 // pre-order, the files of a folder before its sub-folders, in the order the file system gives
 // them. Each folder is listed once; the entry types come with the listing.
-#include "selection/Selection.h"
+#include "engine/Traced.h"
 #include "jobs/JobCodes.h"
 #include "platform/Paths.h"
 #include "platform/SysError.h"
 #include "selection/RegExp.h"
+#include "selection/Selection.h"
 
 #include <algorithm>
 #include <utility>
@@ -61,7 +62,7 @@ bool PatternsCompile(Services& s, P& proc, const job& job) {
       }
     });
     if (!compiled) {
-      s.Log(10, job.JobName + ": " + s.T(10) + why, true, true, false, false);
+      s.Log(kMsgError, job.JobName + ": " + s.T(kMsgError) + why, true, true, false, false);
       return false;
     }
   }
@@ -79,8 +80,7 @@ bool IsSelectableFile(Services& s, const DirEntry& entry, const std::string& ful
 void GetFilesInFolder(JobRun& run, Services& s, const std::string& vsFolderPath,
                       const std::vector<DirEntry>& entries) {
   const job& job = run.Job();
-  Proc p(s.trap, "clsKestrel", "Sub GetFilesInFolder",
-         [&] { return ParamText({{"vsFolderPath", vsFolderPath}, {"job", kJobParam}}); });
+  Proc p(s.trap, Traced(__func__), "vsFolderPath", vsFolderPath, "job", job);
   s.Yield();
   if (s.Stopped()) return;
   if (!s.regex) s.regex = std::make_unique<RegExpCache>();
@@ -150,14 +150,11 @@ bool SkippedByAttributes(Services& s, const std::string& folder, const job& job)
 
 void Search(JobRun& run, Services& s, bool bAll, bool bOpposite) {
   job& job = run.Job();
-  Proc p(s.trap, "clsKestrel", "Sub Search", [&] {
-    return ParamText({{"job", kJobParam}, {"bAll", BoolText(bAll)},
-                      {"bOpposite", BoolText(bOpposite)}});
-  });
+  Proc p(s.trap, Traced(__func__), "job", job, "bAll", bAll, "bOpposite", bOpposite);
   s.regex = std::make_unique<RegExpCache>();
   run.files.clear();
   run.noFiles = false;
-  s.Log(16, s.T(16), true, true, false, false);
+  s.Log(kMsgSearching, s.T(kMsgSearching), true, true, false, false);
   if (job.DoFolderMatch == 1 || job.DoFolderMatch == 2) {
     CleanFolderPattern(s, job.FolderMatch, job.UseFolderRegEx != 0);
   }
@@ -188,10 +185,8 @@ void Search(JobRun& run, Services& s, bool bAll, bool bOpposite) {
 void FindFiles(JobRun& run, Services& s, const std::string& vsFolderPath,
                const std::string& vsSearch, bool bSearchInFolder) {
   const job& job = run.Job();
-  Proc p(s.trap, "clsKestrel", "Sub FindFiles", [&] {
-    return ParamText({{"vsFolderPath", vsFolderPath}, {"vsSearch", vsSearch},
-                      {"bSearchInFolder", BoolText(bSearchInFolder)}, {"job", kJobParam}});
-  });
+  Proc p(s.trap, Traced(__func__), "vsFolderPath", vsFolderPath, "vsSearch", vsSearch,
+         "bSearchInFolder", bSearchInFolder, "job", job);
   s.Yield();
   if (s.Stopped()) return;
   std::string folder = vsFolderPath;
@@ -210,7 +205,7 @@ void FindFiles(JobRun& run, Services& s, const std::string& vsFolderPath,
     s.Yield();
     if (s.Stopped()) return;
     const std::string sub = folder + entry.name;
-    s.Log(16, s.T(16) + " " + sub, true, false, true, false);
+    s.Log(kMsgSearching, s.T(kMsgSearching) + " " + sub, true, false, true, false);
     if (job.NoHidenFolderScan == 1 || job.NoSystemFolderScan == 1 ||
         job.NoReadOnlyFolderScan == 1) {
       bool skip = false;
@@ -226,8 +221,7 @@ void FindFiles(JobRun& run, Services& s, const std::string& vsFolderPath,
 }
 
 std::string HandleFolders(Services& s, const std::string& sArrayStr, job& job) {
-  Proc p(s.trap, "clsKestrel", "Function HandleFolders",
-         [&] { return ParamText({{"sArrayStr", sArrayStr}, {"job", kJobParam}}); });
+  Proc p(s.trap, Traced(__func__), "sArrayStr", sArrayStr, "job", job);
   const std::vector<std::string> levels = DestinationLevels(sArrayStr, job);
   if (levels.empty()) return job.To;
   // Missing levels are made, and all are reached, beneath To without following a link planted
@@ -240,8 +234,7 @@ std::string HandleFolders(Services& s, const std::string& sArrayStr, job& job) {
 }
 
 std::string HandlePreviewFolders(Services& s, const std::string& sArrayStr, job& job) {
-  Proc p(s.trap, "clsKestrel", "Function HandlePreviewFolders",
-         [&] { return ParamText({{"sArrayStr", sArrayStr}, {"job", kJobParam}}); });
+  Proc p(s.trap, Traced(__func__), "sArrayStr", sArrayStr, "job", job);
   const std::vector<std::string> levels = DestinationLevels(sArrayStr, job);
   return levels.empty() ? job.To : levels.back();
 }

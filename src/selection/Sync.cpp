@@ -1,6 +1,7 @@
 // Synchronisation of two folders: a pass from the primary to the secondary folder, the optional
 // removal from the secondary folder of what the primary one lacks, and a pass back.
 #include "selection/Sync.h"
+#include "engine/Traced.h"
 
 #include "actions/Transfer.h"
 #include "jobs/JobCodes.h"
@@ -58,7 +59,7 @@ void CheckSync(JobRun& run, Services& s) {
   std::int16_t& syncPass = run.syncPass;
   std::string& savedFrom = run.savedFrom;
   std::string& savedTo = run.savedTo;
-  Proc p(s.trap, "clsKestrel", "Sub CheckSync", [] { return ParamText({{"job", kJobParam}}); });
+  Proc p(s.trap, Traced(__func__), "job", job);
   ++syncPass;
   if (syncPass == 1) {
     savedFrom = job.From;
@@ -80,8 +81,7 @@ void CheckSync(JobRun& run, Services& s) {
 
 void FileCleanUp(JobRun& run, Services& s, bool bAll) {
   job& job = run.Job();
-  Proc p(s.trap, "clsKestrel", "Sub FileCleanUp",
-         [&] { return ParamText({{"job", kJobParam}, {"bAll", BoolText(bAll)}}); });
+  Proc p(s.trap, Traced(__func__), "job", job, "bAll", bAll);
   run.unlistedFolders.clear();
   const FileList primary = Walk(run, s, job.From, bAll);
   const std::vector<std::string> unlisted = std::move(run.unlistedFolders);
@@ -101,8 +101,7 @@ void FileCleanUp(JobRun& run, Services& s, bool bAll) {
 
 void SearchSync(JobRun& run, Services& s, bool bAll) {
   job& job = run.Job();
-  Proc p(s.trap, "clsKestrel", "Sub SearchSync",
-         [&] { return ParamText({{"job", kJobParam}, {"bAll", BoolText(bAll)}}); });
+  Proc p(s.trap, Traced(__func__), "job", job, "bAll", bAll);
   run.previewReported.clear();
   CheckSync(run, s);
   FileList first = Walk(run, s, job.From, bAll);
@@ -122,7 +121,7 @@ void SearchSync(JobRun& run, Services& s, bool bAll) {
   }
   if (job.SyncDelete == 1 && job.OnlyCompare == 0) FileCleanUp(run, s, bAll);
   job.Action = action::kSync;
-  s.Log(16, s.T(16), true, true, false, false);
+  s.Log(kMsgSearching, s.T(kMsgSearching), true, true, false, false);
   CheckSync(run, s);
   FileList second = Walk(run, s, job.From, bAll);
   if (second.empty() || s.Stopped()) {

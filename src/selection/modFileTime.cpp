@@ -1,7 +1,8 @@
 // The three file times of copy and move: the source's are read before the copy, an existing
 // destination's before it is overwritten, and the chosen ones are written to the new file.
-#include "selection/Selection.h"
+#include "engine/Traced.h"
 #include "platform/SysError.h"
+#include "selection/Selection.h"
 
 namespace orvKestrel {
 namespace {
@@ -19,14 +20,12 @@ bool ReadTimes(Services& s, const std::string& path, FileTimes& into) {
 }  // namespace
 
 bool ReadSourceFileTime(JobRun& run, Services& s, const std::string& lpFileName) {
-  Proc p(s.trap, "modFileTime", "Function ReadSourceFileTime",
-         [&] { return ParamText({{"lpFileName", lpFileName}}); });
+  Proc p(s.trap, Traced(__func__), "lpFileName", lpFileName);
   return ReadTimes(s, lpFileName, run.sourceTimes);
 }
 
 bool ReadDestFileTime(JobRun& run, Services& s, const std::string& lpFileName) {
-  Proc p(s.trap, "modFileTime", "Function ReadDestFileTime",
-         [&] { return ParamText({{"lpFileName", lpFileName}}); });
+  Proc p(s.trap, Traced(__func__), "lpFileName", lpFileName);
   return ReadTimes(s, lpFileName, run.destTimes);
 }
 
@@ -34,8 +33,7 @@ bool WriteFileTime(JobRun& run, Services& s, const std::string& lpFileName) {
   const job& job = run.Job();
   FileTimes& sourceTimes = run.sourceTimes;
   const FileTimes& destTimes = run.destTimes;
-  Proc p(s.trap, "modFileTime", "Function WriteFileTime",
-         [&] { return ParamText({{"lpFileName", lpFileName}, {"job", kJobParam}}); });
+  Proc p(s.trap, Traced(__func__), "lpFileName", lpFileName, "job", job);
   // A time that the job does not take from the source is written back as the destination had
   // it. The stored source values are replaced on purpose: they are the values written.
   if (job.DestTCreated == 0) sourceTimes.created = destTimes.created;

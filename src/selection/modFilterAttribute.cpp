@@ -1,5 +1,6 @@
 // The attribute filter and the attribute changes of copy and move.
 #include "selection/modFilterAttribute.h"
+#include "engine/Traced.h"
 
 #include "selection/Selection.h"
 #include "selection/FilterLoop.h"
@@ -39,8 +40,7 @@ bool AttributeExists(std::int32_t lAttr, std::int32_t iSelected) {
 }
 
 FileList FilterAttributes(Services& s, FileList& sArray, job& job) {
-  Proc p(s.trap, "modFilterAttribute", "Function FilterAttributes",
-         [&] { return ParamText({{"sArray", kArrayParam}, {"job", kJobParam}}); });
+  Proc p(s.trap, Traced(__func__), "sArray", sArray, "job", job);
   // A file is dropped when its value equals one of these exactly: hidden + archive (34) is
   // none of them.
   const std::array<std::pair<CheckState, std::uint32_t>, 6> passes = {{
@@ -74,8 +74,7 @@ FileList FilterAttributes(Services& s, FileList& sArray, job& job) {
 }
 
 void SetDestAttributes(Services& s, const std::string& sFile, job& job) {
-  Proc p(s.trap, "modFilterAttribute", "Sub SetDestAttributes",
-         [&] { return ParamText({{"sFile", sFile}, {"job", kJobParam}}); });
+  Proc p(s.trap, Traced(__func__), "sFile", sFile, "job", job);
   ChangeAttributes(s, sFile, job.AttrSetDest,
                    {{{job.AttrArchive1, kAttrArchive},
                      {job.AttrHidden1, kAttrHidden},
@@ -84,8 +83,7 @@ void SetDestAttributes(Services& s, const std::string& sFile, job& job) {
 }
 
 void SetSourceAttributes(Services& s, const std::string& sFile, job& job) {
-  Proc p(s.trap, "modFilterAttribute", "Sub SetSourceAttributes",
-         [&] { return ParamText({{"sFile", sFile}, {"job", kJobParam}}); });
+  Proc p(s.trap, Traced(__func__), "sFile", sFile, "job", job);
   ChangeAttributes(s, sFile, job.AttrSetSource,
                    {{{job.AttrArchive2, kAttrArchive},
                      {job.AttrHidden2, kAttrHidden},
@@ -94,9 +92,7 @@ void SetSourceAttributes(Services& s, const std::string& sFile, job& job) {
 }
 
 void SetAttribute(Services& s, std::uint32_t attr, const std::string& sFile) {
-  Proc p(s.trap, "modFilterAttribute", "Sub SetAttribute", [&] {
-    return ParamText({{"attr", std::to_string(attr)}, {"sFile", sFile}});
-  });
+  Proc p(s.trap, Traced(__func__), "attr", attr, "sFile", sFile);
   p.Do([&] {
     const std::uint32_t attrs = s.fs.GetAttributes(sFile);
     if ((attrs & attr) == 0) s.fs.SetAttributes(sFile, attrs | attr);
@@ -104,9 +100,7 @@ void SetAttribute(Services& s, std::uint32_t attr, const std::string& sFile) {
 }
 
 void UnsetAttribute(Services& s, std::uint32_t attr, const std::string& sFile) {
-  Proc p(s.trap, "modFilterAttribute", "Sub UnsetAttribute", [&] {
-    return ParamText({{"attr", std::to_string(attr)}, {"sFile", sFile}});
-  });
+  Proc p(s.trap, Traced(__func__), "attr", attr, "sFile", sFile);
   p.Do([&] {
     const std::uint32_t attrs = s.fs.GetAttributes(sFile);
     if ((attrs & attr) != 0) s.fs.SetAttributes(sFile, attrs & ~attr);

@@ -1,9 +1,10 @@
 // The date filter: a file's creation, modification or access time against an age in minutes,
 // a range of days, or one day. Dates are read in the host's short date format or ISO form.
-#include "selection/Selection.h"
+#include "engine/Traced.h"
 #include "platform/DateText.h"
 #include "platform/SysError.h"
 #include "selection/FilterLoop.h"
+#include "selection/Selection.h"
 
 #include <ctime>
 
@@ -75,8 +76,7 @@ struct DateRule {
 }  // namespace
 
 FileList FilterDate(Services& s, FileList& sArray, job& job) {
-  Proc p(s.trap, "modFilterDate", "Function FilterDate",
-         [&] { return ParamText({{"sArray", kArrayParam}, {"job", kJobParam}}); });
+  Proc p(s.trap, Traced(__func__), "sArray", sArray, "job", job);
   if (sArray.empty()) return {};
   if (job.FileAge < 1 || job.FileAge > 4) return std::move(sArray);
   DateRule rule{job.FileAge, job.FileDateOpt, job.FileAgeDiff, s.host.clock.Now(), 0, 0};

@@ -1,8 +1,9 @@
 // The extension filter: a comma-separated list of extensions, each optionally written "*.ext",
 // compared without regard to case. "*." names the files without an extension when excluding.
-#include "selection/Selection.h"
+#include "engine/Traced.h"
 #include "platform/Paths.h"
 #include "selection/FilterLoop.h"
+#include "selection/Selection.h"
 
 #include <unordered_set>
 
@@ -27,8 +28,7 @@ std::unordered_set<std::string> ExtensionSet(const std::string& ext) {
 }  // namespace
 
 FileList FilterExtention(Services& s, FileList& sArray, job& job) {
-  Proc p(s.trap, "modFilterExtension", "Function FilterExtention",
-         [&] { return ParamText({{"sArray", kArrayParam}, {"job", kJobParam}}); });
+  Proc p(s.trap, Traced(__func__), "sArray", sArray, "job", job);
   if (job.Ext.empty()) return std::move(sArray);
   job.Ext = paths::ReplaceAll(job.Ext, " ", "");
   if (job.Ext.empty()) return std::move(sArray);

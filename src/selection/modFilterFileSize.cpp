@@ -1,12 +1,12 @@
 // The size filter: 1 keeps files strictly larger than FileSize, 2 strictly smaller ones.
-#include "selection/Selection.h"
+#include "engine/Traced.h"
 #include "selection/FilterLoop.h"
+#include "selection/Selection.h"
 
 namespace orvKestrel {
 
 FileList FilterFileSize(Services& s, FileList& sArray, job& job) {
-  Proc p(s.trap, "modFilterFileSize", "Function FilterFileSize",
-         [&] { return ParamText({{"sArray", kArrayParam}, {"job", kJobParam}}); });
+  Proc p(s.trap, Traced(__func__), "sArray", sArray, "job", job);
   if (job.FileOpt != 1 && job.FileOpt != 2) return std::move(sArray);
   const bool larger = job.FileOpt == 1;
   return KeepFiles(s, sArray, larger, [&](const std::string& file) -> std::optional<bool> {

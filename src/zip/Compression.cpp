@@ -11,9 +11,10 @@
 // a file that changed while it was read is left out of the archive. Nothing this run wrote is
 // replaced by this run: such a file is refused with an error line and kept.
 #include "actions/Actions.h"
+#include "engine/Traced.h"
+#include "platform/Paths.h"
 #include "selection/Selection.h"
 #include "zip/Zip.h"
-#include "platform/Paths.h"
 #include "zip/ZipCommon.h"
 #include "zip/modZIP32vb.h"
 
@@ -24,7 +25,7 @@ using zipcommon::BaseFolder;
 
 void LogFileError(JobRun& run, Services& s, const std::string& why, const std::string& file) {
   const job& job = run.Job();
-  s.Log(10, job.JobName + ": " + s.T(10) + why + " - " + file, true, true, false);
+  s.Log(kMsgError, job.JobName + ": " + s.T(kMsgError) + why + " - " + file, true, true, false);
   run.jobError = true;
 }
 
@@ -50,7 +51,7 @@ void DeleteCompressed(JobRun& run, Services& s, const std::string& file,
   const FileIdentity* read = ReadInto(s, file);
   if (read == nullptr) return;
   if (DeleteZipSourceVerified(run, s, file, *read)) {
-    s.Log(13, prefix + s.T(13) + file, true, true, false);
+    s.Log(kMsgDeleted, prefix + s.T(kMsgDeleted) + file, true, true, false);
   }
 }
 
@@ -71,10 +72,10 @@ void LogNotAdded(JobRun& run, Services& s, const std::string& file, bool existed
   if (!s.zip->LastRefusal().empty()) {
     LogFileError(run, s, s.zip->LastRefusal(), file);
   } else if (!existedBefore) {
-    s.Log(10, s.T(10) + file, true, true, false);
+    s.Log(kMsgError, s.T(kMsgError) + file, true, true, false);
     run.jobError = true;  // the file is not in the archive: the job must not end as a success
   } else {
-    s.Log(34, s.T(34) + file, true, true, false);
+    s.Log(kMsgNotAdded, s.T(kMsgNotAdded) + file, true, true, false);
   }
 }
 
@@ -105,7 +106,7 @@ void ZipAll(JobRun& run, Services& s, P& p, FileList& sArray) {
     result = s.zip->ZipAddFile(archive, file, mode, 0);
     goOn = zipcommon::RestoreHidden(s, p, file, saved);
     if (result != 0) {
-      s.Log(33, s.T(33) + file + s.T(14) + archive, true, true, false);
+      s.Log(kMsgAdding, s.T(kMsgAdding) + file + s.T(kMsgTo) + archive, true, true, false);
     } else {
       LogNotAdded(run, s, file, existedBefore);
     }
@@ -135,11 +136,11 @@ bool ZipOne(JobRun& run, Services& s, P& p, const std::string& file, const std::
   if (!refusal.empty()) {
     LogFileError(run, s, refusal, file);
   } else if (result != 0 && failure == nullptr) {
-    s.Log(32, s.T(32) + file + s.T(14) + archive, true, true, false);
+    s.Log(kMsgZipCreated, s.T(kMsgZipCreated) + file + s.T(kMsgTo) + archive, true, true, false);
   } else if (failure != nullptr) {
     LogFileError(run, s, *failure, file);
   } else {
-    s.Log(35, s.T(35) + file + s.T(14) + archive, true, true, false);
+    s.Log(kMsgReplaced, s.T(kMsgReplaced) + file + s.T(kMsgTo) + archive, true, true, false);
   }
   if (!committed && !s.zip->LastCancelled()) LogFileError(run, s, s.zip->FlushError(), archive);
   if (result != 0 && committed && deleting) DeleteCompressed(run, s, file, "");
@@ -167,8 +168,7 @@ void ZipSingle(JobRun& run, Services& s, P& p, FileList& sArray) {
 
 void Zip_Files(JobRun& run, Services& s, FileList& sArray) {
   job& job = run.Job();
-  Proc p(s.trap, "clsKestrel", "Sub Zip_Files",
-         [&] { return ParamText({{"sArray", kArrayParam}, {"job", kJobParam}}); });
+  Proc p(s.trap, Traced(__func__), "sArray", sArray, "job", job);
   if (s.dryRun) return Zip_Preview(run, s, sArray);  // a dry run changes no file
   if (sArray.empty()) return;
   if (!zipcommon::LeaveOutOwnArchives(s, sArray, job)) {
@@ -188,9 +188,7 @@ void Zip_Files(JobRun& run, Services& s, FileList& sArray) {
 std::string GetZipFileName(JobRun& run, Services& s, const std::string& Mode,
                            const std::string& sFile) {
   job& job = run.Job();
-  Proc p(s.trap, "clsKestrel", "Function GetZipFileName", [&] {
-    return ParamText({{"job", kJobParam}, {"Mode", Mode}, {"sFile", Opt(sFile)}});
-  });
+  Proc p(s.trap, Traced(__func__), "job", job, "Mode", Mode, "sFile", Optional(sFile));
   std::string archive = zipcommon::ArchiveFor(s, p, job, Mode, sFile, false);
   if (!archive.empty()) TidyFolder(run, s, paths::GetParentFolderName(archive));
   return archive;

@@ -10,11 +10,12 @@
 // when the error lines already tell why nothing was extracted (damaged or tampered data, unsafe
 // entries), that guess is left out.
 #include "actions/Actions.h"
-#include "selection/Selection.h"
-#include "zip/Zip.h"
+#include "engine/Traced.h"
 #include "platform/Paths.h"
 #include "platform/SysError.h"
+#include "selection/Selection.h"
 #include "selection/modDetermineFileType.h"
+#include "zip/Zip.h"
 #include "zip/modZIP32vb.h"
 
 #include <cerrno>
@@ -50,8 +51,8 @@ Reported ReportFailures(JobRun& run, Services& s, const std::string& file,
   }
   if (failures.empty() || onlyPassword) return {!failures.empty(), false};
   for (const auto& f : failures) {
-    s.Log(10, job.JobName + ": " + s.T(10) + f.reason + " - " + file + ": " + f.entry, true, true,
-          false);
+    s.Log(kMsgError, job.JobName + ": " + s.T(kMsgError) + f.reason + " - " + file + ": " + f.entry,
+          true, true, false);
   }
   run.jobError = true;
   return {true, !anyPassword};
@@ -62,8 +63,8 @@ Reported ReportFailures(JobRun& run, Services& s, const std::string& file,
 bool ReportKept(Services& s, const std::string& file) {
   for (const auto& k : s.zip->Kept()) {
     if (k.why == Kept::Why::Filtered) continue;
-    const int n = k.why == Kept::Why::NotNewer ? 45 : 38;
-    s.Log(n, s.T(n) + file + ": " + k.entry + s.T(14) + k.path, true, true, false);
+    const int n = k.why == Kept::Why::NotNewer ? kMsgKeptNewer : kMsgKeptExisting;
+    s.Log(n, s.T(n) + file + ": " + k.entry + s.T(kMsgTo) + k.path, true, true, false);
   }
   return !s.zip->Kept().empty();
 }
@@ -80,25 +81,26 @@ void DeleteArchive(JobRun& run, Services& s, const std::string& file) {
       std::string failure;
       if (!Kill(s, file, &failure)) {
         // Logged as deleted, as it always was; the error line after it tells the truth.
-        s.Log(81, s.T(81) + file, true, true, false);
+        s.Log(kMsgZipDeleted, s.T(kMsgZipDeleted) + file, true, true, false);
         throw KestrelError(EIO, failure);
       }
     } else {
       s.fs.DeleteVerified(file, read, true);
     }
   } catch (const KestrelError& err) {
-    s.Log(10, job.JobName + ": " + s.T(10) + err.Description() + " - " + file, true, true, false);
+    s.Log(kMsgError, job.JobName + ": " + s.T(kMsgError) + err.Description() + " - " + file, true,
+          true, false);
     run.jobError = true;
     return;
   }
-  s.Log(81, s.T(81) + file, true, true, false);
+  s.Log(kMsgZipDeleted, s.T(kMsgZipDeleted) + file, true, true, false);
 }
 
 void ReportCount(Services& s, std::int32_t count, int one, int many, const std::string& file,
                  const std::string& dest) {
   if (count == 0) return;
   const int n = count == 1 ? one : many;
-  s.Log(n, std::to_string(count) + s.T(n) + file + s.T(14) + dest, true, true, false);
+  s.Log(n, std::to_string(count) + s.T(n) + file + s.T(kMsgTo) + dest, true, true, false);
 }
 
 // The real extraction of one archive; false when a stop ended it.
@@ -115,9 +117,10 @@ bool Extract(JobRun& run, Services& s, P& p, const std::string& file, const std:
   const Reported failed = ReportFailures(run, s, file, count);
   const bool kept = ReportKept(s, file);
   if (count == 0) {
-    if (!failed.explained) s.Log(83, s.T(83) + file, true, true, false);
+    if (!failed.explained)
+      s.Log(kMsgZipUnreadable, s.T(kMsgZipUnreadable) + file, true, true, false);
   } else {
-    ReportCount(s, count, 77, 78, file, dest);
+    ReportCount(s, count, kMsgExtractedOne, kMsgExtractedMany, file, dest);
   }
   if (count == 0 || job.ZipDelDeComp != 1 || failed.any || kept) return true;
   // The extracted files reach the disk before the archive that holds them goes.
@@ -154,12 +157,13 @@ void PreviewArchive(Services& s, const job& job, const std::string& file,
   const std::int32_t count = s.zip->ZipFileCount(file);
   if (s.Stopped()) return;
   if (count == 0) {
-    s.Log(83, s.T(83) + file + s.T(14) + dest, true, true, false);
+    s.Log(kMsgZipUnreadable, s.T(kMsgZipUnreadable) + file + s.T(kMsgTo) + dest, true, true, false);
   } else {
-    ReportCount(s, count, 79, 80, file, dest);
+    ReportCount(s, count, kMsgWouldExtractOne, kMsgWouldExtractMany, file, dest);
   }
   if (job.ZipDelDeComp == 1) {
-    s.Log(82, s.T(82) + " " + file + s.T(14) + dest, true, true, false);
+    s.Log(kMsgZipWouldBeDeleted, s.T(kMsgZipWouldBeDeleted) + " " + file + s.T(kMsgTo) + dest, true,
+          true, false);
   }
 }
 
@@ -167,12 +171,11 @@ void PreviewArchive(Services& s, const job& job, const std::string& file,
 
 void UnZip_Files(JobRun& run, Services& s, FileList& sArray) {
   job& job = run.Job();
-  Proc p(s.trap, "clsKestrel", "Sub UnZip_Files",
-         [&] { return ParamText({{"sArray", kArrayParam}, {"job", kJobParam}}); });
+  Proc p(s.trap, Traced(__func__), "sArray", sArray, "job", job);
   if (sArray.empty()) return;
   const bool preview = job.DoPreview != 0 || s.dryRun;
   const auto n = static_cast<std::int32_t>(sArray.size()) - 1;
-  const int announce = preview ? 73 : 72;
+  const int announce = preview ? kMsgArchivesFoundPreview : kMsgArchivesFound;
   // The count, a blank, and the text, which begins with a blank of its own.
   s.Log(announce, std::to_string(n + 1) + " " + s.T(announce), true, true, false);
   std::vector<TypeRead> types = preview ? std::vector<TypeRead>() : StartExtractionRun(s, sArray);
@@ -210,9 +213,18 @@ void UnZip_Files(JobRun& run, Services& s, FileList& sArray) {
     if (type != kZipType) continue;
     switch (s.zip->CheckZipFile(file, job.DestZipPwd)) {
       case 0: skip = false; break;
-      case 1: s.Log(74, s.T(74) + file, true, true, false); skip = true; break;
-      case 2: s.Log(75, s.T(75) + file, true, true, false); skip = true; break;
-      case 3: s.Log(76, s.T(76) + file, true, true, false); skip = true; break;
+      case 1:
+        s.Log(kMsgZipDamaged, s.T(kMsgZipDamaged) + file, true, true, false);
+        skip = true;
+        break;
+      case 2:
+        s.Log(kMsgZipMissing, s.T(kMsgZipMissing) + file, true, true, false);
+        skip = true;
+        break;
+      case 3:
+        s.Log(kMsgZipInvalid, s.T(kMsgZipInvalid) + file, true, true, false);
+        skip = true;
+        break;
       default: break;
     }
     if (skip) continue;
@@ -227,9 +239,7 @@ void UnZip_Files(JobRun& run, Services& s, FileList& sArray) {
 
 std::int32_t UnZipFile(Services& s, const std::string& sZipFile, job& job,
                        const std::string& sDestPath) {
-  Proc p(s.trap, "clsKestrel", "Function UnZipFile", [&] {
-    return ParamText({{"sZipFile", sZipFile}, {"job", kJobParam}, {"sDestPath", sDestPath}});
-  });
+  Proc p(s.trap, Traced(__func__), "sZipFile", sZipFile, "job", job, "sDestPath", sDestPath);
   std::int32_t mode = 0;
   switch (job.DestZipExist) {
     case 0: mode = 2; break;

@@ -91,9 +91,9 @@ bool LeaveOutOwnArchives(Services& s, FileList& sArray, job& job) {
 
 void LogCount(Services& s, std::size_t files) {
   if (files == 1) {
-    s.Log(85, s.T(85) + "1", true, true, false);
+    s.Log(kMsgFileFound, s.T(kMsgFileFound) + "1", true, true, false);
   } else {
-    s.Log(84, s.T(84) + std::to_string(files), true, true, false);
+    s.Log(kMsgFilesFound, s.T(kMsgFilesFound) + std::to_string(files), true, true, false);
   }
 }
 

@@ -47,7 +47,7 @@ std::string ArchiveFor(Services& s, P& p, job& job, const std::string& Mode,
     name = paths::BuildPath(folder, paths::GetFileName(sFile) + ".zip");
   }
   if (job.Exist == 0 && s.fs.FileExists(name)) {
-    const int msg = preview ? 59 : 86;
+    const int msg = preview ? kMsgFileExists : kMsgExistsNoAction;
     s.Log(msg, name + s.T(msg), true, true, false);
     return {};
   }
@@ -61,9 +61,9 @@ std::string ArchiveFor(Services& s, P& p, job& job, const std::string& Mode,
   // it would lose the files whose sources are gone already.
   if (job.Exist == 3 && s.fs.FileExists(name) && (preview || !s.zip->WrittenThisRun(name))) {
     if (!preview) s.zip->ReplaceOnCommit(name);
-    const int msg = preview ? 47 : 13;
-    s.Log(msg, s.T(msg) + name + (Mode == "Single" ? "" : " - " + s.T(32) + name), true, true,
-          false);
+    const int msg = preview ? kMsgWouldDelete : kMsgDeleted;
+    s.Log(msg, s.T(msg) + name + (Mode == "Single" ? "" : " - " + s.T(kMsgZipCreated) + name), true,
+          true, false);
   }
   return name;
 }

@@ -2,9 +2,10 @@
 // done. No archive is made, changed or deleted and no source file is deleted; only the brief
 // attribute change of an exactly-hidden file is carried out (not in a dry run).
 #include "actions/Actions.h"
+#include "engine/Traced.h"
+#include "platform/Paths.h"
 #include "selection/Selection.h"
 #include "zip/Zip.h"
-#include "platform/Paths.h"
 #include "zip/ZipCommon.h"
 #include "zip/modZIP32vb.h"
 
@@ -15,7 +16,7 @@ using zipcommon::BaseFolder;
 
 // Only Exist 1 previews deletions; ZipDelComp is not consulted here, on purpose.
 void PreviewDeletion(Services& s, const job& job, const std::string& file) {
-  if (job.Exist == 1) s.Log(47, s.T(47) + file, true, true, false);
+  if (job.Exist == 1) s.Log(kMsgWouldDelete, s.T(kMsgWouldDelete) + file, true, true, false);
 }
 
 template <class P>
@@ -34,7 +35,7 @@ void PreviewAll(Services& s, P& p, FileList& sArray, job& job) {
     std::uint32_t saved = 0;
     if (!zipcommon::ClearHidden(s, p, file, saved)) return;
     if (!zipcommon::RestoreHidden(s, p, file, saved)) return;
-    s.Log(51, s.T(51) + file + s.T(14) + archive, true, true, false);
+    s.Log(kMsgWouldAdd, s.T(kMsgWouldAdd) + file + s.T(kMsgTo) + archive, true, true, false);
     PreviewDeletion(s, job, file);
   }
 }
@@ -53,7 +54,8 @@ void PreviewSingle(Services& s, P& p, FileList& sArray, job& job) {
     std::uint32_t saved = 0;
     if (!zipcommon::ClearHidden(s, p, file, saved)) return;
     if (!zipcommon::RestoreHidden(s, p, file, saved)) return;
-    s.Log(49, s.T(49) + file + s.T(14) + archive, true, true, false);
+    s.Log(kMsgZipWouldBeCreated, s.T(kMsgZipWouldBeCreated) + file + s.T(kMsgTo) + archive, true,
+          true, false);
     PreviewDeletion(s, job, file);
   }
 }
@@ -62,8 +64,7 @@ void PreviewSingle(Services& s, P& p, FileList& sArray, job& job) {
 
 void Zip_Preview(JobRun& run, Services& s, FileList& sArray) {
   job& job = run.Job();
-  Proc p(s.trap, "clsKestrel", "Sub Zip_Preview",
-         [&] { return ParamText({{"sArray", kArrayParam}, {"job", kJobParam}}); });
+  Proc p(s.trap, Traced(__func__), "sArray", sArray, "job", job);
   if (sArray.empty()) return;
   if (!zipcommon::LeaveOutOwnArchives(s, sArray, job)) {
     run.noFiles = true;
@@ -80,9 +81,7 @@ void Zip_Preview(JobRun& run, Services& s, FileList& sArray) {
 
 std::string GetZipFileNamePreview(Services& s, job& job, const std::string& Mode,
                                   const std::string& sFile) {
-  Proc p(s.trap, "clsKestrel", "Function GetZipFileNamePreview", [&] {
-    return ParamText({{"job", kJobParam}, {"Mode", Mode}, {"sFile", Opt(sFile)}});
-  });
+  Proc p(s.trap, Traced(__func__), "job", job, "Mode", Mode, "sFile", Optional(sFile));
   return zipcommon::ArchiveFor(s, p, job, Mode, sFile, true);
 }
 

@@ -47,7 +47,9 @@ class Actions : public JobFolderTest {
                                 {"", "", {{"XDG_DATA_HOME", (dir_ / "xdg").string()}}});
     exit_ = r.exitCode;
     std::vector<std::string> lines;
+    ids_.clear();
     for (const auto& j : LogEvents(r.out)) {
+      ids_.insert(j["MsgID"].get<int>());
       if (!j["bFile"].get<bool>()) continue;
       const int id = j["MsgID"];
       if (id == 3 || id == 6 || id == 28 || id == 16 || id == 17) continue;
@@ -67,6 +69,7 @@ class Actions : public JobFolderTest {
   }
 
   int exit_ = -1;
+  std::set<int> ids_;  // of every line of the last run
 };
 
 TEST_F(Actions, CopyJobReplacesByPolicyAndKeepsTheFolderStructure) {
@@ -166,6 +169,62 @@ TEST_F(Actions, SynchronisationJobMakesBothFoldersEqualAndRemovesWhatThePrimaryL
   EXPECT_EQ(Tree(src()), (std::set<std::string>{"a.txt", "p.txt"}));
   EXPECT_EQ(Tree(dst()), (std::set<std::string>{"a.txt", "p.txt"}));
   EXPECT_EQ(Get(dst() / "a.txt"), "newer");
+}
+
+// Whole synchronisations: both folders afterwards, and which steps spoke (93: the pass back,
+// 94: removal, 96: the removal's head, 7: nothing found).
+TEST_F(Actions, SynchronisationsByTheirOptions) {
+  using Tree = std::map<std::string, std::string>;
+  struct Case {
+    std::string name, keys;
+    Tree src, dst, srcAfter, dstAfter;
+    std::set<int> spoke, silent;
+  };
+  const std::string newer = "Exist=4\nEFSelect=0\nExtFileTime=1\n";
+  const std::vector<Case> cases = {
+      {"both directions, the newer file wins", newer,
+       {{"p.txt", "p"}, {"sub/both.txt", "new"}}, {{"s.txt", "s"}, {"sub/both.txt", "old"}},
+       {{"p.txt", "p"}, {"s.txt", "s"}, {"sub/both.txt", "new"}},
+       {{"p.txt", "p"}, {"s.txt", "s"}, {"sub/both.txt", "new"}}, {93}, {7, 94}},
+      {"removal goes by exact bytes of the relative path, before the pass back",
+       "SyncDelete=1\n" + newer, {{"a.TXT", "a"}, {"sub/c.txt", "c"}},
+       {{"A.txt", "case only"}, {"sub/b.txt", "b"}, {"sub/c.txt", "c"}, {"sub/sub/c.txt", "c"}},
+       {{"a.TXT", "a"}, {"sub/c.txt", "c"}}, {{"a.TXT", "a"}, {"sub/c.txt", "c"}}, {94, 96}, {}},
+      {"no removal when only comparing", "SyncDelete=1\nOnlyCompare=1\n" + newer,
+       {{"a.txt", "a"}}, {{"b.txt", "b"}}, {{"a.txt", "a"}}, {{"b.txt", "b"}}, {}, {94}},
+      {"no removal when the primary is empty; the pass back still runs", "SyncDelete=1\n", {},
+       {{"b.txt", "b"}}, {{"b.txt", "b"}}, {{"b.txt", "b"}}, {7}, {94}},
+      {"an empty second walk ends with nothing found", "OnlyCompare=1\n" + newer,
+       {{"a.txt", "a"}}, {}, {{"a.txt", "a"}}, {}, {7}, {93}},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.name);
+    fs::remove_all(src());
+    fs::remove_all(dst());
+    fs::create_directories(src());
+    fs::create_directories(dst());
+    for (const auto& [rel, data] : c.src) Put(src() / rel, data, data == "new" ? kNew : kOld);
+    for (const auto& [rel, data] : c.dst) Put(dst() / rel, data, data == "new" ? kNew : kOld);
+    WriteJob("Action=5\nDoPreview=0\nSubFolder=1\nFStruct=1\n" + c.keys);
+    const auto lines = Run();
+    EXPECT_EQ(exit_, 0);
+    EXPECT_EQ(Files(src()), c.srcAfter);
+    EXPECT_EQ(Files(dst()), c.dstAfter);
+    for (int id : c.spoke) EXPECT_TRUE(ids_.count(id)) << id << ::testing::PrintToString(lines);
+    for (int id : c.silent) EXPECT_FALSE(ids_.count(id)) << id << ::testing::PrintToString(lines);
+  }
+  // Starting with the destination: its files come first, then the pass back.
+  fs::remove_all(dst());
+  Put(src() / "a.txt", "from");
+  Put(dst() / "a.txt", "to");
+  Put(dst() / "b.txt", "b");
+  WriteJob("Action=5\nDoPreview=0\nSyncStart=1\nExist=0\n");
+  const auto lines = Run();
+  EXPECT_EQ(Get(src() / "b.txt"), "b");
+  const auto kept = std::find(lines.begin(), lines.end(),
+                              "Keine Aktion (Datei vorhanden): " + D("a.txt") + " nach " + S("a.txt"));
+  EXPECT_LT(kept, std::find(lines.begin(), lines.end(),
+                            "Synchronisation 1. Verzeichnis abgeschlossen. Starte 2. Verzeichnis ... "));
 }
 
 // A preview tells what the real run would do, line for line, and changes no byte: every policy

@@ -189,6 +189,20 @@ inline bool Has(const std::vector<std::string>& lines, const std::string& line) 
   return std::find(lines.begin(), lines.end(), line) != lines.end();
 }
 
+// Lines that begin with prefix and contain every one of parts.
+inline int Count(const std::vector<std::string>& lines, const std::string& prefix,
+                 const std::vector<std::string>& parts = {}) {
+  return static_cast<int>(std::count_if(lines.begin(), lines.end(), [&](const std::string& l) {
+    return l.starts_with(prefix) && std::all_of(parts.begin(), parts.end(), [&](const auto& p) {
+             return l.find(p) != std::string::npos;
+           });
+  }));
+}
+
+inline bool HaveTool(const std::string& name) {
+  return std::system(("command -v " + name + " >/dev/null 2>&1").c_str()) == 0;
+}
+
 // A scratch folder with src, dst and jobs, and job files between src and dst.
 class JobFolderTest : public ::testing::Test {
  protected:
@@ -213,6 +227,57 @@ class JobFolderTest : public ::testing::Test {
   }
 
   Scratch dir_;
+};
+
+// An entry of a test archive: a file, or a link (target in data) as Unix tools store it.
+struct Entry {
+  std::string name, data;
+  bool link = false;
+};
+
+// Job folder tests around archives, which python writes and reads independently of kestrel.
+class ArchiveTest : public JobFolderTest {
+ protected:
+  void SetUp() override {
+    if (!HaveTool("python3")) GTEST_SKIP() << "python3 is not installed (scripts/setup.sh)";
+  }
+  fs::path Src(const std::string& rel) const { return src() / rel; }
+  fs::path Dst(const std::string& rel) const { return dst() / rel; }
+  // Runs a shell command; what it says goes into the failure.
+  void Shell(const std::string& cmd) const {
+    ASSERT_EQ(std::system((cmd + " >" + Quote((dir_ / "sh.out").string()) + " 2>&1").c_str()), 0)
+        << cmd << "\n" << Get(dir_ / "sh.out");
+  }
+  // Runs a python script (zipfile, os, sys and struct imported); returns what it printed.
+  std::string Python(const std::string& script) const {
+    Put(dir_ / "script.py", "import zipfile, os, sys, struct\n" + script);
+    Shell("python3 " + Quote((dir_ / "script.py").string()));
+    return Get(dir_ / "sh.out");
+  }
+  // The local time that Archive stamps every entry with.
+  static std::time_t EntryTime() { return orvKestrel::testing::LocalTime(2020, 1, 2, 3, 4, 6); }
+  // An archive whose entries are stamped with EntryTime().
+  void Archive(const fs::path& archive, const std::vector<Entry>& entries) const {
+    fs::create_directories(archive.parent_path());
+    std::string script = "z=zipfile.ZipFile(" + Quote(archive.string()) + ",'w')\n";
+    for (const Entry& e : entries) {
+      script += "i=zipfile.ZipInfo(" + Quote(e.name) + ",(2020,1,2,3,4,6))\n";
+      if (e.link) script += "i.create_system=3; i.external_attr=(0o120777<<16)\n";
+      script += "z.writestr(i," + Quote(e.data) + ")\n";
+    }
+    Python(script + "z.close()\n");
+  }
+  // "name=contents;" per entry of the archive, sorted by name.
+  std::string Entries(const fs::path& archive) const {
+    return Python("z=zipfile.ZipFile(" + Quote(archive.string()) + ")\n"
+                  "print(''.join('%s=%s;' % (n, z.read(n).decode()) for n in sorted(z.namelist())), end='')\n");
+  }
+  RunResult Run(const std::vector<std::string>& options = {}) {
+    RunResult r = RunJobs(options);
+    logs = LogTexts(r.out);
+    return r;
+  }
+  std::vector<std::string> logs;  // LogMsg of every LogMessage event of the last run, in order
 };
 
 }  // namespace e2e

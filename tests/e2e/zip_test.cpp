@@ -7,71 +7,29 @@
 namespace e2e {
 namespace {
 
-int StartsWith(const std::vector<std::string>& lines, const std::string& prefix) {
-  return static_cast<int>(std::count_if(lines.begin(), lines.end(), [&](const std::string& l) {
-    return l.starts_with(prefix);
-  }));
-}
-
-class ZipJobs : public JobFolderTest {
+class ZipJobs : public ArchiveTest {
  protected:
-  void SetUp() override {
-    if (std::system("python3 -c 'import zipfile' >/dev/null 2>&1") != 0) {
-      GTEST_SKIP() << "python3 is not installed (scripts/setup.sh)";
-    }
-  }
-  fs::path Src(const std::string& rel) const { return src() / rel; }
-  fs::path Dst(const std::string& rel) const { return dst() / rel; }
   void WriteJob(const std::string& keys) {
     JobFolderTest::WriteJob("SubFolder=1\nCounter=1\n" + keys, "z");
-  }
-  // Runs python3 with a script; returns its stdout.
-  std::string Python(const std::string& script) const {
-    Put(dir_ / "script.py", script);
-    const std::string cmd = "python3 " + Quote((dir_ / "script.py").string()) + " > " +
-                            Quote((dir_ / "py.out").string()) + " 2>&1";
-    EXPECT_EQ(std::system(cmd.c_str()), 0) << Get(dir_ / "py.out");
-    return Get(dir_ / "py.out");
-  }
-  // The sorted entry names of an archive, one per line.
-  std::string Entries(const fs::path& archive) const {
-    return Python("import zipfile\nfor n in sorted(zipfile.ZipFile(" + Quote(archive.string()) +
-                  ").namelist()): print(n)\n");
-  }
-  // A zip file `archive` with `entries` (name, contents), written by python.
-  void Archive(const fs::path& archive,
-               const std::vector<std::pair<std::string, std::string>>& entries) {
-    fs::create_directories(archive.parent_path());
-    std::string script = "import zipfile\nz=zipfile.ZipFile(" + Quote(archive.string()) + ",'w')\n";
-    for (const auto& [name, data] : entries) {
-      script += "z.writestr(zipfile.ZipInfo(" + Quote(name) + ",(2020,1,2,3,4,6))," + Quote(data) + ")\n";
-    }
-    Python(script + "z.close()\n");
   }
   // sub + "pw.zip" in the source folder, encrypted with password. The traditional encryption
   // checks a password by one byte, so one archive in 256 takes "wrong" too: such an archive is
   // made again (its header is random), lest the test fail by chance.
   void PasswordZip(const std::string& password, const std::string& sub = "") {
-    if (std::system("command -v zip >/dev/null 2>&1") != 0) GTEST_SKIP() << "zip is not installed";
+    if (!HaveTool("zip")) GTEST_SKIP() << "zip is not installed";
     const std::string zip = Quote(Src(sub + "pw.zip").string());
     fs::create_directories(Src(sub));
-    Put(dir_ / "pw/secret.txt", "secret", 1577934246);  // the entry time of every test archive
+    Put(dir_ / "pw/secret.txt", "secret", EntryTime());
     for (int attempt = 0; attempt < 20; ++attempt) {
       fs::remove(Src(sub + "pw.zip"));
       ASSERT_EQ(std::system(("cd " + Quote((dir_ / "pw").string()) + " && zip -q -P " + password +
                              " " + zip + " secret.txt").c_str()), 0);
-      if (Python("import zipfile\ntry:\n  zipfile.ZipFile(" + zip + ").read('secret.txt', "
+      if (Python("try:\n  zipfile.ZipFile(" + zip + ").read('secret.txt', "
                  "pwd=b'wrong')\nexcept RuntimeError:\n  print('refused')\n") == "refused\n") {
         return;
       }
     }
   }
-  RunResult Run(const std::vector<std::string>& options = {}) {
-    RunResult r = RunJobs(options);
-    logs = LogTexts(r.out);
-    return r;
-  }
-  std::vector<std::string> logs;  // LogMsg of every LogMessage event, in order
 };
 
 TEST_F(ZipJobs, CompressesTheSelectedFilesIntoTheJobsArchive) {
@@ -81,10 +39,10 @@ TEST_F(ZipJobs, CompressesTheSelectedFilesIntoTheJobsArchive) {
   const RunResult r = Run();
   EXPECT_EQ(r.exitCode, 0) << r.err << r.out;
   EXPECT_TRUE(Has(logs, "Dateien gefunden: 2")) << r.out;
-  EXPECT_EQ(Entries(Dst("z.zip")), "src/a.txt\nsrc/sub/b.txt\n");
+  EXPECT_EQ(Entries(Dst("z.zip")), "src/a.txt=alpha;src/sub/b.txt=beta;");
   EXPECT_FALSE(fs::exists(Src("a.txt")));
   EXPECT_FALSE(fs::exists(Src("sub/b.txt")));
-  EXPECT_EQ(StartsWith(logs, "z: Gelöscht: "), 2) << r.out;
+  EXPECT_EQ(Count(logs, "z: Gelöscht: "), 2) << r.out;
 }
 
 TEST_F(ZipJobs, CompressionPreviewChangesNothing) {
@@ -93,7 +51,7 @@ TEST_F(ZipJobs, CompressionPreviewChangesNothing) {
   WriteJob("Action=3\nDoPreview=1\nExist=1\n");
   const RunResult r = Run({"--preview-jobs"});
   EXPECT_EQ(r.exitCode, 0) << r.err << r.out;
-  EXPECT_EQ(StartsWith(logs, "Würde zu Zip hinzugefügt: "), 1) << r.out;
+  EXPECT_EQ(Count(logs, "Würde zu Zip hinzugefügt: "), 1) << r.out;
   EXPECT_TRUE(Has(logs, "Würde gelöscht: " + Src("a.txt").string()) ||
               Has(logs, "Würde gelöscht: " + Src("b.txt").string()))
       << r.out;
@@ -117,8 +75,8 @@ bool Matches(const std::string& line, const std::string& pattern) {
 // Extraction jobs, one row per case: what is in the source folder, the job's keys, the lines
 // the run must say ($S, $D: the folders), the destination afterwards and the archives kept.
 TEST_F(ZipJobs, Extraction) {
-  using Entries = std::vector<std::pair<std::string, std::string>>;
-  const std::time_t entryTime = 1577934246;  // 2020-01-02 03:04:06, local, as the entries say
+  using Entries = std::vector<Entry>;
+  const std::time_t entryTime = EntryTime();
   struct Case {
     std::string name, keys, option;
     std::function<void()> setup;

@@ -16,6 +16,9 @@
 #include "support/TestSupport.h"
 
 #include <algorithm>
+#include <chrono>
+#include <functional>
+#include <thread>
 #include <cstdlib>
 #include <ctime>
 #include <filesystem>
@@ -120,14 +123,51 @@ struct ChildEnd {
   int signal = 0;
 };
 
-inline ChildEnd WaitFor(pid_t pid) {
-  int status = 0;
-  while (::waitpid(pid, &status, 0) < 0 && errno == EINTR) {
-  }
+inline ChildEnd Ended(int status) {
   ChildEnd end;
   if (WIFEXITED(status)) end.exitCode = WEXITSTATUS(status);
   if (WIFSIGNALED(status)) end.signal = WTERMSIG(status);
   return end;
+}
+
+inline ChildEnd WaitFor(pid_t pid) {
+  int status = 0;
+  while (::waitpid(pid, &status, 0) < 0 && errno == EINTR) {
+  }
+  return Ended(status);
+}
+
+// Polls until done() holds; false after limit. Only a guard against a hang: what a test checks
+// is the order of events, never how long they took.
+inline bool Eventually(const std::function<bool()>& done,
+                       std::chrono::seconds limit = std::chrono::seconds(20)) {
+  for (const auto until = std::chrono::steady_clock::now() + limit; !done();) {
+    if (std::chrono::steady_clock::now() > until) return false;
+    std::this_thread::sleep_for(std::chrono::milliseconds(5));
+  }
+  return true;
+}
+
+// Waits for the child at most limit; then it is killed and the test fails.
+inline ChildEnd WaitFor(pid_t pid, std::chrono::seconds limit) {
+  int status = 0;
+  if (!Eventually([&] { return ::waitpid(pid, &status, WNOHANG) == pid; }, limit)) {
+    ADD_FAILURE() << "kestrel did not end within " << limit.count() << " s";
+    ::kill(pid, SIGKILL);
+    return WaitFor(pid);
+  }
+  return Ended(status);
+}
+
+// True once the process catches sig: its handler is installed.
+inline bool CatchesSignal(pid_t pid, int sig) {
+  return Eventually([&] {
+    std::ifstream status("/proc/" + std::to_string(pid) + "/status");
+    for (std::string line; std::getline(status, line);) {
+      if (line.starts_with("SigCgt:")) return ((std::stoull(line.substr(7), nullptr, 16) >> (sig - 1)) & 1) != 0;
+    }
+    return false;
+  });
 }
 
 struct RunResult {

@@ -85,16 +85,17 @@ class Scratch {
 // How a child kestrel is started besides its arguments.
 struct StartOptions {
   std::string outFile, errFile;                            // empty: nowhere
-  std::vector<std::pair<std::string, std::string>> env;  // set in the child only
+  std::vector<std::pair<std::string, std::string>> env;  // set in the child only; "" unsets
   uid_t asUser = 0;  // non-zero: as that user (the tests run as root, whom permissions do not stop)
   int outFd = -1, errFd = -1;  // >= 0: there instead of the files
+  std::string bin = KESTREL_BIN;  // another copy of kestrel, e.g. an installed one
 };
 
 // kestrel with args, its standard output and error into the files of `o`. The child runs in the
 // folder cwd (error.log lands there).
 inline pid_t StartKestrel(const std::vector<std::string>& args, const fs::path& cwd,
                           const StartOptions& o = {}) {
-  std::vector<std::string> argv{KESTREL_BIN};
+  std::vector<std::string> argv{o.bin};
   argv.insert(argv.end(), args.begin(), args.end());
   const pid_t pid = ::fork();
   if (pid != 0) return pid;
@@ -102,7 +103,9 @@ inline pid_t StartKestrel(const std::vector<std::string>& args, const fs::path& 
       (::setgroups(0, nullptr) != 0 || ::setgid(o.asUser) != 0 || ::setuid(o.asUser) != 0)) {
     ::_exit(125);
   }
-  for (const auto& [name, value] : o.env) ::setenv(name.c_str(), value.c_str(), 1);
+  for (const auto& [name, value] : o.env) {
+    value.empty() ? ::unsetenv(name.c_str()) : ::setenv(name.c_str(), value.c_str(), 1);
+  }
   if (::chdir(cwd.c_str()) != 0) ::_exit(126);
   const auto open = [](const std::string& file) {
     return ::open(file.empty() ? "/dev/null" : file.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0666);

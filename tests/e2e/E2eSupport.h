@@ -246,6 +246,13 @@ inline bool HaveTool(const std::string& name) {
   return std::system(("command -v " + name + " >/dev/null 2>&1").c_str()) == 0;
 }
 
+// The command line with the tests' clock and short date format after it.
+inline std::vector<std::string> At(std::vector<std::string> args,
+                                   const std::string& now = "2026-11-22 10:00:00") {
+  for (std::string a : {"--now", now.c_str(), "--date-format", "%d.%m.%Y"}) args.push_back(a);
+  return args;
+}
+
 // A scratch folder with src, dst and jobs, and job files between src and dst.
 class JobFolderTest : public ::testing::Test {
  protected:
@@ -262,6 +269,8 @@ class JobFolderTest : public ::testing::Test {
     Put(dir_ / "jobs" / (name + ".kjb"), "[Job]\nName=" + name + "\nFrom=" + src().string() +
                                            "\nTo=" + dst().string() + "\n" + keys);
   }
+  // kestrel with args, in the scratch folder.
+  RunResult Kestrel(const std::vector<std::string>& args) const { return RunKestrel(args, dir_.root()); }
   // `kestrel run` over the job folder with the jsonl stream and more options.
   RunResult RunJobs(const std::vector<std::string>& options = {}, StartOptions o = {}) const {
     std::vector<std::string> args{"run", (dir_ / "jobs").string(), "--events", "jsonl"};

@@ -16,6 +16,9 @@
 #include "support/TestSupport.h"
 
 #include <algorithm>
+#include <chrono>
+#include <functional>
+#include <thread>
 #include <cstdlib>
 #include <ctime>
 #include <filesystem>
@@ -82,16 +85,17 @@ class Scratch {
 // How a child kestrel is started besides its arguments.
 struct StartOptions {
   std::string outFile, errFile;                            // empty: nowhere
-  std::vector<std::pair<std::string, std::string>> env;  // set in the child only
+  std::vector<std::pair<std::string, std::string>> env;  // set in the child only; "" unsets
   uid_t asUser = 0;  // non-zero: as that user (the tests run as root, whom permissions do not stop)
   int outFd = -1, errFd = -1;  // >= 0: there instead of the files
+  std::string bin = KESTREL_BIN;  // another copy of kestrel, e.g. an installed one
 };
 
 // kestrel with args, its standard output and error into the files of `o`. The child runs in the
 // folder cwd (error.log lands there).
 inline pid_t StartKestrel(const std::vector<std::string>& args, const fs::path& cwd,
                           const StartOptions& o = {}) {
-  std::vector<std::string> argv{KESTREL_BIN};
+  std::vector<std::string> argv{o.bin};
   argv.insert(argv.end(), args.begin(), args.end());
   const pid_t pid = ::fork();
   if (pid != 0) return pid;
@@ -99,7 +103,9 @@ inline pid_t StartKestrel(const std::vector<std::string>& args, const fs::path& 
       (::setgroups(0, nullptr) != 0 || ::setgid(o.asUser) != 0 || ::setuid(o.asUser) != 0)) {
     ::_exit(125);
   }
-  for (const auto& [name, value] : o.env) ::setenv(name.c_str(), value.c_str(), 1);
+  for (const auto& [name, value] : o.env) {
+    value.empty() ? ::unsetenv(name.c_str()) : ::setenv(name.c_str(), value.c_str(), 1);
+  }
   if (::chdir(cwd.c_str()) != 0) ::_exit(126);
   const auto open = [](const std::string& file) {
     return ::open(file.empty() ? "/dev/null" : file.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0666);
@@ -120,14 +126,51 @@ struct ChildEnd {
   int signal = 0;
 };
 
-inline ChildEnd WaitFor(pid_t pid) {
-  int status = 0;
-  while (::waitpid(pid, &status, 0) < 0 && errno == EINTR) {
-  }
+inline ChildEnd Ended(int status) {
   ChildEnd end;
   if (WIFEXITED(status)) end.exitCode = WEXITSTATUS(status);
   if (WIFSIGNALED(status)) end.signal = WTERMSIG(status);
   return end;
+}
+
+inline ChildEnd WaitFor(pid_t pid) {
+  int status = 0;
+  while (::waitpid(pid, &status, 0) < 0 && errno == EINTR) {
+  }
+  return Ended(status);
+}
+
+// Polls until done() holds; false after limit. Only a guard against a hang: what a test checks
+// is the order of events, never how long they took.
+inline bool Eventually(const std::function<bool()>& done,
+                       std::chrono::seconds limit = std::chrono::seconds(20)) {
+  for (const auto until = std::chrono::steady_clock::now() + limit; !done();) {
+    if (std::chrono::steady_clock::now() > until) return false;
+    std::this_thread::sleep_for(std::chrono::milliseconds(5));
+  }
+  return true;
+}
+
+// Waits for the child at most limit; then it is killed and the test fails.
+inline ChildEnd WaitFor(pid_t pid, std::chrono::seconds limit) {
+  int status = 0;
+  if (!Eventually([&] { return ::waitpid(pid, &status, WNOHANG) == pid; }, limit)) {
+    ADD_FAILURE() << "kestrel did not end within " << limit.count() << " s";
+    ::kill(pid, SIGKILL);
+    return WaitFor(pid);
+  }
+  return Ended(status);
+}
+
+// True once the process catches sig: its handler is installed.
+inline bool CatchesSignal(pid_t pid, int sig) {
+  return Eventually([&] {
+    std::ifstream status("/proc/" + std::to_string(pid) + "/status");
+    for (std::string line; std::getline(status, line);) {
+      if (line.starts_with("SigCgt:")) return ((std::stoull(line.substr(7), nullptr, 16) >> (sig - 1)) & 1) != 0;
+    }
+    return false;
+  });
 }
 
 struct RunResult {
@@ -189,6 +232,27 @@ inline bool Has(const std::vector<std::string>& lines, const std::string& line) 
   return std::find(lines.begin(), lines.end(), line) != lines.end();
 }
 
+// Lines that begin with prefix and contain every one of parts.
+inline int Count(const std::vector<std::string>& lines, const std::string& prefix,
+                 const std::vector<std::string>& parts = {}) {
+  return static_cast<int>(std::count_if(lines.begin(), lines.end(), [&](const std::string& l) {
+    return l.starts_with(prefix) && std::all_of(parts.begin(), parts.end(), [&](const auto& p) {
+             return l.find(p) != std::string::npos;
+           });
+  }));
+}
+
+inline bool HaveTool(const std::string& name) {
+  return std::system(("command -v " + name + " >/dev/null 2>&1").c_str()) == 0;
+}
+
+// The command line with the tests' clock and short date format after it.
+inline std::vector<std::string> At(std::vector<std::string> args,
+                                   const std::string& now = "2026-11-22 10:00:00") {
+  for (std::string a : {"--now", now.c_str(), "--date-format", "%d.%m.%Y"}) args.push_back(a);
+  return args;
+}
+
 // A scratch folder with src, dst and jobs, and job files between src and dst.
 class JobFolderTest : public ::testing::Test {
  protected:
@@ -205,6 +269,8 @@ class JobFolderTest : public ::testing::Test {
     Put(dir_ / "jobs" / (name + ".kjb"), "[Job]\nName=" + name + "\nFrom=" + src().string() +
                                            "\nTo=" + dst().string() + "\n" + keys);
   }
+  // kestrel with args, in the scratch folder.
+  RunResult Kestrel(const std::vector<std::string>& args) const { return RunKestrel(args, dir_.root()); }
   // `kestrel run` over the job folder with the jsonl stream and more options.
   RunResult RunJobs(const std::vector<std::string>& options = {}, StartOptions o = {}) const {
     std::vector<std::string> args{"run", (dir_ / "jobs").string(), "--events", "jsonl"};
@@ -213,6 +279,57 @@ class JobFolderTest : public ::testing::Test {
   }
 
   Scratch dir_;
+};
+
+// An entry of a test archive: a file, or a link (target in data) as Unix tools store it.
+struct Entry {
+  std::string name, data;
+  bool link = false;
+};
+
+// Job folder tests around archives, which python writes and reads independently of kestrel.
+class ArchiveTest : public JobFolderTest {
+ protected:
+  void SetUp() override {
+    if (!HaveTool("python3")) GTEST_SKIP() << "python3 is not installed (scripts/setup.sh)";
+  }
+  fs::path Src(const std::string& rel) const { return src() / rel; }
+  fs::path Dst(const std::string& rel) const { return dst() / rel; }
+  // Runs a shell command; what it says goes into the failure.
+  void Shell(const std::string& cmd) const {
+    ASSERT_EQ(std::system((cmd + " >" + Quote((dir_ / "sh.out").string()) + " 2>&1").c_str()), 0)
+        << cmd << "\n" << Get(dir_ / "sh.out");
+  }
+  // Runs a python script (zipfile, os, sys and struct imported); returns what it printed.
+  std::string Python(const std::string& script) const {
+    Put(dir_ / "script.py", "import zipfile, os, sys, struct\n" + script);
+    Shell("python3 " + Quote((dir_ / "script.py").string()));
+    return Get(dir_ / "sh.out");
+  }
+  // The local time that Archive stamps every entry with.
+  static std::time_t EntryTime() { return orvKestrel::testing::LocalTime(2020, 1, 2, 3, 4, 6); }
+  // An archive whose entries are stamped with EntryTime().
+  void Archive(const fs::path& archive, const std::vector<Entry>& entries) const {
+    fs::create_directories(archive.parent_path());
+    std::string script = "z=zipfile.ZipFile(" + Quote(archive.string()) + ",'w')\n";
+    for (const Entry& e : entries) {
+      script += "i=zipfile.ZipInfo(" + Quote(e.name) + ",(2020,1,2,3,4,6))\n";
+      if (e.link) script += "i.create_system=3; i.external_attr=(0o120777<<16)\n";
+      script += "z.writestr(i," + Quote(e.data) + ")\n";
+    }
+    Python(script + "z.close()\n");
+  }
+  // "name=contents;" per entry of the archive, sorted by name.
+  std::string Entries(const fs::path& archive) const {
+    return Python("z=zipfile.ZipFile(" + Quote(archive.string()) + ")\n"
+                  "print(''.join('%s=%s;' % (n, z.read(n).decode()) for n in sorted(z.namelist())), end='')\n");
+  }
+  RunResult Run(const std::vector<std::string>& options = {}) {
+    RunResult r = RunJobs(options);
+    logs = LogTexts(r.out);
+    return r;
+  }
+  std::vector<std::string> logs;  // LogMsg of every LogMessage event of the last run, in order
 };
 
 }  // namespace e2e

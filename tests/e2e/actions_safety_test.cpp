@@ -12,6 +12,8 @@
 namespace e2e {
 namespace {
 
+using orvKestrel::testing::ScopedEnv;
+
 // A mount made for one test and undone when it ends, whatever happened in between.
 class Mount {
  public:
@@ -113,31 +115,14 @@ TEST_F(Safety, ADestinationThatIsTheSourceItselfNeverCostsTheFile) {
   }
 }
 
-// Sets or removes an environment variable of this process (and so of the children it
-// starts) for the life of the object.
-class EnvScope {
- public:
-  EnvScope(const char* name, const char* value) : name_(name) {
-    if (const char* old = std::getenv(name)) old_ = old;
-    value == nullptr ? ::unsetenv(name) : ::setenv(name, value, 1);
-  }
-  ~EnvScope() { old_ ? ::setenv(name_, old_->c_str(), 1) : ::unsetenv(name_); }
-  EnvScope(const EnvScope&) = delete;
-  EnvScope& operator=(const EnvScope&) = delete;
-
- private:
-  const char* name_;
-  std::optional<std::string> old_;
-};
-
 // Without a home no trash is made (not even a home of its own): every file stays, is logged
 // as deleted as it always was, then named by an error line, and the run exits 1.
 TEST_F(Safety, ATrashThatCannotBeMadeIsReportedPerFile) {
   const std::string nowhere = (dir_ / "no home").string();
-  for (const char* home : {static_cast<const char*>(nullptr), "", "relative", nowhere.c_str()}) {
-    SCOPED_TRACE(home == nullptr ? "unset" : home);
-    const EnvScope noData("XDG_DATA_HOME", nullptr);
-    const EnvScope noHome("HOME", home);
+  for (const std::optional<std::string>& home : {std::optional<std::string>(), {""}, {"relative"}, {nowhere}}) {
+    SCOPED_TRACE(home.value_or("unset"));
+    const ScopedEnv noData("XDG_DATA_HOME", std::nullopt);
+    const ScopedEnv noHome("HOME", home);
     for (int i = 0; i < 3; ++i) Put(src() / ("f" + std::to_string(i) + ".txt"), "keep me");
     Job("Action=2\nDelType=1\n");
     const RunResult r = RunJobs();
@@ -188,7 +173,7 @@ TEST_F(Safety, ARecyclingRunNeverWalksItsOwnTrash) {
     Put(row.from / row.decoy / "b.txt", "b");
     Job("Action=2\nDelType=1\nSubFolder=1\n", row.from);
     const std::vector<std::pair<std::string, std::string>> env{{"HOME", home.string()}};
-    const EnvScope noData("XDG_DATA_HOME", nullptr);
+    const ScopedEnv noData("XDG_DATA_HOME", std::nullopt);
     ASSERT_EQ(Run(env).exitCode, 0);
     const auto first = TrashFiles(row.from, row.trash);
     ASSERT_EQ(first.size(), 4u);  // two files and their restore records

@@ -4,18 +4,15 @@
 namespace e2e {
 namespace {
 
-class Check : public ::testing::Test {
+class Check : public JobFolderTest {
  protected:
-  RunResult Kestrel(std::vector<std::string> args) const {
-    for (const char* a : {"--now", "2026-11-22 10:00:00", "--date-format", "%d.%m.%Y"}) args.push_back(a);
-    return RunKestrel(args, dir.root());
-  }
+  Check() : JobFolderTest("e2e-check") {}
+  RunResult Kestrel(const std::vector<std::string>& args) const { return JobFolderTest::Kestrel(At(args)); }
   // A job file between src and dst; `extra` lines go into [Job].
   void Job(const std::string& file, const std::string& name, const std::string& extra) const {
-    Put(dir / "jobs" / file, "[Job]\nName=" + name + "\nFrom=" + (dir / "src").string() +
-                                 "\nTo=" + (dir / "dst").string() + "\n" + extra);
+    Put(dir_ / "jobs" / file, "[Job]\nName=" + name + "\nFrom=" + src().string() +
+                                  "\nTo=" + dst().string() + "\n" + extra);
   }
-  Scratch dir{"e2e-check"};
 };
 
 std::map<std::string, nlohmann::json> ByFile(const std::string& out) {
@@ -36,8 +33,6 @@ bool Mentions(const nlohmann::json& list, const std::string& part) {
 }
 
 TEST_F(Check, SaysOfEachJobWhetherItRunsAndWhatIsWrong) {
-  fs::create_directories(dir / "src");
-  fs::create_directories(dir / "dst");
   const std::string runs = "DoPreview=0\nCounter=1\nInterval=1\n";
   struct Case {
     std::string file, name, extra;
@@ -66,17 +61,17 @@ TEST_F(Check, SaysOfEachJobWhetherItRunsAndWhatIsWrong) {
        "not a time of day"},
   };
   for (const Case& c : cases) Job(c.file, c.name, c.extra);
-  Put(dir / "jobs/nofolder.kjb", "[Job]\nName=nofolder\nFrom=" + (dir / "gone").string() +
-                                     "\nTo=" + (dir / "src/sub").string() + "\n" + runs);
-  Put(dir / "jobs/nested.kjb", "[Job]\nName=nested\nFrom=" + (dir / "src").string() +
-                                   "\nTo=" + (dir / "src/../src/out").string() + "\n" + runs);
-  fs::create_directories(dir / "src/out");
-  const auto before = Files(dir.root());
+  Put(dir_ / "jobs/nofolder.kjb", "[Job]\nName=nofolder\nFrom=" + (dir_ / "gone").string() +
+                                     "\nTo=" + (dir_ / "src/sub").string() + "\n" + runs);
+  Put(dir_ / "jobs/nested.kjb", "[Job]\nName=nested\nFrom=" + (dir_ / "src").string() +
+                                   "\nTo=" + (dir_ / "src/../src/out").string() + "\n" + runs);
+  fs::create_directories(dir_ / "src/out");
+  const auto before = Files(dir_.root());
 
   const RunResult r = Kestrel({"check", "jobs", "--events", "jsonl"});
   EXPECT_EQ(r.exitCode, 1) << r.err;
-  EXPECT_EQ(Files(dir.root()), before) << "check must write nothing";
-  EXPECT_FALSE(fs::exists(dir / "error.log"));
+  EXPECT_EQ(Files(dir_.root()), before) << "check must write nothing";
+  EXPECT_FALSE(fs::exists(dir_ / "error.log"));
   const auto got = ByFile(r.out);
   for (const Case& c : cases) {
     SCOPED_TRACE(c.file);
@@ -106,8 +101,6 @@ TEST_F(Check, SaysOfEachJobWhetherItRunsAndWhatIsWrong) {
 }
 
 TEST_F(Check, AllWellExitsZeroAndFileNarrowsToOne) {
-  fs::create_directories(dir / "src");
-  fs::create_directories(dir / "dst");
   Job("good.kjb", "good", "DoPreview=0\nCounter=1\nInterval=1\n");
   Job("bad.kjb", "bad", "Counter=x\n");
   const RunResult one = Kestrel({"check", "jobs", "--file", "good.kjb"});
@@ -135,10 +128,10 @@ namespace e2e {
 namespace {
 
 TEST(RunOne, SaysWhyAPathIsNoJobFile) {
-  const Scratch dir("e2e-runone");
-  fs::create_directories(dir / "jobs/folder.kjb");
-  Put(dir / "jobs/notes.txt", "[Job]\nName=notes\n");
-  ASSERT_EQ(::mkfifo((dir / "jobs/pipe.kjb").c_str(), 0600), 0);
+  const Scratch dir_("e2e-runone");
+  fs::create_directories(dir_ / "jobs/folder.kjb");
+  Put(dir_ / "jobs/notes.txt", "[Job]\nName=notes\n");
+  ASSERT_EQ(::mkfifo((dir_ / "jobs/pipe.kjb").c_str(), 0600), 0);
   const struct {
     std::string path, why;
   } cases[] = {{"jobs/missing.kjb", "does not exist"},
@@ -147,7 +140,7 @@ TEST(RunOne, SaysWhyAPathIsNoJobFile) {
                {"jobs/notes.txt", "is not a job file"},
                {"jobs/pipe.kjb", "is not a regular file"}};
   for (const auto& c : cases) {
-    const RunResult r = RunKestrel({"run-one", c.path}, dir.root());
+    const RunResult r = RunKestrel({"run-one", c.path}, dir_.root());
     EXPECT_EQ(r.exitCode, 1) << c.path;
     EXPECT_TRUE(r.err.starts_with("kestrel: " + c.path + " ")) << r.err;
     EXPECT_NE(r.err.find(c.why), std::string::npos) << c.path << ": " << r.err;

@@ -5,23 +5,18 @@
 namespace e2e {
 namespace {
 
-class Dates : public ::testing::Test {
+class Dates : public JobFolderTest {
  protected:
-  Dates() {
-    fs::create_directories(dir / "src");
-    fs::create_directories(dir / "dst");
-  }
+  Dates() : JobFolderTest("e2e-dates") {}
   std::string Daily(const std::string& state) const {
-    const fs::path job = dir / "jobs/d.kjb";
-    Put(job, "[Job]\nName=d\nFrom=" + (dir / "src").string() + "\nTo=" + (dir / "dst").string() +
-                 "\nDoPreview=0\nIntervalType=1\nIntervalTimeType=0\nIntervalTime=08:00:00\n"
-                 "IntState=" + state + "\n");
+    const fs::path job = dir_ / "jobs/d.kjb";
+    Put(job, "[Job]\nName=d\nFrom=" + src().string() + "\nTo=" + dst().string() +
+                 "\nDoPreview=0\nIntervalType=1\nIntervalTimeType=0\nIntervalTime=08:00:00\nIntState=" + state + "\n");
     return job.string();
   }
   RunResult Run(const std::string& format, const std::string& now = "2026-11-22 10:00:00") const {
-    return RunKestrel({"run", "jobs", "--now", now, "--date-format", format}, dir.root());
+    return RunKestrel({"run", "jobs", "--now", now, "--date-format", format}, dir_.root());
   }
-  Scratch dir{"e2e-dates"};
 };
 
 TEST_F(Dates, BadFormatsAndImpossibleDaysAreRefusedNamingTheOption) {
@@ -34,16 +29,16 @@ TEST_F(Dates, BadFormatsAndImpossibleDaysAreRefusedNamingTheOption) {
   for (const auto& b : bad) {
     for (const char* command : {"run", "list", "check"}) {
       SCOPED_TRACE(std::string(command) + " " + b.option + " " + b.value);
-      const RunResult r = RunKestrel({command, "jobs", b.option, b.value}, dir.root());
+      const RunResult r = RunKestrel({command, "jobs", b.option, b.value}, dir_.root());
       EXPECT_EQ(r.exitCode, 2);
       EXPECT_NE(r.err.find(b.option), std::string::npos) << r.err;
       EXPECT_NE(r.err.find("\"" + b.value + "\""), std::string::npos) << r.err;
     }
   }
   for (const char* good : {"%d.%m.%Y", "%Y-%m-%d", "%m/%d/%y", "%x", "%F"}) {
-    EXPECT_EQ(RunKestrel({"run", "jobs", "--date-format", good}, dir.root()).exitCode, 0) << good;
+    EXPECT_EQ(RunKestrel({"run", "jobs", "--date-format", good}, dir_.root()).exitCode, 0) << good;
   }
-  EXPECT_EQ(RunKestrel({"run", "jobs", "--now", "2028-02-29 10:00:00"}, dir.root()).exitCode, 0);
+  EXPECT_EQ(RunKestrel({"run", "jobs", "--now", "2028-02-29 10:00:00"}, dir_.root()).exitCode, 0);
 }
 
 TEST_F(Dates, AStateInAnotherFormatNeverStopsTheSchedule) {

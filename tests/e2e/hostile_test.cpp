@@ -35,21 +35,9 @@ class Hostile : public JobFolderTest {
   RunResult RunJobs(uid_t asUser = 0) {
     const std::string out = (dir_ / ".out").string(), err = (dir_ / ".err").string();
     std::vector<std::string> args{"run", (dir_ / "jobs").string(), "--events", "jsonl"};
-    const pid_t pid = StartKestrel(args, dir_.root(), {out, err, {}, asUser});
-    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(60);
-    int status = 0;
-    while (::waitpid(pid, &status, WNOHANG) == 0) {
-      if (std::chrono::steady_clock::now() > deadline) {
-        ::kill(pid, SIGKILL);
-        ::waitpid(pid, &status, 0);
-        ADD_FAILURE() << "kestrel did not end within 60 s";
-        break;
-      }
-      std::this_thread::sleep_for(std::chrono::milliseconds(5));
-    }
-    RunResult r{WIFEXITED(status) ? WEXITSTATUS(status) : -1, Get(out), Get(err)};
-    EXPECT_FALSE(WIFSIGNALED(status)) << "kestrel died of signal " << WTERMSIG(status) << "\n"
-                                      << r.err;
+    const ChildEnd end = WaitFor(StartKestrel(args, dir_.root(), {out, err, {}, asUser}), std::chrono::seconds(60));
+    RunResult r{end.exitCode, Get(out), Get(err)};
+    EXPECT_EQ(end.signal, 0) << "kestrel died of a signal\n" << r.err;
     fs::remove(out);
     fs::remove(err);
     lines_ = LogTexts(r.out);

@@ -24,38 +24,14 @@ class Language : public ::testing::Test {
   // The first line of a run of the installed copy (or of the built one, which has no lang folder).
   std::string FirstLine(const std::vector<std::pair<std::string, std::string>>& env,
                         std::vector<std::string> extra = {}, bool installed = true) const {
-    StartOptions o;
-    o.env = env;
-    for (const char* var : {"LANG", "LC_ALL", "LC_MESSAGES", "KESTREL_LANG"}) {
-      bool given = false;
-      for (const auto& [k, v] : env) given = given || k == var;
-      if (!given) o.env.push_back({var, ""});
-    }
+    StartOptions o;  // the locale of the test's own environment is removed, then env set
+    o.env = {{"LANG", ""}, {"LC_ALL", ""}, {"LC_MESSAGES", ""}, {"KESTREL_LANG", ""}};
+    o.env.insert(o.env.end(), env.begin(), env.end());
+    if (installed) o.bin = (dir / "prefix/bin/kestrel").string();
     std::vector<std::string> args{"run", "jobs"};
     args.insert(args.end(), extra.begin(), extra.end());
-    const std::string bin = installed ? (dir / "prefix/bin/kestrel").string() : KESTREL_BIN;
-    const RunResult r = RunWith(bin, args, o);
+    const RunResult r = RunKestrel(args, dir.root(), o);
     return r.out.substr(0, r.out.find('\n'));
-  }
-  RunResult RunWith(const std::string& bin, const std::vector<std::string>& args, StartOptions o) const {
-    // StartKestrel runs the built binary only; a shell runs either with the same args.
-    std::string cmd = "exec '" + bin + "'";
-    for (const auto& a : args) cmd += " '" + a + "'";
-    const Scratch io("io");
-    const std::string out = (io / "out").string();
-    const pid_t pid = ::fork();
-    if (pid == 0) {
-      for (const auto& [k, v] : o.env) {
-        if (v.empty()) ::unsetenv(k.c_str()); else ::setenv(k.c_str(), v.c_str(), 1);
-      }
-      if (::chdir(dir.root().c_str()) != 0) ::_exit(126);
-      const int fd = ::open(out.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0666);
-      ::dup2(fd, 1);
-      ::execl("/bin/sh", "sh", "-c", cmd.c_str(), static_cast<char*>(nullptr));
-      ::_exit(127);
-    }
-    const ChildEnd end = WaitFor(pid);
-    return {end.exitCode, Get(out), ""};
   }
   Scratch dir{"e2e-lang"};
 };

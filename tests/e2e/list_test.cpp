@@ -6,13 +6,9 @@
 namespace e2e {
 namespace {
 
-// A scratch folder; kestrel runs in it unless told otherwise.
-class List : public ::testing::Test {
+class List : public JobFolderTest {
  protected:
-  RunResult Kestrel(const std::vector<std::string>& args) const {
-    return RunKestrel(args, dir.root());
-  }
-  Scratch dir{"e2e-list"};
+  List() : JobFolderTest("e2e-list") {}
 };
 
 // One JSON object per line, keys in the order written.
@@ -25,19 +21,11 @@ std::vector<nlohmann::ordered_json> Lines(const std::string& out) {
   return lines;
 }
 
-const std::vector<std::string> kNow = {"--now", "2026-11-22 10:00:00", "--date-format",
-                                       "%d.%m.%Y"};
-
-std::vector<std::string> With(std::vector<std::string> args) {
-  args.insert(args.end(), kNow.begin(), kNow.end());
-  return args;
-}
-
 TEST_F(List, TakesOnlyJobFiles) {
-  Put(dir / "jobs/x.txt", "[Job]\nName=x\n");
-  Put(dir / "jobs/b.kjb", "[Job]\nName=bee\nAction=1\n");
-  Put(dir / "jobs/A.KJB", "[Job]\nName=ay\nAction=3\nInactive=1\n");
-  const RunResult text = Kestrel(With({"list", "jobs"}));
+  Put(dir_ / "jobs/x.txt", "[Job]\nName=x\n");
+  Put(dir_ / "jobs/b.kjb", "[Job]\nName=bee\nAction=1\n");
+  Put(dir_ / "jobs/A.KJB", "[Job]\nName=ay\nAction=3\nInactive=1\n");
+  const RunResult text = Kestrel(At({"list", "jobs"}));
   EXPECT_EQ(text.exitCode, 0) << text.err;
   EXPECT_NE(text.out.find("bee"), std::string::npos) << text.out;
   EXPECT_NE(text.out.find("ay"), std::string::npos) << text.out;
@@ -45,7 +33,7 @@ TEST_F(List, TakesOnlyJobFiles) {
   EXPECT_NE(text.out.find("zip"), std::string::npos) << text.out;
   EXPECT_EQ(text.out.find("x.txt"), std::string::npos) << text.out;
 
-  const RunResult json = Kestrel(With({"list", "jobs/", "--events", "jsonl"}));
+  const RunResult json = Kestrel(At({"list", "jobs/", "--events", "jsonl"}));
   EXPECT_EQ(json.exitCode, 0) << json.err;
   const auto records = Lines(json.out);
   ASSERT_EQ(records.size(), 2u);
@@ -58,8 +46,8 @@ TEST_F(List, TakesOnlyJobFiles) {
 }
 
 TEST_F(List, JsonlCarriesAll106FieldsWithTheirDefaults) {
-  Put(dir / "a.kjb", "[Job]\n");
-  const RunResult r = Kestrel(With({"list", dir.root().string(), "--events", "jsonl"}));
+  Put(dir_ / "a.kjb", "[Job]\n");
+  const RunResult r = Kestrel(At({"list", dir_.root().string(), "--events", "jsonl"}));
   ASSERT_EQ(r.exitCode, 0) << r.err;
   const auto records = Lines(r.out);
   ASSERT_EQ(records.size(), 1u);
@@ -89,35 +77,35 @@ TEST_F(List, JsonlCarriesAll106FieldsWithTheirDefaults) {
 TEST_F(List, InvalidUtf8BecomesReplacementCharacters) {
   // Valid UTF-8 elsewhere, so the file is read as UTF-8 ... except that this byte makes it
   // Windows-1252: the name comes out as the character that byte stands for.
-  Put(dir / "a.kjb", "[Job]\nName=caf\xE9\n");
-  const RunResult r = Kestrel(With({"list", dir.root().string(), "--events", "jsonl"}));
+  Put(dir_ / "a.kjb", "[Job]\nName=caf\xE9\n");
+  const RunResult r = Kestrel(At({"list", dir_.root().string(), "--events", "jsonl"}));
   ASSERT_EQ(r.exitCode, 0) << r.err;
   EXPECT_EQ(Lines(r.out).at(0)["JobName"], "caf\xC3\xA9");
 }
 
 TEST_F(List, ABadFileExitsOneAndKeepsTheRecordsBefore) {
-  Put(dir / "jobs/a.kjb", "[Job]\nName=a\nCounter=many\n");
-  const RunResult r = Kestrel(With({"list", "jobs", "--events", "jsonl"}));
+  Put(dir_ / "jobs/a.kjb", "[Job]\nName=a\nCounter=many\n");
+  const RunResult r = Kestrel(At({"list", "jobs", "--events", "jsonl"}));
   EXPECT_EQ(r.exitCode, 1);
   EXPECT_TRUE(r.out.empty()) << r.out;
   EXPECT_NE(r.err.find("a.kjb"), std::string::npos) << r.err;
   EXPECT_NE(r.err.find("Counter"), std::string::npos) << r.err;
-  EXPECT_TRUE(fs::exists(dir / "error.log"));
+  EXPECT_TRUE(fs::exists(dir_ / "error.log"));
 }
 
 TEST_F(List, NoJobFilesIsNoError) {
-  const RunResult empty = Kestrel(With({"list", dir.root().string()}));
+  const RunResult empty = Kestrel(At({"list", dir_.root().string()}));
   EXPECT_EQ(empty.exitCode, 0) << empty.err;
-  const RunResult missing = Kestrel(With({"list", dir / "missing", "--events", "jsonl"}));
+  const RunResult missing = Kestrel(At({"list", dir_ / "missing", "--events", "jsonl"}));
   EXPECT_EQ(missing.exitCode, 0) << missing.err;
   EXPECT_TRUE(missing.out.empty());
 }
 
 TEST_F(List, OneNamedFile) {
-  Put(dir / "a.kjb", "[Job]\nName=a\n");
-  Put(dir / "b.kjb", "[Job]\nName=b\n");
+  Put(dir_ / "a.kjb", "[Job]\nName=a\n");
+  Put(dir_ / "b.kjb", "[Job]\nName=b\n");
   const RunResult r =
-      Kestrel(With({"list", dir.root().string(), "--file", "b.kjb", "--events", "jsonl"}));
+      Kestrel(At({"list", dir_.root().string(), "--file", "b.kjb", "--events", "jsonl"}));
   ASSERT_EQ(r.exitCode, 0) << r.err;
   const auto records = Lines(r.out);
   ASSERT_EQ(records.size(), 1u);
@@ -126,7 +114,7 @@ TEST_F(List, OneNamedFile) {
 
 // The sample jobs of the repository read without an error and say what they are for.
 TEST_F(List, TheExampleJobs) {
-  const RunResult r = RunKestrel(With({"list", "examples/jobs", "--events", "jsonl"}), KESTREL_SOURCE_DIR);
+  const RunResult r = RunKestrel(At({"list", "examples/jobs", "--events", "jsonl"}), KESTREL_SOURCE_DIR);
   ASSERT_EQ(r.exitCode, 0) << r.err;
   std::set<std::int64_t> actions;
   for (const auto& j : Lines(r.out)) {

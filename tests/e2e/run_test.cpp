@@ -6,7 +6,6 @@
 #include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <poll.h>
 #include <sys/wait.h>
 #include <unistd.h>
 #include <nlohmann/json.hpp>
@@ -30,114 +29,6 @@ using ::testing::HasSubstr;
 using orvKestrel::testing::ReadFile;
 using orvKestrel::testing::TempDir;
 using orvKestrel::testing::WriteFile;
-
-// A running kestrel with its stdout and stderr on pipes.
-class Process {
- public:
-  // stdoutFd >= 0: the child writes its stdout there instead of a pipe of ours.
-  Process(const std::vector<std::string>& args, const std::string& cwd, int stdoutFd = -1) {
-    int out[2] = {-1, -1};
-    int err[2];
-    if (stdoutFd < 0 && ::pipe2(out, O_CLOEXEC) != 0) throw std::runtime_error("pipe");
-    if (::pipe2(err, O_CLOEXEC) != 0) throw std::runtime_error("pipe");
-    e2e::StartOptions o;
-    o.outFd = stdoutFd >= 0 ? stdoutFd : out[1];
-    o.errFd = err[1];
-    pid_ = e2e::StartKestrel(args, cwd, o);
-    if (stdoutFd < 0) {
-      ::close(out[1]);
-      out_ = out[0];
-    }
-    ::close(err[1]);
-    err_ = err[0];
-  }
-  ~Process() {
-    if (pid_ > 0 && status_ < 0) {
-      ::kill(pid_, SIGKILL);
-      Wait();
-    }
-    if (out_ >= 0) ::close(out_);
-    if (err_ >= 0) ::close(err_);
-  }
-  Process(const Process&) = delete;
-  Process& operator=(const Process&) = delete;
-
-  pid_t pid() const { return pid_; }
-
-  // True once the process catches sig: its handler is installed.
-  bool WaitForHandler(int sig) {
-    const auto until = std::chrono::steady_clock::now() + std::chrono::seconds(10);
-    while (std::chrono::steady_clock::now() < until) {
-      std::ifstream status("/proc/" + std::to_string(pid_) + "/status");
-      std::string line;
-      while (std::getline(status, line)) {
-        if (line.rfind("SigCgt:", 0) == 0) {
-          const unsigned long long mask = std::stoull(line.substr(7), nullptr, 16);
-          if (mask & (1ull << (sig - 1))) return true;
-        }
-      }
-      std::this_thread::sleep_for(std::chrono::milliseconds(5));
-    }
-    return false;
-  }
-
-  // Reads stdout until it holds `count` lines that contain `text`; false at EOF or after a while
-  // without them, so that a daemon that never says it cannot hold the test for ever.
-  bool ReadUntil(const std::string& text, int count) {
-    const auto until = std::chrono::steady_clock::now() + std::chrono::seconds(20);
-    while (Count(text) < count) {
-      const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(
-          until - std::chrono::steady_clock::now());
-      if (left.count() <= 0) return false;
-      pollfd pfd{out_, POLLIN, 0};
-      if (::poll(&pfd, 1, static_cast<int>(left.count())) <= 0) continue;
-      if (!ReadSome(out_, out)) return false;
-    }
-    return true;
-  }
-
-  // Reads everything to EOF and waits; the exit code, or 128 + the signal.
-  int Finish() {
-    while (ReadSome(out_, out)) {
-    }
-    while (ReadSome(err_, err)) {
-    }
-    return Wait();
-  }
-
-  std::string out, err;
-
- private:
-  int Count(const std::string& text) const {
-    int n = 0;
-    for (auto pos = out.find(text); pos != std::string::npos; pos = out.find(text, pos + 1)) ++n;
-    return n;
-  }
-  static bool ReadSome(int fd, std::string& into) {
-    if (fd < 0) return false;
-    char buf[4096];
-    for (;;) {
-      const ssize_t n = ::read(fd, buf, sizeof buf);
-      if (n < 0 && errno == EINTR) continue;
-      if (n <= 0) return false;
-      into.append(buf, static_cast<std::size_t>(n));
-      return true;
-    }
-  }
-  int Wait() {
-    if (status_ >= 0) return status_;
-    int st = 0;
-    while (::waitpid(pid_, &st, 0) < 0 && errno == EINTR) {
-    }
-    status_ = WIFEXITED(st) ? WEXITSTATUS(st) : 128 + WTERMSIG(st);
-    return status_;
-  }
-
-  pid_t pid_ = -1;
-  int out_ = -1;
-  int err_ = -1;
-  int status_ = -1;
-};
 
 using Result = e2e::RunResult;
 
@@ -358,15 +249,17 @@ TEST_F(RunTest, SigintDuringAPassStopsItWith130) {
   ASSERT_GT(capacity, 0);
   const std::string filler(static_cast<std::size_t>(capacity), '.');
   ASSERT_EQ(::write(fds[1], filler.data(), filler.size()), capacity);
-  Process p(Args({"run", jobs, "--events", "jsonl"}), dir.str(), fds[1]);
+  e2e::StartOptions o;
+  o.outFd = fds[1];
+  const pid_t pid = e2e::StartKestrel(Args({"run", jobs, "--events", "jsonl"}), dir.str(), o);
   ::close(fds[1]);
-  ASSERT_TRUE(p.WaitForHandler(SIGINT));
-  ASSERT_EQ(::kill(p.pid(), SIGINT), 0);
+  ASSERT_TRUE(e2e::CatchesSignal(pid, SIGINT));
+  ASSERT_EQ(::kill(pid, SIGINT), 0);
   std::string out;
   char buf[4096];
   for (ssize_t n; (n = ::read(fds[0], buf, sizeof buf)) > 0;) out.append(buf, n);
   ::close(fds[0]);
-  EXPECT_EQ(p.Finish(), 130);
+  EXPECT_EQ(e2e::WaitFor(pid).exitCode, 130);
   out.erase(0, filler.size());
   // The signal may come before the first job (then the pass ends before anything is said) or
   // while the job is under way: then the job must end with "t2", never with "t6".
@@ -376,21 +269,30 @@ TEST_F(RunTest, SigintDuringAPassStopsItWith130) {
   EXPECT_THAT(out, ::testing::Not(HasSubstr("Auftrag ausgeführt")));
 }
 
+// Passes follow each other at the interval; SIGTERM ends the wait between them at once (with an
+// interval of an hour, ending at all shows it), and no pass is cut short.
 TEST_F(RunTest, DaemonRunsEveryIntervalAndStopsOnSigterm) {
   const std::string path = Job("a", "Counter=1\nInterval=1\n");
-  Process p(Args({"daemon", jobs, "--every", "1", "--events", "jsonl"}), dir.str());
-  ASSERT_TRUE(p.WaitForHandler(SIGTERM));
-  const auto start = std::chrono::steady_clock::now();
-  ASSERT_TRUE(p.ReadUntil("a: Starte Auftrag", 2)) << p.out;
-  // Two passes take one interval: the second starts a second after the first.
-  EXPECT_GE(std::chrono::steady_clock::now() - start, std::chrono::milliseconds(500));
-  ASSERT_EQ(::kill(p.pid(), SIGTERM), 0);
-  const auto stopAsked = std::chrono::steady_clock::now();
-  EXPECT_EQ(p.Finish(), 130);
-  EXPECT_LT(std::chrono::steady_clock::now() - stopAsked, std::chrono::milliseconds(900));
-  EXPECT_EQ(p.err, "");
-  for (const auto& line : Lines(p.out)) {
-    EXPECT_TRUE(nlohmann::json::accept(line)) << line;
+  const auto starts = [&] { return JobLines(ReadFile(dir / "out"), "a: Starte Auftrag").size(); };
+  for (const char* every : {"1", "3600"}) {
+    SCOPED_TRACE(every);
+    e2e::StartOptions o;
+    o.outFile = dir / "out";
+    o.errFile = dir / "err";
+    const pid_t pid = e2e::StartKestrel(Args({"daemon", jobs, "--every", every, "--events", "jsonl"}),
+                                        dir.str(), o);
+    ASSERT_TRUE(e2e::CatchesSignal(pid, SIGTERM));
+    const auto start = std::chrono::steady_clock::now();
+    const std::size_t passes = every == std::string("1") ? 2 : 1;
+    ASSERT_TRUE(e2e::Eventually([&] { return starts() >= passes; })) << ReadFile(dir / "out");
+    // Two passes take one interval: the second starts a second after the first.
+    EXPECT_GE(std::chrono::steady_clock::now() - start, std::chrono::milliseconds(500 * (passes - 1)));
+    ASSERT_EQ(::kill(pid, SIGTERM), 0);
+    EXPECT_EQ(e2e::WaitFor(pid, std::chrono::seconds(20)).exitCode, 130);
+    EXPECT_EQ(ReadFile(dir / "err"), "");
+    const std::string out = ReadFile(dir / "out");
+    EXPECT_EQ(JobLines(out, "a: Starte Auftrag").size(), JobLines(out, "a: Auftrag ausgeführt").size());
+    for (const auto& line : Lines(out)) EXPECT_TRUE(nlohmann::json::accept(line)) << line;
   }
   EXPECT_EQ(Value(ReadFile(path), "Counter"), "1");
 }

@@ -5,62 +5,14 @@
 namespace e2e {
 namespace {
 
-bool HaveTool(const std::string& name) {
-  return std::system(("command -v " + name + " >/dev/null 2>&1").c_str()) == 0;
-}
-
-// Lines that begin with prefix and contain every one of parts.
-int Count(const std::vector<std::string>& lines, const std::string& prefix,
-          const std::vector<std::string>& parts = {}) {
-  return static_cast<int>(std::count_if(lines.begin(), lines.end(), [&](const std::string& l) {
-    return l.starts_with(prefix) && std::all_of(parts.begin(), parts.end(), [&](const auto& p) {
-             return l.find(p) != std::string::npos;
-           });
-  }));
-}
-
-// An entry of a test archive: a file, or a link (target in data) as Unix tools store it.
-struct Entry {
-  std::string name, data;
-  bool link = false;
-};
-
-class UnzipSafety : public JobFolderTest {
+class UnzipSafety : public ArchiveTest {
  protected:
-  void SetUp() override {
-    if (!HaveTool("python3")) GTEST_SKIP() << "python3 is not installed (scripts/setup.sh)";
-  }
-  fs::path Src(const std::string& rel) const { return src() / rel; }
-  fs::path Dst(const std::string& rel) const { return dst() / rel; }
-  void Shell(const std::string& cmd) const {
-    ASSERT_EQ(std::system((cmd + " >" + Quote((dir_ / "sh.out").string()) + " 2>&1").c_str()), 0)
-        << cmd << "\n" << Get(dir_ / "sh.out");
-  }
-  void Python(const std::string& script) const {
-    Put(dir_ / "script.py", "import zipfile, os, sys\n" + script);
-    Shell("python3 " + Quote((dir_ / "script.py").string()));
-  }
-  void Archive(const fs::path& archive, const std::vector<Entry>& entries) const {
-    std::string script = "z=zipfile.ZipFile(" + Quote(archive.string()) + ",'w')\n";
-    for (const Entry& e : entries) {
-      script += "i=zipfile.ZipInfo(" + Quote(e.name) + ",(2020,1,2,3,4,6))\n";
-      if (e.link) script += "i.create_system=3; i.external_attr=(0o120777<<16)\n";
-      script += "z.writestr(i," + Quote(e.data) + ")\n";
-    }
-    Python(script + "z.close()\n");
-  }
   // An extraction job from src into dst (or into src itself); more keys after.
   void Job(const std::string& keys, bool intoSource = false) {
     Put(dir_ / "jobs/u.kjb", "[Job]\nName=u\nCounter=1\nAction=4\nDoPreview=0\nFrom=" +
                                  src().string() + "\nTo=" + (intoSource ? src() : dst()).string() +
                                  "\n" + keys);
   }
-  RunResult Run() {
-    RunResult r = RunJobs();
-    logs = LogTexts(r.out);
-    return r;
-  }
-  std::vector<std::string> logs;
 };
 
 // An archive that holds an entry of its own name, extracted into its own folder with
@@ -136,7 +88,7 @@ TEST_F(UnzipSafety, TwoArchivesOfOneRunNeverReplaceEachOthersFiles) {
 // Entries that the policy keeps are named, and their archive stays: it holds their only copy.
 TEST_F(UnzipSafety, EntriesKeptByThePolicyAreNamedAndKeepTheArchive) {
   struct Case { const char* exist; std::time_t existing; const char* line; };
-  const std::time_t entry = 1577934246;  // about the entries' time, 2020-01-02
+  const std::time_t entry = EntryTime();
   for (const Case& c : {Case{"0", entry - 86400, "Keine Aktion (Datei vorhanden): "},
                         Case{"2", entry + 86400, "Keine Aktion (Neuere Datei existiert): "}}) {
     SCOPED_TRACE(c.exist);
@@ -212,7 +164,7 @@ const std::vector<std::string> kDataFiles = {"small.txt", "text.txt", "num.txt",
 class OtherTools : public UnzipSafety {
  protected:
   void SetUp() override {
-    UnzipSafety::SetUp();
+    ArchiveTest::SetUp();
     if (IsSkipped()) return;
     Put(dir_ / "data/small.txt", "short");
     Put(dir_ / "data/text.txt", "a line of text that is longer than twenty bytes\n");
@@ -240,7 +192,7 @@ TEST_F(OtherTools, ArchivesOfOtherToolsExtractByteForByte) {
   Shell("cd " + Data() + " && 7z a -tzip -mm=BZip2 " + Into("bz.zip") + " " + files);
   Shell("cd " + Data() + " && zip -q -fd " + Into("fd.zip") + " " + files);
   Shell("cd " + Data() + " && zip -q -fz -r " + Into("fz.zip") + " .");
-  Python("import struct, shutil\nd=" + Data() + "\n" + DataOffset() +
+  Python("d=" + Data() + "\n" + DataOffset() +
          "class Stream:\n"  // no seek, no tell: zipfile writes data descriptors
          "  def __init__(s, f): s.f = f\n"
          "  def write(s, b): return s.f.write(b)\n"
@@ -281,7 +233,7 @@ TEST_F(OtherTools, UnreadableEntriesAreNamedAndKeepTheArchive) {
   if (!HaveTool("7z")) GTEST_SKIP() << "7z is not installed (p7zip-full, scripts/setup.sh)";
   Shell("cd " + Data() + " && 7z a -tzip -mem=AES256 -pPW " + Into("tampered.zip") + " num.txt");
   Shell("cd " + Data() + " && 7z a -tzip -mm=LZMA " + Into("lzma.zip") + " num.txt");
-  Python("import struct\n" + DataOffset() +
+  Python(DataOffset() +
          "p = " + Into("tampered.zip") + "\n"
          "b = bytearray(open(p, 'rb').read())\n"
          "b[data_off(b, zipfile.ZipFile(p).infolist()[0]) + 1000] ^= 1\n"

@@ -8,40 +8,18 @@
 namespace e2e {
 namespace {
 
-class ZipSafety : public JobFolderTest {
+class ZipSafety : public ArchiveTest {
  protected:
-  void SetUp() override {
-    if (std::system("python3 -c 'import zipfile' >/dev/null 2>&1") != 0) {
-      GTEST_SKIP() << "python3 is not installed (scripts/setup.sh)";
-    }
-  }
   // The job z from src to `to` with `keys`.
   void Job(const fs::path& to, const std::string& keys) {
     Put(dir_ / "jobs/z.kjb", "[Job]\nName=z\nFrom=" + src().string() + "\nTo=" + to.string() +
-                                 "\nDoPreview=0\nIntervalType=0\nInterval=1\nCounter=1\n"
-                                 "Action=3\n" + keys);
-  }
-  RunResult Run(const std::vector<std::string>& options = {}) {
-    RunResult r = RunJobs(options);
-    logs = LogTexts(r.out);
-    return r;
-  }
-  // "name=contents;" per entry of the archive, sorted by name.
-  std::string Entries(const fs::path& archive) const {
-    Put(dir_ / "entries.py", "import zipfile,sys\nz=zipfile.ZipFile(sys.argv[1])\n"
-                             "print(''.join('%s=%s;' % (n, z.read(n).decode()) "
-                             "for n in sorted(z.namelist())), end='')\n");
-    const std::string out = (dir_ / "entries.out").string();
-    const std::string cmd = "python3 " + Quote((dir_ / "entries.py").string()) + " " +
-                            Quote(archive.string()) + " > " + Quote(out) + " 2>&1";
-    return std::system(cmd.c_str()) == 0 ? Get(out) : "<unreadable: " + Get(out) + ">";
+                                 "\nDoPreview=0\nInterval=1\nCounter=1\nAction=3\n" + keys);
   }
   bool ErrorNames(const std::string& file) const {
     return std::any_of(logs.begin(), logs.end(), [&](const std::string& l) {
       return l.starts_with("z: Fehler: ") && l.ends_with(" - " + file);
     });
   }
-  std::vector<std::string> logs;
 };
 
 // Run 1 packs a.txt and b.txt and deletes them; run 2 finds the archives among its sources

@@ -136,20 +136,15 @@ inline mode_t ModeOf(const std::string& path) {
   return st.st_mode & 07777;
 }
 
-// Sets an environment variable for the life of the object, then restores it.
+// Sets (nullopt: removes) an environment variable of this process, and so of the children it
+// starts, for the life of the object; then restores it.
 class ScopedEnv {
  public:
-  ScopedEnv(const char* name, const std::string& value) : name_(name) {
+  ScopedEnv(const char* name, const std::optional<std::string>& value) : name_(name) {
     if (const char* old = std::getenv(name)) old_ = old;
-    ::setenv(name, value.c_str(), 1);
+    value ? ::setenv(name, value->c_str(), 1) : ::unsetenv(name);
   }
-  ~ScopedEnv() {
-    if (old_) {
-      ::setenv(name_, old_->c_str(), 1);
-    } else {
-      ::unsetenv(name_);
-    }
-  }
+  ~ScopedEnv() { old_ ? ::setenv(name_, old_->c_str(), 1) : ::unsetenv(name_); }
   ScopedEnv(const ScopedEnv&) = delete;
   ScopedEnv& operator=(const ScopedEnv&) = delete;
 

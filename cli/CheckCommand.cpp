@@ -68,6 +68,7 @@ int Check(const CheckOptions& o) {
   auto made = o.host.MakeHostOrSay();
   if (!made) return kExitUsage;
   orvKestrel::Host host = std::move(*made);
+  host.errorLogSink = [](const std::string&) {};  // a check writes nothing
   std::string jobDir = o.jobDir;
   if (jobDir.empty() || jobDir.back() != '/') jobDir += '/';
   std::vector<JobCheck> checks = CheckJobs(host, jobDir, o.file);

@@ -131,6 +131,8 @@ int List(const ListOptions& o) {
   if (!made) return kExitUsage;
   orvKestrel::Host host = std::move(*made);
   // A file that does not read is reported by the error trap; its report goes to stderr.
+  // Listing writes nothing, no error log either.
+  host.errorLogSink = [](const std::string&) {};
   host.messageBox = [](const orvKestrel::MessageBoxRequest& box) {
     std::fprintf(stderr, "%s\n", box.text.c_str());
     return orvKestrel::BoxAnswer::Abort;

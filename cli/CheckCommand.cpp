@@ -1,5 +1,7 @@
 // kestrel check: says of every job file whether it reads, whether a pass runs it now and why
 // not, and what is wrong with it. It writes nothing: no job file, no error log.
+#include <orvKestrel/hostio.h>
+
 #include <nlohmann/json.hpp>
 
 #include <cstdio>
@@ -10,10 +12,8 @@
 #include "Commands.h"
 #include "HostOptions.h"
 #include "JobCheck.h"
+#include "EventWriter.h"
 #include "JsonText.h"
-#include "platform/DateText.h"
-#include "platform/FileSystem.h"
-#include "platform/Paths.h"
 
 namespace kestrel {
 namespace {
@@ -28,8 +28,11 @@ struct CheckOptions {
   HostOptions host;
 };
 
+// "YYYY-MM-DD HH:MM:SS" of the local time t.
 std::string Stamp(std::time_t t) {
-  return orvKestrel::datetext::FormatDate(t, "%Y-%m-%d %H:%M:%S");
+  std::string s = LogStamp(t);
+  s.pop_back();
+  return s;
 }
 
 void PrintText(const JobCheck& c) {
@@ -68,11 +71,12 @@ int Check(const CheckOptions& o) {
   auto made = o.host.MakeHostOrSay();
   if (!made) return kExitUsage;
   orvKestrel::Host host = std::move(*made);
+  host.errorLogSink = [](const std::string&) {};  // a check writes nothing
   std::string jobDir = o.jobDir;
   if (jobDir.empty() || jobDir.back() != '/') jobDir += '/';
   std::vector<JobCheck> checks = CheckJobs(host, jobDir, o.file);
   if (!o.file.empty() && !checks.empty() &&
-      !orvKestrel::FileSystem().FileExists(orvKestrel::paths::BuildPath(jobDir, o.file))) {
+      orvKestrel::hostio::KindOf(jobDir + o.file) != orvKestrel::hostio::Kind::File) {
     checks.front().problems.insert(checks.front().problems.begin(),
                                    "the file does not exist (a missing job file reads as defaults)");
   }

@@ -2,7 +2,9 @@
 
 #include <fmt/format.h>
 
+#include <algorithm>
 #include <ctime>
+#include <utility>
 #include <nlohmann/json.hpp>
 
 #include "JsonText.h"
@@ -15,6 +17,11 @@ constexpr const char* kEraseLine = "\r\033[K";
 // terminal writes.
 constexpr auto kProgressEvery = std::chrono::milliseconds(100);
 
+// The lines that --quiet keeps besides the summaries: errors, and a job's end with an error.
+bool IsErrorLine(int id) {
+  return id == 10 || id == 28 || id == 74 || id == 75 || id == 76 || id == 83;
+}
+
 }  // namespace
 
 std::string LogStamp(std::time_t t) {
@@ -25,9 +32,14 @@ std::string LogStamp(std::time_t t) {
   return std::string(buf, n);
 }
 
-EventWriter::EventWriter(EventFormat format, std::FILE* out, bool terminal, std::FILE* log,
-                         orvKestrel::Clock clock)
-    : format_(format), out_(out), terminal_(terminal), log_(log), clock_(clock) {}
+EventWriter::EventWriter(ViewSettings view, std::FILE* out, HostFile& log,
+                         orvKestrel::Clock clock, SummaryCounter summaries, Progress& progress)
+    : view_(view),
+      out_(out),
+      log_(log),
+      clock_(clock),
+      summaries_(std::move(summaries)),
+      progress_(progress) {}
 
 EventWriter::~EventWriter() { Finish(); }
 
@@ -40,16 +52,15 @@ void EventWriter::Finish() {
 
 void EventWriter::Emit(const std::string& text) { std::fwrite(text.data(), 1, text.size(), out_); }
 
-void EventWriter::WriteLog(const std::string& text) {
-  const std::string line = LogStamp(clock_.Now()) + text + "\n";
-  std::fwrite(line.data(), 1, line.size(), log_);
-  std::fflush(log_);
+void EventWriter::EmitJson(const std::string& line) {
+  Emit(line + "\n");
+  std::fflush(out_);
 }
 
 void EventWriter::LogMessage(const std::string& LogMsg, std::int16_t MsgID, bool bView, bool bFile,
                              bool bSameView, bool bIsLast) {
-  if (bFile && log_ != nullptr) WriteLog(LogMsg);
-  if (format_ == EventFormat::Jsonl) {
+  if (bFile) log_.Write(LogStamp(clock_.Now()) + EscapeControls(LogMsg) + "\n");
+  if (view_.format == EventFormat::Jsonl) {
     nlohmann::ordered_json j;
     j["event"] = "LogMessage";
     j["LogMsg"] = ValidUtf8(LogMsg);
@@ -58,15 +69,34 @@ void EventWriter::LogMessage(const std::string& LogMsg, std::int16_t MsgID, bool
     j["bFile"] = bFile;
     j["bSameView"] = bSameView;
     j["bIsLast"] = bIsLast;
-    Emit(j.dump() + "\n");
-    std::fflush(out_);
-  } else if (bView) {
-    ViewLine(LogMsg, bSameView, bIsLast);
+    EmitJson(j.dump());
+  } else if (bView && (!view_.quiet || IsErrorLine(MsgID))) {
+    ViewLine(EscapeControls(LogMsg), bSameView, bIsLast);
+  }
+  const auto summary = summaries_.OnLogMessage(LogMsg, MsgID, bIsLast);
+  progress_.Bytes(summaries_.PassSoFar().bytes);
+  if (summary) {
+    WriteSummary(*summary);
+    if (onSummary_) onSummary_(*summary);
+  }
+  progress_.Tick();
+}
+
+void EventWriter::WriteSummary(const JobSummary& s) {
+  if (view_.format == EventFormat::Jsonl) {
+    EmitJson(SummaryJson(s));
+  } else {
+    ViewLine(EscapeControls(SummaryLine(s)), false, false);
   }
 }
 
+void EventWriter::EndPass() {
+  if (const auto pass = summaries_.EndPass()) WriteSummary(*pass);
+  Finish();
+}
+
 void EventWriter::ViewLine(const std::string& text, bool bSameView, bool bIsLast) {
-  if (!terminal_ || !bSameView) {
+  if (!view_.terminal || !bSameView) {
     if (open_ == Open::Progress) Emit(kEraseLine);
     if (open_ == Open::Status) Emit("\n");
     open_ = Open::None;
@@ -89,7 +119,13 @@ void EventWriter::CurrentJob(const std::string& sFileName, std::int32_t lIndex,
                              std::int16_t IntervalTimeType, const std::string& IntervalTime,
                              const std::string& IntervalDate, std::int16_t IntervalWeekDay,
                              std::int16_t IntervalMonthDay) {
-  if (format_ != EventFormat::Jsonl) return;
+  summaries_.OnCurrentJob();
+  if (iStatus == orvKestrel::sError &&
+      std::find(skipped_.begin(), skipped_.end(), sFileName) == skipped_.end()) {
+    skipped_.push_back(sFileName);
+  }
+  progress_.Job(sFileName);
+  if (view_.format != EventFormat::Jsonl) return;
   nlohmann::ordered_json j;
   j["event"] = "CurrentJob";
   j["sFileName"] = ValidUtf8(sFileName);
@@ -102,21 +138,20 @@ void EventWriter::CurrentJob(const std::string& sFileName, std::int32_t lIndex,
   j["IntervalDate"] = ValidUtf8(IntervalDate);
   j["IntervalWeekDay"] = IntervalWeekDay;
   j["IntervalMonthDay"] = IntervalMonthDay;
-  Emit(j.dump() + "\n");
-  std::fflush(out_);
+  EmitJson(j.dump());
 }
 
 void EventWriter::KestrelCounter(std::int32_t lAllFiles, std::int32_t lCurrFile) {
-  if (format_ == EventFormat::Jsonl) {
+  progress_.Files(lAllFiles, lCurrFile);
+  if (view_.format == EventFormat::Jsonl) {
     nlohmann::ordered_json j;
     j["event"] = "KestrelCounter";
     j["lAllFiles"] = lAllFiles;
     j["lCurrFile"] = lCurrFile;
-    Emit(j.dump() + "\n");
-    std::fflush(out_);
+    EmitJson(j.dump());
     return;
   }
-  if (!terminal_) return;
+  if (!view_.terminal || view_.quiet) return;
   const auto now = std::chrono::steady_clock::now();
   if (lCurrFile < lAllFiles && now - lastProgress_ < kProgressEvery) return;
   lastProgress_ = now;

@@ -1,5 +1,5 @@
-// Writes the engine's events for kestrel: to stdout as text for people or as JSON lines, and the
-// lines meant for a log file to the --log file.
+// Writes the engine's events for kestrel: to stdout as text for people or as JSON lines, the
+// lines meant for a log file to the --log file, and a summary after each job and pass.
 #pragma once
 
 #include <orvKestrel/clsKestrel.h>
@@ -7,18 +7,31 @@
 
 #include <chrono>
 #include <cstdio>
+#include <functional>
 #include <string>
+#include <utility>
+#include <vector>
+
+#include "HostFile.h"
+#include "Progress.h"
+#include "Summary.h"
 
 namespace kestrel {
 
 enum class EventFormat { Text, Jsonl };
 
+struct ViewSettings {
+  EventFormat format = EventFormat::Text;
+  bool terminal = false;  // stdout is one: status lines in place, a progress indicator
+  bool quiet = false;     // text view: only error lines and summaries
+};
+
 class EventWriter : public orvKestrel::IKestrelEvents {
  public:
-  // out: stdout; terminal: whether it is one (status lines in place, a progress indicator);
-  // log: the --log file or null. Time stamps of the log read the engine's clock.
-  EventWriter(EventFormat format, std::FILE* out, bool terminal, std::FILE* log,
-              orvKestrel::Clock clock);
+  // out: stdout; log: the --log file (may be unnamed). Time stamps of the log read the engine's
+  // clock.
+  EventWriter(ViewSettings view, std::FILE* out, HostFile& log, orvKestrel::Clock clock,
+              SummaryCounter summaries, Progress& progress);
   ~EventWriter() override;
   EventWriter(const EventWriter&) = delete;
   EventWriter& operator=(const EventWriter&) = delete;
@@ -31,6 +44,14 @@ class EventWriter : public orvKestrel::IKestrelEvents {
                   std::int16_t IntervalWeekDay, std::int16_t IntervalMonthDay) override;
   void KestrelCounter(std::int32_t lAllFiles, std::int32_t lCurrFile) override;
 
+  void BeginPass() { summaries_.BeginPass(); }
+  // Receives each job's summary as well.
+  void OnSummary(std::function<void(const JobSummary&)> sink) { onSummary_ = std::move(sink); }
+  // The job files (as CurrentJob names them) that the pass skipped for a missing folder since
+  // the last call.
+  std::vector<std::string> TakeSkipped() { return std::exchange(skipped_, {}); }
+  // Writes the pass's summary (when a job ran) and ends what stands open on the terminal.
+  void EndPass();
   // Ends a status line or progress indicator left open on the terminal.
   void Finish();
 
@@ -38,14 +59,18 @@ class EventWriter : public orvKestrel::IKestrelEvents {
   // What stands on the terminal's last line without a line feed yet.
   enum class Open { None, Status, Progress };
   void ViewLine(const std::string& text, bool bSameView, bool bIsLast);
-  void WriteLog(const std::string& text);
+  void WriteSummary(const JobSummary& s);
+  void EmitJson(const std::string& line);
   void Emit(const std::string& text);
 
-  EventFormat format_;
+  ViewSettings view_;
   std::FILE* out_;
-  bool terminal_;
-  std::FILE* log_;
+  HostFile& log_;
   orvKestrel::Clock clock_;
+  SummaryCounter summaries_;
+  Progress& progress_;
+  std::function<void(const JobSummary&)> onSummary_;
+  std::vector<std::string> skipped_;
   Open open_ = Open::None;
   std::chrono::steady_clock::time_point lastProgress_{};
 };

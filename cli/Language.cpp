@@ -1,11 +1,11 @@
 #include "Language.h"
 
-#include <cstdlib>
-#include <string_view>
+#include <orvKestrel/hostio.h>
 
-#include "platform/FileSystem.h"
-#include "platform/Paths.h"
-#include "platform/Process.h"
+#include <algorithm>
+#include <cstdlib>
+#include <filesystem>
+#include <string_view>
 
 namespace kestrel {
 namespace {
@@ -21,7 +21,10 @@ std::string LocaleLanguage() {
   }
   const std::string lang = name.substr(0, name.find_first_of("_.@"));
   if (lang == "C" || lang == "POSIX") return {};
-  return orvKestrel::paths::LowerAscii(lang);
+  std::string lower = lang;
+  std::transform(lower.begin(), lower.end(), lower.begin(),
+                 [](unsigned char c) { return static_cast<char>(c >= 'A' && c <= 'Z' ? c + 32 : c); });
+  return lower;
 }
 
 // The file names a language's texts may have, best first.
@@ -43,16 +46,14 @@ std::string ChooseLanguageFile(const std::string& option) {
   const std::string lang = LocaleLanguage();
   // The built-in texts are German.
   if (lang.empty() || lang == "de") return {};
-  const std::string exe = orvKestrel::OwnExecutable();
+  const std::string exe = orvKestrel::hostio::OwnExecutable();
   if (exe.empty()) return {};
-  const std::string folder = orvKestrel::paths::BuildPath(
-      orvKestrel::paths::GetParentFolderName(orvKestrel::paths::GetParentFolderName(exe)),
-      "share/orvKestrel/lang");
-  orvKestrel::FileSystem fs;
+  const std::filesystem::path folder =
+      std::filesystem::path(exe).parent_path().parent_path() / "share/orvKestrel/lang";
   for (const std::string& name : {FileOf(lang), std::string("English.lng")}) {
     if (name.empty()) continue;
-    const std::string path = orvKestrel::paths::BuildPath(folder, name);
-    if (fs.FileExists(path)) return path;
+    const std::string path = (folder / name).string();
+    if (orvKestrel::hostio::KindOf(path) == orvKestrel::hostio::Kind::File) return path;
   }
   return {};
 }

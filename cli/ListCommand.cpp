@@ -1,6 +1,7 @@
 // kestrel list: the job records of a job folder as a table for people or as JSON lines.
 // It reads only; no job file is written.
 #include <orvKestrel/clsJobs.h>
+#include <orvKestrel/hostio.h>
 
 #include <nlohmann/json.hpp>
 
@@ -14,8 +15,6 @@
 #include "HostOptions.h"
 #include "JsonText.h"
 #include "jobs/JobFields.h"
-#include "platform/FileSystem.h"
-#include "platform/Paths.h"
 
 namespace kestrel {
 namespace {
@@ -131,6 +130,8 @@ int List(const ListOptions& o) {
   if (!made) return kExitUsage;
   orvKestrel::Host host = std::move(*made);
   // A file that does not read is reported by the error trap; its report goes to stderr.
+  // Listing writes nothing, no error log either.
+  host.errorLogSink = [](const std::string&) {};
   host.messageBox = [](const orvKestrel::MessageBoxRequest& box) {
     std::fprintf(stderr, "%s\n", box.text.c_str());
     return orvKestrel::BoxAnswer::Abort;
@@ -139,10 +140,10 @@ int List(const ListOptions& o) {
   if (jobDir.empty() || jobDir.back() != '/') jobDir += '/';
   orvKestrel::clsJobs reader(host);
   const std::vector<job> jobs = reader.GetJobs(jobDir, o.file);
-  if (!o.file.empty() && !orvKestrel::FileSystem().FileExists(
-                             orvKestrel::paths::BuildPath(jobDir, o.file))) {
+  if (!o.file.empty() &&
+      orvKestrel::hostio::KindOf(jobDir + o.file) != orvKestrel::hostio::Kind::File) {
     std::fprintf(stderr, "kestrel: %s does not exist; a missing job file reads as defaults\n",
-                 orvKestrel::paths::BuildPath(jobDir, o.file).c_str());
+                 (jobDir + o.file).c_str());
   }
   if (o.events == "jsonl") {
     PrintJsonl(jobs);

@@ -1,222 +1,13 @@
 // kestrel run, run-one and daemon: one pass over a job folder, one job now, or a pass every
 // interval until SIGTERM or SIGINT.
-#include <orvKestrel/clsKestrel.h>
-#include <unistd.h>
-
-#include <cerrno>
-#include <cstdio>
-#include <cstring>
 #include <memory>
 #include <string>
-#include <utility>
 
 #include "Commands.h"
-#include "EventWriter.h"
-#include "HostOptions.h"
-#include "Language.h"
-#include "StopSignals.h"
-#include "platform/FileSystem.h"
-#include "platform/OutputFile.h"
-#include "platform/Paths.h"
+#include "RunSession.h"
 
 namespace kestrel {
 namespace {
-
-using orvKestrel::BoxAnswer;
-using orvKestrel::MessageBoxRequest;
-
-enum class Mode { Run, RunOne, Daemon };
-
-struct RunOptions {
-  std::string target;  // JOBDIR, or JOBFILE for run-one
-  std::string lang;
-  bool verbose = false;
-  bool previewJobs = false;
-  bool dryRun = false;
-  bool regex = false;
-  bool noSizeCheck = false;
-  std::string events = "text";
-  std::string log;
-  std::string trace;
-  std::string onError = "leave";
-  int every = 60;
-  HostOptions host;
-};
-
-// A persistent error must not make "retry" loop for ever.
-constexpr int kMaxRetries = 3;
-constexpr int kExitErrors = 1;
-constexpr int kExitUsage = 2;
-constexpr int kExitSignal = 130;
-
-using File = orvKestrel::OutputFile;
-
-std::string JoinLines(const std::string& text) {
-  std::string out;
-  std::size_t start = 0;
-  while (start <= text.size()) {
-    std::size_t end = text.find('\n', start);
-    if (end == std::string::npos) end = text.size();
-    std::string line = text.substr(start, end - start);
-    if (!line.empty() && line.back() == '\r') line.pop_back();
-    if (!out.empty()) out += " / ";
-    out += line;
-    start = end + 1;
-  }
-  return out;
-}
-
-// The message box of the engine: texts go to stderr, the error trap's question is answered as
-// --on-error says.
-std::function<BoxAnswer(const MessageBoxRequest&)> MakeAnswerer(const std::string& onError) {
-  struct Retries {
-    std::string last;
-    int count = 0;
-  };
-  auto retries = std::make_shared<Retries>();
-  return [onError, retries](const MessageBoxRequest& box) {
-    if (box.buttons == MessageBoxRequest::Buttons::OkOnly) {
-      std::fprintf(stderr, "kestrel: External program error: %s\n", JoinLines(box.text).c_str());
-      return BoxAnswer::Ok;
-    }
-    std::fprintf(stderr, "%s\n", box.text.c_str());
-    if (onError == "ignore") return BoxAnswer::Ignore;
-    if (onError != "retry") return BoxAnswer::Abort;
-    if (box.text != retries->last) {
-      retries->last = box.text;
-      retries->count = 0;
-    }
-    if (++retries->count > kMaxRetries) {
-      retries->last.clear();
-      return BoxAnswer::Abort;
-    }
-    return BoxAnswer::Retry;
-  };
-}
-
-File OpenOrComplain(const std::string& path, bool append, const char* what) {
-  File f = orvKestrel::OpenOutputFile(path, append);
-  if (!f) {
-    std::fprintf(stderr, "kestrel: cannot open %s %s: %s\n", what, path.c_str(),
-                 errno == ENXIO ? "a pipe that nobody reads" : std::strerror(errno));
-  }
-  return f;
-}
-
-std::string WithSlash(std::string dir) {
-  if (dir.empty() || dir.back() != '/') dir += '/';
-  return dir;
-}
-
-// Detaches the engine from the signals before the engine goes away.
-struct Attachment {
-  StopSignals& signals;
-  Attachment(StopSignals& s, orvKestrel::clsKestrel& k) : signals(s) { signals.Attach(&k); }
-  ~Attachment() { signals.Attach(nullptr); }
-  Attachment(const Attachment&) = delete;
-  Attachment& operator=(const Attachment&) = delete;
-};
-
-// The pass stopped reading at a job file; the trap's report alone does not say what to do.
-void HintIfUnreadable(const orvKestrel::clsKestrel& kestrel, const std::string& jobDir) {
-  if (!kestrel.JobFileUnreadable()) return;
-  std::fprintf(stderr,
-               "kestrel: a job file could not be read and the jobs after it did not run; "
-               "`kestrel check %s` says which and why\n",
-               jobDir.c_str());
-}
-
-void RunDaemon(orvKestrel::clsKestrel& kestrel, StopSignals& signals, const RunOptions& o,
-               const std::string& jobDir) {
-  using Clock = std::chrono::steady_clock;
-  const auto every = std::chrono::seconds(o.every);
-  const auto start = Clock::now();
-  while (!signals.Signalled()) {
-    kestrel.ExecuteAllJobs(jobDir, o.lang, o.verbose, o.previewJobs, o.regex);
-    HintIfUnreadable(kestrel, o.target);
-    if (signals.Signalled()) break;
-    // The next start of an interval: a slow pass skips the slots it overran, it never shifts them.
-    const auto next = start + (Clock::now() - start) / every * every + every;
-    if (signals.WaitUntil(next)) break;
-  }
-}
-
-// Why run-one cannot run this path, or "" when it names a job file. The engine itself runs a
-// missing file as defaults and passes over a folder or another file silently.
-std::string NoJobFile(const std::string& path) {
-  orvKestrel::FileSystem fs;
-  if (fs.FolderExists(path)) return "is a folder, not a job file";
-  if (!fs.FileExists(path)) {
-    try {
-      fs.Stat(path);
-    } catch (const std::exception&) {
-      return "does not exist";
-    }
-    return "is not a regular file";
-  }
-  if (orvKestrel::paths::LowerAscii(orvKestrel::paths::GetExtensionName(path)) != "kjb") {
-    return "is not a job file (a job file's name ends in .kjb)";
-  }
-  return {};
-}
-
-int Execute(Mode mode, const RunOptions& given) {
-  if (mode == Mode::RunOne) {
-    if (const std::string why = NoJobFile(given.target); !why.empty()) {
-      std::fprintf(stderr, "kestrel: %s %s\n", given.target.c_str(), why.c_str());
-      return kExitErrors;
-    }
-  }
-  RunOptions o = given;
-  o.lang = ChooseLanguageFile(given.lang);
-  auto made = o.host.MakeHostOrSay();
-  if (!made) return kExitUsage;
-  orvKestrel::Host host = std::move(*made);
-  File log, trace;
-  if (!o.log.empty() && !(log = OpenOrComplain(o.log, true, "log file"))) return kExitUsage;
-  if (!o.trace.empty() && !(trace = OpenOrComplain(o.trace, false, "trace file"))) {
-    return kExitUsage;
-  }
-
-  StopSignals signals;
-  host.yield = [&signals] { signals.OnYield(); };
-  host.messageBox = MakeAnswerer(o.onError);
-  // stdout is the event stream; what the jobs' programs print goes to stderr.
-  host.programStdoutToStderr = true;
-  if (trace) {
-    host.traceSink = [f = trace.get()](const std::string& line) {
-      std::fwrite(line.data(), 1, line.size(), f);
-    };
-  }
-  const auto format = o.events == "jsonl" ? EventFormat::Jsonl : EventFormat::Text;
-  EventWriter writer(format, stdout, ::isatty(STDOUT_FILENO) == 1, log.get(), host.clock);
-  orvKestrel::clsKestrel kestrel(host);
-  kestrel.Connect(&writer);
-  kestrel.CheckNoFileSize(o.noSizeCheck);
-  kestrel.DryRun(o.dryRun);
-  {
-    Attachment attached(signals, kestrel);
-    switch (mode) {
-      case Mode::Run:
-        kestrel.ExecuteAllJobs(WithSlash(o.target), o.lang, o.verbose, o.previewJobs, o.regex);
-        HintIfUnreadable(kestrel, o.target);
-        break;
-      case Mode::RunOne: {
-        std::string folder = orvKestrel::paths::GetParentFolderName(o.target);
-        if (folder.empty()) folder = ".";
-        kestrel.ExecuteOneJob(orvKestrel::paths::GetFileName(o.target), WithSlash(folder), o.lang,
-                              false, o.regex);
-        break;
-      }
-      case Mode::Daemon:
-        RunDaemon(kestrel, signals, o, WithSlash(o.target));
-        break;
-    }
-  }
-  writer.Finish();
-  if (signals.Signalled()) return kExitSignal;
-  return kestrel.HadErrors() ? kExitErrors : 0;
-}
 
 // An empty folder name would become "/", the root folder.
 const CLI::Validator kNotEmpty(
@@ -245,17 +36,38 @@ void AddShared(CLI::App* cmd, RunOptions& o, bool passOptions) {
                   "How events are written to stdout: text (for people) or jsonl (one JSON "
                   "object per event and line)")
       ->check(CLI::IsMember({"text", "jsonl"}));
+  cmd->add_flag("-q,--quiet", o.quiet,
+                "Text view: only error lines and the summaries of the jobs and the pass");
   cmd->add_option("--log", o.log,
-                  "Append every log line meant for a file to FILE, with a local time stamp")
+                  "Append every log line meant for a file to FILE, with a local time stamp "
+                  "(control characters in names as \\xNN)")
       ->type_name("FILE");
+  cmd->add_option("--error-log", o.errorLog,
+                  "Append the error trap's reports to FILE (default: error.log in the current "
+                  "folder; created by the first report)")
+      ->type_name("FILE")
+      ->check(kNotEmpty);
+  cmd->add_option("--progress", o.progress,
+                  "Every SECONDS, a status line on stderr (job, files, bytes, rate) when stderr "
+                  "is not a terminal, for the logs of cron and systemd")
+      ->type_name("SECONDS")
+      ->check(CLI::Range(1, 86400));
   o.host.AddTo(*cmd);
   cmd->add_flag("--no-size-check", o.noSizeCheck,
                 "Do not check the free space of the destination before copying or moving");
   cmd->add_option("--trace", o.trace, "Write the per-procedure trace (enter, leave, error) to FILE")
       ->type_name("FILE");
+  if (passOptions) {
+    cmd->add_option("--metrics", o.metrics,
+                    "After each pass, write the last run of every job to FILE in the Prometheus "
+                    "text format (in one step, for a textfile collector)")
+        ->type_name("FILE");
+  }
+  cmd->add_flag("--no-wait", o.noWait,
+                "When another pass works on the job folder, exit 5 at once instead of waiting");
   cmd->add_option("--on-error", o.onError,
                   "Answer to the error trap instead of a dialog (each report also goes to "
-                  "stderr and error.log): leave (default) and abort leave the failing procedure, "
+                  "stderr and the error log): leave (default) and abort leave the failing procedure, "
                   "ignore goes on with its next statement, retry runs the failing statement "
                   "again - at most 3 times in a row for the same report, then leaves")
       ->check(CLI::IsMember({"abort", "retry", "ignore", "leave"}));
@@ -271,9 +83,14 @@ void AddRunCommands(CLI::App& app, Action& action) {
   };
 
   const std::string exits =
+      "After each job and after the pass a summary (files selected, copied, moved, deleted, "
+      "packed, unpacked, unchanged, failed; bytes; seconds): a line of the text view, a "
+      "\"Summary\" event of the jsonl stream.\n"
       "Exit status: 0 no job ended with an error, 1 a job ended with an error or the error trap "
-      "recorded one, 2 bad command line, 130 stopped by SIGINT or SIGTERM (a second signal ends "
-      "the process at once).";
+      "recorded one, 2 bad command line, 3 a job file could not be read (the jobs after it did "
+      "not run; wins over 1), 4 a job was skipped for a missing folder or its external program "
+      "could not be started, 5 another pass works on the job folder and --no-wait was given, "
+      "130 stopped by SIGINT or SIGTERM (a second signal ends the process at once).";
   CLI::App* run = app.add_subcommand("run", "Run every due job of a job folder once");
   run->footer(exits);
   run->add_option("JOBDIR", o->target, "Job folder (.kjb files)")->required()->check(kNotEmpty);
@@ -291,8 +108,9 @@ void AddRunCommands(CLI::App& app, Action& action) {
       "daemon", "Run every due job of a job folder once every interval until SIGTERM or SIGINT");
   daemon->footer(
       "Passes start at whole intervals from the start; a slow pass skips the starts it overran. "
-      "Nothing of its own goes to stdout. Exit status: 130 when stopped by a signal, 2 for a bad "
-      "command line.");
+      "SIGHUP reopens the --log, --trace and --error-log files (after a log rotation) and the "
+      "daemon goes on. Exit status: 130 when stopped by a signal, 2 for a bad command line, 5 "
+      "another pass works on the job folder and --no-wait was given.");
   daemon->add_option("JOBDIR", o->target, "Job folder (.kjb files)")->required()->check(kNotEmpty);
   daemon
       ->add_option("--every", o->every,

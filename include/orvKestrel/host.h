@@ -42,6 +42,9 @@ struct Host {
   std::function<BoxAnswer(const MessageBoxRequest&)> messageBox;
   // Receives trace lines (enter, leave, error). Without it nothing is built or timed.
   std::function<void(const std::string&)> traceSink;
+  // Receives each error report (one line, no line feed). Without it the report is appended to
+  // "error.log" in the current folder.
+  std::function<void(const std::string&)> errorLogSink;
   Clock clock;
   // The short date format in strftime form.
   std::string shortDateFormat = "%d.%m.%Y";

@@ -110,7 +110,9 @@ TrapAction FailSafe::Report(std::string_view module, std::string_view proc, int 
   } else {
     report += '.';
   }
-  if (std::FILE* log = std::fopen("error.log", "a")) {
+  if (host_->errorLogSink) {
+    host_->errorLogSink(report);
+  } else if (std::FILE* log = std::fopen("error.log", "a")) {
     std::fprintf(log, "%s\n", report.c_str());
     std::fclose(log);
   }

@@ -1,4 +1,4 @@
-#include "platform/OutputFile.h"
+#include <orvKestrel/hostio.h>
 
 #include <fcntl.h>
 #include <sys/stat.h>

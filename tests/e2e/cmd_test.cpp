@@ -47,7 +47,7 @@ TEST_F(ExternalProgram, StartFailureIsReportedOnStderrAndTheJobGoesOn) {
   const std::string missing = (dir_ / "no such program").string();
   WriteJob(0, missing, "");
   const RunResult r = RunJobs();
-  EXPECT_EQ(r.exitCode, 0) << r.err;
+  EXPECT_EQ(r.exitCode, 4) << r.err;  // its program failed
   EXPECT_NE(r.err.find("kestrel: External program error: Problems while executing / " + missing +
                        " / Program has not been started!\n"),
             std::string::npos)

@@ -82,7 +82,8 @@ TEST_F(Language, SettingsFilesMustBeSmallRegularFiles) {
   Put(dir / "jobs/big.kjb", "[Job]\nName=big\n" + std::string(2 << 20, ';'));
   for (const char* file : {"p.kjb", "big.kjb"}) {
     const RunResult r = RunKestrel({"run-one", (dir / "jobs" / file).string()}, dir.root());
-    EXPECT_EQ(r.exitCode, 1) << file << r.err;
+    // A FIFO is no job file; a big one is a job file that does not read.
+    EXPECT_EQ(r.exitCode, std::string(file) == "big.kjb" ? 3 : 1) << file << r.err;
     const RunResult c = RunKestrel({"check", "jobs", "--file", file}, dir.root());
     EXPECT_EQ(c.exitCode, 1) << file;
     EXPECT_NE(c.out.find("invalid"), std::string::npos) << c.out;

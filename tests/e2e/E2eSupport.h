@@ -262,6 +262,13 @@ class JobFolderTest : public ::testing::Test {
   fs::path src() const { return dir_ / "src"; }
   fs::path dst() const { return dir_ / "dst"; }
   std::string S(const std::string& rel) const { return (src() / rel).string(); }
+  // Empty source and destination folders, for the next row of a table.
+  void EmptyFolders() const {
+    for (const fs::path& f : {src(), dst()}) {
+      fs::remove_all(f);
+      fs::create_directories(f);
+    }
+  }
   std::string D(const std::string& rel) const { return (dst() / rel).string(); }
 
   // The job file `name`.kjb: its name and folders, then `keys`.

@@ -199,10 +199,7 @@ TEST_F(Actions, SynchronisationsByTheirOptions) {
   };
   for (const Case& c : cases) {
     SCOPED_TRACE(c.name);
-    fs::remove_all(src());
-    fs::remove_all(dst());
-    fs::create_directories(src());
-    fs::create_directories(dst());
+    EmptyFolders();
     for (const auto& [rel, data] : c.src) Put(src() / rel, data, data == "new" ? kNew : kOld);
     for (const auto& [rel, data] : c.dst) Put(dst() / rel, data, data == "new" ? kNew : kOld);
     WriteJob("Action=5\nDoPreview=0\nSubFolder=1\nFStruct=1\n" + c.keys);

@@ -162,10 +162,7 @@ TEST_F(ZipJobs, Extraction) {
   };
   for (const Case& c : cases) {
     SCOPED_TRACE(c.name);
-    fs::remove_all(src());
-    fs::remove_all(dst());
-    fs::create_directories(src());
-    fs::create_directories(dst());
+    EmptyFolders();
     c.setup();
     const auto before = Files(dst());
     WriteJob(c.keys + "Action=4\nDoPreview=0\n");

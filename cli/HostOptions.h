@@ -21,6 +21,9 @@ struct HostOptions {
   std::optional<orvKestrel::Host> MakeHostOrSay() const;
 };
 
+// The JOBDIR argument and --file of the commands that read job files one by one (list, check).
+void AddJobFileOptions(CLI::App& command, std::string& jobDir, std::string& file);
+
 // --date-format, else KESTREL_DATE_FORMAT, else the LC_TIME locale's date format.
 std::string ShortDateFormat(const std::string& option);
 

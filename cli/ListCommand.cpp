@@ -160,10 +160,7 @@ void AddListCommand(CLI::App& app, Action& action) {
   auto o = std::make_shared<ListOptions>();
   CLI::App* list = app.add_subcommand(
       "list", "List the job records of a job folder (reads only; nothing is written)");
-  list->add_option("JOBDIR", o->jobDir, "Job folder (.kjb files); a trailing / is added")
-      ->required();
-  list->add_option("--file", o->file, "Only this job file of JOBDIR (name with extension)")
-      ->type_name("NAME");
+  AddJobFileOptions(*list, o->jobDir, o->file);
   list->add_option("--events", o->events,
                    "text: a table for people (default); jsonl: one JSON object per record with "
                    "all 106 fields under their field names")

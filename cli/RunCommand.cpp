@@ -89,7 +89,7 @@ void AddRunCommands(CLI::App& app, Action& action) {
       "Exit status: 0 no job ended with an error, 1 a job ended with an error or the error trap "
       "recorded one, 2 bad command line, 3 a job file could not be read (the jobs after it did "
       "not run; wins over 1), 4 a job was skipped for a missing folder or its external program "
-      "could not be started, 5 another pass works on the job folder and --no-wait was given, "
+      "could not be started or failed (ended with a status other than 0 while waited for), 5 another pass works on the job folder and --no-wait was given, "
       "130 stopped by SIGINT or SIGTERM (a second signal ends the process at once).";
   CLI::App* run = app.add_subcommand("run", "Run every due job of a job folder once");
   run->footer(exits);

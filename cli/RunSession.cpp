@@ -262,6 +262,12 @@ int Session::Run() {
     progress_.Tick();
   };
   host_.messageBox = MakeAnswerer(o_.onError, programFailed_);
+  host_.programFailed = [failed = programFailed_](const std::string& job, const std::string& path,
+                                                  int status) {
+    *failed = true;
+    std::fprintf(stderr, "kestrel: job \"%s\": external program %s failed with exit status %d\n",
+                 EscapeControls(job).c_str(), EscapeControls(path).c_str(), status);
+  };
   // stdout is the event stream; what the jobs' programs print goes to stderr.
   host_.programStdoutToStderr = true;
   if (trace_.Named()) host_.traceSink = [this](const std::string& line) { trace_.Write(line); };

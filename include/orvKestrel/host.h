@@ -48,6 +48,12 @@ struct Host {
   Clock clock;
   // The short date format in strftime form.
   std::string shortDateFormat = "%d.%m.%Y";
+  // An external program that ended with a status other than 0 while the engine still looked at
+  // it (during the wait of ExecWait=1, or at once after its start): its job, ExecPath and exit
+  // status (128 + the signal number when a signal ended it). The engine itself logs nothing of
+  // it; a program still running when the wait ends, or never waited for, is not reported.
+  std::function<void(const std::string& jobName, const std::string& execPath, int status)>
+      programFailed;
   // External programs write their standard output to the host's standard error instead (for a
   // host whose standard output is a machine-read stream).
   bool programStdoutToStderr = false;

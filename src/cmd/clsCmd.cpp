@@ -35,6 +35,14 @@ bool StartFailed(Process& program) {
   return code == kShellCannotExecute || code == kShellNotFound;
 }
 
+// The exit status of a program that ended with a failure; empty while it runs, after success,
+// and when someone else reaped it (its status is unknown then).
+std::optional<int> Failure(const Process& program) {
+  const std::optional<int> code = program.ExitCode();
+  if (!code || *code == 0 || *code == -1) return std::nullopt;
+  return code;
+}
+
 }  // namespace
 
 clsCmd::clsCmd(Host host)
@@ -61,6 +69,9 @@ void clsCmd::ShellAndWait(job& job) {
     return;
   }
   if (job.ExecWait == 1) WaitForProgram(*program, job.ExecMaxSec);
+  if (const std::optional<int> status = Failure(*program); status && host_.programFailed) {
+    host_.programFailed(job.JobName, job.ExecPath, *status);
+  }
 }
 
 // Passes: look at the program, let the host run, stop at the limit or when the program ended.

@@ -157,7 +157,7 @@ void EventWriter::KestrelCounter(std::int32_t lAllFiles, std::int32_t lCurrFile)
   lastProgress_ = now;
   if (open_ == Open::Status) Emit("\n");
   const int percent = lAllFiles > 0 ? static_cast<int>(100.0 * lCurrFile / lAllFiles) : 100;
-  Emit(fmt::format("{}[{}/{}] {}%", kEraseLine, lCurrFile, lAllFiles, percent));
+  Emit(fmt::format("{}[{}/{}] {}% {}", kEraseLine, lCurrFile, lAllFiles, percent, progress_.Figures()));
   open_ = Open::Progress;
   std::fflush(out_);
 }

@@ -48,7 +48,7 @@ void AddShared(CLI::App* cmd, RunOptions& o, bool passOptions) {
       ->type_name("FILE")
       ->check(kNotEmpty);
   cmd->add_option("--progress", o.progress,
-                  "Every SECONDS, a status line on stderr (job, files, bytes, rate) when stderr "
+                  "Every SECONDS, a status line on stderr (job, files, bytes, rate, time left) when stderr "
                   "is not a terminal, for the logs of cron and systemd")
       ->type_name("SECONDS")
       ->check(CLI::Range(1, 86400));

@@ -174,6 +174,18 @@ TEST_F(Operations, ProgressLinesOnlyWhenAsked) {
   }
 }
 
+TEST_F(Operations, TheTerminalProgressLineSaysFilesBytesAndRate) {
+  for (const char* name : {"a.txt", "b.txt", "c.txt"}) Put(src() / name, "hello");
+  WriteJob(std::string(kRuns) + "Action=0\n");
+  StartOptions o;
+  o.bin = "/usr/bin/script";  // a pseudo-terminal for kestrel's standard output
+  const RunResult r = RunKestrel({"-qfec", std::string(KESTREL_BIN) + " run jobs", "/dev/null"},
+                                 dir_.root(), o);
+  ASSERT_EQ(r.exitCode, 0) << r.err;
+  EXPECT_NE(r.out.find("[3/3] 100% "), std::string::npos) << r.out;  // bytes of the files done
+  EXPECT_NE(r.out.find(" bytes/s)"), std::string::npos) << r.out;
+}
+
 TEST_F(Operations, MetricsParseBackAsTheTextFormat) {
   Put(src() / "a.txt", "hello");
   WriteJob(std::string(kRuns) + "Action=0\n");

@@ -35,7 +35,7 @@ std::string LogStamp(std::time_t t) {
 EventWriter::EventWriter(ViewSettings view, std::FILE* out, HostFile& log,
                          orvKestrel::Clock clock, SummaryCounter summaries, Progress& progress)
     : view_(view),
-      out_(out),
+      out_(StreamWriter(out)),
       log_(log),
       clock_(clock),
       summaries_(std::move(summaries)),
@@ -47,14 +47,14 @@ void EventWriter::Finish() {
   if (open_ == Open::Progress) Emit(kEraseLine);
   if (open_ == Open::Status) Emit("\n");
   open_ = Open::None;
-  std::fflush(out_);
+  out_.Flush();
 }
 
-void EventWriter::Emit(const std::string& text) { std::fwrite(text.data(), 1, text.size(), out_); }
+void EventWriter::Emit(const std::string& text) { out_.Add(text); }
 
 void EventWriter::EmitJson(const std::string& line) {
-  Emit(line + "\n");
-  std::fflush(out_);
+  out_.Add(line);
+  out_.Add("\n");
 }
 
 void EventWriter::LogMessage(const std::string& LogMsg, std::int16_t MsgID, bool bView, bool bFile,
@@ -111,7 +111,6 @@ void EventWriter::ViewLine(const std::string& text, bool bSameView, bool bIsLast
       open_ = Open::None;
     }
   }
-  std::fflush(out_);
 }
 
 void EventWriter::CurrentJob(const std::string& sFileName, std::int32_t lIndex,
@@ -159,7 +158,6 @@ void EventWriter::KestrelCounter(std::int32_t lAllFiles, std::int32_t lCurrFile)
   const int percent = lAllFiles > 0 ? static_cast<int>(100.0 * lCurrFile / lAllFiles) : 100;
   Emit(fmt::format("{}[{}/{}] {}% {}", kEraseLine, lCurrFile, lAllFiles, percent, progress_.Figures()));
   open_ = Open::Progress;
-  std::fflush(out_);
 }
 
 }  // namespace kestrel

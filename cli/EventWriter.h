@@ -13,6 +13,7 @@
 #include <vector>
 
 #include "HostFile.h"
+#include "OutputBuffer.h"
 #include "Progress.h"
 #include "Summary.h"
 
@@ -28,8 +29,8 @@ struct ViewSettings {
 
 class EventWriter : public orvKestrel::IKestrelEvents {
  public:
-  // out: stdout; log: the --log file (may be unnamed). Time stamps of the log read the engine's
-  // clock.
+  // out: stdout, written through a buffer (see OutputBuffer); log: the --log file (may be
+  // unnamed). Time stamps of the log read the engine's clock.
   EventWriter(ViewSettings view, std::FILE* out, HostFile& log, orvKestrel::Clock clock,
               SummaryCounter summaries, Progress& progress);
   ~EventWriter() override;
@@ -52,7 +53,8 @@ class EventWriter : public orvKestrel::IKestrelEvents {
   std::vector<std::string> TakeSkipped() { return std::exchange(skipped_, {}); }
   // Writes the pass's summary (when a job ran) and ends what stands open on the terminal.
   void EndPass();
-  // Ends a status line or progress indicator left open on the terminal.
+  // Ends a status line or progress indicator left open on the terminal, and writes out what is
+  // pending: before the host writes to stderr or waits, and at the end.
   void Finish();
 
  private:
@@ -64,7 +66,7 @@ class EventWriter : public orvKestrel::IKestrelEvents {
   void Emit(const std::string& text);
 
   ViewSettings view_;
-  std::FILE* out_;
+  OutputBuffer out_;
   HostFile& log_;
   orvKestrel::Clock clock_;
   SummaryCounter summaries_;

@@ -15,7 +15,9 @@ HostFile::HostFile(std::string path, const char* what, bool append, bool lazy)
 bool HostFile::Open() { return lazy_ || OpenNow(); }
 
 void HostFile::Reopen() {
-  if (file_) OpenNow();
+  if (!file_) return;
+  buffer_->Flush();
+  OpenNow();
 }
 
 bool HostFile::OpenNow() {
@@ -28,12 +30,16 @@ bool HostFile::OpenNow() {
     return false;
   }
   file_ = std::move(f);
+  if (!buffer_) buffer_ = std::make_unique<OutputBuffer>([this](const std::string& t) { Put(t); });
   return true;
 }
 
 void HostFile::Write(const std::string& text) {
   if (!file_ && lazy_ && !failing_ && !OpenNow()) failing_ = true;
-  if (!file_) return;
+  if (file_) buffer_->Add(text);
+}
+
+void HostFile::Put(const std::string& text) {
   errno = 0;
   const bool ok = std::fwrite(text.data(), 1, text.size(), file_.get()) == text.size() &&
                   std::fflush(file_.get()) == 0;

@@ -47,16 +47,19 @@ std::string JoinLines(const std::string& text) {
   return out;
 }
 
-// The message box of the engine: texts go to stderr, the error trap's question is answered as
-// --on-error says. programFailed notes an external program that could not be started.
+// The message box of the engine: texts go to stderr (after what stdout has pending), the error
+// trap's question is answered as --on-error says. programFailed notes an external program that
+// could not be started.
 std::function<BoxAnswer(const MessageBoxRequest&)> MakeAnswerer(const std::string& onError,
-                                                               std::shared_ptr<bool> programFailed) {
+                                                               std::shared_ptr<bool> programFailed,
+                                                               std::function<void()> flushView) {
   struct Retries {
     std::string last;
     int count = 0;
   };
   auto retries = std::make_shared<Retries>();
-  return [onError, retries, programFailed](const MessageBoxRequest& box) {
+  return [onError, retries, programFailed, flushView](const MessageBoxRequest& box) {
+    flushView();
     if (box.buttons == MessageBoxRequest::Buttons::OkOnly) {
       *programFailed = true;
       std::fprintf(stderr, "kestrel: External program error: %s\n", JoinLines(box.text).c_str());
@@ -151,6 +154,10 @@ class Session {
   void HintIfUnreadable(const orvKestrel::clsKestrel& kestrel);
   void RunDaemon(orvKestrel::clsKestrel& kestrel, EventWriter& writer);
   std::string JobDir() const;
+  // Writes out what stdout has pending: before the host says something on stderr.
+  void FlushView() {
+    if (writer_) writer_->Finish();
+  }
 
   Mode mode_;
   const RunOptions& o_;
@@ -160,6 +167,7 @@ class Session {
   StopSignals signals_;
   Progress progress_;
   std::shared_ptr<bool> programFailed_ = std::make_shared<bool>(false);
+  EventWriter* writer_ = nullptr;  // while Run has one
   bool skipped_ = false;
   bool busy_ = false;
 };
@@ -229,6 +237,7 @@ int Session::OnePass(orvKestrel::clsKestrel& kestrel, EventWriter& writer) {
     if (!skipped_) kestrel.ExecuteOneJob(file, JobDir(), o_.lang, false, o_.regex);
   } else {
     kestrel.ExecuteAllJobs(JobDir(), o_.lang, o_.verbose, o_.previewJobs, o_.regex);
+    writer.Finish();
     HintIfUnreadable(kestrel);
     ReportSkipped(writer);
   }
@@ -261,10 +270,11 @@ int Session::Run() {
     signals_.OnYield();
     progress_.Tick();
   };
-  host_.messageBox = MakeAnswerer(o_.onError, programFailed_);
-  host_.programFailed = [failed = programFailed_](const std::string& job, const std::string& path,
-                                                  int status) {
-    *failed = true;
+  host_.messageBox = MakeAnswerer(o_.onError, programFailed_, [this] { FlushView(); });
+  host_.beforeProgram = [this] { FlushView(); };
+  host_.programFailed = [this](const std::string& job, const std::string& path, int status) {
+    *programFailed_ = true;
+    FlushView();
     std::fprintf(stderr, "kestrel: job \"%s\": external program %s failed with exit status %d\n",
                  EscapeControls(job).c_str(), EscapeControls(path).c_str(), status);
   };
@@ -276,6 +286,7 @@ int Session::Run() {
                           orvKestrel::hostio::IsTerminal(stdout), o_.quiet};
   EventWriter writer(view, stdout, log_, host_.clock, SummaryCounter(orvKestrel::LogTexts(o_.lang)),
                      progress_);
+  writer_ = &writer;
   if (metrics_.Named()) writer.OnSummary([this](const JobSummary& s) { metrics_.Job(s, host_.clock.Now()); });
   orvKestrel::clsKestrel kestrel(host_);
   kestrel.Connect(&writer);
@@ -292,6 +303,7 @@ int Session::Run() {
     }
   }
   writer.Finish();
+  writer_ = nullptr;
   return signals_.Signalled() ? kExitSignal : exit;
 }
 

@@ -54,6 +54,9 @@ struct Host {
   // it; a program still running when the wait ends, or never waited for, is not reported.
   std::function<void(const std::string& jobName, const std::string& execPath, int status)>
       programFailed;
+  // Called before the engine starts an external program: a host that buffers its output writes
+  // it out, so that what the program prints comes after the lines before it.
+  std::function<void()> beforeProgram;
   // External programs write their standard output to the host's standard error instead (for a
   // host whose standard output is a machine-read stream).
   bool programStdoutToStderr = false;

@@ -57,6 +57,7 @@ void clsCmd::ShellAndWait(job& job) {
   start_ = host_.clock.Now();
   const std::string commandLine = TrimBlanks(job.ExecPath + " " + job.ExecParam);
   std::optional<Process> program;
+  if (host_.beforeProgram) host_.beforeProgram();
   try {
     if (commandLine.empty()) throw KestrelError(kErrInvalidCall, "Empty command line");
     program.emplace(commandLine, host_.programStdoutToStderr);

@@ -95,8 +95,8 @@ class FileTransfer {
   // there, would lose a file whose source may be gone already. Policies that keep the existing
   // file or pick a free name are safe.
   void RefuseWrittenByThisRun() const {
-    if (!destExists_ || job_.Exist == 0 || job_.Exist == 2) return;
-    if (s_.writtenThisRun.contains(dest_)) {
+    if (!destExists_ || job_.Exist == 0 || job_.Exist == 2 || s_.writtenThisRun.empty()) return;
+    if (s_.writtenThisRun.contains(FileKey(s_.fs.Identify(dest_)))) {
       throw KestrelError(EEXIST, "Another file of this run was written to " + dest_ + "; kept");
     }
   }
@@ -115,7 +115,7 @@ class FileTransfer {
     } else {
       s_.fs.MoveFile(src_, *into, GetFileName(dest_));
     }
-    s_.writtenThisRun.insert(dest_);
+    s_.writtenThisRun.insert(FileKey(s_.fs.Identify(dest_)));
   }
 
   // The folder of dest_, opened beneath To (the renaming may have changed its text).

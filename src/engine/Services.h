@@ -63,10 +63,11 @@ class Services {
   // The free-space check's last answer. It outlives the job on purpose: a replacing check
   // without a destination repeats it, also for the first file of the next job.
   bool lastNoRoom = false;
-  // The destinations that copies and moves of the current call placed: never replaced, nor a
-  // reason to delete another source, by the same call. Kept here, not per job, because two
-  // jobs of one call into one folder must not undo each other either.
-  std::unordered_set<std::string> writtenThisRun;
+  // The files that copies and moves of the current call placed, by device and inode (whatever
+  // path text or link reaches them): never replaced, nor a reason to delete another source, by
+  // the same call. Kept here, not per job, because two jobs of one call into one folder must not
+  // undo each other either.
+  std::unordered_set<FileKey, FileKey::Hash> writtenThisRun;
 };
 
 }  // namespace orvKestrel

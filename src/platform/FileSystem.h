@@ -8,6 +8,7 @@
 #include <chrono>
 #include <cstdint>
 #include <ctime>
+#include <functional>
 #include <memory>
 #include <optional>
 #include <string>
@@ -56,6 +57,19 @@ struct FileIdentity {
   std::int64_t changedNs = 0;
   bool SameObject(const FileIdentity& o) const { return device == o.device && inode == o.inode; }
   bool operator==(const FileIdentity&) const = default;
+};
+
+// A file as such: the same key for every path, link or hard link that reaches it.
+struct FileKey {
+  std::uint64_t device = 0;
+  std::uint64_t inode = 0;
+  explicit FileKey(const FileIdentity& id) : device(id.device), inode(id.inode) {}
+  bool operator==(const FileKey&) const = default;
+  struct Hash {
+    std::size_t operator()(const FileKey& k) const noexcept {
+      return std::hash<std::uint64_t>{}(k.inode ^ (k.device * 0x9E3779B97F4A7C15ULL));
+    }
+  };
 };
 
 struct FileStat {

@@ -251,5 +251,25 @@ TEST_F(Safety, TwoSourcesOfOneRunForOneNameBothSurvive) {
   }
 }
 
+// Two jobs of one pass move a file of one name into one folder, the second through a link to
+// it: the file is the one the first placed whatever path reaches it, so the second is refused.
+TEST_F(Safety, TwoJobsOfOnePassIntoOneFolderByTwoPathsBothSurvive) {
+  fs::create_directories(dst());
+  fs::create_directory_symlink(dst(), dir_ / "alias");
+  Put(src() / "f.txt", "first");
+  Put(dir_ / "src2/f.txt", "second");
+  Job("Action=1\nExist=3\n");
+  Put(dir_ / "jobs/b.kjb", "[Job]\nName=b\nFrom=" + (dir_ / "src2").string() + "\nTo=" +
+                               (dir_ / "alias").string() +
+                               "\nCounter=1\nInterval=1\nAction=1\nExist=3\nDoPreview=0\n");
+  const RunResult r = Run();
+  std::multiset<std::string> kept;
+  for (const fs::path& root : {src(), dir_ / "src2", dst()}) {
+    for (const auto& [rel, data] : Files(root)) kept.insert(data);
+  }
+  EXPECT_TRUE(kept.contains("first") && kept.contains("second")) << r.out;
+  EXPECT_EQ(Errors(r).size(), 1u) << r.out;
+}
+
 }  // namespace
 }  // namespace e2e

@@ -1,11 +1,11 @@
 #include "JobCheck.h"
 
+#include <orvKestrel/hostio.h>
+
 #include <filesystem>
 #include <map>
 
-#include "platform/DateText.h"
-#include "platform/FileSystem.h"
-#include "platform/Paths.h"
+#include "EventWriter.h"
 
 namespace kestrel {
 namespace {
@@ -14,7 +14,15 @@ using orvKestrel::job;
 
 std::string Quoted(const std::string& s) { return "\"" + s + "\""; }
 
-std::string Stamp(std::time_t t) { return orvKestrel::datetext::FormatDate(t, "%Y-%m-%d %H:%M:%S"); }
+std::string Stamp(std::time_t t) {
+  std::string stamp = LogStamp(t);
+  stamp.pop_back();  // its trailing blank
+  return stamp;
+}
+
+bool FolderExists(const std::string& path) {
+  return orvKestrel::hostio::KindOf(path) == orvKestrel::hostio::Kind::Folder;
+}
 
 // Lexically: links are not followed, so a link into From is not seen.
 bool Inside(const std::string& inner, const std::string& outer) {
@@ -28,10 +36,10 @@ bool Inside(const std::string& inner, const std::string& outer) {
   return true;
 }
 
-void CheckFolders(orvKestrel::FileSystem& fs, const job& j, JobCheck& c) {
-  if (!fs.FolderExists(j.From)) c.problems.push_back("From folder " + Quoted(j.From) + " does not exist");
+void CheckFolders(const job& j, JobCheck& c) {
+  if (!FolderExists(j.From)) c.problems.push_back("From folder " + Quoted(j.From) + " does not exist");
   if (j.Action == 2) return;  // a delete job has no destination
-  if (!fs.FolderExists(j.To)) c.problems.push_back("To folder " + Quoted(j.To) + " does not exist");
+  if (!FolderExists(j.To)) c.problems.push_back("To folder " + Quoted(j.To) + " does not exist");
   if (!j.From.empty() && !j.To.empty() && Inside(j.To, j.From)) {
     c.problems.push_back("To " + Quoted(j.To) + " lies inside From " + Quoted(j.From) +
                          ": each run takes its own earlier results in again (one level more per run)");
@@ -100,7 +108,7 @@ void Schedule(const orvKestrel::Host& host, const job& j, JobCheck& c) {
   }
 }
 
-void Due(const orvKestrel::Host& host, orvKestrel::FileSystem& fs, const job& j, JobCheck& c) {
+void Due(const orvKestrel::Host& host, const job& j, JobCheck& c) {
   switch (j.IntervalType) {
     case 0: PassCounter(j, c); break;
     case 1: Schedule(host, j, c); break;
@@ -110,7 +118,7 @@ void Due(const orvKestrel::Host& host, orvKestrel::FileSystem& fs, const job& j,
       break;
   }
   // What the pass tests once the job is found due.
-  const bool foldersOk = fs.FolderExists(j.From) && (j.Action == 2 || fs.FolderExists(j.To));
+  const bool foldersOk = FolderExists(j.From) && (j.Action == 2 || FolderExists(j.To));
   if (j.Inactive == 1) {
     c.due = false;
     c.why.push_back("it is inactive (Inactive=1)");
@@ -130,8 +138,7 @@ void Due(const orvKestrel::Host& host, orvKestrel::FileSystem& fs, const job& j,
   if (!orvKestrel::IsPlainJobName(j.JobName)) c.due = false;
 }
 
-JobCheck CheckOne(const orvKestrel::Host& host, orvKestrel::FileSystem& fs,
-                  const orvKestrel::JobFileReading& r) {
+JobCheck CheckOne(const orvKestrel::Host& host, const orvKestrel::JobFileReading& r) {
   JobCheck c;
   c.file = r.fileName;
   if (!r.record) {
@@ -151,9 +158,9 @@ JobCheck CheckOne(const orvKestrel::Host& host, orvKestrel::FileSystem& fs,
   if (j.Action < 0 || j.Action > 5) {
     c.problems.push_back("Action " + std::to_string(j.Action) + " is unknown (0 copy .. 5 sync): the job does nothing");
   }
-  CheckFolders(fs, j, c);
+  CheckFolders(j, c);
   CheckPatterns(j, c);
-  Due(host, fs, j, c);
+  Due(host, j, c);
   return c;
 }
 
@@ -161,12 +168,11 @@ JobCheck CheckOne(const orvKestrel::Host& host, orvKestrel::FileSystem& fs,
 
 std::vector<JobCheck> CheckJobs(const orvKestrel::Host& host, const std::string& jobDir,
                                 const std::string& file) {
-  orvKestrel::FileSystem fs;
   std::vector<JobCheck> out;
   const auto readings = orvKestrel::ReadJobFiles(host, jobDir, file);
   std::map<std::string, std::vector<std::string>> byName;
   for (std::size_t i = 0; i < readings.size(); ++i) {
-    out.push_back(CheckOne(host, fs, readings[i]));
+    out.push_back(CheckOne(host, readings[i]));
     if (out.back().valid) byName[out.back().name].push_back(readings[i].fileName);
     if (!out.back().valid && i + 1 < readings.size()) {
       out.back().problems.push_back("a pass stops reading here: the " + std::to_string(readings.size() - i - 1) +

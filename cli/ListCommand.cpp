@@ -1,6 +1,7 @@
 // kestrel list: the job records of a job folder as a table for people or as JSON lines.
 // It reads only; no job file is written.
 #include <orvKestrel/clsJobs.h>
+#include <orvKestrel/fields.h>
 #include <orvKestrel/hostio.h>
 
 #include <nlohmann/json.hpp>
@@ -14,7 +15,6 @@
 #include "Commands.h"
 #include "HostOptions.h"
 #include "JsonText.h"
-#include "jobs/JobFields.h"
 
 namespace kestrel {
 namespace {

@@ -6,6 +6,8 @@
 //  - "*" around such a wildcard matches it inside any name.
 #include "FuzzSupport.h"
 
+#include <orvKestrel/utf8.h>
+
 #include "jobs/Codepage.h"
 #include "platform/SysError.h"
 #include "selection/RegExp.h"
@@ -29,7 +31,7 @@ bool Test(RegExpCache& re, const std::string& pattern, const std::string& name, 
 
 // Wildcards and the characters a wildcard keeps as expression syntax.
 bool IsLiteral(const std::string& s) {
-  return codepage::IsValidUtf8(s) && s.find_first_of("*?|\\+") == std::string::npos;
+  return IsValidUtf8(s) && s.find_first_of("*?|\\+") == std::string::npos;
 }
 
 }  // namespace

@@ -4,6 +4,8 @@
 //    file keeps the value it had (a job file rewritten by a run must not change its other keys).
 #include "FuzzSupport.h"
 
+#include <orvKestrel/utf8.h>
+
 #include "jobs/Codepage.h"
 #include "jobs/Profile.h"
 #include "platform/Paths.h"
@@ -31,7 +33,7 @@ std::string_view Trim(std::string_view s) {
 
 // The section and key names of a file, read independently of the code under test.
 std::vector<Probe> Probes(std::string_view bytes) {
-  std::string text = codepage::IsValidUtf8(bytes) ? std::string(bytes) : codepage::Cp1252ToUtf8(bytes);
+  std::string text = IsValidUtf8(bytes) ? std::string(bytes) : codepage::Cp1252ToUtf8(bytes);
   if (text.starts_with("\xEF\xBB\xBF")) text.erase(0, 3);
   std::vector<Probe> out = {{"Job", "Status"}, {"Job", "Counter"}, {"Info", "ProgVersion"}};
   std::string section;

@@ -8,7 +8,6 @@
 
 namespace orvKestrel::codepage {
 
-bool IsValidUtf8(std::string_view bytes);
 // Every byte has a meaning: the five bytes that Windows-1252 leaves undefined become the C1
 // control characters of the same value, so that a file survives a round trip unchanged.
 std::string Cp1252ToUtf8(std::string_view bytes);

@@ -1,5 +1,7 @@
 #include "jobs/Profile.h"
 
+#include <orvKestrel/utf8.h>
+
 #include "jobs/Codepage.h"
 #include "platform/FileSystem.h"
 #include "platform/Paths.h"
@@ -53,7 +55,7 @@ bool SameName(std::string_view a, std::string_view b) {
 
 // A file's text as UTF-8, without a byte-order mark.
 std::string Decode(std::string_view bytes) {
-  if (codepage::IsValidUtf8(bytes)) {
+  if (IsValidUtf8(bytes)) {
     if (bytes.starts_with(kBom)) bytes.remove_prefix(kBom.size());
     return std::string(bytes);
   }
@@ -175,7 +177,7 @@ bool WouldReadAsUtf8(const std::vector<RawLine>& lines) {
     all += l.bytes;
     all += l.eol;
   }
-  return nonAscii && codepage::IsValidUtf8(all);
+  return nonAscii && IsValidUtf8(all);
 }
 
 }  // namespace
@@ -183,7 +185,7 @@ bool WouldReadAsUtf8(const std::vector<RawLine>& lines) {
 std::string SetProfileValue(std::string_view bytes, std::string_view section, std::string_view key,
                             std::string_view value) {
   CheckWritable(section, key, value);
-  bool utf8 = codepage::IsValidUtf8(bytes);
+  bool utf8 = IsValidUtf8(bytes);
   std::string bom;
   if (utf8 && bytes.starts_with(kBom)) {
     bom = kBom;

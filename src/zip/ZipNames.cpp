@@ -68,29 +68,6 @@ std::string EntryName(std::string_view file, std::string_view base) {
   return std::string(rest);
 }
 
-bool IsValidUtf8(std::string_view text) {
-  std::size_t i = 0;
-  while (i < text.size()) {
-    const auto c = static_cast<unsigned char>(text[i]);
-    if (c < 0x80) {
-      ++i;
-      continue;
-    }
-    const std::size_t n = SeqLen(c);
-    if (n == 1 || i + n > text.size()) return false;
-    std::uint32_t cp = c & (0xFF >> (n + 1));
-    for (std::size_t k = 1; k < n; ++k) {
-      const auto cc = static_cast<unsigned char>(text[i + k]);
-      if ((cc & 0xC0) != 0x80) return false;
-      cp = (cp << 6) | (cc & 0x3F);
-    }
-    const std::uint32_t min = n == 2 ? 0x80 : n == 3 ? 0x800 : 0x10000;
-    if (cp < min || cp > 0x10FFFF || (cp >= 0xD800 && cp <= 0xDFFF)) return false;
-    i += n;
-  }
-  return true;
-}
-
 NameFilter::NameFilter(std::string_view filter) {
   std::string_view rest = filter;
   for (;;) {

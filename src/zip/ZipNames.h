@@ -14,7 +14,6 @@ namespace orvKestrel::zipnames {
 // outside base keeps its whole path without the leading "/".
 std::string EntryName(std::string_view file, std::string_view base);
 
-bool IsValidUtf8(std::string_view text);
 
 // The filter of an extraction: wildcard patterns separated by ";" (blanks around them
 // ignored), "*" any run of characters, "?" one character, ASCII case ignored. An empty filter,

@@ -1,6 +1,8 @@
 // The writing half of the zip facade (staging, commit), and the archive tests.
 #include "zip/modZIP32vb.h"
 
+#include <orvKestrel/utf8.h>
+
 #include "actions/modCheckExistingFiles.h"
 #include "platform/FileSystem.h"
 #include "platform/Staging.h"
@@ -197,7 +199,7 @@ std::int32_t ZipLibrary::Stage(const std::string& archive, const std::string& fi
   auto state = std::make_unique<zipsource::State>(fs_, file);
   zip_source_t* src = zipsource::Create(za, *state);
   if (src == nullptr) return 0;
-  const zip_flags_t enc = zipnames::IsValidUtf8(name) ? ZIP_FL_ENC_UTF_8 : ZIP_FL_ENC_RAW;
+  const zip_flags_t enc = IsValidUtf8(name) ? ZIP_FL_ENC_UTF_8 : ZIP_FL_ENC_RAW;
   const zip_int64_t idx = zip_file_add(za, name.c_str(), src, enc | ZIP_FL_OVERWRITE);
   if (idx < 0) {
     zip_source_free(src);

@@ -2,7 +2,9 @@
 // 100,000 files (100 folders of 1,000, same sizes and times), by the engine (Search with
 // Action 5, policy 4 "newer", both passes) and by `rsync -a` from one folder to the other, which
 // finds nothing to do either. One engine pass (up to the end-of-pass line) does what one rsync
-// run does; the whole job, both directions, does what two do. Best of 3 each, warm cache.
+// run does; the whole job, both directions, does what two do. The same job is also run by the
+// `kestrel` host with its event stream to a pipe, as a script or a service sees it. Best of 3
+// each, warm cache.
 //   bench_sync [PARENT_DIR] [FILES]   (default: the system's temporary folder, 100000)
 #include "engine/Engine.h"
 #include "selection/Selection.h"
@@ -125,12 +127,34 @@ int main(int argc, char** argv) {
     return PassEnd{};
   });
 
+  const std::string jobs = root + "/jobs";
+  std::filesystem::create_directories(jobs);
+  if (FILE* f = std::fopen((jobs + "/bench.kjb").c_str(), "w")) {
+    std::fprintf(f, "[Job]\nName=bench\nAction=5\nFrom=%s\nTo=%s\nSubFolder=1\nFStruct=1\n"
+                    "Exist=4\nEFSelect=0\nExtFileTime=1\nDoPreview=0\nCounter=1\nInterval=1\n",
+                 primary.c_str(), secondary.c_str());
+    std::fclose(f);
+  }
+  const auto host = [&](const char* events) {
+    const std::string command = std::string(KESTREL_BIN) + " run '" + jobs + "' --events " +
+                                events + " | cat >/dev/null";
+    return BestOf3([&] {
+      if (std::system(command.c_str()) != 0) std::fprintf(stderr, "kestrel failed\n");
+      return PassEnd{};
+    });
+  };
+  const Times hostJsonl = host("jsonl"), hostText = host("text");
+
   std::printf("engine sync, one pass:             %7.3f s   engine/rsync %.2f (target < 1.0)\n",
               engine.firstPass, engine.firstPass / rsyncRun.all);
   std::printf("engine sync, both passes:          %7.3f s   against rsync both ways %.2f\n",
               engine.all, engine.all / (2 * rsyncRun.all));
   std::printf("  (%ld files compared, %ld changed)\n", kept, changed);
   std::printf("engine sync, with removal step:    %7.3f s\n", engineDelete.all);
+  std::printf("kestrel run, jsonl to a pipe:      %7.3f s   against rsync both ways %.2f\n",
+              hostJsonl.all, hostJsonl.all / (2 * rsyncRun.all));
+  std::printf("kestrel run, text to a pipe:       %7.3f s   against rsync both ways %.2f\n",
+              hostText.all, hostText.all / (2 * rsyncRun.all));
   std::printf("rsync -a, one direction:           %7.3f s\n", rsyncRun.all);
   std::filesystem::remove_all(root);
   return changed == 0 ? 0 : 1;

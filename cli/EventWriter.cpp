@@ -5,7 +5,6 @@
 #include <algorithm>
 #include <ctime>
 #include <utility>
-#include <nlohmann/json.hpp>
 
 #include "JsonText.h"
 
@@ -52,24 +51,19 @@ void EventWriter::Finish() {
 
 void EventWriter::Emit(const std::string& text) { out_.Add(text); }
 
-void EventWriter::EmitJson(const std::string& line) {
-  out_.Add(line);
-  out_.Add("\n");
-}
-
 void EventWriter::LogMessage(const std::string& LogMsg, std::int16_t MsgID, bool bView, bool bFile,
                              bool bSameView, bool bIsLast) {
   if (bFile) log_.Write(LogStamp(clock_.Now()) + EscapeControls(LogMsg) + "\n");
   if (view_.format == EventFormat::Jsonl) {
-    nlohmann::ordered_json j;
-    j["event"] = "LogMessage";
-    j["LogMsg"] = ValidUtf8(LogMsg);
-    j["MsgID"] = MsgID;
-    j["bView"] = bView;
-    j["bFile"] = bFile;
-    j["bSameView"] = bSameView;
-    j["bIsLast"] = bIsLast;
-    EmitJson(j.dump());
+    out_.Add(JsonLine()
+                 .Text("event", "LogMessage")
+                 .Text("LogMsg", LogMsg)
+                 .Number("MsgID", MsgID)
+                 .Bool("bView", bView)
+                 .Bool("bFile", bFile)
+                 .Bool("bSameView", bSameView)
+                 .Bool("bIsLast", bIsLast)
+                 .Done());
   } else if (bView && (!view_.quiet || IsErrorLine(MsgID))) {
     ViewLine(EscapeControls(LogMsg), bSameView, bIsLast);
   }
@@ -84,7 +78,7 @@ void EventWriter::LogMessage(const std::string& LogMsg, std::int16_t MsgID, bool
 
 void EventWriter::WriteSummary(const JobSummary& s) {
   if (view_.format == EventFormat::Jsonl) {
-    EmitJson(SummaryJson(s));
+    out_.Add(SummaryJson(s) + "\n");
   } else {
     ViewLine(EscapeControls(SummaryLine(s)), false, false);
   }
@@ -125,29 +119,29 @@ void EventWriter::CurrentJob(const std::string& sFileName, std::int32_t lIndex,
   }
   progress_.Job(sFileName);
   if (view_.format != EventFormat::Jsonl) return;
-  nlohmann::ordered_json j;
-  j["event"] = "CurrentJob";
-  j["sFileName"] = ValidUtf8(sFileName);
-  j["lIndex"] = lIndex;
-  j["lCounter"] = lCounter;
-  j["iStatus"] = iStatus;
-  j["IntervalType"] = IntervalType;
-  j["IntervalTimeType"] = IntervalTimeType;
-  j["IntervalTime"] = ValidUtf8(IntervalTime);
-  j["IntervalDate"] = ValidUtf8(IntervalDate);
-  j["IntervalWeekDay"] = IntervalWeekDay;
-  j["IntervalMonthDay"] = IntervalMonthDay;
-  EmitJson(j.dump());
+  out_.Add(JsonLine()
+               .Text("event", "CurrentJob")
+               .Text("sFileName", sFileName)
+               .Number("lIndex", lIndex)
+               .Number("lCounter", lCounter)
+               .Number("iStatus", iStatus)
+               .Number("IntervalType", IntervalType)
+               .Number("IntervalTimeType", IntervalTimeType)
+               .Text("IntervalTime", IntervalTime)
+               .Text("IntervalDate", IntervalDate)
+               .Number("IntervalWeekDay", IntervalWeekDay)
+               .Number("IntervalMonthDay", IntervalMonthDay)
+               .Done());
 }
 
 void EventWriter::KestrelCounter(std::int32_t lAllFiles, std::int32_t lCurrFile) {
   progress_.Files(lAllFiles, lCurrFile);
   if (view_.format == EventFormat::Jsonl) {
-    nlohmann::ordered_json j;
-    j["event"] = "KestrelCounter";
-    j["lAllFiles"] = lAllFiles;
-    j["lCurrFile"] = lCurrFile;
-    EmitJson(j.dump());
+    out_.Add(JsonLine()
+                 .Text("event", "KestrelCounter")
+                 .Number("lAllFiles", lAllFiles)
+                 .Number("lCurrFile", lCurrFile)
+                 .Done());
     return;
   }
   if (!view_.terminal || view_.quiet) return;

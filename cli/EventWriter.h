@@ -62,7 +62,6 @@ class EventWriter : public orvKestrel::IKestrelEvents {
   enum class Open { None, Status, Progress };
   void ViewLine(const std::string& text, bool bSameView, bool bIsLast);
   void WriteSummary(const JobSummary& s);
-  void EmitJson(const std::string& line);
   void Emit(const std::string& text);
 
   ViewSettings view_;

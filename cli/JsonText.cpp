@@ -18,4 +18,57 @@ std::string EscapeControls(std::string_view text) {
   return out;
 }
 
+void JsonLine::Key(std::string_view key) {
+  if (line_.size() > 1) line_ += ',';
+  line_ += '"';
+  line_ += key;  // the keys are the events' argument names: nothing to escape
+  line_ += "\":";
+}
+
+JsonLine& JsonLine::Text(std::string_view key, std::string_view value) {
+  Key(key);
+  line_ += '"';
+  static const char kHex[] = "0123456789abcdef";
+  std::string repaired;
+  if (!orvKestrel::IsValidUtf8(value)) value = repaired = ValidUtf8(value);
+  for (const char c : value) {
+    switch (c) {
+      case '"': line_ += "\\\""; break;
+      case '\\': line_ += "\\\\"; break;
+      case '\b': line_ += "\\b"; break;
+      case '\f': line_ += "\\f"; break;
+      case '\n': line_ += "\\n"; break;
+      case '\r': line_ += "\\r"; break;
+      case '\t': line_ += "\\t"; break;
+      default:
+        if (static_cast<unsigned char>(c) < 0x20) {
+          line_ += "\\u00";
+          line_ += kHex[static_cast<unsigned char>(c) >> 4];
+          line_ += kHex[c & 0xF];
+        } else {
+          line_ += c;
+        }
+    }
+  }
+  line_ += '"';
+  return *this;
+}
+
+JsonLine& JsonLine::Number(std::string_view key, long long value) {
+  Key(key);
+  line_ += std::to_string(value);
+  return *this;
+}
+
+JsonLine& JsonLine::Bool(std::string_view key, bool value) {
+  Key(key);
+  line_ += value ? "true" : "false";
+  return *this;
+}
+
+const std::string& JsonLine::Done() {
+  line_ += "}\n";
+  return line_;
+}
+
 }  // namespace kestrel

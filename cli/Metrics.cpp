@@ -26,9 +26,11 @@ std::string Label(const std::string& value) {
   return out;
 }
 
-// A job's exit status as a pass would give it: 0 done, 1 ended with an error, 130 stopped.
-int JobExit(const JobSummary& s) {
+// A job's exit status as a pass would give it: 0 done, 1 ended with an error, 4 its external
+// program failed, 130 stopped.
+int JobExit(const JobSummary& s, bool programFailed) {
   if (s.endId == 2) return 130;
+  if (programFailed) return 4;
   return s.endId == 28 || s.tally.failed > 0 ? 1 : 0;
 }
 
@@ -38,7 +40,19 @@ void Family(std::string& out, const char* name, const char* help) {
 
 }  // namespace
 
-void Metrics::Job(const JobSummary& s, std::time_t ended) { jobs_[s.job] = {s, ended}; }
+void Metrics::Job(const JobSummary& s, std::time_t ended) {
+  jobs_[s.job] = {s, ended, failedBefore_.erase(s.job) > 0};
+  summarised_.insert(s.job);
+}
+
+void Metrics::ProgramFailed(const std::string& job) {
+  // A program after the job fails once its summary is there, one before the job before it.
+  if (summarised_.contains(job)) {
+    jobs_[job].programFailed = true;
+  } else {
+    failedBefore_.insert(job);
+  }
+}
 
 std::string Metrics::Text(int passExit, std::time_t ended) const {
   std::string out;
@@ -78,7 +92,7 @@ std::string Metrics::Text(int passExit, std::time_t ended) const {
          "How the job's last run ended: 0 done, 1 with an error, 130 stopped.");
   for (const auto& [name, last] : jobs_) {
     out += fmt::format("kestrel_job_last_exit_status{{job=\"{}\"}} {}\n", Label(name),
-                       JobExit(last.summary));
+                       JobExit(last.summary, last.programFailed));
   }
   Family(out, "kestrel_pass_last_exit_status", "The exit status of the last pass.");
   out += fmt::format("kestrel_pass_last_exit_status {}\n", passExit);
@@ -87,7 +101,9 @@ std::string Metrics::Text(int passExit, std::time_t ended) const {
   return out;
 }
 
-void Metrics::Write(int passExit, std::time_t ended) const {
+void Metrics::Write(int passExit, std::time_t ended) {
+  summarised_.clear();
+  failedBefore_.clear();
   if (path_.empty()) return;
   const std::string why = orvKestrel::hostio::WriteFileAtomically(path_, Text(passExit, ended));
   if (!why.empty()) {

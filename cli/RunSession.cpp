@@ -274,6 +274,7 @@ int Session::Run() {
   host_.beforeProgram = [this] { FlushView(); };
   host_.programFailed = [this](const std::string& job, const std::string& path, int status) {
     *programFailed_ = true;
+    metrics_.ProgramFailed(job);
     FlushView();
     std::fprintf(stderr, "kestrel: job \"%s\": external program %s failed with exit status %d\n",
                  EscapeControls(job).c_str(), EscapeControls(path).c_str(), status);

@@ -137,9 +137,15 @@ TEST_F(Operations, ExitCodesSayWhyAPassFellShort) {
     fs::create_directories(dst());
     WriteJob(c.keys, c.name);
     if (c.name == std::string("nofolder")) fs::remove_all(dst());
-    const RunResult r = RunKestrel({"run", "jobs"}, dir_.root());
+    const RunResult r = RunKestrel({"run", "jobs", "--metrics", "m.prom"}, dir_.root());
     EXPECT_EQ(r.exitCode, c.exit) << r.err;
     EXPECT_NE(r.err.find(c.err), std::string::npos) << r.err;
+    // A job that ran gives its own exit status in the metrics; 4 only where its program failed.
+    const std::string gauge = "kestrel_job_last_exit_status{job=\"" + std::string(c.name) + "\"} ";
+    const std::string metrics = Get(dir_ / "m.prom");
+    if (const auto at = metrics.find(gauge); at != std::string::npos) {
+      EXPECT_EQ(metrics[at + gauge.size()], c.name == std::string("fails") ? '4' : '0') << metrics;
+    }
     const std::string file = "jobs/" + std::string(c.name) + ".kjb";
     if (c.exit == 4 && c.name == std::string("nofolder")) {
       EXPECT_EQ(RunKestrel({"run-one", file}, dir_.root()).exitCode, 4);

@@ -114,27 +114,24 @@ class FilePreview {
       }
     }
     dest_ = BuildPath(folder, paths::GetFileName(src_));
-    const bool exists = s_.fs.FileExists(dest_);
-    switch (job_.Exist) {
-      case 0:
-        if (exists) return Report(kMsgFileExists, dest_, kMsgTo);
-        return New();
-      case 1:
-        if (!exists) return New();
+    switch (DecideExisting(job_.Exist, s_.fs.FileExists(dest_))) {
+      case Existing::None: return false;
+      case Existing::New: return New();
+      case Existing::Keep: return Report(kMsgFileExists, dest_, kMsgTo);
+      case Existing::DeleteSource:
         if (SameFile()) return true;
         Report(kMsgWouldDelete);
         folders_.Gone(src_, job_, job_.DelEFolSource == 1);
         return true;
-      case 2: return Rename();
-      case 3:
-        if (!exists) return New();
+      case Existing::Rename: return Rename();
+      case Existing::Replace:
         if (SameFile()) return true;
         Report(Copying() ? kMsgWouldBeReplacedByCopy : kMsgWouldReplace, dest_, kMsgReplaces);
         Moved(true);
         return true;
-      case 4: return exists ? Compare() : New();
-      default: return false;
+      case Existing::Compare: return Compare();
     }
+    return false;
   }
 
  private:

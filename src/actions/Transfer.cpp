@@ -73,13 +73,14 @@ class FileTransfer {
     destExists_ = s_.fs.FileExists(dest_);
     RefuseWrittenByThisRun();
     bool writeTimes = true;
-    switch (job_.Exist) {
-      case 0: KeepExisting(); break;
-      case 1: DeleteSourceWhenExisting(); break;
-      case 2: Rename(); break;
-      case 3: writeTimes = Overwrite(); break;
-      case 4: writeTimes = Compare(); break;
-      default: return;  // no policy: the file is skipped silently
+    switch (DecideExisting(job_.Exist, destExists_)) {
+      case Existing::None: return;
+      case Existing::New: writeTimes = TransferNew(); break;
+      case Existing::Keep: LogLine(kMsgKeptExisting); break;
+      case Existing::DeleteSource: DeleteSource(); break;
+      case Existing::Rename: Rename(); break;
+      case Existing::Replace: writeTimes = ReplaceIfRoom(); break;
+      case Existing::Compare: writeTimes = Compare(); break;
     }
     if (writeTimes && times) {
       ReadDestFileTime(run_, s_, dest_);
@@ -100,7 +101,6 @@ class FileTransfer {
       throw KestrelError(EEXIST, "Another file of this run was written to " + dest_ + "; kept");
     }
   }
-  bool DestExists() const { return destExists_; }
   bool NoRoom(bool replacing) {
     return NoRoomFor(run_, s_, src_, Copying() ? "copy" : "move", dest_, replacing);
   }
@@ -160,12 +160,16 @@ class FileTransfer {
   void LogReplaced() { LogLine(Copying() ? kMsgReplacedByCopy : kMsgReplacedByMove); }
 
   // A destination that does not exist yet: nothing happens when only existing files count.
-  void TransferNew(bool overwrite, bool checkRoom) {
-    if (job_.OnlyCompare != 0) return;
-    if (checkRoom && NoRoom(false)) return;
-    Transfer(overwrite);
+  // The replacing policies (3, 4) ask for room before anything, the others only before a copy.
+  bool TransferNew() {
+    const bool replacing = job_.Exist >= 3;
+    if (replacing && NoRoom(true)) return false;
+    if (job_.OnlyCompare != 0) return true;
+    if (!replacing && NoRoom(false)) return true;
+    Transfer(replacing);
     SetAttributes();
     LogDone();
+    return true;
   }
 
   // A copy replaces the old file in one step (its rename), so that a copy that fails leaves it
@@ -180,19 +184,7 @@ class FileTransfer {
     LogReplaced();
   }
 
-  void KeepExisting() {
-    if (DestExists()) {
-      LogLine(kMsgKeptExisting);
-    } else {
-      TransferNew(false, true);
-    }
-  }
-
-  void DeleteSourceWhenExisting() {
-    if (!DestExists()) {
-      TransferNew(false, true);
-      return;
-    }
+  void DeleteSource() {
     const FileIdentity seen = SeenSource();
     DeleteSourceFileAsSeen(run_, s_, src_, seen);
     s_.Log(kMsgSourceDeleted, s_.T(kMsgSourceDeleted) + src_, true, true, false, false);
@@ -206,22 +198,14 @@ class FileTransfer {
     LogDone();
   }
 
-  bool Overwrite() {
+  bool ReplaceIfRoom() {
     if (NoRoom(true)) return false;
-    if (DestExists()) {
-      Replace();
-    } else {
-      TransferNew(true, false);
-    }
+    Replace();
     return true;
   }
 
   bool Compare() {
     if (NoRoom(true)) return false;
-    if (!DestExists()) {
-      TransferNew(true, false);
-      return true;
-    }
     const bool efsDelete = job_.EFSDelete == 1;
     std::optional<FileIdentity> seen;
     if (efsDelete) seen = SeenSource();

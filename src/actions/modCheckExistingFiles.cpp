@@ -54,6 +54,17 @@ bool Compare(FileSystem& fs, FailSafe& trap, const char* proc, const std::string
 
 }  // namespace
 
+Existing DecideExisting(std::int16_t exist, bool destExists) {
+  switch (exist) {
+    case 0: return destExists ? Existing::Keep : Existing::New;
+    case 1: return destExists ? Existing::DeleteSource : Existing::New;
+    case 2: return Existing::Rename;
+    case 3: return destExists ? Existing::Replace : Existing::New;
+    case 4: return destExists ? Existing::Compare : Existing::New;
+    default: return Existing::None;
+  }
+}
+
 bool Qualifies(const FileStat& source, const FileStat& dest, std::int16_t iExtFileTime,
                std::int16_t iSelecter) {
   static constexpr struct {

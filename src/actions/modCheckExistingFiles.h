@@ -12,6 +12,20 @@
 
 namespace orvKestrel {
 
+// What the existing-destination policy (the job's Exist) does with one file, from whether its
+// destination exists: the one decision behind both the run and its preview. Only Compare
+// needs more: the comparison EFSelect chooses (CheckExist) then says Replace or keep.
+enum class Existing {
+  None,          // no policy: the file is passed over silently
+  New,           // no destination yet: the file is copied or moved there
+  Keep,          // policy 0: the destination stays, nothing happens
+  DeleteSource,  // policy 1: the source is deleted, the destination stays
+  Rename,        // policy 2: copied or moved under a free name
+  Replace,       // policy 3: the destination is replaced
+  Compare,       // policy 4: replaced when the comparison agrees
+};
+Existing DecideExisting(std::int16_t exist, bool destExists);
+
 // The answer of Exist0..Exist7 (by iSelecter) for two files already read; false for any other
 // selector.
 bool Qualifies(const FileStat& source, const FileStat& dest, std::int16_t iExtFileTime,

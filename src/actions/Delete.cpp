@@ -67,14 +67,9 @@ void DeleteSingle(JobRun& run, Services& s, const std::string& path, CheckState 
 void DeleteList(JobRun& run, Services& s, FileList& list, int msg) {
   const job& job = run.Job();
   actions::LogCount(s, list.size(), "");
-  const auto n = static_cast<std::int32_t>(list.size()) - 1;
-  for (std::int32_t i = 0; i <= n; ++i) {
-    s.KestrelCounter(n, i);
-    s.Yield();
-    if (s.Stopped()) break;
-    const std::string& path = list[static_cast<std::size_t>(i)];
+  s.ForEachFile(list, [&](const std::string& path) {
     if (!path.empty()) DeleteOne(run, s, path, job.DelType, job.DelEFol, msg);
-  }
+  });
   list.clear();
 }
 

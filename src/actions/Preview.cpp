@@ -219,17 +219,12 @@ void DeletePreviewList(JobRun& run, Services& s, FileList& list, int msg,
   s.Log(kMsgPreviewDelete, s.T(kMsgPreviewDelete) + root, true, true, false, false);
   actions::LogCount(s, list.size(), "");
   FolderPreview folders(s);
-  const auto n = static_cast<std::int32_t>(list.size()) - 1;
-  for (std::int32_t i = 0; i <= n; ++i) {
-    s.KestrelCounter(n, i);
-    s.Yield();
-    if (s.Stopped()) break;
-    const std::string& path = list[static_cast<std::size_t>(i)];
-    if (path.empty()) continue;
+  s.ForEachFile(list, [&](const std::string& path) {
+    if (path.empty()) return;
     s.Log(msg, s.T(msg) + path, true, true, false, false);
     if (job.Action == action::kSyncRemoval) run.previewReported.insert(actions::RelativeTo(path, job.To));
     folders.Gone(path, job, job.DelEFol == 1);
-  }
+  });
   list.clear();
 }
 
@@ -252,24 +247,14 @@ void Preview(JobRun& run, Services& s, FileList& sArray, const std::string& mode
                       job.OnlyCompare == 1 ? " (" + s.T(kMsgOnlyExisting) + ")" : "");
   }
   FolderPreview folders(s);
-  const auto n = static_cast<std::int32_t>(sArray.size()) - 1;
-  for (std::int32_t i = 0; i <= n; ++i) {
-    s.KestrelCounter(n, i);
-    s.Yield();
-    if (s.Stopped()) break;
-    const std::string& src = sArray[static_cast<std::size_t>(i)];
+  s.ForEachFile(sArray, [&](const std::string& src) {
     const FileSystem::StatusScope once(s.fs);
     const bool reported = FilePreview(s, job, kind, src, folders).Run();
     if (reported && syncing && run.syncPass == 1) {
       run.previewReported.insert(actions::RelativeTo(src, job.From));
     }
-  }
-  if (kind == Kind::Copy && run.syncPass == 1) {
-    s.Log(kMsgFirstPassDone, s.T(kMsgFirstPassDone), true, true, false, false);
-    s.Log(kMsgFirstPassDone, s.T(kMsgFirstPassDone), true, true, false, false);
-  } else if (kind == Kind::Copy && run.syncPass == 2) {
-    s.Log(kMsgSyncDone, s.T(kMsgSyncDone), true, true, false, false);
-  }
+  });
+  actions::LogSyncPassEnd(run, s, kind);
   sArray.clear();
 }
 

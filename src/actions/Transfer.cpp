@@ -267,13 +267,8 @@ std::string DateStamp(const Services& s) {
 void TransferFiles(JobRun& run, Services& s, FileList& sArray, Kind kind) {
   const std::string suffix = run.Job().OnlyCompare == 1 ? " (" + s.T(kMsgOnlyExisting) + ")" : "";
   LogCount(s, sArray.size(), suffix);
-  const auto n = static_cast<std::int32_t>(sArray.size()) - 1;
   DestFolders folders;
-  for (std::int32_t i = 0; i <= n; ++i) {
-    s.KestrelCounter(n, i);
-    s.Yield();
-    if (s.Stopped()) break;
-    const std::string& src = sArray[static_cast<std::size_t>(i)];
+  s.ForEachFile(sArray, [&](const std::string& src) {
     try {
       const FileSystem::StatusScope once(s.fs);
       FileTransfer(run, s, kind, src, folders).Run();
@@ -281,14 +276,18 @@ void TransferFiles(JobRun& run, Services& s, FileList& sArray, Kind kind) {
       folders.Forget();  // the folder may be what failed
       LogError(run, s, kind, src);
     }
-  }
+  });
+  LogSyncPassEnd(run, s, kind);
+  sArray.clear();
+}
+
+void LogSyncPassEnd(const JobRun& run, Services& s, Kind kind) {
   if (kind == Kind::Copy && run.syncPass == 1) {
     s.Log(kMsgFirstPassDone, s.T(kMsgFirstPassDone), true, true, false, false);
     s.Log(kMsgFirstPassDone, s.T(kMsgFirstPassDone), true, true, false, false);
   } else if (kind == Kind::Copy && run.syncPass == 2) {
     s.Log(kMsgSyncDone, s.T(kMsgSyncDone), true, true, false, false);
   }
-  sArray.clear();
 }
 
 void LogCount(Services& s, std::size_t count, const std::string& suffix) {

@@ -15,6 +15,9 @@ void TransferFiles(JobRun& run, Services& s, FileList& sArray, Kind kind);
 
 // "Dateien gefunden: n" (n > 1) or "Datei gefunden: 1", followed by suffix.
 void LogCount(Services& s, std::size_t count, const std::string& suffix);
+// The end of a synchronisation pass's copy step (its first pass says so twice); nothing for
+// other jobs.
+void LogSyncPassEnd(const JobRun& run, Services& s, Kind kind);
 
 // The destination of one file under the renaming policy, a path that does not exist yet; ""
 // when PickRenamer names no method or no new name can be made. A preview creates no folder.

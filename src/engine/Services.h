@@ -46,6 +46,18 @@ class Services {
     FireLogMessage(text, Id(n), bView, bFile, bSameView, bIsLast);
   }
   bool Stopped() const { return stop.load(); }
+  // The per-file loop of a list: for each file in order the progress event, the host's turn and
+  // the stop test, then f(file). A stop ends the loop before the next file.
+  template <class F>
+  void ForEachFile(const FileList& list, F&& f) {
+    const auto n = static_cast<std::int32_t>(list.size()) - 1;
+    for (std::int32_t i = 0; i <= n; ++i) {
+      KestrelCounter(n, i);
+      Yield();
+      if (Stopped()) return;
+      f(list[static_cast<std::size_t>(i)]);
+    }
+  }
 
   Host host;
   IKestrelEvents* events = nullptr;

@@ -96,8 +96,9 @@ void StopSignals::Attach(clsKestrel* kestrel) {
 bool StopSignals::Signalled() const { return g_signalled.load() != 0; }
 
 void StopSignals::OnYield() {
-  // StopMsg yields itself, and the watcher's StopMsg yields on the watcher's thread.
-  if (g_signalled.load() == 0 || inYield_ || std::this_thread::get_id() != owner_) return;
+  // StopMsg yields itself, and the watcher's StopMsg yields on the watcher's thread: only the
+  // run's own thread goes on (and only it touches inYield_).
+  if (std::this_thread::get_id() != owner_ || g_signalled.load() == 0 || inYield_) return;
   if (kestrel_ == nullptr) return;
   inYield_ = true;
   kestrel_->StopMsg(true);

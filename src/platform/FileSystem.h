@@ -154,7 +154,7 @@ class FileSystem {
     FileSystem& fs_;
   };
 
-  // --- queries (dir.cpp) ---
+  // --- queries (Folders.cpp) ---
   bool FileExists(const std::string& path);    // a regular file (links followed)
   bool FolderExists(const std::string& path);  // a folder (links followed)
   // FolderExists, but a folder found less than a second ago that nothing of this object has
@@ -169,7 +169,7 @@ class FileSystem {
   bool FolderIsEmpty(const std::string& path);         // no entry at all, hidden ones included
   void CreateFolder(const std::string& path);          // one level; throws when it exists
 
-  // --- contents (fileio.cpp) ---
+  // --- contents (FileContents.cpp) ---
   std::optional<std::string> ReadFile(const std::string& path);  // nullopt when missing
   std::string ReadHead(const std::string& path, std::size_t n);  // throws when unreadable
   // A settings file (job, language): nullopt when missing; throws KestrelError when it is no
@@ -179,16 +179,16 @@ class FileSystem {
   // Writes a temporary file beside path, flushes it and renames it over path.
   void WriteFileAtomic(const std::string& path, const std::string& data);
 
-  // --- attributes (attributes.cpp) ---
+  // --- attributes (Attributes.cpp) ---
   std::uint32_t GetAttributes(const std::string& path);
   void SetAttributes(const std::string& path, std::uint32_t attrs);
 
-  // --- times (filetimes.cpp) ---
+  // --- times (FileTimes.cpp) ---
   FileTimes GetTimes(const std::string& path);
   // Sets last access and last write; the creation time cannot be set here and is left as it is.
   void SetTimes(const std::string& path, std::time_t accessed, std::time_t written);
 
-  // --- transfers (fileops.cpp) ---
+  // --- transfers (Transfers.cpp) ---
   // Contents, permission bits and the last-write time; never a partial file under dest's name.
   // Returns the source as it was read, for a verified deletion of it afterwards.
   FileIdentity CopyFile(const std::string& source, const std::string& dest, bool overwrite);
@@ -201,7 +201,7 @@ class FileSystem {
   void MoveFile(const std::string& source, const DestFolder& folder, const std::string& name);
   void DeleteFile(const DestFolder& folder, const std::string& name, bool force);
 
-  // --- contained destinations (beneath.cpp) ---
+  // --- contained destinations (Beneath.cpp) ---
   // The folder root/sub, reached from root (taken as named) without following any link below
   // it; with create, missing levels are made on the way. A level that is a link or no folder is
   // refused (ELOOP), naming it.
@@ -227,7 +227,7 @@ class FileSystem {
   // mount): replacing or deleting the one may destroy the other.
   bool SameFile(const std::string& a, const std::string& b);
 
-  // --- recycle bin (trash.cpp) ---
+  // --- recycle bin (Trash.cpp) ---
   // Refuses a file that lies in the trash it would go to.
   void Trash(const std::string& path);
   // Whether the folder path (named name in its parent) is a trash: the home trash, or a
@@ -235,7 +235,7 @@ class FileSystem {
   // a folder with such a name costs a look.
   bool IsTrashFolder(const std::string& path, std::string_view name);
 
-  // --- drives (drives.cpp) ---
+  // --- drives (Drives.cpp) ---
   std::string DriveName(const std::string& path);    // the mount point that holds path
   // For unprivileged users; throws. A figure read less than a second ago for the same path is
   // reused while nothing was written through this object: a long run of files that need no

@@ -15,7 +15,7 @@ namespace orvKestrel {
 
 class Engine {
  public:
-  explicit Engine(Host host) : svc(std::move(host)) {}
+  explicit Engine(Host host, FaultPoints* faults = nullptr) : svc(std::move(host), faults) {}
 
   // May run on another thread than the run (it then calls host.yield on that thread), and in a
   // signal handler only when host.yield is unset or safe there too.

@@ -6,7 +6,8 @@
 
 namespace orvKestrel {
 
-Services::Services(Host h) : host(std::move(h)), zip(std::make_unique<ZipLibrary>(fs)) {
+Services::Services(Host h, FaultPoints* faults)
+    : host(std::move(h)), fs(faults), zip(std::make_unique<ZipLibrary>(fs)) {
   zip->InitZip();
 }
 

@@ -26,7 +26,8 @@ class RegExpCache;
 
 class Services {
  public:
-  explicit Services(Host host);
+  // faults: where a test makes file operations fail; none in a shipped run.
+  explicit Services(Host host, FaultPoints* faults = nullptr);
   ~Services();
   Services(const Services&) = delete;
   Services& operator=(const Services&) = delete;

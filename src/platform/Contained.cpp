@@ -5,12 +5,10 @@
 #include "platform/SysError.h"
 
 #include <fcntl.h>
-#include <sys/random.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <cerrno>
-#include <cstdio>
 #include <utility>
 
 namespace orvKestrel {
@@ -18,36 +16,7 @@ namespace {
 
 constexpr int kDirFlags = O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC;
 
-// A hidden name of the engine's extracted-entry form ("." + name + ".kestrel-<digits>").
-// Puts tmp under name in dir; without replace an existing name is refused (EEXIST).
-void RenameAt(int dir, const std::string& tmp, const std::string& name, bool replace) {
-  if (replace) {
-    if (::renameat(dir, tmp.c_str(), dir, name.c_str()) != 0) ThrowSys(errno);
-    return;
-  }
-  if (::renameat2(dir, tmp.c_str(), dir, name.c_str(), RENAME_NOREPLACE) == 0) return;
-  if (errno != EINVAL && errno != ENOSYS) ThrowSys(errno);
-  if (::linkat(dir, tmp.c_str(), dir, name.c_str(), 0) != 0) ThrowSys(errno);
-  ::unlinkat(dir, tmp.c_str(), 0);
-}
-
 }  // namespace
-
-UniqueFd::~UniqueFd() {
-  if (fd_ >= 0) ::close(fd_);
-}
-
-UniqueFd::UniqueFd(UniqueFd&& other) noexcept : fd_(std::exchange(other.fd_, -1)) {}
-
-UniqueFd& UniqueFd::operator=(UniqueFd&& other) noexcept {
-  if (this != &other) {
-    if (fd_ >= 0) ::close(fd_);
-    fd_ = std::exchange(other.fd_, -1);
-  }
-  return *this;
-}
-
-int UniqueFd::release() { return std::exchange(fd_, -1); }
 
 OpenedFile OpenIdentified(const std::string& path) {
   OpenedFile f{UniqueFd(::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NOCTTY | O_NONBLOCK)), {}};
@@ -59,42 +28,7 @@ OpenedFile OpenIdentified(const std::string& path) {
   return f;
 }
 
-NewFile::~NewFile() {
-  if (!placed_ && fd_.get() >= 0) ::unlinkat(dir_, tmp_.c_str(), 0);
-}
-
-void NewFile::Write(const char* data, std::size_t n) {
-  while (n > 0) {
-    const ssize_t w = ::write(fd_.get(), data, n);
-    if (w < 0) {
-      if (errno == EINTR) continue;
-      ThrowSys(errno);
-    }
-    data += w;
-    n -= static_cast<std::size_t>(w);
-  }
-}
-
-void NewFile::SetModified(std::time_t t) {
-  const struct timespec times[2] = {{t, 0}, {t, 0}};
-  if (::futimens(fd_.get(), times) != 0) ThrowSys(errno);
-}
-
-FileIdentity NewFile::Place(const std::string& name, bool replace) {
-  struct stat st {};
-  if (::fstat(fd_.get(), &st) != 0) ThrowSys(errno);
-  if (::close(fd_.release()) != 0) ThrowSys(errno);
-  placed_ = true;  // from here the temporary is gone or renamed, whatever happens
-  try {
-    RenameAt(dir_, tmp_, name, replace);
-  } catch (...) {
-    ::unlinkat(dir_, tmp_.c_str(), 0);
-    throw;
-  }
-  return IdentityOf(st);
-}
-
-ContainedFolder ContainedFolder::Open(const std::string& path) {
+ContainedFolder FileSystem::OpenContained(const std::string& path) {
   std::string prefix;
   std::size_t pos = 0;
   while ((pos = path.find('/', pos + 1)) != std::string::npos) {
@@ -104,7 +38,7 @@ ContainedFolder ContainedFolder::Open(const std::string& path) {
   if (::mkdir(path.c_str(), 0777) != 0 && errno != EEXIST) ThrowSys(errno);
   UniqueFd fd(::open(path.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
   if (fd.get() < 0) ThrowSys(errno);
-  return ContainedFolder(std::move(fd));
+  return ContainedFolder(std::move(fd), faults_, tempNames_);
 }
 
 ContainedFolder ContainedFolder::Sub(const std::string& name) const {
@@ -118,7 +52,7 @@ ContainedFolder ContainedFolder::Sub(const std::string& name) const {
     const std::optional<Node> node = Look(name);
     ThrowSys(node && node->isLink ? ELOOP : err);
   }
-  return ContainedFolder(UniqueFd(fd));
+  return ContainedFolder(UniqueFd(fd), faults_, *names_);
 }
 
 std::optional<Node> ContainedFolder::Look(const std::string& name) const {
@@ -147,23 +81,13 @@ std::optional<std::string> ContainedFolder::LinkBelow(const std::vector<std::str
 }
 
 NewFile ContainedFolder::Create(std::uint32_t permissions) const {
-  TempNames names;
-  for (int attempt = 0; attempt < 100; ++attempt) {
-    std::string tmp = names.Next();
-    UniqueFd fd(::openat(fd_.get(), tmp.c_str(),
-                         O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC,
-                         static_cast<mode_t>(permissions)));
-    if (fd.get() >= 0) return NewFile(fd_.get(), std::move(tmp), std::move(fd));
-    if (errno != EEXIST) ThrowSys(errno);
-  }
-  ThrowSys(EEXIST);
+  return NewFile(fd_.get(), ".", *names_, faults_, permissions, false);
 }
 
 FileIdentity ContainedFolder::MakeLink(const std::string& target, const std::string& name,
                                        bool replace) const {
-  TempNames names;
   for (int attempt = 0; attempt < 100; ++attempt) {
-    const std::string tmp = names.Next();
+    const std::string tmp = names_->Next();
     if (::symlinkat(target.c_str(), fd_.get(), tmp.c_str()) != 0) {
       if (errno == EEXIST) continue;
       ThrowSys(errno);
@@ -171,7 +95,7 @@ FileIdentity ContainedFolder::MakeLink(const std::string& target, const std::str
     struct stat st {};
     try {
       if (::fstatat(fd_.get(), tmp.c_str(), &st, AT_SYMLINK_NOFOLLOW) != 0) ThrowSys(errno);
-      RenameAt(fd_.get(), tmp, name, replace);
+      PlaceName(fd_.get(), tmp, name, replace);
     } catch (...) {
       ::unlinkat(fd_.get(), tmp.c_str(), 0);
       throw;

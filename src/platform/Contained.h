@@ -4,7 +4,8 @@
 #pragma once
 
 #include "platform/FileSystem.h"
-
+#include "platform/NewFile.h"
+#include "platform/UniqueFd.h"
 
 #include <cstdint>
 #include <ctime>
@@ -18,22 +19,6 @@ namespace orvKestrel {
 
 // The identity of the file a status describes.
 FileIdentity IdentityOf(const struct stat& st);
-
-// A descriptor that is closed with its owner.
-class UniqueFd {
- public:
-  explicit UniqueFd(int fd = -1) : fd_(fd) {}
-  ~UniqueFd();
-  UniqueFd(UniqueFd&& other) noexcept;
-  UniqueFd& operator=(UniqueFd&& other) noexcept;
-  UniqueFd(const UniqueFd&) = delete;
-  UniqueFd& operator=(const UniqueFd&) = delete;
-  int get() const { return fd_; }
-  int release();  // the caller owns the descriptor from now
-
- private:
-  int fd_;
-};
 
 // A file opened for reading, and the file it is: the identity comes from the descriptor, so
 // that it names what is read even when the name is replaced meanwhile.
@@ -51,33 +36,10 @@ struct Node {
   FileIdentity identity;
 };
 
-// A file being written under a hidden temporary name until it is placed under its own.
-class NewFile {
- public:
-  NewFile(int dirFd, std::string tmp, UniqueFd fd) : dir_(dirFd), tmp_(std::move(tmp)),
-                                                     fd_(std::move(fd)) {}
-  ~NewFile();
-  NewFile(NewFile&&) noexcept = default;
-  NewFile(const NewFile&) = delete;
-  NewFile& operator=(const NewFile&) = delete;
-  void Write(const char* data, std::size_t n);
-  void SetModified(std::time_t t);
-  // Gives the file its name; an existing entry there is replaced only when replace is set.
-  // Returns what was placed.
-  FileIdentity Place(const std::string& name, bool replace);
-
- private:
-  int dir_;
-  std::string tmp_;
-  UniqueFd fd_;
-  bool placed_ = false;
-};
-
+// A folder below which writes are contained (FileSystem::OpenContained makes one; links in its
+// own path are followed: that is the caller's choice; only what lies below it is contained).
 class ContainedFolder {
  public:
-  // The folder (created with its parents when missing). Links in this path are followed: it is
-  // the caller's choice; only what lies below it is contained.
-  static ContainedFolder Open(const std::string& path);
   // The sub folder name (one component), created when missing. A link there is refused with
   // ELOOP, anything else that is not a folder with ENOTDIR.
   ContainedFolder Sub(const std::string& name) const;
@@ -93,8 +55,12 @@ class ContainedFolder {
   void SyncFileSystem() const;
 
  private:
-  explicit ContainedFolder(UniqueFd fd) : fd_(std::move(fd)) {}
+  friend class FileSystem;
+  ContainedFolder(UniqueFd fd, FaultPoints* faults, TempNames& names)
+      : fd_(std::move(fd)), faults_(faults), names_(&names) {}
   UniqueFd fd_;
+  FaultPoints* faults_;
+  TempNames* names_;
 };
 
 }  // namespace orvKestrel

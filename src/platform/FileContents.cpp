@@ -1,5 +1,6 @@
 // Whole-file reads and the atomic replacement of small files (job files).
 #include "platform/FileSystem.h"
+#include "platform/NewFile.h"
 #include "platform/SysError.h"
 
 #include <fcntl.h>
@@ -13,21 +14,6 @@
 
 namespace orvKestrel {
 namespace {
-
-class Fd {
- public:
-  explicit Fd(int fd) : fd_(fd) {}
-  ~Fd() {
-    if (fd_ >= 0) ::close(fd_);
-  }
-  Fd(const Fd&) = delete;
-  Fd& operator=(const Fd&) = delete;
-  int get() const { return fd_; }
-  int release() { return std::exchange(fd_, -1); }
-
- private:
-  int fd_;
-};
 
 std::string ParentOf(const std::string& path) {
   const auto pos = path.rfind('/');
@@ -50,7 +36,7 @@ std::string LinkTarget(const std::string& path) {
 
 std::optional<std::string> FileSystem::ReadFile(const std::string& path) {
   Gate(FaultOp::Open);
-  Fd fd(::open(path.c_str(), O_RDONLY | O_CLOEXEC));
+  UniqueFd fd(::open(path.c_str(), O_RDONLY | O_CLOEXEC));
   if (fd.get() < 0) {
     if (errno == ENOENT || errno == ENOTDIR) return std::nullopt;
     ThrowSys(errno);
@@ -61,7 +47,7 @@ std::optional<std::string> FileSystem::ReadFile(const std::string& path) {
 std::optional<std::string> FileSystem::ReadSmallFile(const std::string& path, std::size_t limit) {
   Gate(FaultOp::Open);
   // Non-blocking, so that opening a pipe that no one writes does not wait for a writer.
-  Fd fd(::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY));
+  UniqueFd fd(::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY));
   if (fd.get() < 0) {
     if (errno == ENOENT || errno == ENOTDIR) return std::nullopt;
     ThrowSys(errno);
@@ -96,7 +82,7 @@ std::string FileSystem::ReadAll(int fd, std::size_t limit) {
 
 std::string FileSystem::ReadHead(const std::string& path, std::size_t n) {
   Gate(FaultOp::Open);
-  Fd fd(::open(path.c_str(), O_RDONLY | O_CLOEXEC));
+  UniqueFd fd(::open(path.c_str(), O_RDONLY | O_CLOEXEC));
   if (fd.get() < 0) ThrowSys(errno);
   std::string data(n, '\0');
   std::size_t got = 0;
@@ -121,37 +107,19 @@ void FileSystem::WriteFileAtomic(const std::string& path, const std::string& dat
   struct stat old {};
   const bool existed = ::stat(target.c_str(), &old) == 0;
   // A file the caller may not write stays as it is, although replacing it by rename would work.
-  Gate(FaultOp::Open);
   if (existed && ::access(target.c_str(), W_OK) != 0) ThrowSys(errno);
-  // A hidden name, so that a folder listing taken meanwhile does not see a half-written file.
-  const std::string tmp = ParentOf(target) + "/" + TempNames().Next();
-  Fd fd(::open(tmp.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0666));
-  if (fd.get() < 0) ThrowSys(errno);
-  auto fail = [&](int err) {
-    ::unlink(tmp.c_str());
-    ThrowSys(err);
-  };
+  const std::string folder = ParentOf(target);
+  NewFile file(AT_FDCWD, folder, tempNames_, faults_, 0666, false);
   if (existed) {
     // Owner and group where we may (root editing another user's job file); else they stay ours.
-    const int chowned = ::fchown(fd.get(), old.st_uid, old.st_gid);
+    const int chowned = ::fchown(file.fd(), old.st_uid, old.st_gid);
     static_cast<void>(chowned);
-    if (::fchmod(fd.get(), old.st_mode & 07777) != 0) fail(errno);
+    if (::fchmod(file.fd(), old.st_mode & 07777) != 0) ThrowSys(errno);
   }
-  std::size_t done = 0;
-  while (done < data.size()) {
-    if (const int err = faults_.Check(FaultOp::Write)) fail(err);
-    const ssize_t w = ::write(fd.get(), data.data() + done, data.size() - done);
-    if (w < 0) {
-      if (errno == EINTR) continue;
-      fail(errno);
-    }
-    done += static_cast<std::size_t>(w);
-  }
-  if (::fsync(fd.get()) != 0) fail(errno);
-  if (::close(fd.release()) != 0) fail(errno);
-  if (const int err = faults_.Check(FaultOp::Rename)) fail(err);
-  if (::rename(tmp.c_str(), target.c_str()) != 0) fail(errno);
-  Fd dir(::open(ParentOf(target).c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+  file.Write(data.data(), data.size());
+  file.Flush();
+  file.Place(target, true);
+  const UniqueFd dir(::open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
   if (dir.get() >= 0) ::fsync(dir.get());
 }
 

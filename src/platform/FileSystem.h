@@ -1,9 +1,10 @@
 // The engine's one file-system object. Every file operation of a run goes through it, so that
-// tests can inject faults at one place. Failing operations throw KestrelError (errno + text).
+// tests can make operations fail at named points (FaultPoints). Failing operations throw
+// KestrelError (errno + text).
 // The implementation is split by service: one .cpp per service in this folder.
 #pragma once
 
-#include "platform/Faults.h"
+#include "platform/FaultPoints.h"
 
 #include <chrono>
 #include <cstdint>
@@ -127,16 +128,25 @@ class SourceFile {
 
  private:
   friend class FileSystem;
-  SourceFile(Faults& faults, int fd, const FileIdentity& opened);
-  Faults* faults_;
+  SourceFile(FaultPoints* faults, int fd, const FileIdentity& opened);
+  FaultPoints* faults_;
   int fd_;
   FileIdentity opened_;
   std::uint64_t read_ = 0;
 };
 
+class ContainedFolder;
+
 class FileSystem {
  public:
-  Faults& faults() { return faults_; }
+  // faults: where a test makes operations fail; none in a shipped run.
+  explicit FileSystem(FaultPoints* faults = nullptr) : faults_(faults) {}
+  FileSystem(const FileSystem&) = delete;
+  FileSystem& operator=(const FileSystem&) = delete;
+
+  // The error a test arranged for op, or 0: for the steps that a library does with its own
+  // calls (the zip library writes its archives itself).
+  int Injected(FaultOp op) { return orvKestrel::Injected(faults_, op); }
 
   // While a scope is alive the status of a path is read from the disk once: the steps for one
   // file ask about the same two paths several times. Any change made through this object
@@ -205,6 +215,9 @@ class FileSystem {
   // The folder root/sub, reached from root (taken as named) without following any link below
   // it; with create, missing levels are made on the way. A level that is a link or no folder is
   // refused (ELOOP), naming it.
+  // The folder at path, made with its parents when missing, for writes contained below it
+  // (extraction; Contained.h).
+  ContainedFolder OpenContained(const std::string& path);
   std::shared_ptr<const DestFolder> OpenBeneath(const std::string& root, const std::string& sub,
                                                 bool create);
   // For a preview: the first level of root/sub that such an opening would refuse; "" when none
@@ -286,7 +299,7 @@ class FileSystem {
   void MoveAt(const std::string& source, int dir, const std::string& folder,
               const std::string& name);
 
-  Faults faults_;
+  FaultPoints* faults_;
   TempNames tempNames_;
   std::uint64_t folderRemovals_ = 0;
   int scopes_ = 0;

@@ -67,7 +67,7 @@ void RemoveEngineTemporaries(FileSystem& fs, const std::string& folder) {
 }
 
 void FileSystem::Gate(FaultOp op) {
-  if (const int err = faults_.Check(op)) ThrowSys(err);
+  orvKestrel::Gate(faults_, op);
 }
 
 const FileSystem::Status& FileSystem::Look(const std::string& path) {
@@ -112,7 +112,7 @@ bool FileSystem::FolderStillExists(const std::string& path) {
 }
 
 std::optional<std::vector<DirEntry>> FileSystem::ListFolder(const std::string& path) {
-  if (const int err = faults_.Check(FaultOp::List)) {
+  if (const int err = Injected(FaultOp::List)) {
     errno = err;
     return std::nullopt;
   }

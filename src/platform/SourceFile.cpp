@@ -29,8 +29,8 @@ SourceFile FileSystem::OpenToRead(const std::string& path) {
   return SourceFile(faults_, fd.release(), IdentityOf(st));
 }
 
-SourceFile::SourceFile(Faults& faults, int fd, const FileIdentity& opened)
-    : faults_(&faults), fd_(fd), opened_(opened) {}
+SourceFile::SourceFile(FaultPoints* faults, int fd, const FileIdentity& opened)
+    : faults_(faults), fd_(fd), opened_(opened) {}
 
 SourceFile::SourceFile(SourceFile&& other) noexcept
     : faults_(other.faults_), fd_(std::exchange(other.fd_, -1)), opened_(other.opened_),
@@ -43,7 +43,7 @@ SourceFile::~SourceFile() {
 std::size_t SourceFile::Read(char* buf, std::size_t n) {
   // Each step of the copy's size counts as one read for fault injection.
   if (read_ % kStep == 0 || read_ % kStep + n > kStep) {
-    if (const int err = faults_->Check(FaultOp::Read)) ThrowSys(err);
+    Gate(faults_, FaultOp::Read);
   }
   for (;;) {
     const ssize_t got = ::read(fd_, buf, n);

@@ -65,7 +65,6 @@ struct Job {
   const std::string& password;
   FileIdentity archive;
   std::atomic<bool>& cancel;
-  Faults& faults;
   std::vector<Failure>& failures;
   std::vector<Kept>& kept;
   Protected& written;
@@ -264,12 +263,12 @@ bool Extractor::WriteFile(zip_uint64_t index, const zip_stat_t& zs, std::uint32_
     return false;
   }
   try {
-    if (const int err = j_.faults.Check(FaultOp::Open)) ThrowSys(err);
     NewFile out = folder.Create(mode);
     if (!Copy(zf.get(), zs, out, entry) || cancelled_) return false;
-    if (zs.valid & ZIP_STAT_MTIME) out.SetModified(zs.mtime);
-    if (const int err = j_.faults.Check(FaultOp::Rename)) ThrowSys(err);
-    j_.written[Key(out.Place(name, replace))] = false;
+    if (zs.valid & ZIP_STAT_MTIME) out.SetTimes({zs.mtime, 0}, {zs.mtime, 0});
+    const FileIdentity placed = out.Identify();
+    out.Place(name, replace);
+    j_.written[Key(placed)] = false;
     return true;
   } catch (const KestrelError& e) {
     Fail(Kind::Write, entry, e.Description() + ": " + j_.dest);
@@ -302,7 +301,6 @@ bool Extractor::Copy(zip_file_t* zf, const zip_stat_t& zs, NewFile& out,
       else Fail(encrypted ? Kind::Password : Kind::Damaged, entry, ziphandle::ErrorText(err));
       return false;
     }
-    if (const int err = j_.faults.Check(FaultOp::Write)) ThrowSys(err);
     out.Write(buf.data(), static_cast<std::size_t>(got));
     total += static_cast<std::uint64_t>(got);
   }
@@ -379,14 +377,14 @@ std::int32_t ZipLibrary::UnZipEx(const std::string& archive, const std::string& 
   if (!password.empty()) zip_set_default_password(za.get(), password.c_str());
   std::optional<ContainedFolder> root;
   try {
-    root.emplace(ContainedFolder::Open(destination));
+    root.emplace(fs_.OpenContained(destination));
   } catch (const KestrelError& e) {
     failures_.push_back({Failure::Kind::Write, destination, e.Description()});
     return 0;
   }
   const zipnames::NameFilter names(filter);
   const Job job{za.get(),   *root,      destination, names,     keepFolders != 0,
-                overwriteMode, password, archiveRead_, cancel_, fs_.faults(),
+                overwriteMode, password, archiveRead_, cancel_,
                 failures_,  kept_,      written_};
   Extractor x(job);
   bool cancelled = false;
@@ -403,7 +401,7 @@ void ZipLibrary::StartUnzipRun(const std::vector<FileIdentity>& sources) {
 void ZipLibrary::SyncExtracted() {
   if (lastDestination_.empty()) return;
   try {
-    ContainedFolder::Open(lastDestination_).SyncFileSystem();
+    fs_.OpenContained(lastDestination_).SyncFileSystem();
   } catch (const KestrelError&) {
   }
 }

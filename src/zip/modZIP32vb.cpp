@@ -281,7 +281,7 @@ bool ZipLibrary::Commit(bool durable) {
   std::unique_ptr<Session> s = std::move(session_);
   zip_t* za = s->za.get();
   // An injected fault stands for the commit's own writing failing: nothing is written.
-  if (const int err = fs_.faults().Check(FaultOp::Write)) {
+  if (const int err = fs_.Injected(FaultOp::Write)) {
     flushError_ = std::strerror(err);
     return false;
   }
@@ -316,7 +316,7 @@ bool ZipLibrary::Commit(bool durable) {
 void ZipLibrary::CountWritten(Session& s, bool readBack) {
   int err = 0;
   ZipPtr za;
-  if (readBack && fs_.faults().Check(FaultOp::Open) == 0) {
+  if (readBack && fs_.Injected(FaultOp::Open) == 0) {
     za.reset(zip_open(s.path.c_str(), ZIP_RDONLY, &err));
   }
   for (const auto& st : s.staged) {

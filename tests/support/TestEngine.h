@@ -9,6 +9,8 @@
 #include "zip/Zip.h"
 #include "zip/modZIP32vb.h"
 
+#include "support/Faults.h"
+
 #include <string>
 #include <vector>
 
@@ -16,7 +18,7 @@ namespace orvKestrel::testing {
 
 class TestEngine {
  public:
-  explicit TestEngine(Host host = {}) : driver(std::move(host)) {}
+  explicit TestEngine(Host host = {}) : driver(std::move(host), &faults) {}
   TestEngine(const TestEngine&) = delete;
   TestEngine& operator=(const TestEngine&) = delete;
 
@@ -149,6 +151,7 @@ class TestEngine {
   }
   void KestrelCounter(std::int32_t all, std::int32_t curr) { svc.KestrelCounter(all, curr); }
 
+  Faults faults;  // where the tests make file operations fail
   Engine driver;
   Services& svc = driver.svc;
   job unbound;  // the run's job until a call binds another

@@ -41,11 +41,11 @@ TEST_F(Attributes, ReadOnlyClearsEveryWriteBitAndGivesTheOwnerWriteBack) {
 TEST_F(Attributes, NothingIsWrittenWhenTheBitIsAlreadyAsAsked) {
   CurrentDir cwd(dir.str());
   Chmod(file, 0444);
-  e.fs.faults().Arm(FaultOp::SetAttributes, 1, EIO);
+  e.faults.Arm(FaultOp::SetAttributes, 1, EIO);
   e.SetAttribute(kAttrReadOnly, file);
   Chmod(file, 0644);
   e.UnsetAttribute(kAttrReadOnly, file);
-  EXPECT_EQ(e.fs.faults().Calls(FaultOp::SetAttributes), 0);
+  EXPECT_EQ(e.faults.Calls(FaultOp::SetAttributes), 0);
   EXPECT_EQ(e.trap.ErrorCount(), 0);
   e.SetAttribute(kAttrReadOnly, file);  // now a write is needed, and it fails
   EXPECT_EQ(e.trap.ErrorCount(), 1);

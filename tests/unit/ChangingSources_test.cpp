@@ -61,7 +61,7 @@ class ChangingSources : public ::testing::Test, public ZipEngine {
   }
   // Acts once, just before the n-th call of op from now.
   void At(FaultOp op, int n, std::function<void()> act) {
-    e.fs.faults().Before(op, n, std::move(act));
+    e.faults.Before(op, n, std::move(act));
   }
 };
 
@@ -93,7 +93,7 @@ TEST_F(ChangingSources, AFileChangedWhileItIsReadIsNotStoredNorDeleted) {
     e.jobError = false;
     At(FaultOp::Read, 2, [&] { Scribble(big); });  // the second step of the big file
     e.Zip_Files(files, j);
-    e.fs.faults().Disarm();
+    e.faults.Disarm();
 
     EXPECT_TRUE(HasLine("job: Fehler: The file changed while it was read - " + big))
         << ::testing::PrintToString(ev.Texts());
@@ -123,7 +123,7 @@ TEST_F(ChangingSources, AFileChangedAfterItWasReadIsKept) {
     ev.lines.clear();
     At(FaultOp::Unlink, 1, [&] { WriteFile(a, "line 1\nline 2\n"); });
     e.Zip_Files(files, j);
-    e.fs.faults().Disarm();
+    e.faults.Disarm();
     EXPECT_EQ(ReadFile(a), "line 1\nline 2\n");
     EXPECT_TRUE(HasLine("Fehler: The file changed after it was read and was kept - " + a))
         << ::testing::PrintToString(ev.Texts());
@@ -143,7 +143,7 @@ TEST_F(ChangingSources, SourcesStayUnlessTheArchiveHoldsThemAsRead) {
   // Opens: the file when staged, when read, then the archive read back.
   At(FaultOp::Open, 3, [&] { WriteFile(Out("a.zip"), "not an archive any more"); });
   e.Zip_Files(files, j);
-  e.fs.faults().Disarm();
+  e.faults.Disarm();
   EXPECT_TRUE(Exists(a));
   EXPECT_TRUE(HasLine("job: Fehler: The archive does not hold the file as it was read - " + a))
       << ::testing::PrintToString(ev.Texts());
@@ -164,9 +164,9 @@ TEST_F(ChangingSources, AFailedReplacementKeepsTheOldArchive) {
     ASSERT_TRUE(before);
     j.Exist = 3;
     files = {Src("a.txt", "new")};
-    e.fs.faults().Arm(FaultOp::Write, 1, ENOSPC);  // the commit's writing
+    e.faults.Arm(FaultOp::Write, 1, ENOSPC);  // the commit's writing
     e.Zip_Files(files, j);
-    e.fs.faults().Disarm();
+    e.faults.Disarm();
     EXPECT_EQ(Contents(archive), before);
     EXPECT_EQ(ReadFile(files[0]), "new");
     EXPECT_TRUE(TempLeftovers(j.To).empty());

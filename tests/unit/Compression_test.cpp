@@ -204,9 +204,9 @@ TEST_F(Compression, OnlyExactlyHiddenFilesAreUnhiddenForTheCall) {
   files = {Src(".first"), Src(".hidden"), Src("ro-hidden")};
   e.fs.SetAttributes(files[0], kAttrHidden);
   e.fs.SetAttributes(files[2], kAttrHidden | kAttrReadOnly);
-  e.fs.faults().Disarm();
+  e.faults.Disarm();
   e.Zip_Files(files, j);
-  EXPECT_EQ(e.fs.faults().Calls(FaultOp::SetAttributes), 2);
+  EXPECT_EQ(e.faults.Calls(FaultOp::SetAttributes), 2);
   EXPECT_EQ(e.fs.GetAttributes(files[1]), kAttrHidden);
   EXPECT_EQ(e.fs.GetAttributes(files[2]), kAttrHidden | kAttrReadOnly);
   EXPECT_EQ(Names(Archive()), (Lines{".first", ".hidden", "ro-hidden"}));
@@ -216,11 +216,11 @@ TEST_F(Compression, ADryRunWritesNothing) {
   files = {Src("a.txt"), Src(".hidden")};
   j.Exist = 1;
   e.dryRun = true;
-  e.fs.faults().Disarm();
+  e.faults.Disarm();
   e.Zip_Files(files, j);
   EXPECT_FALSE(Exists(Archive()));
   EXPECT_TRUE(Exists(files[0]));
-  EXPECT_EQ(e.fs.faults().Calls(FaultOp::SetAttributes), 0);
+  EXPECT_EQ(e.faults.Calls(FaultOp::SetAttributes), 0);
 }
 
 }  // namespace

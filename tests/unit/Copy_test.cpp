@@ -282,9 +282,9 @@ TEST_F(CopyTest, FailingFilesGiveTheirErrorLineAndTheListGoesOn) {
     std::filesystem::create_directories(dst);
     Source("a.txt", big);
     Source("b.txt", "b");
-    engine.fs.faults().Arm(c.op, c.n, c.err);
+    engine.faults.Arm(c.op, c.n, c.err);
     Copy({c.op == FaultOp::Count ? Src("gone.txt") : Src("a.txt"), Src("b.txt")});
-    engine.fs.faults().Disarm();
+    engine.faults.Disarm();
     const std::string failed = c.op == FaultOp::Count ? Src("gone.txt") : Src("a.txt");
     EXPECT_EQ(FileLines(), (std::vector<std::string>{
                                std::string("job: Fehler: ") + c.text + " -  Move files " + failed,
@@ -301,9 +301,9 @@ TEST_F(CopyTest, FailedReplacementNeverDeletesTheSource) {
   j.EFSDelete = 1;
   Source("a.txt", std::string(3 * 1024 * 1024, 'n'), kNew);
   Dest("a.txt", "old", kOld);
-  engine.fs.faults().Arm(FaultOp::Write, 2, EIO);
+  engine.faults.Arm(FaultOp::Write, 2, EIO);
   Copy({Src("a.txt")});
-  engine.fs.faults().Disarm();
+  engine.faults.Disarm();
   EXPECT_TRUE(Exists(Src("a.txt")));
   EXPECT_EQ(Ids(), (std::vector<std::int16_t>{85, 10}));
 }

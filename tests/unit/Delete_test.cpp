@@ -71,10 +71,10 @@ TEST_F(DeleteTest, RecycleBinTakesTheFileWithItsInfoEntry) {
 TEST_F(DeleteTest, FailedRecycleIsLoggedAsDeletedAndAsAnError) {
   j.DelType = 1;
   Source("a.txt", "a");
-  engine.fs.faults().Arm(FaultOp::Trash, 1, EIO);
+  engine.faults.Arm(FaultOp::Trash, 1, EIO);
   FileList list{Src("a.txt")};
   engine.DeleteFiles(list, j);
-  engine.fs.faults().Disarm();
+  engine.faults.Disarm();
   EXPECT_TRUE(Exists(Src("a.txt")));
   EXPECT_EQ(Ids(), (std::vector<std::int16_t>{85, 36, 10}));
   EXPECT_EQ(Lines().back(), "Fehler: Not moved to the trash: " + std::string(std::strerror(EIO)) +

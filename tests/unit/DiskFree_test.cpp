@@ -7,6 +7,7 @@
 #include "engine/Engine.h"
 #include "engine/modDiskFree.h"
 #include "platform/SysError.h"
+#include "support/Faults.h"
 #include "support/TestSupport.h"
 
 namespace orvKestrel {
@@ -37,7 +38,8 @@ TEST(Drives, SameDriveComparesFileSystems) {
 }
 
 TEST(Drives, FreeBytesAreThoseOfUnprivilegedUsers) {
-  FileSystem fs;
+  testing::Faults faults;
+  FileSystem fs{&faults};
   TempDir dir;
   struct statvfs vfs {};
   ASSERT_EQ(::statvfs(dir.str().c_str(), &vfs), 0);
@@ -46,12 +48,13 @@ TEST(Drives, FreeBytesAreThoseOfUnprivilegedUsers) {
   EXPECT_NEAR(static_cast<double>(fs.FreeBytes(dir.str())), static_cast<double>(expected),
               64.0 * 1024 * 1024);
   EXPECT_THROW(fs.FreeBytes(dir / "missing"), KestrelError);
-  fs.faults().Arm(FaultOp::Statvfs, 1, EIO);
+  faults.Arm(FaultOp::Statvfs, 1, EIO);
   EXPECT_THROW(fs.FreeBytes(dir.str()), KestrelError);
 }
 
 TEST(GetDiskFree, CapsAndReportsMinusOneWithoutAnError) {
-  FileSystem fs;
+  testing::Faults faults;
+  FileSystem fs{&faults};
   Host host;
   FailSafe trap(host);
   TempDir dir;
@@ -64,7 +67,7 @@ TEST(GetDiskFree, CapsAndReportsMinusOneWithoutAnError) {
   }
   EXPECT_EQ(GetDiskFree(fs, trap, dir / "missing"), -1);
   EXPECT_EQ(GetDiskFree(fs, trap, ""), -1);
-  fs.faults().Arm(FaultOp::Statvfs, 1, EIO);
+  faults.Arm(FaultOp::Statvfs, 1, EIO);
   EXPECT_EQ(GetDiskFree(fs, trap, dir.str()), -1);
   EXPECT_EQ(trap.ErrorCount(), 0);
 }
@@ -79,7 +82,8 @@ class CheckFreeSpaceTest : public ::testing::Test {
   }
   TempDir dir;
   testing::CurrentDir cwd{dir.str()};  // error.log lands here
-  Services e{Host{}};
+  testing::Faults faults;
+  Services e{Host{}, &faults};
   BoxAnswer answer = BoxAnswer::Abort;
   int asked = 0;
 };
@@ -94,9 +98,9 @@ TEST_F(CheckFreeSpaceTest, BelowTheLimitOnly) {
   EXPECT_EQ(limit, 1);
 
   // A drive that cannot be queried reports -1: below any limit, so the trigger fires.
-  e.fs.faults().Arm(FaultOp::Statvfs, 1, EIO);
+  faults.Arm(FaultOp::Statvfs, 1, EIO);
   EXPECT_TRUE(CheckFreeSpace(e, limit, dir.str()));
-  e.fs.faults().Arm(FaultOp::Statvfs, 1, EIO);
+  faults.Arm(FaultOp::Statvfs, 1, EIO);
   limit = 2047;
   EXPECT_TRUE(CheckFreeSpace(e, limit, dir.str()));
   EXPECT_EQ(asked, 0);
@@ -104,14 +108,14 @@ TEST_F(CheckFreeSpaceTest, BelowTheLimitOnly) {
 
 TEST_F(CheckFreeSpaceTest, LimitOf2048MegabytesOverflows) {
   std::int32_t limit = 2048;
-  e.fs.faults().Arm(FaultOp::Statvfs, 1, EIO);
+  faults.Arm(FaultOp::Statvfs, 1, EIO);
   EXPECT_FALSE(CheckFreeSpace(e, limit, dir.str()));
   EXPECT_EQ(asked, 1);
   EXPECT_NE(testing::ReadFile(dir / "error.log").find("#6 (Overflow)"), std::string::npos);
 
   // Going on regardless leaves the limit at 0, which only -1 is below.
   answer = BoxAnswer::Ignore;
-  e.fs.faults().Arm(FaultOp::Statvfs, 1, EIO);
+  faults.Arm(FaultOp::Statvfs, 1, EIO);
   EXPECT_TRUE(CheckFreeSpace(e, limit, dir.str()));
   limit = 100000;
   EXPECT_FALSE(CheckFreeSpace(e, limit, dir.str()));

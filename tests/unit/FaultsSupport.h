@@ -227,14 +227,14 @@ class FaultRun {
     {
       CurrentDir here(root_);  // error.log
       TestEngine e{Host{}};
-      FaultRecorder rec(e.fs.faults());
+      FaultRecorder rec(e.faults);
       e.events = &rec;
-      e.fs.faults().Arm(op, n, err);
+      e.faults.Arm(op, n, err);
       e.ExecuteAllJobs(root_ + "/jobs/", "", false, false, false);
-      r.fired = e.fs.faults().Fired();
+      r.fired = e.faults.Fired();
       r.trapErrors = e.trap.ErrorCount();
       for (std::size_t i = 0; i < r.calls.size(); ++i) {
-        r.calls[i] = e.fs.faults().Calls(static_cast<FaultOp>(i));
+        r.calls[i] = e.faults.Calls(static_cast<FaultOp>(i));
       }
       r.lines = std::move(rec.lines);
       r.idError = e.Id(10);

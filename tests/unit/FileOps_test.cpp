@@ -67,9 +67,9 @@ TEST_F(FileOpsTest, FailedCopyLeavesNoPartialFileAndTheOldDestinationIntact) {
     for (const bool overwrite : {false, true}) {
       SCOPED_TRACE(std::to_string(static_cast<int>(op)) + (overwrite ? " overwrite" : ""));
       if (overwrite) Dest("a.txt", "old");
-      fs.faults().Arm(op, n, EIO);
+      engine.faults.Arm(op, n, EIO);
       EXPECT_EQ(ErrorOf([&] { fs.CopyFile(a, Dst("a.txt"), overwrite); }), EIO);
-      EXPECT_TRUE(fs.faults().Fired());
+      EXPECT_TRUE(engine.faults.Fired());
       if (overwrite) {
         EXPECT_EQ(ReadFile(Dst("a.txt")), "old");
         ExpectOnly(dst, {"a.txt"});
@@ -79,7 +79,7 @@ TEST_F(FileOpsTest, FailedCopyLeavesNoPartialFileAndTheOldDestinationIntact) {
       }
     }
   }
-  fs.faults().Disarm();
+  engine.faults.Disarm();
 }
 
 TEST_F(FileOpsTest, CopyOfAMissingSourceOrEmptyPathFails) {
@@ -131,7 +131,7 @@ TEST_F(FileOpsTest, MoveAcrossFileSystemsKeepsTimesAndRemovesTheSource) {
     const std::string data = ReadFile(a);
     SetTimes(a, kOld, kNew);
     const std::string target = real ? other.path() + "/a.txt" : Dst("a.txt");
-    if (!real) fs.faults().Arm(FaultOp::Rename, 1, EXDEV);
+    if (!real) engine.faults.Arm(FaultOp::Rename, 1, EXDEV);
     fs.MoveFile(a, target);
     EXPECT_FALSE(Exists(a));
     EXPECT_EQ(fs.Stat(target).times.written, kNew);
@@ -140,7 +140,7 @@ TEST_F(FileOpsTest, MoveAcrossFileSystemsKeepsTimesAndRemovesTheSource) {
     EXPECT_EQ(ModeOf(target), 0604u);
     ExpectOnly(paths::GetParentFolderName(target), {"a.txt"});
   }
-  fs.faults().Disarm();
+  engine.faults.Disarm();
 }
 
 TEST_F(FileOpsTest, FailedMoveAcrossFileSystemsLeavesBothSidesAsTheyWere) {
@@ -150,13 +150,13 @@ TEST_F(FileOpsTest, FailedMoveAcrossFileSystemsLeavesBothSidesAsTheyWere) {
   const std::string data = ReadFile(a);
   // The copy breaks off after its first step; the source cannot be removed after the copy.
   for (const auto& [op, n] : {std::pair{FaultOp::Write, 2}, std::pair{FaultOp::Unlink, 1}}) {
-    fs.faults().Arm(op, n, EACCES);
+    engine.faults.Arm(op, n, EACCES);
     EXPECT_EQ(ErrorOf([&] { fs.MoveFile(a, other.path() + "/a.txt"); }), EACCES);
-    EXPECT_TRUE(fs.faults().Fired());
+    EXPECT_TRUE(engine.faults.Fired());
     EXPECT_EQ(ReadFile(a), data);
     ExpectOnly(other.path(), {});
   }
-  fs.faults().Disarm();
+  engine.faults.Disarm();
 }
 
 TEST_F(FileOpsTest, DeleteRefusesReadOnlyFilesUnlessForced) {

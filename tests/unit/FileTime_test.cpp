@@ -79,7 +79,7 @@ TEST_F(FileTime, AFailedWriteIsNotReported) {
   job j = MakeJob();
   ASSERT_TRUE(e.ReadSourceFileTime(src));
   EXPECT_FALSE(e.WriteFileTime(In("missing"), j));
-  e.fs.faults().Arm(FaultOp::SetTimes, 1, EPERM);
+  e.faults.Arm(FaultOp::SetTimes, 1, EPERM);
   EXPECT_FALSE(e.WriteFileTime(dst, j));
   EXPECT_EQ(e.trap.ErrorCount(), 0);
 }

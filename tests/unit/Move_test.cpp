@@ -71,9 +71,9 @@ TEST_F(MoveTest, FailedMoveAfterTheReplacementDeletionLosesTheOldDestinationOnly
   Source("a.txt", "new");
   Dest("a.txt", "old");
   Source("b.txt", "b");
-  engine.fs.faults().Arm(FaultOp::Rename, 1, EACCES);
+  engine.faults.Arm(FaultOp::Rename, 1, EACCES);
   Move({Src("a.txt"), Src("b.txt")});
-  engine.fs.faults().Disarm();
+  engine.faults.Disarm();
   EXPECT_EQ(FileLines(), (std::vector<std::string>{
                              "job: Fehler: Permission denied - Func MoveFiles " + Src("a.txt"),
                              "Verschoben: " + Tail("b.txt")}));
@@ -84,10 +84,10 @@ TEST_F(MoveTest, FailedMoveAfterTheReplacementDeletionLosesTheOldDestinationOnly
 
 TEST_F(MoveTest, MoveBetweenFileSystemsIsOneLinePerFile) {
   Source("a.txt", std::string(3 * 1024 * 1024, 'a'), kOld);
-  engine.fs.faults().Arm(FaultOp::Rename, 1, EXDEV);
+  engine.faults.Arm(FaultOp::Rename, 1, EXDEV);
   Move({Src("a.txt")});
-  EXPECT_TRUE(engine.fs.faults().Fired());
-  engine.fs.faults().Disarm();
+  EXPECT_TRUE(engine.faults.Fired());
+  engine.faults.Disarm();
   EXPECT_EQ(FileLines(), std::vector<std::string>{"Verschoben: " + Tail("a.txt")});
   EXPECT_FALSE(Exists(Src("a.txt")));
   EXPECT_EQ(WriteTime(Dst("a.txt")), kOld);
@@ -95,11 +95,11 @@ TEST_F(MoveTest, MoveBetweenFileSystemsIsOneLinePerFile) {
 
 TEST_F(MoveTest, VanishedSourceOfAMoveBetweenFileSystemsIsAnErrorLine) {
   Source("a.txt", std::string(3 * 1024 * 1024, 'a'));
-  engine.fs.faults().Arm(FaultOp::Rename, 1, EXDEV);
+  engine.faults.Arm(FaultOp::Rename, 1, EXDEV);
   // The simulated cross-device move then fails in its copy: the vanished source.
   std::filesystem::rename(Src("a.txt"), Src("hidden"));
   Move({Src("a.txt")});
-  engine.fs.faults().Disarm();
+  engine.faults.Disarm();
   EXPECT_EQ(FileLines(), std::vector<std::string>{"job: Fehler: No such file or directory - Func MoveFiles " +
                                                   Src("a.txt")});
   EXPECT_EQ(Names(dst), std::vector<std::string>{});
@@ -118,10 +118,10 @@ TEST_F(MoveTest, AMoveWithinOneDriveNeedsNoRoom) {
   engine.noSizeCheck = false;
   engine.lastNoRoom = true;
   Source("a.txt", "a");
-  engine.fs.faults().Arm(FaultOp::Statvfs, 1, EIO);  // asking for free space would fail
+  engine.faults.Arm(FaultOp::Statvfs, 1, EIO);  // asking for free space would fail
   Move({Src("a.txt")});
-  EXPECT_FALSE(engine.fs.faults().Fired());
-  engine.fs.faults().Disarm();
+  EXPECT_FALSE(engine.faults.Fired());
+  engine.faults.Disarm();
   EXPECT_EQ(FileLines(), std::vector<std::string>{"Verschoben: " + Tail("a.txt")});
   EXPECT_FALSE(engine.lastNoRoom);
 }

@@ -71,11 +71,11 @@ TEST_F(FaultRegressions, AFailedCopyOntoAnExistingFileLeavesItAsItWas) {
       j.ExtFileTime = 1;  // compare write times
       Source("a.txt", "newer, longer contents", kNew);  // replaces under 4 as well
       Dest("a.txt", "old contents", kOld);
-      engine.fs.faults().Arm(op, 1, ENOSPC);
+      engine.faults.Arm(op, 1, ENOSPC);
       FileList list{Src("a.txt")};
       engine.CopyFiles(list, j);
-      EXPECT_TRUE(engine.fs.faults().Fired()) << ::testing::PrintToString(Lines());
-      engine.fs.faults().Disarm();
+      EXPECT_TRUE(engine.faults.Fired()) << ::testing::PrintToString(Lines());
+      engine.faults.Disarm();
       EXPECT_EQ(ReadFile(Dst("a.txt")), "old contents");
       EXPECT_TRUE(engine.jobError);
       engine.jobError = false;
@@ -97,10 +97,10 @@ TEST_F(FaultRegressions, SyncRemovesNothingBelowAPrimaryFolderItCannotList) {
   j.SubFolder = 1;
   j.FStruct = 1;
   j.DoPreview = 0;
-  engine.fs.faults().Arm(FaultOp::List, 2, EACCES);  // 1: the primary folder, 2: its "sub"
+  engine.faults.Arm(FaultOp::List, 2, EACCES);  // 1: the primary folder, 2: its "sub"
   engine.FileCleanUp(j, true);
-  EXPECT_TRUE(engine.fs.faults().Fired());
-  engine.fs.faults().Disarm();
+  EXPECT_TRUE(engine.faults.Fired());
+  engine.faults.Disarm();
   EXPECT_TRUE(Exists(Dst("sub/kept.txt")));
   EXPECT_TRUE(Exists(Dst("top.txt")));
   EXPECT_FALSE(Exists(Dst("only-here.txt")));  // what the listing did show still counts
@@ -112,9 +112,9 @@ TEST(CompressionRegression, AFileLeftOutOfANewArchiveFailsTheJob) {
   ZipEngine z;
   z.j.Action = 3;
   FileList files{z.Src("a.txt"), z.Src("b.txt")};
-  z.e.fs.faults().Arm(FaultOp::Open, 2, EACCES);  // the second file's opening
+  z.e.faults.Arm(FaultOp::Open, 2, EACCES);  // the second file's opening
   z.e.Zip_Files(files, z.j);
-  EXPECT_TRUE(z.e.fs.faults().Fired());
+  EXPECT_TRUE(z.e.faults.Fired());
   EXPECT_EQ(z.ev.Texts().back(), "Fehler: " + z.Src("b.txt"));
   EXPECT_TRUE(z.e.jobError);
 }
@@ -155,9 +155,9 @@ TEST_F(FaultRegressions, AFileThatChangesWhileItIsCopiedIsNotPutInPlace) {
   // Appended to between two steps of the copy, as a writer on another thread would: the hook
   // makes the timing certain on a busy machine.
   const std::string file = Source("growing.log", std::string(4 << 20, 'x'));
-  engine.fs.faults().Before(FaultOp::Read, 2, [&] { AppendFile(file, "y"); });
+  engine.faults.Before(FaultOp::Read, 2, [&] { AppendFile(file, "y"); });
   EXPECT_THROW(engine.fs.CopyFile(file, Dst("growing.log"), false), KestrelError);
-  engine.fs.faults().Disarm();
+  engine.faults.Disarm();
   EXPECT_FALSE(Exists(Dst("growing.log")));
   EXPECT_TRUE(Names(dst).empty());  // nor its temporary
   engine.fs.CopyFile(file, Dst("growing.log"), false);  // at rest it copies
@@ -228,9 +228,9 @@ TEST(ZipStagingRegression, AnArchiveFolderShowsOnlyTheArchiveBeforeDuringAndAfte
   const std::string first = ReadFile(archive);
   // A commit that fails leaves the archive as it was and nothing beside it.
   ASSERT_EQ(zip.ZipAddFile(archive, b, 4, 0), 1);
-  z.e.fs.faults().Arm(FaultOp::Write, 1, ENOSPC);
+  z.e.faults.Arm(FaultOp::Write, 1, ENOSPC);
   EXPECT_FALSE(zip.Flush());
-  z.e.fs.faults().Disarm();
+  z.e.faults.Disarm();
   EXPECT_EQ(folder(), std::vector<std::string>{"x.zip"});
   EXPECT_EQ(ReadFile(archive), first);
   // Adding to it keeps its entries; a commit with nothing new changes nothing.

@@ -366,7 +366,7 @@ TEST_F(RunDriverTest, FreeSpaceTriggerRunsOnlyBelowTheLimit) {
   EXPECT_EQ(Value("a", "Counter"), "4");
 
   Job("a", "ChkFreeSpace=1\nFreeSpaceVal=1\nCounter=1\nInterval=4\n");
-  e.fs.faults().Arm(FaultOp::Statvfs, 1, EIO);  // free space unknown: -1
+  e.faults.Arm(FaultOp::Statvfs, 1, EIO);  // free space unknown: -1
   Pass();
   EXPECT_THAT(ev.Texts(), ElementsAre("a: Starte Auftrag", "a: Auftrag ausgeführt"));
   EXPECT_THAT(ev.jobs, ElementsAre(Current("a.kjb", 0, 0, 0), Current("a.kjb", 0, 4, 0)));

@@ -51,11 +51,11 @@ TEST_F(SafeActions, ASourceWrittenToBeforeItsDeletionIsKept) {
       engine.jobError = false;
       rec.lines.clear();
       if (appended) {
-        engine.fs.faults().Before(FaultOp::Unlink, 1, [&] { AppendFile(a, "last line\n"); });
+        engine.faults.Before(FaultOp::Unlink, 1, [&] { AppendFile(a, "last line\n"); });
       }
       FileList list{a};
       row.move ? engine.MoveFiles(list, j) : engine.CopyFiles(list, j);
-      engine.fs.faults().Disarm();
+      engine.faults.Disarm();
       EXPECT_EQ(Exists(a), appended);
       EXPECT_EQ(HasLineWith("changed after it was read"), appended)
           << ::testing::PrintToString(Lines());

@@ -49,9 +49,9 @@ TEST_F(TrashTest, SameNameTwiceGetsANewNameAndKeepsBoth) {
 
 TEST_F(TrashTest, FailureLeavesTheFileAndNoInfoEntry) {
   const std::string a = Source("a.txt", "a");
-  engine.fs.faults().Arm(FaultOp::Trash, 1, EIO);
+  engine.faults.Arm(FaultOp::Trash, 1, EIO);
   EXPECT_THROW(engine.fs.Trash(a), KestrelError);
-  engine.fs.faults().Disarm();
+  engine.faults.Disarm();
   EXPECT_TRUE(Exists(a));
   EXPECT_THROW(engine.fs.Trash(Src("none")), KestrelError);
   EXPECT_TRUE(!Exists(trash + "/info") || Names(trash + "/info").empty());

@@ -81,14 +81,14 @@ TEST_F(ZipPreview, SingleModeNamesEachArchiveWithoutMakingFolders) {
 
 TEST_F(ZipPreview, AHiddenFileIsUnhiddenBrieflyExceptInADryRun) {
   files = {Src("a.txt"), Src(".hidden")};
-  e.fs.faults().Disarm();
+  e.faults.Disarm();
   e.Zip_Preview(files, j);
-  EXPECT_EQ(e.fs.faults().Calls(FaultOp::SetAttributes), 2);
+  EXPECT_EQ(e.faults.Calls(FaultOp::SetAttributes), 2);
   EXPECT_EQ(e.fs.GetAttributes(files[1]), kAttrHidden);
-  e.fs.faults().Disarm();
+  e.faults.Disarm();
   e.dryRun = true;
   e.Zip_Preview(files, j);
-  EXPECT_EQ(e.fs.faults().Calls(FaultOp::SetAttributes), 0);
+  EXPECT_EQ(e.faults.Calls(FaultOp::SetAttributes), 0);
 }
 
 }  // namespace

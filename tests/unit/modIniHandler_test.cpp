@@ -3,6 +3,7 @@
 #include "jobs/Profile.h"
 #include "platform/FileSystem.h"
 #include "platform/SysError.h"
+#include "support/Faults.h"
 #include "support/TestSupport.h"
 
 #include <gtest/gtest.h>
@@ -192,9 +193,10 @@ TEST(WriteJobString, WritesThroughALinkAndKeepsIt) {
 
 TEST(WriteJobString, AFailedWriteLeavesTheOldFile) {
   TempDir dir;
-  FileSystem fs;
+  testing::Faults faults;
+  FileSystem fs{&faults};
   WriteFile(dir / "a.kjb", "[Job]\nA=1\n");
-  fs.faults().Arm(FaultOp::Rename, 1, EIO);
+  faults.Arm(FaultOp::Rename, 1, EIO);
   EXPECT_THROW(WriteJobString(fs, "Job", "A", "2", dir / "a.kjb"), KestrelError);
   EXPECT_EQ(ReadFile(dir / "a.kjb"), "[Job]\nA=1\n");
   EXPECT_EQ(std::distance(std::filesystem::directory_iterator(dir.str()), {}), 1);

@@ -1,0 +1,33 @@
+// The points of the file operations at which a test can make one fail. The library only asks;
+// what fails, and when, is the business of the test's implementation (tests/support). A
+// shipped run has none, and asking costs a null test.
+#pragma once
+
+#include "platform/SysError.h"
+
+#include <cstdint>
+
+namespace orvKestrel {
+
+// List is the listing of a folder, apart from Open: a walk treats a folder it cannot list as
+// empty, while a file it cannot open is an error.
+enum class FaultOp : std::uint8_t {
+  Open, Read, Write, Rename, Unlink, Copy, Statvfs, SetTimes, SetAttributes, Trash, List, Count
+};
+
+class FaultPoints {
+ public:
+  virtual ~FaultPoints() = default;
+  // Called as op is about to happen: the errno it is to fail with, or 0 to go ahead.
+  virtual int Check(FaultOp op) = 0;
+};
+
+// The errno arranged for op, or 0; points may be null.
+inline int Injected(FaultPoints* points, FaultOp op) { return points ? points->Check(op) : 0; }
+
+// Throws the error arranged for op, if any.
+inline void Gate(FaultPoints* points, FaultOp op) {
+  if (const int err = Injected(points, op)) ThrowSys(err);
+}
+
+}  // namespace orvKestrel

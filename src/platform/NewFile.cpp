@@ -1,0 +1,136 @@
+#include "platform/NewFile.h"
+
+#include "platform/Contained.h"
+#include "platform/SysError.h"
+
+#include <fcntl.h>
+#include <sys/random.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdio>
+#include <utility>
+
+namespace orvKestrel {
+
+bool TempNames::UnnamedPossible() {
+  // Linking a file without a name goes through /proc where the process lacks the privilege to
+  // link a descriptor directly; without /proc the copy keeps a temporary name. Asked once.
+  if (!unnamed_) unnamed_ = ::access("/proc/self/fd", X_OK) == 0;
+  return *unnamed_;
+}
+
+std::string TempNames::Next() {
+  if (!seeded_) {
+    if (::getrandom(&base_, sizeof base_, 0) != static_cast<ssize_t>(sizeof base_)) {
+      ThrowSys(errno ? errno : EIO);
+    }
+    seeded_ = true;
+  }
+  // splitmix64: consecutive counts give unrelated names
+  std::uint64_t z = base_ + 0x9e3779b97f4a7c15ULL * ++count_;
+  z = (z ^ (z >> 30)) * 0xbf58476d1ce4e5b9ULL;
+  z = (z ^ (z >> 27)) * 0x94d049bb133111ebULL;
+  z ^= z >> 31;
+  char name[32];
+  std::snprintf(name, sizeof name, ".kestrel-%016llx.tmp", static_cast<unsigned long long>(z));
+  return name;
+}
+
+void PlaceName(int dir, const std::string& tmp, const std::string& name, bool replace) {
+  if (replace) {
+    if (::renameat(dir, tmp.c_str(), dir, name.c_str()) != 0) ThrowSys(errno);
+    return;
+  }
+  if (::renameat2(dir, tmp.c_str(), dir, name.c_str(), RENAME_NOREPLACE) == 0) return;
+  if (errno != EINVAL && errno != ENOSYS) ThrowSys(errno);
+  // A file system without the no-replace rename: a hard link fails on an existing name.
+  if (::linkat(dir, tmp.c_str(), dir, name.c_str(), 0) != 0) ThrowSys(errno);
+  ::unlinkat(dir, tmp.c_str(), 0);
+}
+
+NewFile::NewFile(int dir, const std::string& folder, TempNames& names, FaultPoints* faults,
+                 std::uint32_t permissions, bool unnamed)
+    : faults_(faults), dir_(dir) {
+  Gate(faults_, FaultOp::Open);
+  const auto mode = static_cast<mode_t>(permissions);
+  if (unnamed && names.UnnamedPossible()) {
+    fd_ = UniqueFd(::openat(dir_, folder.c_str(), O_TMPFILE | O_WRONLY | O_CLOEXEC, mode));
+    if (fd_.get() >= 0) return;
+    if (errno != EOPNOTSUPP && errno != EISDIR && errno != EINVAL) ThrowSys(errno);
+  }
+  for (int attempt = 0; attempt < 100; ++attempt) {
+    std::string tmp = folder + "/" + names.Next();
+    fd_ = UniqueFd(::openat(dir_, tmp.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, mode));
+    if (fd_.get() >= 0) {
+      tmp_ = std::move(tmp);
+      return;
+    }
+    if (errno != EEXIST) ThrowSys(errno);
+  }
+  ThrowSys(EEXIST);
+}
+
+NewFile::~NewFile() {
+  fd_ = UniqueFd();
+  if (!placed_ && !tmp_.empty()) ::unlinkat(dir_, tmp_.c_str(), 0);
+}
+
+NewFile::NewFile(NewFile&& other) noexcept
+    : faults_(other.faults_), dir_(other.dir_), tmp_(std::exchange(other.tmp_, {})),
+      fd_(std::move(other.fd_)), placed_(std::exchange(other.placed_, true)) {}
+
+void NewFile::Write(const char* data, std::size_t n) {
+  if (n == 0) return;
+  Gate(faults_, FaultOp::Write);
+  while (n > 0) {
+    const ssize_t w = ::write(fd_.get(), data, n);
+    if (w < 0) {
+      if (errno == EINTR) continue;
+      ThrowSys(errno);
+    }
+    data += w;
+    n -= static_cast<std::size_t>(w);
+  }
+}
+
+void NewFile::SetTimes(const struct timespec& accessed, const struct timespec& modified) {
+  const struct timespec times[2] = {accessed, modified};
+  if (::futimens(fd_.get(), times) != 0) ThrowSys(errno);
+}
+
+void NewFile::Flush() {
+  if (::fsync(fd_.get()) != 0) ThrowSys(errno);
+}
+
+FileIdentity NewFile::Identify() {
+  struct stat st {};
+  if (::fstat(fd_.get(), &st) != 0) ThrowSys(errno);
+  return IdentityOf(st);
+}
+
+void NewFile::Place(const std::string& name, bool replace) {
+  Gate(faults_, FaultOp::Rename);
+  if (tmp_.empty()) {
+    Link(name);
+    if (::close(fd_.release()) != 0) ThrowSys(errno);
+  } else {
+    if (::close(fd_.release()) != 0) ThrowSys(errno);
+    PlaceName(dir_, tmp_, name, replace);
+  }
+  placed_ = true;
+}
+
+// A link fails on an existing name. Without the privilege to link a descriptor directly the
+// link goes through its name in /proc.
+void NewFile::Link(const std::string& name) {
+  if (::linkat(fd_.get(), "", dir_, name.c_str(), AT_EMPTY_PATH) == 0) return;
+  if (errno != ENOENT && errno != EPERM) ThrowSys(errno);
+  const std::string self = "/proc/self/fd/" + std::to_string(fd_.get());
+  if (::linkat(AT_FDCWD, self.c_str(), dir_, name.c_str(), AT_SYMLINK_FOLLOW) != 0) {
+    ThrowSys(errno);
+  }
+}
+
+}  // namespace orvKestrel

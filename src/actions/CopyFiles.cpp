@@ -30,41 +30,26 @@ namespace {
 // asked first, which spares the search for the mount point. Counted in 64 bits: a cap at 32 bits
 // would refuse every file of 2 GiB or more.
 std::int64_t FreeSpace(FileSystem& fs, const std::string& path) {
-  try {
-    return fs.FreeBytes(paths::GetParentFolderName(path));
-  } catch (const KestrelError&) {
-  }
-  try {
-    return fs.FreeBytes(fs.DriveName(path));
-  } catch (const KestrelError&) {
-    return -1;
-  }
+  if (auto bytes = fs.FreeBytes(paths::GetParentFolderName(path))) return bytes.Value();
+  return fs.FreeBytes(fs.DriveName(path)).ValueOr(-1);
 }
 
 // The drive as the refusal names it: its mount point with a closing "/".
 std::string DriveLabel(FileSystem& fs, const std::string& path) {
-  std::string drive;
-  try {
-    drive = fs.DriveName(path);
-  } catch (const KestrelError&) {
-    drive = paths::GetParentFolderName(path);
-  }
+  std::string drive = fs.DriveName(path);
   if (drive.empty() || drive.back() != '/') drive += '/';
   return drive;
 }
 
 std::int64_t Length(FileSystem& fs, const std::string& path) {
-  return static_cast<std::int64_t>(fs.Stat(path).size);
+  return static_cast<std::int64_t>(fs.Stat(path).Value().size);
 }
 
 // The length of an existing file; nothing when there is none (or a folder of that name).
 std::optional<std::int64_t> ExistingLength(FileSystem& fs, const std::string& path) {
-  try {
-    const FileStat st = fs.Stat(path);
-    if (!st.isDir) return static_cast<std::int64_t>(st.size);
-  } catch (const KestrelError&) {
-  }
-  return std::nullopt;
+  const auto st = fs.Stat(path);
+  if (!st || st.Value().isDir) return std::nullopt;
+  return static_cast<std::int64_t>(st.Value().size);
 }
 
 }  // namespace

@@ -48,7 +48,7 @@ bool Compare(FileSystem& fs, FailSafe& trap, const char* proc, const std::string
                       {"iExtFileTime", std::to_string(iExtFileTime)}});
   });
   std::optional<Pair> files;
-  if (!p.Do([&] { files = Pair{fs.Stat(sSource), fs.Stat(sDest)}; }) || !files) return false;
+  if (!p.Do([&] { files = Pair{fs.Stat(sSource).Value(), fs.Stat(sDest).Value()}; }) || !files) return false;
   return Test(*files, iExtFileTime, time, size);
 }
 

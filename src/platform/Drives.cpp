@@ -46,14 +46,15 @@ std::string FileSystem::DriveName(const std::string& path) {
   return p;
 }
 
-std::int64_t FileSystem::FreeBytes(const std::string& path) {
-  Gate(FaultOp::Statvfs);  // an injected fault stands for the query, asked or remembered
+ErrorOr<std::int64_t> FileSystem::FreeBytes(const std::string& path) {
+  // An injected fault stands for the query, asked or remembered.
+  if (const int err = Injected(FaultOp::Statvfs)) return SysError(err);
   const auto now = std::chrono::steady_clock::now();
   if (free_ && free_->path == path && now - free_->at < std::chrono::seconds(1)) {
     return free_->bytes;
   }
   struct statvfs vfs {};
-  if (::statvfs(path.c_str(), &vfs) != 0) ThrowSys(errno);
+  if (::statvfs(path.c_str(), &vfs) != 0) return SysError(errno);
   constexpr std::int64_t kMax = std::numeric_limits<std::int64_t>::max();
   std::uint64_t bytes = 0;
   std::int64_t result = kMax;

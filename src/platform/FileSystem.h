@@ -4,6 +4,7 @@
 // The implementation is split by service: one .cpp per service in this folder.
 #pragma once
 
+#include "platform/ErrorOr.h"
 #include "platform/FaultPoints.h"
 
 #include <chrono>
@@ -174,7 +175,7 @@ class FileSystem {
   // The entries of a folder in the order the file system gives them, without "." and "..";
   // nullopt when the folder cannot be opened.
   std::optional<std::vector<DirEntry>> ListFolder(const std::string& path);
-  FileStat Stat(const std::string& path);  // throws when missing
+  ErrorOr<FileStat> Stat(const std::string& path);  // an error when missing
   std::uint64_t FolderSize(const std::string& path);  // all files below, recursively
   bool FolderIsEmpty(const std::string& path);         // no entry at all, hidden ones included
   void CreateFolder(const std::string& path);          // one level; throws when it exists
@@ -250,10 +251,10 @@ class FileSystem {
 
   // --- drives (Drives.cpp) ---
   std::string DriveName(const std::string& path);    // the mount point that holds path
-  // For unprivileged users; throws. A figure read less than a second ago for the same path is
-  // reused while nothing was written through this object: a long run of files that need no
-  // copy asks once.
-  std::int64_t FreeBytes(const std::string& path);
+  // For unprivileged users; an error when the file system cannot be asked. A figure read less
+  // than a second ago for the same path is reused while nothing was written through this object:
+  // a long run of files that need no copy asks once.
+  ErrorOr<std::int64_t> FreeBytes(const std::string& path);
   bool SameDrive(const std::string& a, const std::string& b);
 
  private:

@@ -137,9 +137,9 @@ std::optional<std::vector<DirEntry>> FileSystem::ListFolder(const std::string& p
   return entries;
 }
 
-FileStat FileSystem::Stat(const std::string& path) {
+ErrorOr<FileStat> FileSystem::Stat(const std::string& path) {
   const Status& s = Look(path);
-  if (s.err != 0) ThrowSys(s.err);
+  if (s.err != 0) return SysError(s.err);
   return s.stat;
 }
 

@@ -14,7 +14,7 @@ FileList FilterFileSize(Services& s, FileList& sArray, job& job) {
     // A file that vanished since the walk is not tested and stays (when the trap goes on).
     bool read = false;
     if (!p.Do([&] {
-          length = static_cast<double>(s.fs.Stat(file).size);
+          length = static_cast<double>(s.fs.Stat(file).Value().size);
           read = true;
         })) {
       return std::nullopt;

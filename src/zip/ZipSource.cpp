@@ -57,7 +57,7 @@ zip_int64_t Stat(State& s, void* data, zip_uint64_t len) {
   if (st == nullptr) return -1;
   zip_stat_init(st);
   try {
-    s.statSize = s.fs.Stat(s.path).size;
+    s.statSize = s.fs.Stat(s.path).Value().size;
   } catch (...) {
     return Fail(s, ZIP_ER_READ, ENOENT, Describe());
   }

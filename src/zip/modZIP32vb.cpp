@@ -154,12 +154,9 @@ ZipLibrary::Session* ZipLibrary::OpenSession(const std::string& archive) {
 bool ZipLibrary::Qualifies(const std::string& file, zip_t* za, std::uint64_t index) {
   zip_stat_t zs;
   if (zip_stat_index(za, index, ZIP_FL_UNCHANGED, &zs) != 0) return false;
-  FileStat source;
-  try {
-    source = fs_.Stat(file);
-  } catch (const std::exception&) {
-    return false;
-  }
+  const auto stat = fs_.Stat(file);
+  if (!stat) return false;
+  FileStat source = stat.Value();
   const std::time_t m = EvenSecond(source.times.written);
   source.times = {m, m, m};
   FileStat entry;

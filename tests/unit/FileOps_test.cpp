@@ -43,8 +43,8 @@ TEST_F(FileOpsTest, CopyKeepsContentsPermissionsAndTimes) {
   SetTimes(a, kOld, kNew);
   fs.CopyFile(a, Dst("a.txt"), false);
   // Times first: reading the contents may touch the access time.
-  EXPECT_EQ(fs.Stat(Dst("a.txt")).times.written, kNew);
-  EXPECT_EQ(fs.Stat(Dst("a.txt")).times.accessed, kOld);
+  EXPECT_EQ(fs.Stat(Dst("a.txt")).Value().times.written, kNew);
+  EXPECT_EQ(fs.Stat(Dst("a.txt")).Value().times.accessed, kOld);
   EXPECT_EQ(ModeOf(Dst("a.txt")), 0640u);
   EXPECT_EQ(ReadFile(Dst("a.txt")), ReadFile(a));
   ExpectOnly(dst, {"a.txt"});
@@ -134,8 +134,8 @@ TEST_F(FileOpsTest, MoveAcrossFileSystemsKeepsTimesAndRemovesTheSource) {
     if (!real) engine.faults.Arm(FaultOp::Rename, 1, EXDEV);
     fs.MoveFile(a, target);
     EXPECT_FALSE(Exists(a));
-    EXPECT_EQ(fs.Stat(target).times.written, kNew);
-    EXPECT_EQ(fs.Stat(target).times.accessed, kOld);
+    EXPECT_EQ(fs.Stat(target).Value().times.written, kNew);
+    EXPECT_EQ(fs.Stat(target).Value().times.accessed, kOld);
     EXPECT_EQ(ReadFile(target), data);
     EXPECT_EQ(ModeOf(target), 0604u);
     ExpectOnly(paths::GetParentFolderName(target), {"a.txt"});
@@ -231,29 +231,29 @@ TEST_F(FileOpsTest, RememberedStatusFollowsEveryChangeMadeThroughTheObject) {
     EXPECT_FALSE(fs.FileExists(b));
     fs.CopyFile(a, b, false);
     EXPECT_TRUE(fs.FileExists(b));
-    EXPECT_EQ(fs.Stat(b).size, 3u);
+    EXPECT_EQ(fs.Stat(b).Value().size, 3u);
     WriteFile(b, "a longer text");  // a change behind the object's back stays unseen ...
-    EXPECT_EQ(fs.Stat(b).size, 3u);
+    EXPECT_EQ(fs.Stat(b).Value().size, 3u);
     fs.SetTimes(b, kOld, kNew);  // ... until the object changes something itself
-    EXPECT_EQ(fs.Stat(b).size, 13u);
-    EXPECT_EQ(fs.Stat(b).times.written, kNew);
+    EXPECT_EQ(fs.Stat(b).Value().size, 13u);
+    EXPECT_EQ(fs.Stat(b).Value().times.written, kNew);
     fs.DeleteFile(b, true);
     EXPECT_FALSE(fs.FileExists(b));
-    EXPECT_THROW(fs.Stat(b), KestrelError);
+    EXPECT_FALSE(fs.Stat(b));
   }
   EXPECT_FALSE(fs.FileExists(b));
   WriteFile(b, "back");
   EXPECT_TRUE(fs.FileExists(b));
-  EXPECT_EQ(fs.Stat(b).size, 4u);
+  EXPECT_EQ(fs.Stat(b).Value().size, 4u);
 }
 
 // The free space is asked once and then kept up to date by the copies made meanwhile: a
 // figure that ignored them would let the next file pass a check it should fail.
 TEST_F(FileOpsTest, ANewCopyTakesItsLengthFromTheRememberedFreeSpace) {
   const std::string big = Source("big.bin", Big());
-  const std::int64_t before = fs.FreeBytes(dst);
+  const std::int64_t before = fs.FreeBytes(dst).Value();
   fs.CopyFile(big, Dst("big.bin"), false);
-  EXPECT_LE(fs.FreeBytes(dst), before - static_cast<std::int64_t>(Big().size()));
+  EXPECT_LE(fs.FreeBytes(dst).Value(), before - static_cast<std::int64_t>(Big().size()));
 }
 
 TEST_F(FileOpsTest, AFolderSeenIsForgottenWhenTheObjectRemovesOrRenamesIt) {

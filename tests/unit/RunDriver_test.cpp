@@ -6,7 +6,8 @@
 #include <filesystem>
 #include <functional>
 
-#include "support/TestEngine.h"
+#include "engine/Engine.h"
+#include "support/Faults.h"
 #include "support/TestSupport.h"
 
 namespace orvKestrel {
@@ -14,7 +15,6 @@ namespace {
 
 using ::testing::ElementsAre;
 using testing::KeyValue;
-using testing::TestEngine;
 using testing::LocalTime;
 using testing::ReadFile;
 using testing::TempDir;
@@ -43,9 +43,9 @@ class RunDriverTest : public ::testing::Test {
     std::filesystem::create_directories(jobs);
     // Something to find, so that the file step ends as "done" and not as "nothing found".
     WriteFile(src + "/f.txt", "f");
-    e.events = &ev;
-    e.host.clock = Clock::FixedAt(LocalTime(2026, 6, 15, 12, 0));
-    e.host.messageBox = [this](const MessageBoxRequest&) {
+    e.svc.events = &ev;
+    e.svc.host.clock = Clock::FixedAt(LocalTime(2026, 6, 15, 12, 0));
+    e.svc.host.messageBox = [this](const MessageBoxRequest&) {
       ++errors;
       return BoxAnswer::Abort;
     };
@@ -76,7 +76,8 @@ class RunDriverTest : public ::testing::Test {
   const std::string src = dir / "src";
   const std::string dst = dir / "dst";
   const std::string jobs = dir / "jobs/";
-  TestEngine e{Host{}};
+  testing::Faults faults;
+  Engine e{Host{}, &faults};
   Events ev;
   int errors = 0;
 };
@@ -93,37 +94,6 @@ MATCHER_P4(Current, file, index, counter, status, "") {
 
 MATCHER_P3(Counting, file, counter, status, "") {
   return arg.sFileName == file && arg.lCounter == counter && arg.iStatus == status;
-}
-
-// The closing event of a due job: the schedule fields are not carried.
-MATCHER(Plain, "") {
-  return arg.IntervalType == 0 && arg.IntervalTimeType == 0 && arg.IntervalTime.empty() &&
-         arg.IntervalDate.empty() && arg.IntervalWeekDay == 0 && arg.IntervalMonthDay == 0;
-}
-
-TEST_F(RunDriverTest, CounterThreeRunsOnTheThirdPassAndStartsAgainFromInterval) {
-  Job("a", "Counter=3\nInterval=5\n");
-  Pass();
-  EXPECT_EQ(Value("a", "Counter"), "2");
-  EXPECT_TRUE(ev.lines.empty());
-  ASSERT_EQ(ev.jobs.size(), 1u);
-  const auto& first = ev.jobs[0];
-  EXPECT_THAT(first, Current("a.kjb", 0, 2, 0));
-  EXPECT_EQ(first.IntervalTime, "00:00:00");
-  EXPECT_EQ(first.IntervalDate, "15.06.2026");
-  EXPECT_EQ(first.IntervalMonthDay, 1);
-
-  Pass();
-  EXPECT_EQ(Value("a", "Counter"), "1");
-  EXPECT_TRUE(ev.lines.empty());
-
-  Pass();
-  EXPECT_THAT(ev.lines, ElementsAre(Line("a: Starte Auftrag", 3, true, true, false),
-                                    Line("a: Auftrag ausgeführt", 6, true, true, true)));
-  EXPECT_THAT(ev.jobs, ElementsAre(Current("a.kjb", 0, 0, 0), Current("a.kjb", 0, 5, 0)));
-  EXPECT_THAT(ev.jobs[1], Plain());
-  EXPECT_EQ(Value("a", "Counter"), "5");
-  EXPECT_EQ(errors, 0);
 }
 
 TEST_F(RunDriverTest, CounterZeroNeverRunsAndKeepsFalling) {
@@ -297,13 +267,13 @@ TEST_F(RunDriverTest, OneJobNowWithoutStateOrEvents) {
 TEST_F(RunDriverTest, ClosingLineReadsTheFlagsOfTheFileStep) {
   Job("a", "");
   // The job-error flag survives into ExecuteOneJob: only ExecuteAllJobs clears it.
-  e.driver.jobError = true;
+  e.jobError = true;
   RunOne("a.kjb");
   EXPECT_THAT(ev.lines,
               ElementsAre(Line("a: Starte Auftrag", 3, true, true, false),
                           Line("a: Auftrag ausgeführt (mit Fehler)", 28, true, true, true)));
   EXPECT_TRUE(e.jobEndedWithError);
-  e.driver.jobError = false;
+  e.jobError = false;
   // Nothing to find: the file step reports it through the no-files flag.
   std::filesystem::create_directories(dir / "empty");
   WriteFile(jobs + "e.kjb",
@@ -320,7 +290,7 @@ TEST_F(RunDriverTest, DryRunWritesNothingAndPreviewsEverything) {
   Job("c", "IntervalType=1\nIntervalTime=00:00:01\n");
   const std::string a = ReadFile(jobs + "a.kjb"), b = ReadFile(jobs + "b.kjb"),
                     c = ReadFile(jobs + "c.kjb");
-  e.dryRun = true;
+  e.svc.dryRun = true;
   for (int pass = 0; pass < 2; ++pass) {
     Pass();
     EXPECT_THAT(ev.Texts(), ::testing::Contains("b: Starte Auftrag - Vorschau - Dateien kopieren "
@@ -366,39 +336,29 @@ TEST_F(RunDriverTest, FreeSpaceTriggerRunsOnlyBelowTheLimit) {
   EXPECT_EQ(Value("a", "Counter"), "4");
 
   Job("a", "ChkFreeSpace=1\nFreeSpaceVal=1\nCounter=1\nInterval=4\n");
-  e.faults.Arm(FaultOp::Statvfs, 1, EIO);  // free space unknown: -1
+  faults.Arm(FaultOp::Statvfs, 1, EIO);  // free space unknown: -1
   Pass();
   EXPECT_THAT(ev.Texts(), ElementsAre("a: Starte Auftrag", "a: Auftrag ausgeführt"));
   EXPECT_THAT(ev.jobs, ElementsAre(Current("a.kjb", 0, 0, 0), Current("a.kjb", 0, 4, 0)));
 }
 
 TEST(Events, CounterCarriesCountsAndEveryLineYieldsFirst) {
-  TestEngine e{Host{}};
+  Engine e{Host{}};
   int yields = 0;
   std::vector<int> yieldsAtLine;
-  struct Recorder : testing::RecordingEvents {
-    int* yields = nullptr;
-    std::vector<int>* seen = nullptr;
-    void LogMessage(const std::string& m, std::int16_t id, bool v, bool f, bool s,
-                    bool l) override {
-      seen->push_back(*yields);
-      RecordingEvents::LogMessage(m, id, v, f, s, l);
-    }
-  } ev;
-  ev.yields = &yields;
-  ev.seen = &yieldsAtLine;
-  e.host.yield = [&] { ++yields; };
-  e.events = &ev;
-  e.KestrelCounter(0, 0);
-  e.KestrelCounter(9, 0);
+  testing::RecordingEvents ev;
+  ev.onLine = [&](const testing::LoggedLine&) { yieldsAtLine.push_back(yields); };
+  e.svc.host.yield = [&] { ++yields; };
+  e.svc.events = &ev;
+  e.svc.KestrelCounter(0, 0);
+  e.svc.KestrelCounter(9, 0);
   EXPECT_THAT(ev.counters, ElementsAre(std::pair(1, 1), std::pair(10, 1)));
   e.LoadLogMessages("");
   e.SetMsgIDs();
-  e.Log(3, "a", true, true, false);
-  e.Log(6, "b", true, true, true, true);
+  e.svc.Log(3, "a", true, true, false);
+  e.svc.Log(6, "b", true, true, true, true);
   EXPECT_THAT(yieldsAtLine, ElementsAre(1, 2));
-  EXPECT_THAT(ev.lines,
-              ElementsAre(Line("a", 3, true, true, false), Line("b", 6, true, true, true)));
+  EXPECT_THAT(ev.lines, ElementsAre(Line("a", 3, true, true, false), Line("b", 6, true, true, true)));
 }
 
 }  // namespace

@@ -371,6 +371,7 @@ TEST_F(Actions, RenamingVariants) {
     const std::string name = GetValidPathName(svc, j, c.source, false);
     if (c.picker == 3) {
       EXPECT_TRUE(std::regex_match(name, std::regex(c.expected))) << name;
+      EXPECT_NE(name, GetValidPathName(svc, j, c.source, false));  // a new GUID each time
     } else if (c.source != readme || dst.find('.') == std::string::npos) {
       EXPECT_EQ(name, c.expected);
     }

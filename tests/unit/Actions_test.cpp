@@ -33,7 +33,6 @@ struct Row {
   Fault fault = {};
 };
 
-const std::string kBig(3 * 1024 * 1024, 'x');
 constexpr std::time_t kMid = (kOld + kNew) / 2;
 const auto kNone = [](job&) {};
 
@@ -41,31 +40,6 @@ class Actions : public Rig {
  protected:
   std::string Full(const std::string& p) const {
     return p.empty() ? p : (p[0] == 's' ? src : dst) + p.substr(1);
-  }
-  std::string Expand(std::string line) const {
-    line = paths::ReplaceAll(line, "{s}", src + "/");
-    return paths::ReplaceAll(line, "{d}", dst + "/");
-  }
-  // Both trees as text, sorted: files with their contents, empty folders with a "/".
-  std::string Tree() const {
-    std::vector<std::string> out;
-    for (const auto& [root, tag] : {std::pair{src, "s"}, std::pair{dst, "d"}}) {
-      if (!Exists(root)) continue;
-      if (std::filesystem::is_empty(root)) out.push_back(std::string(tag) + "/");
-      for (const auto& e : std::filesystem::recursive_directory_iterator(root)) {
-        const std::string rel = tag + e.path().string().substr(root.size());
-        if (e.is_directory()) {
-          if (std::filesystem::is_empty(e.path())) out.push_back(rel + "/");
-        } else {
-          const std::string data = ReadFile(e.path().string());
-          out.push_back(rel + "=" + (data == kBig ? "BIG" : data));
-        }
-      }
-    }
-    std::sort(out.begin(), out.end());
-    std::string text;
-    for (const auto& e : out) text += (text.empty() ? "" : " ") + e;
-    return text;
   }
   void Do(Act act, FileList& list) {
     switch (act) {
@@ -95,9 +69,7 @@ class Actions : public Rig {
     Do(r.act, list);
     faults.Disarm();
     EXPECT_TRUE(list.empty());
-    std::vector<std::string> lines;
-    for (const auto& l : r.lines) lines.push_back(Expand(l));
-    EXPECT_EQ(FileLines(), lines);
+    ExpectLines(r.lines, FileLines());
     EXPECT_EQ(Tree(), r.after);
     const auto texts = Lines();
     EXPECT_EQ(run.jobError, std::any_of(texts.begin(), texts.end(), [](const std::string& t) {
@@ -129,8 +101,6 @@ TEST_F(Actions, CopyByPolicy) {
       {"1 deletes the source, reported twice", Act::Copy, Exist(1),
        {{"s/a.txt", "new"}, {"d/a.txt", "old"}, {"s/b.txt", "b"}},
        {kSrcDeleted, kSrcDeleted, "Kopiert: {s}b.txt nach {d}b.txt"}, "d/a.txt=old d/b.txt=b s/b.txt=b"},
-      {"3 replaces", Act::Copy, Exist(3), {{"s/a.txt", "new", kOld}, {"d/a.txt", "old", kMid}},
-       {"Von kopierter Datei überschrieben: {s}a.txt nach {d}a.txt"}, "d/a.txt=new s/a.txt=new"},
       {"4 newer replaces", Act::Copy, Exist(4), {{"s/a.txt", "new", kNew}, {"d/a.txt", "old", kMid}},
        {"Von kopierter Datei überschrieben: {s}a.txt nach {d}a.txt"}, "d/a.txt=new s/a.txt=new"},
       {"4 older keeps", Act::Copy, Exist(4), {{"s/a.txt", "new", kOld}, {"d/a.txt", "old", kMid}},
@@ -144,27 +114,19 @@ TEST_F(Actions, CopyByPolicy) {
         {"d/b.txt", "older", kOld}},
        {kNewer, "Von kopierter Datei überschrieben: {s}b.txt nach {d}b.txt"}, "d/a.txt=newer d/b.txt=newer s/"},
       {"unknown policy skips silently", Act::Copy, Exist(5), {{"s/a.txt", "a"}}, {}, "d/ s/a.txt=a"},
-      {"2 takes the first free number", Act::Copy, [](job& j) { j.Exist = 2, j.PickRenamer = 1; },
-       {{"s/a.txt", "new"}, {"d/a.txt", "0"}, {"d/a_1.txt", "1"}}, {"Kopiert: {s}a.txt nach {d}a_2.txt"},
-       "d/a.txt=0 d/a_1.txt=1 d/a_2.txt=new s/a.txt=new"},
       {"2 twice in one list counts on", Act::Copy,
        [](job& j) { j.Exist = 2, j.PickRenamer = 1, j.RenameType = 1, j.RenameTxt = "Kopie"; },
        {{"s/a.txt", "a"}, {"d/a.txt", "taken"}},
        {"Kopiert: {s}a.txt nach {d}Kopie1.txt", "Kopiert: {s}a.txt nach {d}Kopie2.txt"},
        "d/Kopie1.txt=a d/Kopie2.txt=a d/a.txt=taken s/a.txt=a", {"s/a.txt", "s/a.txt"}},
-      {"with the folder structure", Act::Copy, [](job& j) { j.FStruct = 1; }, {{"s/x/y/a.txt", "a"}},
-       {"Kopiert: {s}x/y/a.txt nach {d}x/y/a.txt"}, "d/x/y/a.txt=a s/x/y/a.txt=a"},
   };
   for (const Row& r : rows) Check(r);
 }
 
 // A file that fails gets its error line and leaves no partial file nor a temporary; the list
-// goes on, and a source is never deleted after a failed replacement.
-TEST_F(Actions, FailuresAndTheSourceItself) {
-  const std::string same = "job: Fehler: source and destination are the same file -  Move files {s}a.txt";
-  const auto toSrc = [](std::int16_t e) {
-    return [=](job& j) { j.To = j.From, j.Exist = e, j.EFSDelete = 1; };
-  };
+// goes on, and a source is never deleted after a failed replacement. (A destination that is
+// the source itself: the e2e safety rows, by hard link, linked folder and bind mount.)
+TEST_F(Actions, Failures) {
   const Row rows[] = {
       {"no space after the first step", Act::Copy, kNone, {{"s/a.txt", "BIG"}, {"s/b.txt", "b"}},
        {"job: Fehler: No space left on device -  Move files {s}a.txt", "Kopiert: {s}b.txt nach {d}b.txt"},
@@ -179,23 +141,12 @@ TEST_F(Actions, FailuresAndTheSourceItself) {
        {{"s/a.txt", "BIG", kNew}, {"d/a.txt", "old", kOld}},
        {"job: Fehler: Input/output error -  Move files {s}a.txt"}, "d/a.txt=old s/a.txt=BIG", {},
        {FaultOp::Write, 2, EIO}},
-      {"copy onto itself, 1", Act::Copy, toSrc(1), {{"s/a.txt", "only"}}, {same}, "d/ s/a.txt=only"},
-      {"copy onto itself, 3", Act::Copy, toSrc(3), {{"s/a.txt", "only"}}, {same}, "d/ s/a.txt=only"},
-      {"copy onto itself, 4", Act::Copy, toSrc(4), {{"s/a.txt", "only"}}, {same}, "d/ s/a.txt=only"},
-      {"comparing with itself refuses: no error", Act::Copy,
-       [](job& j) { j.To = j.From, j.Exist = 4; }, {{"s/a.txt", "only"}},
-       {"Keine Aktion (Neuere Datei existiert): {s}a.txt nach {s}a.txt"}, "d/ s/a.txt=only"},
-      {"move onto itself", Act::Move, [](job& j) { j.To = j.From, j.Exist = 3; }, {{"s/a.txt", "only"}},
-       {"job: Fehler: source and destination are the same file - Func MoveFiles {s}a.txt"}, "d/ s/a.txt=only"},
   };
   for (const Row& r : rows) Check(r);
 }
 
 TEST_F(Actions, MoveByPolicy) {
   const Row rows[] = {
-      {"new", Act::Move, kNone, {{"s/a.txt", "a"}}, {kMoved}, "d/a.txt=a s/"},
-      {"0 leaves", Act::Move, kNone, {{"s/a.txt", "new"}, {"d/a.txt", "old"}}, {kKept},
-       "d/a.txt=old s/a.txt=new"},
       {"3 replaces", Act::Move, Exist(3), {{"s/a.txt", "new"}, {"d/a.txt", "old"}},
        {"Von verschobener Datei überschrieben: {s}a.txt nach {d}a.txt"}, "d/a.txt=new s/"},
       {"refused comparison with EFSDelete deletes the source", Act::Move, Exist(4, 0, 1),
@@ -233,8 +184,6 @@ TEST_F(Actions, Delete) {
       {"a failure, and the list goes on", Act::Delete, kNone, {{"s/b.txt", "b"}},
        {"Fehler: No such file or directory - {s}gone.txt", "Quelle gelöscht (Datei existiert): {s}b.txt"},
        "d/ s/", {"s/gone.txt", "s/b.txt"}},
-      {"to the recycle bin", Act::Delete, [](job& j) { j.DelType = 1; }, {{"s/a.txt", "a"}}, {kSrcDeleted},
-       "d/ s/"},
       {"a failed recycle is logged as deleted and as an error", Act::Delete, [](job& j) { j.DelType = 1; },
        {{"s/a.txt", "a"}},
        {kSrcDeleted, "Fehler: Not moved to the trash: " + std::string(std::strerror(EIO)) + " - {s}a.txt"},
@@ -245,7 +194,6 @@ TEST_F(Actions, Delete) {
        "d/ s/", {"d/sub/b.txt"}},
   };
   for (const Row& r : rows) Check(r);
-  EXPECT_EQ(ReadFile(tmp / "xdg/Trash/files/a.txt"), "a");  // the recycle row's file
 }
 
 TEST_F(Actions, CountLineProgressTimesAndIds) {

@@ -5,6 +5,8 @@
 #include <gtest/gtest.h>
 
 #include <filesystem>
+#include <functional>
+#include <map>
 
 namespace orvKestrel {
 namespace {
@@ -24,84 +26,139 @@ class Compression : public Rig {
     for (const auto& e : PyEntries(tmp, archive)) names.push_back(e.substr(0, e.find('|')));
     return names;
   }
+  struct Row {
+    const char* name;
+    std::function<void(job&)> set;
+    // "s/..." and "d/..." files: "DIR" a folder, "zip:a,b" an archive of those entries.
+    std::vector<std::pair<const char*, const char*>> files;
+    Strings lines;          // {s} and {d} stand for the folders; see ExpectLines
+    std::string after;      // the trees afterwards; a preview must leave them as they were
+    const char* counters = nullptr;  // "all/current ...", nullptr: not looked at
+  };
+  void Check(const Row& r, bool preview) {
+    SCOPED_TRACE(r.name);
+    for (const std::string& root : {src, dst}) {
+      fs::remove_all(root);
+      fs::create_directories(root);
+    }
+    Fresh();
+    Next();
+    r.set(j);
+    files.clear();
+    for (const auto& [rel, data] : r.files) {
+      const std::string path = (rel[0] == 's' ? src : dst) + std::string(rel).substr(1);
+      const std::string text = data;
+      if (text == "DIR") {
+        fs::create_directories(path);
+      } else if (text.starts_with("zip:")) {
+        std::map<std::string, std::string> entries;
+        for (const auto& name : Split(text.substr(4))) entries[name] = name;
+        MakeArchive(path, entries);
+      } else {
+        WriteFile(path, text);
+      }
+      if (rel[0] == 's') files.push_back(path);
+    }
+    const std::string before = Tree();
+    preview ? Zip_Preview(run, svc, files) : Zip_Files(run, svc, files);
+    ExpectLines(r.lines, Lines());
+    EXPECT_EQ(Tree(), preview ? before : r.after);
+    if (r.counters != nullptr) {
+      std::string text;
+      for (const auto& [all, curr] : rec.counters) text += (text.empty() ? "" : " ") + std::to_string(all) + "/" + std::to_string(curr);
+      EXPECT_EQ(text, r.counters);
+    }
+  }
+  static Strings Split(const std::string& list) {
+    Strings out;
+    for (std::size_t at = 0; at <= list.size();) {
+      const auto comma = std::min(list.find(',', at), list.size());
+      out.push_back(list.substr(at, comma - at));
+      at = comma + 1;
+    }
+    return out;
+  }
 };
 
-TEST_F(Compression, OneFileInAllModeMakesTheArchiveWithoutAnAddLine) {
-  files = {Source("a.txt")};
-  Zip_Files(run, svc, files);
-  ASSERT_EQ(rec.Texts(), Strings{"Datei gefunden: 1"});
-  EXPECT_EQ(rec.lines[0].id, 85);
-  EXPECT_EQ(Names(Dst("job.zip")), Strings{"a.txt"});
-  EXPECT_TRUE(Exists(files[0]));
-  EXPECT_TRUE(rec.counters.empty());
+const auto kAll = [](job&) {};
+const auto kExist = [](std::int16_t e) { return [=](job& j) { j.Exist = e; }; };
+const auto kSingle = [](std::int16_t e) { return [=](job& j) { j.ZipAll = 1, j.Exist = e; }; };
+
+// "All" mode: one archive named after the job; its first file gets no line of its own.
+TEST_F(Compression, AllModeByPolicy) {
+  const Row rows[] = {
+      {"one file", kAll, {{"s/a.txt", "a"}}, {"Datei gefunden: 1"}, "d/job.zip=[a.txt] s/a.txt=a", ""},
+      {"further files", kAll, {{"s/a.txt", "a"}, {"s/sub/b.txt", "b"}, {"s/sub/deep/c.txt", "c"}},
+       {"Dateien gefunden: 3", "Hinzufügen: {s}sub/b.txt nach {d}job.zip",
+        "Hinzufügen: {s}sub/deep/c.txt nach {d}job.zip"},
+       "d/job.zip=[a.txt,b.txt,c.txt] s/a.txt=a s/sub/b.txt=b s/sub/deep/c.txt=c", "3/2 3/3"},
+      // The inner structure is taken from the parent of From (e2e), or below From when it ends
+      // in "/".
+      {"inner structure below From", [](job& j) { j.ZipIntStruct = 1, j.From += "/"; },
+       {{"s/a.txt", "a"}, {"s/sub/b.txt", "b"}}, {"..."}, "d/job.zip=[a.txt,sub/b.txt] s/a.txt=a s/sub/b.txt=b"},
+      {"0 with an archive does nothing", [](job& j) { j.ZipDelComp = 1; },
+       {{"s/a.txt", "a"}, {"s/b.txt", "b"}, {"d/job.zip", "not touched"}},
+       {"Dateien gefunden: 2", "{d}job.zip existiert - Keine Aktion: "}, "d/job.zip=not touched s/a.txt=a s/b.txt=b"},
+      {"4 adds", kExist(4), {{"s/a.txt", "a"}, {"s/b.txt", "b"}, {"d/job.zip", "zip:old.txt"}}, {"..."},
+       "d/job.zip=[old.txt,a.txt,b.txt] s/a.txt=a s/b.txt=b"},
+      {"3 replaces", kExist(3), {{"s/a.txt", "a"}, {"s/b.txt", "b"}, {"d/job.zip", "zip:old.txt"}},
+       {"Dateien gefunden: 2", "Gelöscht: {d}job.zip - Erstelle neue Zip Datei: {d}job.zip",
+        "Hinzufügen: {s}b.txt nach {d}job.zip"},
+       "d/job.zip=[a.txt,b.txt] s/a.txt=a s/b.txt=b"},
+      {"2 writes a free name", [](job& j) { j.Exist = 2, j.PickRenamer = 1; },
+       {{"s/a.txt", "a"}, {"d/job.zip", "older"}}, {"..."}, "d/job.zip=older d/job_1.zip=[a.txt] s/a.txt=a"},
+      // A folder stands for any path the library cannot read as a file.
+      {"what cannot be added is an error in a new archive", kAll, {{"s/a.txt", "a"}, {"s/folder.d", "DIR"}},
+       {"...", "Fehler: {s}folder.d"}, "d/job.zip=[a.txt] s/a.txt=a s/folder.d/"},
+      {"else it is not added", kExist(4), {{"s/a.txt", "a"}, {"s/folder.d", "DIR"}, {"d/job.zip", "zip:a.txt"}},
+       {"...", "Nicht hinzugefügt: {s}folder.d"}, "d/job.zip=[a.txt] s/a.txt=a s/folder.d/"},
+  };
+  for (const Row& r : rows) Check(r, false);
 }
 
-TEST_F(Compression, AllModeReportsEveryFurtherFileAndItsProgress) {
-  files = {Source("a.txt"), Source("sub/b.txt"), Source("sub/deep/c.txt")};
-  Zip_Files(run, svc, files);
-  ASSERT_EQ(rec.Texts(), (Strings{"Dateien gefunden: 3",
-                               "Hinzufügen: " + files[1] + " nach " + Dst("job.zip"),
-                               "Hinzufügen: " + files[2] + " nach " + Dst("job.zip")}));
-  EXPECT_EQ(rec.counters, (std::vector<std::pair<std::int32_t, std::int32_t>>{{3, 2}, {3, 3}}));
-  EXPECT_EQ(Names(Dst("job.zip")), (Strings{"a.txt", "b.txt", "c.txt"}));
+// "Single" mode: an archive per file, named after it.
+TEST_F(Compression, SingleMode) {
+  const Row rows[] = {
+      {"names", kSingle(0), {{"s/report.txt", "r"}, {"s/README", "R"}, {"s/x.txt/a.txt", "a"}},
+       {"Dateien gefunden: 3", "Erstelle neue Zip Datei: {s}report.txt nach {d}report.zip",
+        "Erstelle neue Zip Datei: {s}README nach {d}README", "Erstelle neue Zip Datei: {s}x.txt/a.txt nach {d}a.zip"},
+       "d/README=[README] d/a.zip=[a.txt] d/report.zip=[report.txt] s/README=R s/report.txt=r s/x.txt/a.txt=a",
+       "3/1 3/2 3/3"},
+      {"a zero result reads as replaced and keeps the source", [](job& j) { j.ZipAll = j.ZipDelComp = 1; },
+       {{"s/folder.d", "DIR"}, {"s/b.txt", "b"}},
+       {"Dateien gefunden: 2", "Ersetzt: {s}folder.d nach {d}folder.zip",
+        "Erstelle neue Zip Datei: {s}b.txt nach {d}b.zip", "..."},
+       "d/b.zip=[b.txt] s/folder.d/"},
+      {"the folder structure keeps the extension", [](job& j) { j.ZipAll = j.ZipExtStruct = 1; },
+       {{"s/sub/report.txt", "r"}}, {"..."}, "d/sub/report.txt.zip=[report.txt] s/sub/report.txt=r"},
+  };
+  for (const Row& r : rows) Check(r, false);
 }
 
-// ZipIntStruct keeps the source folder's own name, or the path below From when From ends in
-// "/".
-TEST_F(Compression, InternalStructureIsRelativeToTheParentOfFrom) {
-  files = {Source("a.txt"), Source("sub/b.txt")};
-  j.ZipIntStruct = 1;
-  Zip_Files(run, svc, files);
-  EXPECT_EQ(Names(Dst("job.zip")), (Strings{"src/a.txt", "src/sub/b.txt"}));
-  fs::remove(Dst("job.zip"));
-  j.From += "/";
-  Zip_Files(run, svc, files);
-  EXPECT_EQ(Names(Dst("job.zip")), (Strings{"a.txt", "sub/b.txt"}));
+// Previews change nothing; only Exist 1 previews deletions (ZipDelComp alone does not,
+// although the run deletes).
+TEST_F(Compression, Preview) {
+  const Row rows[] = {
+      {"all mode", kAll, {{"s/a.txt", "a"}, {"s/b.txt", "b"}, {"s/c.txt", "c"}},
+       {"Dateien gefunden: 3", "Würde zu Zip hinzugefügt: {s}b.txt nach {d}job.zip",
+        "Würde zu Zip hinzugefügt: {s}c.txt nach {d}job.zip"}, "", "3/2 3/3"},
+      {"ZipDelComp does not", [](job& j) { j.ZipDelComp = 1; }, {{"s/a.txt", "a"}, {"s/b.txt", "b"}},
+       {"Dateien gefunden: 2", "Würde zu Zip hinzugefügt: {s}b.txt nach {d}job.zip"}, ""},
+      {"0 with an archive ends the preview", kAll, {{"s/a.txt", "a"}, {"s/b.txt", "b"}, {"d/job.zip", "x"}},
+       {"Dateien gefunden: 2", "{d}job.zipDatei existiert: "}, ""},
+      {"3 names the archive it would delete", kExist(3), {{"s/a.txt", "a"}, {"d/job.zip", "x"}},
+       {"Datei gefunden: 1", "Würde gelöscht: {d}job.zip - Erstelle neue Zip Datei: {d}job.zip"}, ""},
+      {"single, 3", kSingle(3), {{"s/a.txt", "a"}, {"d/a.zip", "x"}},
+       {"Datei gefunden: 1", "Würde gelöscht: {d}a.zip", "Zip würde erstellt: {s}a.txt nach {d}a.zip"}, ""},
+      {"single names, making no folder", kSingle(0), {{"s/README", "R"}, {"s/sub/r.txt", "r"}},
+       {"Dateien gefunden: 2", "Zip würde erstellt: {s}README nach {d}README",
+        "Zip würde erstellt: {s}sub/r.txt nach {d}r.zip"}, ""},
+      {"single with the structure", [](job& j) { j.ZipAll = j.ZipExtStruct = 1; }, {{"s/sub/r.txt", "r"}},
+       {"...", "Zip würde erstellt: {s}sub/r.txt nach {d}sub/r.txt.zip"}, ""},
+  };
+  for (const Row& r : rows) Check(r, true);
 }
 
-TEST_F(Compression, PolicyZeroWithAnExistingArchiveDoesNothing) {
-  files = {Source("a.txt"), Source("b.txt")};
-  WriteFile(Dst("job.zip"), "not touched");
-  j.ZipDelComp = 1;
-  Zip_Files(run, svc, files);
-  ASSERT_EQ(rec.Texts(), (Strings{"Dateien gefunden: 2", Dst("job.zip") + " existiert - Keine Aktion: "}));
-  EXPECT_EQ(rec.lines[1].id, 86);
-  EXPECT_EQ(ReadFile(Dst("job.zip")), "not touched");
-  EXPECT_TRUE(Exists(files[0]));
-  EXPECT_TRUE(Exists(files[1]));
-}
-
-TEST_F(Compression, PolicyThreeReplacesAndPolicyFourAddsToAnExistingArchive) {
-  files = {Source("old.txt")};
-  Zip_Files(run, svc, files);
-  files = {Source("a.txt"), Source("b.txt")};
-  j.Exist = 4;
-  Zip_Files(run, svc, files);
-  EXPECT_EQ(Names(Dst("job.zip")), (Strings{"old.txt", "a.txt", "b.txt"}));
-
-  rec.lines.clear();
-  j.Exist = 3;
-  Zip_Files(run, svc, files);
-  ASSERT_EQ(rec.Texts(), (Strings{"Dateien gefunden: 2",
-                               "Gelöscht: " + Dst("job.zip") + " - Erstelle neue Zip Datei: " + Dst("job.zip"),
-                               "Hinzufügen: " + files[1] + " nach " + Dst("job.zip")}));
-  EXPECT_EQ(Names(Dst("job.zip")), (Strings{"a.txt", "b.txt"}));
-}
-
-// A folder in the list stands for any path the library cannot read as a file.
-TEST_F(Compression, AFileThatCannotBeAddedIsAnErrorInANewArchiveElseNotAdded) {
-  fs::create_directories(Src("folder.d"));
-  files = {Source("a.txt"), Src("folder.d")};
-  Zip_Files(run, svc, files);
-  EXPECT_EQ(rec.Texts().back(), "Fehler: " + files[1]);
-  rec.lines.clear();
-  j.Exist = 4;
-  Zip_Files(run, svc, files);
-  EXPECT_EQ(rec.Texts().back(), "Nicht hinzugefügt: " + files[1]);
-  EXPECT_EQ(Names(Dst("job.zip")), Strings{"a.txt"});
-}
-
-// Sources go only once the archive that holds them is written, in file order.
 TEST_F(Compression, SourcesAreDeletedAfterTheArchiveIsWritten) {
   files = {Source("a.txt", "A"), Source("b.txt", "B"), Source("c.txt", "C")};
   j.ZipDelComp = 1;
@@ -147,51 +204,6 @@ TEST_F(Compression, AStopEndsTheRunAndKeepsWhatWasAdded) {
   EXPECT_EQ(Names(Dst("job.zip")), (Strings{"a.txt", "b.txt"}));
 }
 
-TEST_F(Compression, SingleModeNamesEachArchiveAfterItsFile) {
-  files = {Source("report.txt"), Source("README"), Source("x.txt/a.txt")};
-  j.ZipAll = 1;
-  Zip_Files(run, svc, files);
-  EXPECT_EQ(rec.Texts(),
-            (Strings{"Dateien gefunden: 3",
-                   "Erstelle neue Zip Datei: " + files[0] + " nach " + Dst("report.zip"),
-                   "Erstelle neue Zip Datei: " + files[1] + " nach " + Dst("README"),
-                   "Erstelle neue Zip Datei: " + files[2] + " nach " + Dst("a.zip")}));
-  EXPECT_EQ(rec.counters.front(), (std::pair<std::int32_t, std::int32_t>{3, 1}));
-  EXPECT_EQ(Names(Dst("README")), Strings{"README"});
-  EXPECT_EQ(Names(Dst("a.zip")), Strings{"a.txt"});
-}
-
-TEST_F(Compression, SingleModeReportsAZeroResultAsReplacedAndKeepsTheSource) {
-  fs::create_directories(Src("folder.d"));
-  files = {Src("folder.d"), Source("b.txt")};
-  j.ZipAll = 1;
-  j.ZipDelComp = 1;
-  Zip_Files(run, svc, files);
-  ASSERT_GE(rec.lines.size(), 3u);
-  EXPECT_EQ(rec.Texts()[1], "Ersetzt: " + files[0] + " nach " + Dst("folder.zip"));
-  EXPECT_EQ(rec.Texts()[2], "Erstelle neue Zip Datei: " + files[1] + " nach " + Dst("b.zip"));
-  EXPECT_FALSE(Exists(files[1]));
-  EXPECT_EQ(Names(Dst("b.zip")), Strings{"b.txt"});
-}
-
-TEST_F(Compression, SingleModeWithTheFolderStructureKeepsTheExtension) {
-  files = {Source("sub/report.txt")};
-  j.ZipAll = 1;
-  j.ZipExtStruct = 1;
-  Zip_Files(run, svc, files);
-  EXPECT_EQ(Names(Dst("sub/report.txt.zip")), Strings{"report.txt"});
-}
-
-TEST_F(Compression, PolicyTwoWritesAFreeName) {
-  files = {Source("a.txt")};
-  WriteFile(Dst("job.zip"), "older archive");
-  j.Exist = 2;
-  j.PickRenamer = 1;
-  Zip_Files(run, svc, files);
-  EXPECT_EQ(ReadFile(Dst("job.zip")), "older archive");
-  EXPECT_EQ(Names(Dst("job_1.zip")), Strings{"a.txt"});
-}
-
 TEST_F(Compression, PasswordProtectsTheEntries) {
   files = {Source("a.txt")};
   j.ZipPwd = "geheim";
@@ -223,74 +235,6 @@ TEST_F(Compression, ADryRunWritesNothing) {
   EXPECT_FALSE(Exists(Dst("job.zip")));
   EXPECT_TRUE(Exists(files[0]));
   EXPECT_EQ(faults.Calls(FaultOp::SetAttributes), 0);
-}
-
-TEST_F(Compression, PreviewAllModeReportsEveryFurtherFileAndChangesNothing) {
-  files = {Source("a.txt"), Source("b.txt"), Source("c.txt")};
-  Zip_Preview(run, svc, files);
-  ASSERT_EQ(rec.Texts(), (Strings{"Dateien gefunden: 3",
-                               "Würde zu Zip hinzugefügt: " + files[1] + " nach " + Dst("job.zip"),
-                               "Würde zu Zip hinzugefügt: " + files[2] + " nach " + Dst("job.zip")}));
-  EXPECT_EQ(rec.lines[1].id, 51);
-  EXPECT_EQ(rec.counters.size(), 2u);
-  EXPECT_TRUE(fs::is_empty(j.To));
-}
-
-// Only Exist 1 previews deletions; ZipDelComp alone does not, although the real run deletes.
-TEST_F(Compression, PreviewDeletionsArePreviewedForPolicyOneOnly) {
-  files = {Source("a.txt"), Source("b.txt")};
-  j.Exist = 1;
-  Zip_Preview(run, svc, files);
-  ASSERT_EQ(rec.Texts(), (Strings{"Dateien gefunden: 2", "Würde gelöscht: " + files[0],
-                               "Würde zu Zip hinzugefügt: " + files[1] + " nach " + Dst("job.zip"),
-                               "Würde gelöscht: " + files[1]}));
-  rec.lines.clear();
-  j.Exist = 0;
-  j.ZipDelComp = 1;
-  Zip_Preview(run, svc, files);
-  for (const auto& t : rec.Texts()) EXPECT_EQ(t.find("Würde gelöscht"), std::string::npos) << t;
-  EXPECT_TRUE(Exists(files[0]));
-}
-
-TEST_F(Compression, PreviewAnExistingArchiveUnderPolicyZeroEndsThePreview) {
-  files = {Source("a.txt"), Source("b.txt")};
-  WriteFile(Dst("job.zip"), "archive");
-  Zip_Preview(run, svc, files);
-  ASSERT_EQ(rec.Texts(), (Strings{"Dateien gefunden: 2", Dst("job.zip") + "Datei existiert: "}));
-  EXPECT_EQ(rec.lines[1].id, 59);
-}
-
-TEST_F(Compression, PreviewPolicyThreeNamesTheArchiveItWouldDelete) {
-  files = {Source("a.txt")};
-  WriteFile(Dst("job.zip"), "archive");
-  j.Exist = 3;
-  Zip_Preview(run, svc, files);
-  ASSERT_EQ(rec.Texts(), (Strings{"Datei gefunden: 1", "Würde gelöscht: " + Dst("job.zip") +
-                                                        " - Erstelle neue Zip Datei: " + Dst("job.zip")}));
-  EXPECT_EQ(ReadFile(Dst("job.zip")), "archive");
-
-  rec.lines.clear();
-  j.ZipAll = 1;
-  WriteFile(Dst("a.zip"), "single");
-  Zip_Preview(run, svc, files);
-  ASSERT_EQ(rec.Texts(), (Strings{"Datei gefunden: 1", "Würde gelöscht: " + Dst("a.zip"),
-                               "Zip würde erstellt: " + files[0] + " nach " + Dst("a.zip")}));
-  EXPECT_EQ(ReadFile(Dst("a.zip")), "single");
-}
-
-TEST_F(Compression, PreviewSingleModeNamesEachArchiveWithoutMakingFolders) {
-  files = {Source("README"), Source("sub/r.txt")};
-  j.ZipAll = 1;
-  Zip_Preview(run, svc, files);
-  ASSERT_EQ(rec.Texts(), (Strings{"Dateien gefunden: 2",
-                               "Zip würde erstellt: " + files[0] + " nach " + Dst("README"),
-                               "Zip würde erstellt: " + files[1] + " nach " + Dst("r.zip")}));
-  rec.lines.clear();
-  j.ZipExtStruct = 1;
-  Zip_Preview(run, svc, files);
-  EXPECT_EQ(rec.Texts().back(),
-            "Zip würde erstellt: " + files[1] + " nach " + Dst("sub/r.txt.zip"));
-  EXPECT_TRUE(fs::is_empty(j.To));
 }
 
 TEST_F(Compression, PreviewAHiddenFileIsUnhiddenBrieflyExceptInADryRun) {

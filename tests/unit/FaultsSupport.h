@@ -8,9 +8,7 @@
 #include "support/Faults.h"
 #include "unit/ZipTestSupport.h"
 
-#include <fcntl.h>
 #include <gtest/gtest.h>
-#include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -92,23 +90,6 @@ struct Line {
   bool firedBefore;  // the armed fault had fired when the line was raised
 };
 
-class FaultRecorder : public IKestrelEvents {
- public:
-  explicit FaultRecorder(const Faults& f) : faults_(f) {}
-  void LogMessage(const std::string& LogMsg, std::int16_t MsgID, bool, bool, bool,
-                  bool) override {
-    lines.push_back({LogMsg, MsgID, faults_.Fired()});
-  }
-  void CurrentJob(const std::string&, std::int32_t, std::int32_t, std::int16_t, std::int16_t,
-                  std::int16_t, const std::string&, const std::string&, std::int16_t,
-                  std::int16_t) override {}
-  void KestrelCounter(std::int32_t, std::int32_t) override {}
-  std::vector<Line> lines;
-
- private:
-  const Faults& faults_;
-};
-
 struct RunResult {
   FaultOp op = FaultOp::Count;
   int err = 0;
@@ -188,14 +169,14 @@ class FaultRun {
       CurrentDir here(root_);  // error.log
       Faults faults;
       Engine e{Host{}, &faults};
-      FaultRecorder rec(faults);
+      RecordingEvents rec;
+      rec.onLine = [&](const LoggedLine& l) { r.lines.push_back({l.text, l.id, faults.Fired()}); };
       e.svc.events = &rec;
       faults.Arm(op, n, err);
       e.ExecuteAllJobs(root_ + "/jobs/", "", false, false, false);
       r.fired = faults.Fired();
       r.trapErrors = e.svc.trap.ErrorCount();
       for (std::size_t i = 0; i < r.calls.size(); ++i) r.calls[i] = faults.Calls(static_cast<FaultOp>(i));
-      r.lines = std::move(rec.lines);
     }
     r.after = TreeSnapshot(root_);
     for (const auto& [rel, text] : r.after) {

@@ -214,17 +214,6 @@ TEST_F(FileOpsTest, DeleteFolderTakesEverythingButFollowsNoLink) {
   EXPECT_EQ(ErrorOf([&] { fs.RemoveFolder(dst); }), ENOTEMPTY);
 }
 
-TEST_F(FileOpsTest, SameFileMeansOneDeviceAndInode) {
-  const std::string a = Source("a.txt", "a");
-  std::filesystem::create_symlink(a, Dst("link.txt"));
-  std::filesystem::create_hard_link(a, Dst("hard.txt"));
-  EXPECT_TRUE(fs.SameFile(a, a));
-  EXPECT_TRUE(fs.SameFile(a, src + "/./a.txt"));
-  EXPECT_TRUE(fs.SameFile(a, Dst("link.txt")));
-  EXPECT_TRUE(fs.SameFile(a, Dst("hard.txt")));
-  EXPECT_FALSE(fs.SameFile(a, Dst("none.txt")));
-}
-
 // What the file-system object remembers must never hide a change it made itself, and outside a
 // scope it remembers nothing.
 TEST_F(FileOpsTest, RememberedStatusFollowsEveryChangeMadeThroughTheObject) {
@@ -315,33 +304,6 @@ TEST_F(FileOpsTest, FailureLeavesTheFileAndNoInfoEntry) {
   EXPECT_TRUE(Exists(a));
   EXPECT_THROW(fs.Trash(Src("none")), KestrelError);
   EXPECT_TRUE(!Exists(trash + "/info") || Names(trash + "/info").empty());
-}
-
-TEST_F(FileOpsTest, FileOnAnotherFileSystemGoesToThatFileSystemsTrash) {
-  const std::string top = OtherFileSystemThan(src);
-  if (top.empty()) GTEST_SKIP() << "no second file system";
-  if (Exists(top + "/.Trash")) GTEST_SKIP() << "a shared trash is there";
-  const std::string own = top + "/.Trash-" + std::to_string(::getuid());
-  const bool existed = Exists(own);
-  const std::string name = "kestrel-" + paths::GetFileName(tmp.str()) + ".txt";
-  WriteFile(top + "/" + name, "shm");
-  fs.Trash(top + "/" + name);
-  EXPECT_EQ(ReadFile(own + "/files/" + name), "shm");
-  EXPECT_NE(ReadFile(own + "/info/" + name + ".trashinfo").find("Path=" + top + "/" + name),
-            std::string::npos);
-  std::filesystem::remove(own + "/files/" + name);
-  std::filesystem::remove(own + "/info/" + name + ".trashinfo");
-  if (!existed) std::filesystem::remove_all(own);
-  EXPECT_FALSE(Exists(trash));
-}
-
-// A run that starts inside the trash (From names it) must not trash the trash again.
-TEST_F(FileOpsTest, AFileInItsTrashIsNotTrashedAgain) {
-  fs.Trash(Source("a.txt", "a"));
-  for (const std::string& path : {trash + "/files/a.txt", trash + "/info/a.txt.trashinfo"}) {
-    EXPECT_THROW(fs.Trash(path), KestrelError);
-    EXPECT_TRUE(Exists(path));
-  }
 }
 
 }  // namespace

@@ -11,6 +11,8 @@
 
 #include "support/Faults.h"
 #include "support/TestSupport.h"
+#include "unit/ZipTestSupport.h"
+#include "platform/Paths.h"
 
 #include <gtest/gtest.h>
 #include <sys/xattr.h>
@@ -25,6 +27,7 @@ namespace orvKestrel::testing {
 
 inline constexpr std::time_t kOld = 1'600'000'000;
 inline constexpr std::time_t kNew = 1'700'000'000;
+inline const std::string kBig(3 * 1024 * 1024, 'x');  // larger than one copy step
 
 // The names directly in a folder, sorted.
 inline std::vector<std::string> Names(const std::string& folder) {
@@ -99,6 +102,53 @@ class Rig : public ::testing::Test {
     auto lines = rec.Texts();
     if (!lines.empty()) lines.erase(lines.begin());
     return lines;
+  }
+  // A table's text with {s} and {d} standing for the two folders.
+  std::string Expand(std::string line) const {
+    line = paths::ReplaceAll(line, "{s}", src + "/");
+    return paths::ReplaceAll(line, "{d}", dst + "/");
+  }
+  // Both trees as text, sorted: "s/..." and "d/..." files with their contents (an archive as
+  // its entry names in archive order, kBig as "BIG"), empty folders with a
+  // trailing "/".
+  std::string Tree() const {
+    std::vector<std::string> out;
+    for (const auto& [root, tag] : {std::pair{src, "s"}, std::pair{dst, "d"}}) {
+      if (!Exists(root)) continue;
+      if (std::filesystem::is_empty(root)) out.push_back(std::string(tag) + "/");
+      for (const auto& e : std::filesystem::recursive_directory_iterator(root)) {
+        const std::string rel = tag + e.path().string().substr(root.size());
+        if (e.is_directory()) {
+          if (std::filesystem::is_empty(e.path())) out.push_back(rel + "/");
+          continue;
+        }
+        std::string data = ReadFile(e.path().string());
+        if (data.starts_with("PK\x03\x04") || data.starts_with("PK\x05\x06")) {
+          data.clear();
+          for (const auto& entry : PyEntries(tmp, e.path().string())) {
+            data += (data.empty() ? "" : ",") + entry.substr(0, entry.find('|'));
+          }
+          data = "[" + data + "]";
+        }
+        out.push_back(rel + "=" + (data == kBig ? "BIG" : data));
+      }
+    }
+    std::sort(out.begin(), out.end());
+    std::string text;
+    for (const auto& e : out) text += (text.empty() ? "" : " ") + e;
+    return text;
+  }
+  // Compares lines with a table's: "..." first (last) compares only the tail (head).
+  void ExpectLines(std::vector<std::string> expected, std::vector<std::string> got) const {
+    for (auto& l : expected) l = Expand(l);
+    if (!expected.empty() && expected.front() == "...") {
+      expected.erase(expected.begin());
+      if (got.size() > expected.size()) got.erase(got.begin(), got.end() - static_cast<long>(expected.size()));
+    } else if (!expected.empty() && expected.back() == "...") {
+      expected.pop_back();
+      if (got.size() > expected.size()) got.resize(expected.size());
+    }
+    EXPECT_EQ(got, expected);
   }
   // Clears the record and the job's error flag between two cases of a table.
   void Next() {

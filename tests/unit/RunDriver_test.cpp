@@ -286,6 +286,18 @@ TEST_F(RunDriverTest, ClosingLineReadsTheFlagsOfTheFileStep) {
   EXPECT_FALSE(e.jobEndedWithError);
 }
 
+// What the e2e dry run does not show: a schedule's state is not written either, and nothing
+// beside the job file appears.
+TEST_F(RunDriverTest, DryRunWritesNoScheduleState) {
+  Job("c", "IntervalType=1\nIntervalTime=00:00:01\n");
+  const std::string before = ReadFile(jobs + "c.kjb");
+  e.svc.dryRun = true;
+  Pass();
+  Pass();
+  EXPECT_EQ(ReadFile(jobs + "c.kjb"), before);
+  EXPECT_EQ(std::distance(std::filesystem::directory_iterator(jobs), {}), 1);
+}
+
 TEST_F(RunDriverTest, StopEndsTheRunAfterTheCurrentJob) {
   Job("a", "Counter=1\n");
   Job("b", "Counter=1\n");

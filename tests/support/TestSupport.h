@@ -12,6 +12,7 @@
 #include <ctime>
 #include <filesystem>
 #include <fstream>
+#include <functional>
 #include <optional>
 #include <random>
 #include <sstream>
@@ -185,12 +186,13 @@ struct CurrentJobEvent {
   std::int16_t IntervalWeekDay, IntervalMonthDay;
 };
 
-// Records every event in order.
+// Records every event in order; a test may act on a line or a progress event as it comes.
 class RecordingEvents : public IKestrelEvents {
  public:
   void LogMessage(const std::string& LogMsg, std::int16_t MsgID, bool bView, bool bFile,
                   bool bSameView, bool bIsLast) override {
     lines.push_back({LogMsg, MsgID, bView, bFile, bSameView, bIsLast});
+    if (onLine) onLine(lines.back());
   }
   void CurrentJob(const std::string& sFileName, std::int32_t lIndex, std::int32_t lCounter,
                   std::int16_t iStatus, std::int16_t IntervalType, std::int16_t IntervalTimeType,
@@ -201,6 +203,7 @@ class RecordingEvents : public IKestrelEvents {
   }
   void KestrelCounter(std::int32_t lAllFiles, std::int32_t lCurrFile) override {
     counters.emplace_back(lAllFiles, lCurrFile);
+    if (onCounter) onCounter(lAllFiles, lCurrFile);
   }
   // The texts of the logged lines, in order.
   std::vector<std::string> Texts() const {
@@ -208,9 +211,16 @@ class RecordingEvents : public IKestrelEvents {
     for (const auto& l : lines) out.push_back(l.text);
     return out;
   }
+  std::vector<std::int16_t> Ids() const {
+    std::vector<std::int16_t> out;
+    for (const auto& l : lines) out.push_back(l.id);
+    return out;
+  }
   std::vector<LoggedLine> lines;
   std::vector<CurrentJobEvent> jobs;
   std::vector<std::pair<std::int32_t, std::int32_t>> counters;
+  std::function<void(const LoggedLine&)> onLine;
+  std::function<void(std::int32_t, std::int32_t)> onCounter;
 };
 
 }  // namespace orvKestrel::testing

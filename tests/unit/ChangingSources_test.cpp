@@ -1,5 +1,6 @@
 // Sources that change while, or after, compression reads them: the archive never holds an
 // entry mixed of two states of a file, and a source is deleted only as it was read.
+#include "Rig.h"
 #include "unit/ZipTestSupport.h"
 
 #include "zip/modZIP32vb.h"
@@ -23,28 +24,6 @@ namespace fs = std::filesystem;
 
 constexpr std::size_t kBig = 3u << 20;  // read in several steps
 
-// The entries of an archive with their contents (nullopt: no archive).
-std::optional<std::map<std::string, std::string>> Contents(const std::string& path) {
-  int err = 0;
-  zip_t* za = zip_open(path.c_str(), ZIP_RDONLY, &err);
-  if (za == nullptr) return std::nullopt;
-  std::map<std::string, std::string> out;
-  for (zip_int64_t i = 0; i < zip_get_num_entries(za, 0); ++i) {
-    const auto index = static_cast<zip_uint64_t>(i);
-    zip_stat_t st;
-    zip_stat_index(za, index, 0, &st);
-    std::string data(st.size, '\0');
-    zip_file_t* zf = zip_fopen_index(za, index, 0);
-    if (zf == nullptr || zip_fread(zf, data.data(), st.size) != static_cast<zip_int64_t>(st.size)) {
-      data = "<damaged>";
-    }
-    if (zf != nullptr) zip_fclose(zf);
-    out[st.name] = data;
-  }
-  zip_discard(za);
-  return out;
-}
-
 // Overwrites the middle of a file in place, as an editor saving over it would.
 void Scribble(const std::string& path) {
   const int fd = ::open(path.c_str(), O_WRONLY);
@@ -53,15 +32,16 @@ void Scribble(const std::string& path) {
   ::close(fd);
 }
 
-class ChangingSources : public ::testing::Test, public ZipEngine {
+class ChangingSources : public Rig {
  protected:
+  FileList files;
   bool HasLine(const std::string& text) const {
-    const Lines t = ev.Texts();
+    const Strings t = rec.Texts();
     return std::find(t.begin(), t.end(), text) != t.end();
   }
   // Acts once, just before the n-th call of op from now.
   void At(FaultOp op, int n, std::function<void()> act) {
-    e.faults.Before(op, n, std::move(act));
+    faults.Before(op, n, std::move(act));
   }
 };
 
@@ -76,35 +56,35 @@ TEST_F(ChangingSources, AFileChangedWhileItIsReadIsNotStoredNorDeleted) {
     j.ZipExtStruct = 1;  // big.bin.zip in "Single" mode
     j.Exist = 4;
     j.EFSelect = 0;
-    const std::string big = Src("big.bin", std::string(kBig, 'o'));
+    const std::string big = Source("big.bin", std::string(kBig, 'o'));
     SetModified(big, 1700000000);
     files = {big};
-    e.Zip_Files(files, j);  // an earlier run stored the old big.bin
-    const std::string archive = Out(zipAll == 0 ? "job.zip" : "big.bin.zip");
-    const auto before = Contents(archive);
+    Zip_Files(run, svc, files);  // an earlier run stored the old big.bin
+    const std::string archive = Dst(zipAll == 0 ? "job.zip" : "big.bin.zip");
+    const auto before = ArchiveEntries(archive);
     ASSERT_TRUE(before);
 
     WriteFile(big, std::string(kBig, 'n'));
     SetModified(big, 1700000010);  // newer than the entry; the scribble moves it to now
-    const std::string other = Src("other.txt", "other");
+    const std::string other = Source("other.txt", "other");
     files = {big, other};
     j.ZipDelComp = 1;
-    ev.lines.clear();
-    e.jobError = false;
+    rec.lines.clear();
+    run.jobError = false;
     At(FaultOp::Read, 2, [&] { Scribble(big); });  // the second step of the big file
-    e.Zip_Files(files, j);
-    e.faults.Disarm();
+    Zip_Files(run, svc, files);
+    faults.Disarm();
 
     EXPECT_TRUE(HasLine("job: Fehler: The file changed while it was read - " + big))
-        << ::testing::PrintToString(ev.Texts());
-    EXPECT_TRUE(e.jobError);
-    const auto after = Contents(archive);
+        << ::testing::PrintToString(rec.Texts());
+    EXPECT_TRUE(run.jobError);
+    const auto after = ArchiveEntries(archive);
     ASSERT_TRUE(after);
     EXPECT_EQ(after->at("big.bin"), before->at("big.bin"));
     EXPECT_EQ(fs::file_size(big), kBig);
     EXPECT_FALSE(Exists(other));
-    const std::string otherArchive = zipAll == 0 ? archive : Out("other.txt.zip");
-    EXPECT_EQ(Contents(otherArchive).value_or(std::map<std::string, std::string>{})["other.txt"],
+    const std::string otherArchive = zipAll == 0 ? archive : Dst("other.txt.zip");
+    EXPECT_EQ(ArchiveEntries(otherArchive).value_or(std::map<std::string, std::string>{})["other.txt"],
               "other");
   }
 }
@@ -117,16 +97,16 @@ TEST_F(ChangingSources, AFileChangedAfterItWasReadIsKept) {
     fs::create_directories(j.To);
     j.ZipAll = zipAll;
     j.ZipDelComp = 1;
-    const std::string a = Src("a.txt", "line 1\n");
-    const std::string b = Src("b.txt", "b");
+    const std::string a = Source("a.txt", "line 1\n");
+    const std::string b = Source("b.txt", "b");
     files = {a, b};
-    ev.lines.clear();
+    rec.lines.clear();
     At(FaultOp::Unlink, 1, [&] { WriteFile(a, "line 1\nline 2\n"); });
-    e.Zip_Files(files, j);
-    e.faults.Disarm();
+    Zip_Files(run, svc, files);
+    faults.Disarm();
     EXPECT_EQ(ReadFile(a), "line 1\nline 2\n");
     EXPECT_TRUE(HasLine("Fehler: The file changed after it was read and was kept - " + a))
-        << ::testing::PrintToString(ev.Texts());
+        << ::testing::PrintToString(rec.Texts());
     const std::string deleted = (zipAll == 0 ? "job: Gelöscht: " : "Gelöscht: ");
     EXPECT_FALSE(HasLine(deleted + a));
     EXPECT_TRUE(HasLine(deleted + b));
@@ -138,15 +118,15 @@ TEST_F(ChangingSources, AFileChangedAfterItWasReadIsKept) {
 TEST_F(ChangingSources, SourcesStayUnlessTheArchiveHoldsThemAsRead) {
   j.ZipAll = 1;
   j.ZipDelComp = 1;
-  const std::string a = Src("a.txt", "a");
+  const std::string a = Source("a.txt", "a");
   files = {a};
   // Opens: the file when staged, when read, then the archive read back.
-  At(FaultOp::Open, 3, [&] { WriteFile(Out("a.zip"), "not an archive any more"); });
-  e.Zip_Files(files, j);
-  e.faults.Disarm();
+  At(FaultOp::Open, 3, [&] { WriteFile(Dst("a.zip"), "not an archive any more"); });
+  Zip_Files(run, svc, files);
+  faults.Disarm();
   EXPECT_TRUE(Exists(a));
   EXPECT_TRUE(HasLine("job: Fehler: The archive does not hold the file as it was read - " + a))
-      << ::testing::PrintToString(ev.Texts());
+      << ::testing::PrintToString(rec.Texts());
 }
 
 // Policy 3 replaces an existing archive: a run whose archive cannot be written keeps the old
@@ -156,18 +136,18 @@ TEST_F(ChangingSources, AFailedReplacementKeepsTheOldArchive) {
     SCOPED_TRACE(zipAll);
     j.ZipAll = zipAll;
     j.ZipDelComp = 1;
-    const std::string archive = zipAll == 0 ? Archive() : Out("a.zip");
+    const std::string archive = zipAll == 0 ? Dst("job.zip") : Dst("a.zip");
     j.Exist = 0;
-    files = {Src("a.txt", "old")};
-    e.Zip_Files(files, j);
-    const auto before = Contents(archive);
+    files = {Source("a.txt", "old")};
+    Zip_Files(run, svc, files);
+    const auto before = ArchiveEntries(archive);
     ASSERT_TRUE(before);
     j.Exist = 3;
-    files = {Src("a.txt", "new")};
-    e.faults.Arm(FaultOp::Write, 1, ENOSPC);  // the commit's writing
-    e.Zip_Files(files, j);
-    e.faults.Disarm();
-    EXPECT_EQ(Contents(archive), before);
+    files = {Source("a.txt", "new")};
+    faults.Arm(FaultOp::Write, 1, ENOSPC);  // the commit's writing
+    Zip_Files(run, svc, files);
+    faults.Disarm();
+    EXPECT_EQ(ArchiveEntries(archive), before);
     EXPECT_EQ(ReadFile(files[0]), "new");
     EXPECT_TRUE(TempLeftovers(j.To).empty());
   }

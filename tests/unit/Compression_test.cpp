@@ -1,9 +1,12 @@
+#include "Rig.h"
 #include "unit/ZipTestSupport.h"
 #include "zip/modZIP32vb.h"
 
 #include <gtest/gtest.h>
 
 #include <filesystem>
+#include <functional>
+#include <map>
 
 namespace orvKestrel {
 namespace {
@@ -11,216 +14,239 @@ namespace {
 using namespace testing;
 namespace fs = std::filesystem;
 
-class Compression : public ::testing::Test, public ZipEngine {
+class Compression : public Rig {
  protected:
+  FileList files;
   void SetUp() override {
     if (!HaveTool("python3")) GTEST_SKIP() << "python3 is not installed (scripts/setup.sh)";
   }
   // Entry names of an archive as python's zipfile reads them.
-  Lines Names(const std::string& archive) {
-    Lines names;
-    for (const auto& e : PyEntries(dir, archive)) names.push_back(e.substr(0, e.find('|')));
+  Strings Names(const std::string& archive) {
+    Strings names;
+    for (const auto& e : PyEntries(tmp, archive)) names.push_back(e.substr(0, e.find('|')));
     return names;
+  }
+  struct Row {
+    const char* name;
+    std::function<void(job&)> set;
+    // "s/..." and "d/..." files: "DIR" a folder, "zip:a,b" an archive of those entries.
+    std::vector<std::pair<const char*, const char*>> files;
+    Strings lines;          // {s} and {d} stand for the folders; see ExpectLines
+    std::string after;      // the trees afterwards; a preview must leave them as they were
+    const char* counters = nullptr;  // "all/current ...", nullptr: not looked at
+  };
+  void Check(const Row& r, bool preview) {
+    SCOPED_TRACE(r.name);
+    for (const std::string& root : {src, dst}) {
+      fs::remove_all(root);
+      fs::create_directories(root);
+    }
+    Fresh();
+    Next();
+    r.set(j);
+    files.clear();
+    for (const auto& [rel, data] : r.files) {
+      const std::string path = (rel[0] == 's' ? src : dst) + std::string(rel).substr(1);
+      const std::string text = data;
+      if (text == "DIR") {
+        fs::create_directories(path);
+      } else if (text.starts_with("zip:")) {
+        std::map<std::string, std::string> entries;
+        for (const auto& name : Split(text.substr(4))) entries[name] = name;
+        MakeArchive(path, entries);
+      } else {
+        WriteFile(path, text);
+      }
+      if (rel[0] == 's') files.push_back(path);
+    }
+    const std::string before = Tree();
+    preview ? Zip_Preview(run, svc, files) : Zip_Files(run, svc, files);
+    ExpectLines(r.lines, Lines());
+    EXPECT_EQ(Tree(), preview ? before : r.after);
+    if (r.counters != nullptr) {
+      std::string text;
+      for (const auto& [all, curr] : rec.counters) text += (text.empty() ? "" : " ") + std::to_string(all) + "/" + std::to_string(curr);
+      EXPECT_EQ(text, r.counters);
+    }
+  }
+  static Strings Split(const std::string& list) {
+    Strings out;
+    for (std::size_t at = 0; at <= list.size();) {
+      const auto comma = std::min(list.find(',', at), list.size());
+      out.push_back(list.substr(at, comma - at));
+      at = comma + 1;
+    }
+    return out;
   }
 };
 
-TEST_F(Compression, OneFileInAllModeMakesTheArchiveWithoutAnAddLine) {
-  files = {Src("a.txt")};
-  e.Zip_Files(files, j);
-  ASSERT_EQ(ev.Texts(), Lines{"Datei gefunden: 1"});
-  EXPECT_EQ(ev.lines[0].id, 85);
-  EXPECT_EQ(Names(Archive()), Lines{"a.txt"});
-  EXPECT_TRUE(Exists(files[0]));
-  EXPECT_TRUE(ev.counters.empty());
+const auto kAll = [](job&) {};
+const auto kExist = [](std::int16_t e) { return [=](job& j) { j.Exist = e; }; };
+const auto kSingle = [](std::int16_t e) { return [=](job& j) { j.ZipAll = 1, j.Exist = e; }; };
+
+// "All" mode: one archive named after the job; its first file gets no line of its own.
+TEST_F(Compression, AllModeByPolicy) {
+  const Row rows[] = {
+      {"one file", kAll, {{"s/a.txt", "a"}}, {"Datei gefunden: 1"}, "d/job.zip=[a.txt] s/a.txt=a", ""},
+      {"further files", kAll, {{"s/a.txt", "a"}, {"s/sub/b.txt", "b"}, {"s/sub/deep/c.txt", "c"}},
+       {"Dateien gefunden: 3", "Hinzufügen: {s}sub/b.txt nach {d}job.zip",
+        "Hinzufügen: {s}sub/deep/c.txt nach {d}job.zip"},
+       "d/job.zip=[a.txt,b.txt,c.txt] s/a.txt=a s/sub/b.txt=b s/sub/deep/c.txt=c", "3/2 3/3"},
+      // The inner structure is taken from the parent of From (e2e), or below From when it ends
+      // in "/".
+      {"inner structure below From", [](job& j) { j.ZipIntStruct = 1, j.From += "/"; },
+       {{"s/a.txt", "a"}, {"s/sub/b.txt", "b"}}, {"..."}, "d/job.zip=[a.txt,sub/b.txt] s/a.txt=a s/sub/b.txt=b"},
+      {"0 with an archive does nothing", [](job& j) { j.ZipDelComp = 1; },
+       {{"s/a.txt", "a"}, {"s/b.txt", "b"}, {"d/job.zip", "not touched"}},
+       {"Dateien gefunden: 2", "{d}job.zip existiert - Keine Aktion: "}, "d/job.zip=not touched s/a.txt=a s/b.txt=b"},
+      {"4 adds", kExist(4), {{"s/a.txt", "a"}, {"s/b.txt", "b"}, {"d/job.zip", "zip:old.txt"}}, {"..."},
+       "d/job.zip=[old.txt,a.txt,b.txt] s/a.txt=a s/b.txt=b"},
+      {"3 replaces", kExist(3), {{"s/a.txt", "a"}, {"s/b.txt", "b"}, {"d/job.zip", "zip:old.txt"}},
+       {"Dateien gefunden: 2", "Gelöscht: {d}job.zip - Erstelle neue Zip Datei: {d}job.zip",
+        "Hinzufügen: {s}b.txt nach {d}job.zip"},
+       "d/job.zip=[a.txt,b.txt] s/a.txt=a s/b.txt=b"},
+      {"2 writes a free name", [](job& j) { j.Exist = 2, j.PickRenamer = 1; },
+       {{"s/a.txt", "a"}, {"d/job.zip", "older"}}, {"..."}, "d/job.zip=older d/job_1.zip=[a.txt] s/a.txt=a"},
+      // A folder stands for any path the library cannot read as a file.
+      {"what cannot be added is an error in a new archive", kAll, {{"s/a.txt", "a"}, {"s/folder.d", "DIR"}},
+       {"...", "Fehler: {s}folder.d"}, "d/job.zip=[a.txt] s/a.txt=a s/folder.d/"},
+      {"else it is not added", kExist(4), {{"s/a.txt", "a"}, {"s/folder.d", "DIR"}, {"d/job.zip", "zip:a.txt"}},
+       {"...", "Nicht hinzugefügt: {s}folder.d"}, "d/job.zip=[a.txt] s/a.txt=a s/folder.d/"},
+  };
+  for (const Row& r : rows) Check(r, false);
 }
 
-TEST_F(Compression, AllModeReportsEveryFurtherFileAndItsProgress) {
-  files = {Src("a.txt"), Src("sub/b.txt"), Src("sub/deep/c.txt")};
-  e.Zip_Files(files, j);
-  ASSERT_EQ(ev.Texts(), (Lines{"Dateien gefunden: 3",
-                               "Hinzufügen: " + files[1] + " nach " + Archive(),
-                               "Hinzufügen: " + files[2] + " nach " + Archive()}));
-  EXPECT_EQ(ev.counters, (std::vector<std::pair<std::int32_t, std::int32_t>>{{3, 2}, {3, 3}}));
-  EXPECT_EQ(Names(Archive()), (Lines{"a.txt", "b.txt", "c.txt"}));
+// "Single" mode: an archive per file, named after it.
+TEST_F(Compression, SingleMode) {
+  const Row rows[] = {
+      {"names", kSingle(0), {{"s/report.txt", "r"}, {"s/README", "R"}, {"s/x.txt/a.txt", "a"}},
+       {"Dateien gefunden: 3", "Erstelle neue Zip Datei: {s}report.txt nach {d}report.zip",
+        "Erstelle neue Zip Datei: {s}README nach {d}README", "Erstelle neue Zip Datei: {s}x.txt/a.txt nach {d}a.zip"},
+       "d/README=[README] d/a.zip=[a.txt] d/report.zip=[report.txt] s/README=R s/report.txt=r s/x.txt/a.txt=a",
+       "3/1 3/2 3/3"},
+      {"a zero result reads as replaced and keeps the source", [](job& j) { j.ZipAll = j.ZipDelComp = 1; },
+       {{"s/folder.d", "DIR"}, {"s/b.txt", "b"}},
+       {"Dateien gefunden: 2", "Ersetzt: {s}folder.d nach {d}folder.zip",
+        "Erstelle neue Zip Datei: {s}b.txt nach {d}b.zip", "..."},
+       "d/b.zip=[b.txt] s/folder.d/"},
+      {"the folder structure keeps the extension", [](job& j) { j.ZipAll = j.ZipExtStruct = 1; },
+       {{"s/sub/report.txt", "r"}}, {"..."}, "d/sub/report.txt.zip=[report.txt] s/sub/report.txt=r"},
+  };
+  for (const Row& r : rows) Check(r, false);
 }
 
-// ZipIntStruct keeps the source folder's own name, or the path below From when From ends in
-// "/".
-TEST_F(Compression, InternalStructureIsRelativeToTheParentOfFrom) {
-  files = {Src("a.txt"), Src("sub/b.txt")};
-  j.ZipIntStruct = 1;
-  e.Zip_Files(files, j);
-  EXPECT_EQ(Names(Archive()), (Lines{"in/a.txt", "in/sub/b.txt"}));
-  fs::remove(Archive());
-  j.From += "/";
-  e.Zip_Files(files, j);
-  EXPECT_EQ(Names(Archive()), (Lines{"a.txt", "sub/b.txt"}));
+// Previews change nothing; only Exist 1 previews deletions (ZipDelComp alone does not,
+// although the run deletes).
+TEST_F(Compression, Preview) {
+  const Row rows[] = {
+      {"all mode", kAll, {{"s/a.txt", "a"}, {"s/b.txt", "b"}, {"s/c.txt", "c"}},
+       {"Dateien gefunden: 3", "Würde zu Zip hinzugefügt: {s}b.txt nach {d}job.zip",
+        "Würde zu Zip hinzugefügt: {s}c.txt nach {d}job.zip"}, "", "3/2 3/3"},
+      {"ZipDelComp does not", [](job& j) { j.ZipDelComp = 1; }, {{"s/a.txt", "a"}, {"s/b.txt", "b"}},
+       {"Dateien gefunden: 2", "Würde zu Zip hinzugefügt: {s}b.txt nach {d}job.zip"}, ""},
+      {"0 with an archive ends the preview", kAll, {{"s/a.txt", "a"}, {"s/b.txt", "b"}, {"d/job.zip", "x"}},
+       {"Dateien gefunden: 2", "{d}job.zipDatei existiert: "}, ""},
+      {"3 names the archive it would delete", kExist(3), {{"s/a.txt", "a"}, {"d/job.zip", "x"}},
+       {"Datei gefunden: 1", "Würde gelöscht: {d}job.zip - Erstelle neue Zip Datei: {d}job.zip"}, ""},
+      {"single, 3", kSingle(3), {{"s/a.txt", "a"}, {"d/a.zip", "x"}},
+       {"Datei gefunden: 1", "Würde gelöscht: {d}a.zip", "Zip würde erstellt: {s}a.txt nach {d}a.zip"}, ""},
+      {"single names, making no folder", kSingle(0), {{"s/README", "R"}, {"s/sub/r.txt", "r"}},
+       {"Dateien gefunden: 2", "Zip würde erstellt: {s}README nach {d}README",
+        "Zip würde erstellt: {s}sub/r.txt nach {d}r.zip"}, ""},
+      {"single with the structure", [](job& j) { j.ZipAll = j.ZipExtStruct = 1; }, {{"s/sub/r.txt", "r"}},
+       {"...", "Zip würde erstellt: {s}sub/r.txt nach {d}sub/r.txt.zip"}, ""},
+  };
+  for (const Row& r : rows) Check(r, true);
 }
 
-TEST_F(Compression, PolicyZeroWithAnExistingArchiveDoesNothing) {
-  files = {Src("a.txt"), Src("b.txt")};
-  WriteFile(Archive(), "not touched");
-  j.ZipDelComp = 1;
-  e.Zip_Files(files, j);
-  ASSERT_EQ(ev.Texts(), (Lines{"Dateien gefunden: 2", Archive() + " existiert - Keine Aktion: "}));
-  EXPECT_EQ(ev.lines[1].id, 86);
-  EXPECT_EQ(ReadFile(Archive()), "not touched");
-  EXPECT_TRUE(Exists(files[0]));
-  EXPECT_TRUE(Exists(files[1]));
-}
-
-TEST_F(Compression, PolicyThreeReplacesAndPolicyFourAddsToAnExistingArchive) {
-  files = {Src("old.txt")};
-  e.Zip_Files(files, j);
-  files = {Src("a.txt"), Src("b.txt")};
-  j.Exist = 4;
-  e.Zip_Files(files, j);
-  EXPECT_EQ(Names(Archive()), (Lines{"old.txt", "a.txt", "b.txt"}));
-
-  ev.lines.clear();
-  j.Exist = 3;
-  e.Zip_Files(files, j);
-  ASSERT_EQ(ev.Texts(), (Lines{"Dateien gefunden: 2",
-                               "Gelöscht: " + Archive() + " - Erstelle neue Zip Datei: " + Archive(),
-                               "Hinzufügen: " + files[1] + " nach " + Archive()}));
-  EXPECT_EQ(Names(Archive()), (Lines{"a.txt", "b.txt"}));
-}
-
-// A folder in the list stands for any path the library cannot read as a file.
-TEST_F(Compression, AFileThatCannotBeAddedIsAnErrorInANewArchiveElseNotAdded) {
-  fs::create_directories(dir / "in/folder.d");
-  files = {Src("a.txt"), dir / "in/folder.d"};
-  e.Zip_Files(files, j);
-  EXPECT_EQ(ev.Texts().back(), "Fehler: " + files[1]);
-  ev.lines.clear();
-  j.Exist = 4;
-  e.Zip_Files(files, j);
-  EXPECT_EQ(ev.Texts().back(), "Nicht hinzugefügt: " + files[1]);
-  EXPECT_EQ(Names(Archive()), Lines{"a.txt"});
-}
-
-// Sources go only once the archive that holds them is written, in file order.
 TEST_F(Compression, SourcesAreDeletedAfterTheArchiveIsWritten) {
-  files = {Src("a.txt", "A"), Src("b.txt", "B"), Src("c.txt", "C")};
+  files = {Source("a.txt", "A"), Source("b.txt", "B"), Source("c.txt", "C")};
   j.ZipDelComp = 1;
   bool sourcesKeptDuringTheRun = true;
-  ev.onCounter = [&](std::int32_t, std::int32_t) {
+  rec.onCounter = [&](std::int32_t, std::int32_t) {
     for (const auto& f : files) sourcesKeptDuringTheRun &= Exists(f);
   };
-  e.Zip_Files(files, j);
-  const Lines texts = ev.Texts();
+  Zip_Files(run, svc, files);
+  const Strings texts = rec.Texts();
   ASSERT_GE(texts.size(), 6u);
-  EXPECT_EQ(texts[1], "Hinzufügen: " + files[1] + " nach " + Archive());
-  Lines deleted;
+  EXPECT_EQ(texts[1], "Hinzufügen: " + files[1] + " nach " + Dst("job.zip"));
+  Strings deleted;
   for (const auto& t : texts) {
     if (t.rfind("job: Gelöscht: ", 0) == 0) deleted.push_back(t);
   }
-  EXPECT_EQ(deleted, (Lines{"job: Gelöscht: " + files[0], "job: Gelöscht: " + files[1],
+  EXPECT_EQ(deleted, (Strings{"job: Gelöscht: " + files[0], "job: Gelöscht: " + files[1],
                             "job: Gelöscht: " + files[2]}));
   for (const auto& f : files) EXPECT_FALSE(Exists(f)) << f;
-  EXPECT_EQ(Names(Archive()), (Lines{"a.txt", "b.txt", "c.txt"}));
+  EXPECT_EQ(Names(Dst("job.zip")), (Strings{"a.txt", "b.txt", "c.txt"}));
   EXPECT_TRUE(sourcesKeptDuringTheRun);
 }
 
 TEST_F(Compression, AnArchiveThatCannotBeWrittenKeepsEverySource) {
-  files = {Src("a.txt"), Src("b.txt")};
+  files = {Source("a.txt"), Source("b.txt")};
   j.Exist = 1;
-  ev.onCounter = [&](std::int32_t, std::int32_t) { fs::remove_all(j.To); };
-  e.Zip_Files(files, j);
-  const Lines texts = ev.Texts();
+  rec.onCounter = [&](std::int32_t, std::int32_t) { fs::remove_all(j.To); };
+  Zip_Files(run, svc, files);
+  const Strings texts = rec.Texts();
   ASSERT_FALSE(texts.empty());
   EXPECT_EQ(texts.back().rfind("job: Fehler: ", 0), 0u) << texts.back();
-  EXPECT_NE(texts.back().find(" - " + Archive()), std::string::npos);
-  EXPECT_TRUE(e.jobError);
+  EXPECT_NE(texts.back().find(" - " + Dst("job.zip")), std::string::npos);
+  EXPECT_TRUE(run.jobError);
   EXPECT_TRUE(Exists(files[0]));
   EXPECT_TRUE(Exists(files[1]));
 }
 
 TEST_F(Compression, AStopEndsTheRunAndKeepsWhatWasAdded) {
-  files = {Src("a.txt"), Src("b.txt"), Src("c.txt"), Src("d.txt")};
-  ev.onCounter = [&](std::int32_t, std::int32_t curr) {
-    if (curr == 3) e.StopMsg(true);
+  files = {Source("a.txt"), Source("b.txt"), Source("c.txt"), Source("d.txt")};
+  rec.onCounter = [&](std::int32_t, std::int32_t curr) {
+    if (curr == 3) driver.StopMsg(true);
   };
-  e.Zip_Files(files, j);
-  EXPECT_EQ(Names(Archive()), (Lines{"a.txt", "b.txt"}));
-}
-
-TEST_F(Compression, SingleModeNamesEachArchiveAfterItsFile) {
-  files = {Src("report.txt"), Src("README"), Src("x.txt/a.txt")};
-  j.ZipAll = 1;
-  e.Zip_Files(files, j);
-  EXPECT_EQ(ev.Texts(),
-            (Lines{"Dateien gefunden: 3",
-                   "Erstelle neue Zip Datei: " + files[0] + " nach " + Out("report.zip"),
-                   "Erstelle neue Zip Datei: " + files[1] + " nach " + Out("README"),
-                   "Erstelle neue Zip Datei: " + files[2] + " nach " + Out("a.zip")}));
-  EXPECT_EQ(ev.counters.front(), (std::pair<std::int32_t, std::int32_t>{3, 1}));
-  EXPECT_EQ(Names(Out("README")), Lines{"README"});
-  EXPECT_EQ(Names(Out("a.zip")), Lines{"a.txt"});
-}
-
-TEST_F(Compression, SingleModeReportsAZeroResultAsReplacedAndKeepsTheSource) {
-  fs::create_directories(dir / "in/folder.d");
-  files = {dir / "in/folder.d", Src("b.txt")};
-  j.ZipAll = 1;
-  j.ZipDelComp = 1;
-  e.Zip_Files(files, j);
-  ASSERT_GE(ev.lines.size(), 3u);
-  EXPECT_EQ(ev.Texts()[1], "Ersetzt: " + files[0] + " nach " + Out("folder.zip"));
-  EXPECT_EQ(ev.Texts()[2], "Erstelle neue Zip Datei: " + files[1] + " nach " + Out("b.zip"));
-  EXPECT_FALSE(Exists(files[1]));
-  EXPECT_EQ(Names(Out("b.zip")), Lines{"b.txt"});
-}
-
-TEST_F(Compression, SingleModeWithTheFolderStructureKeepsTheExtension) {
-  files = {Src("sub/report.txt")};
-  j.ZipAll = 1;
-  j.ZipExtStruct = 1;
-  e.Zip_Files(files, j);
-  EXPECT_EQ(Names(Out("sub/report.txt.zip")), Lines{"report.txt"});
-}
-
-TEST_F(Compression, PolicyTwoWritesAFreeName) {
-  files = {Src("a.txt")};
-  WriteFile(Archive(), "older archive");
-  j.Exist = 2;
-  j.PickRenamer = 1;
-  e.Zip_Files(files, j);
-  EXPECT_EQ(ReadFile(Archive()), "older archive");
-  EXPECT_EQ(Names(Out("job_1.zip")), Lines{"a.txt"});
+  Zip_Files(run, svc, files);
+  EXPECT_EQ(Names(Dst("job.zip")), (Strings{"a.txt", "b.txt"}));
 }
 
 TEST_F(Compression, PasswordProtectsTheEntries) {
-  files = {Src("a.txt")};
+  files = {Source("a.txt")};
   j.ZipPwd = "geheim";
-  e.Zip_Files(files, j);
-  EXPECT_EQ(e.zip->CheckZipFile(Archive(), "geheim"), 0);
-  EXPECT_EQ(e.zip->CheckZipFile(Archive(), "other"), 4);
+  Zip_Files(run, svc, files);
+  EXPECT_EQ(svc.zip->CheckZipFile(Dst("job.zip"), "geheim"), 0);
+  EXPECT_EQ(svc.zip->CheckZipFile(Dst("job.zip"), "other"), 4);
 }
 
 // Only an exactly hidden file has its attributes cleared and given back around the call; the
 // first file of "All" mode is never touched.
 TEST_F(Compression, OnlyExactlyHiddenFilesAreUnhiddenForTheCall) {
-  files = {Src(".first"), Src(".hidden"), Src("ro-hidden")};
-  e.fs.SetAttributes(files[0], kAttrHidden);
-  e.fs.SetAttributes(files[2], kAttrHidden | kAttrReadOnly);
-  e.faults.Disarm();
-  e.Zip_Files(files, j);
-  EXPECT_EQ(e.faults.Calls(FaultOp::SetAttributes), 2);
-  EXPECT_EQ(e.fs.GetAttributes(files[1]), kAttrHidden);
-  EXPECT_EQ(e.fs.GetAttributes(files[2]), kAttrHidden | kAttrReadOnly);
-  EXPECT_EQ(Names(Archive()), (Lines{".first", ".hidden", "ro-hidden"}));
+  files = {Source(".first"), Source(".hidden"), Source("ro-hidden")};
+  svc.fs.SetAttributes(files[0], kAttrHidden);
+  svc.fs.SetAttributes(files[2], kAttrHidden | kAttrReadOnly);
+  faults.Disarm();
+  Zip_Files(run, svc, files);
+  EXPECT_EQ(faults.Calls(FaultOp::SetAttributes), 2);
+  EXPECT_EQ(svc.fs.GetAttributes(files[1]), kAttrHidden);
+  EXPECT_EQ(svc.fs.GetAttributes(files[2]), kAttrHidden | kAttrReadOnly);
+  EXPECT_EQ(Names(Dst("job.zip")), (Strings{".first", ".hidden", "ro-hidden"}));
 }
 
 TEST_F(Compression, ADryRunWritesNothing) {
-  files = {Src("a.txt"), Src(".hidden")};
+  files = {Source("a.txt"), Source(".hidden")};
   j.Exist = 1;
-  e.dryRun = true;
-  e.faults.Disarm();
-  e.Zip_Files(files, j);
-  EXPECT_FALSE(Exists(Archive()));
+  svc.dryRun = true;
+  faults.Disarm();
+  Zip_Files(run, svc, files);
+  EXPECT_FALSE(Exists(Dst("job.zip")));
   EXPECT_TRUE(Exists(files[0]));
-  EXPECT_EQ(e.faults.Calls(FaultOp::SetAttributes), 0);
+  EXPECT_EQ(faults.Calls(FaultOp::SetAttributes), 0);
+}
+
+TEST_F(Compression, PreviewAHiddenFileIsUnhiddenBrieflyExceptInADryRun) {
+  files = {Source("a.txt"), Source(".hidden")};
+  faults.Disarm();
+  Zip_Preview(run, svc, files);
+  EXPECT_EQ(faults.Calls(FaultOp::SetAttributes), 2);
+  EXPECT_EQ(svc.fs.GetAttributes(files[1]), kAttrHidden);
+  faults.Disarm();
+  svc.dryRun = true;
+  Zip_Preview(run, svc, files);
+  EXPECT_EQ(faults.Calls(FaultOp::SetAttributes), 0);
 }
 
 }  // namespace

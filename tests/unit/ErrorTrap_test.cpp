@@ -149,17 +149,6 @@ TEST_F(ErrorTrapTest, ParametersAreRebuiltAtLeave) {
   EXPECT_NE(lines_[2].find(": (v=2)\r\n"), std::string::npos);
 }
 
-TEST_F(ErrorTrapTest, WithoutASinkNothingIsBuilt) {
-  int built = 0;
-  {
-    Proc p(trap_, "m", "Sub P", [&] {
-      ++built;
-      return std::string("()");
-    });
-  }
-  EXPECT_EQ(built, 0);
-}
-
 TEST_F(ErrorTrapTest, DepthNeverFallsBelowZero) {
   Trace();
   trap_.Leave("m", "Sub Unmatched", "()");

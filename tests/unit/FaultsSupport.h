@@ -4,14 +4,12 @@
 
 #include <orvKestrel/clsJobs.h>
 
-#include "support/TestEngine.h"
-#include "support/TestSupport.h"
+#include "engine/Engine.h"
+#include "support/Faults.h"
+#include "unit/ZipTestSupport.h"
 
-#include <fcntl.h>
 #include <gtest/gtest.h>
-#include <sys/stat.h>
 #include <unistd.h>
-#include <zip.h>
 
 #include <algorithm>
 #include <cerrno>
@@ -53,51 +51,11 @@ struct Scenario {
   std::set<FaultOp> silentLess = {};
 };
 
-// Writes an archive with libzip directly, apart from the code under test.
-inline void MakeArchive(const std::string& path, const std::map<std::string, std::string>& entries) {
-  std::filesystem::create_directories(std::filesystem::path(path).parent_path());
-  int err = 0;
-  zip_t* za = zip_open(path.c_str(), ZIP_CREATE | ZIP_TRUNCATE, &err);
-  ASSERT_NE(za, nullptr) << path;
-  for (const auto& [name, data] : entries) {
-    zip_source_t* src = zip_source_buffer(za, data.data(), data.size(), 0);
-    ASSERT_GE(zip_file_add(za, name.c_str(), src, ZIP_FL_ENC_UTF_8), 0) << name;
-    zip_file_set_mtime(za, static_cast<zip_uint64_t>(zip_name_locate(za, name.c_str(), 0)),
-                       1700000000, 0);
-  }
-  ASSERT_EQ(zip_close(za), 0) << path;
-}
-
 inline const char* OpName(FaultOp op) {
   static constexpr std::array<const char*, 11> kNames = {
       "open", "read", "write", "rename", "unlink", "copy", "statvfs", "set times",
       "set attributes", "trash", "list"};
   return kNames[static_cast<std::size_t>(op)];
-}
-
-// The entries of an archive with their contents; nullopt when it cannot be read.
-inline std::optional<std::map<std::string, std::string>> ArchiveEntries(const std::string& path) {
-  int err = 0;
-  zip_t* za = zip_open(path.c_str(), ZIP_RDONLY | ZIP_CHECKCONS, &err);
-  if (za == nullptr) return std::nullopt;
-  std::map<std::string, std::string> entries;
-  const zip_int64_t n = zip_get_num_entries(za, 0);
-  for (zip_int64_t i = 0; i < n; ++i) {
-    zip_stat_t st;
-    zip_file_t* zf = nullptr;
-    std::string data;
-    if (zip_stat_index(za, static_cast<zip_uint64_t>(i), 0, &st) == 0 &&
-        (zf = zip_fopen_index(za, static_cast<zip_uint64_t>(i), 0)) != nullptr) {
-      data.resize(st.size);
-      if (zip_fread(zf, data.data(), st.size) != static_cast<zip_int64_t>(st.size)) data = "<damaged>";
-      zip_fclose(zf);
-    } else {
-      data = "<damaged>";
-    }
-    entries[zip_get_name(za, static_cast<zip_uint64_t>(i), 0)] = data;
-  }
-  zip_discard(za);
-  return entries;
 }
 
 // An archive stands for its entries and their contents: its bytes may differ between two runs
@@ -132,23 +90,6 @@ struct Line {
   bool firedBefore;  // the armed fault had fired when the line was raised
 };
 
-class FaultRecorder : public IKestrelEvents {
- public:
-  explicit FaultRecorder(const Faults& f) : faults_(f) {}
-  void LogMessage(const std::string& LogMsg, std::int16_t MsgID, bool, bool, bool,
-                  bool) override {
-    lines.push_back({LogMsg, MsgID, faults_.Fired()});
-  }
-  void CurrentJob(const std::string&, std::int32_t, std::int32_t, std::int16_t, std::int16_t,
-                  std::int16_t, const std::string&, const std::string&, std::int16_t,
-                  std::int16_t) override {}
-  void KestrelCounter(std::int32_t, std::int32_t) override {}
-  std::vector<Line> lines;
-
- private:
-  const Faults& faults_;
-};
-
 struct RunResult {
   FaultOp op = FaultOp::Count;
   int err = 0;
@@ -158,7 +99,8 @@ struct RunResult {
   std::array<int, static_cast<std::size_t>(FaultOp::Count)> calls{};
   bool fired = false;
   int trapErrors = 0;  // errors the error trap reported (error.log and the host)
-  std::int16_t idError = 0, idStart = 0, idDone = 0, idNoFiles = 0, idDoneWithError = 0;
+  // The numbers of the lines "t10" (error), "t3" (start), "t6" (done), "t7" (no files), "t28".
+  static constexpr std::int16_t idError = 10, idStart = 3, idDone = 6, idNoFiles = 7, idDoneWithError = 28;
   std::string jobFileProblem;  // empty when the job file reads as written
 
   bool HasError() const {
@@ -190,7 +132,7 @@ struct RunResult {
 // flushes every file it writes, and the runs are many).
 class FaultRun {
  public:
-  explicit FaultRun(const Scenario& s) : s_(s) {
+  explicit FaultRun(const Scenario& s) {
     std::string tmpl = (std::filesystem::exists("/dev/shm") && ::access("/dev/shm", W_OK) == 0
                             ? std::string("/dev/shm")
                             : std::filesystem::temp_directory_path().string()) +
@@ -208,9 +150,8 @@ class FaultRun {
       MakeArchive(root_ + "/" + rel, entries);
       SetModified(root_ + "/" + rel, 1700000000);
     }
-    jobText_ = "[Job]\nName=j\nFrom=" + root_ + "/src\nTo=" + root_ +
-               "/dst\nDoPreview=0\nIntervalType=0\nInterval=1\nCounter=1\n" + s.keys;
-    WriteFile(root_ + "/jobs/j.kjb", jobText_);
+    WriteFile(root_ + "/jobs/j.kjb", "[Job]\nName=j\nFrom=" + root_ + "/src\nTo=" + root_ +
+               "/dst\nDoPreview=0\nIntervalType=0\nInterval=1\nCounter=1\n" + s.keys);
   }
   ~FaultRun() {
     std::error_code ec;
@@ -226,22 +167,16 @@ class FaultRun {
     r.before = TreeSnapshot(root_);
     {
       CurrentDir here(root_);  // error.log
-      TestEngine e{Host{}};
-      FaultRecorder rec(e.faults);
-      e.events = &rec;
-      e.faults.Arm(op, n, err);
+      Faults faults;
+      Engine e{Host{}, &faults};
+      RecordingEvents rec;
+      rec.onLine = [&](const LoggedLine& l) { r.lines.push_back({l.text, l.id, faults.Fired()}); };
+      e.svc.events = &rec;
+      faults.Arm(op, n, err);
       e.ExecuteAllJobs(root_ + "/jobs/", "", false, false, false);
-      r.fired = e.faults.Fired();
-      r.trapErrors = e.trap.ErrorCount();
-      for (std::size_t i = 0; i < r.calls.size(); ++i) {
-        r.calls[i] = e.faults.Calls(static_cast<FaultOp>(i));
-      }
-      r.lines = std::move(rec.lines);
-      r.idError = e.Id(10);
-      r.idStart = e.Id(3);
-      r.idDone = e.Id(6);
-      r.idNoFiles = e.Id(7);
-      r.idDoneWithError = e.Id(28);
+      r.fired = faults.Fired();
+      r.trapErrors = e.svc.trap.ErrorCount();
+      for (std::size_t i = 0; i < r.calls.size(); ++i) r.calls[i] = faults.Calls(static_cast<FaultOp>(i));
     }
     r.after = TreeSnapshot(root_);
     for (const auto& [rel, text] : r.after) {
@@ -268,9 +203,7 @@ class FaultRun {
     return {};
   }
 
-  const Scenario& s_;
   std::string root_;
-  std::string jobText_;
 };
 
 inline bool HiddenSomewhere(const std::string& rel) {

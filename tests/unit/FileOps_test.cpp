@@ -2,7 +2,9 @@
 #include "platform/Paths.h"
 #include "platform/SysError.h"
 
-#include "ActionsFixture.h"
+#include "Rig.h"
+
+#include <regex>
 
 #include <sys/stat.h>
 
@@ -32,9 +34,11 @@ void ExpectOnly(const std::string& folder, const std::vector<std::string>& names
   EXPECT_EQ(Names(folder), names);
 }
 
-class FileOpsTest : public ActionsTest {
+class FileOpsTest : public Rig {
  protected:
-  FileSystem& fs = engine.fs;
+  FileSystem& fs = svc.fs;
+  ScopedEnv xdg{"XDG_DATA_HOME", tmp / "xdg"};  // the home trash inside the test's folder
+  std::string trash = tmp / "xdg/Trash";
 };
 
 TEST_F(FileOpsTest, CopyKeepsContentsPermissionsAndTimes) {
@@ -67,9 +71,9 @@ TEST_F(FileOpsTest, FailedCopyLeavesNoPartialFileAndTheOldDestinationIntact) {
     for (const bool overwrite : {false, true}) {
       SCOPED_TRACE(std::to_string(static_cast<int>(op)) + (overwrite ? " overwrite" : ""));
       if (overwrite) Dest("a.txt", "old");
-      engine.faults.Arm(op, n, EIO);
+      faults.Arm(op, n, EIO);
       EXPECT_EQ(ErrorOf([&] { fs.CopyFile(a, Dst("a.txt"), overwrite); }), EIO);
-      EXPECT_TRUE(engine.faults.Fired());
+      EXPECT_TRUE(faults.Fired());
       if (overwrite) {
         EXPECT_EQ(ReadFile(Dst("a.txt")), "old");
         ExpectOnly(dst, {"a.txt"});
@@ -79,7 +83,7 @@ TEST_F(FileOpsTest, FailedCopyLeavesNoPartialFileAndTheOldDestinationIntact) {
       }
     }
   }
-  engine.faults.Disarm();
+  faults.Disarm();
 }
 
 TEST_F(FileOpsTest, CopyOfAMissingSourceOrEmptyPathFails) {
@@ -131,7 +135,7 @@ TEST_F(FileOpsTest, MoveAcrossFileSystemsKeepsTimesAndRemovesTheSource) {
     const std::string data = ReadFile(a);
     SetTimes(a, kOld, kNew);
     const std::string target = real ? other.path() + "/a.txt" : Dst("a.txt");
-    if (!real) engine.faults.Arm(FaultOp::Rename, 1, EXDEV);
+    if (!real) faults.Arm(FaultOp::Rename, 1, EXDEV);
     fs.MoveFile(a, target);
     EXPECT_FALSE(Exists(a));
     EXPECT_EQ(fs.Stat(target).Value().times.written, kNew);
@@ -140,7 +144,7 @@ TEST_F(FileOpsTest, MoveAcrossFileSystemsKeepsTimesAndRemovesTheSource) {
     EXPECT_EQ(ModeOf(target), 0604u);
     ExpectOnly(paths::GetParentFolderName(target), {"a.txt"});
   }
-  engine.faults.Disarm();
+  faults.Disarm();
 }
 
 TEST_F(FileOpsTest, FailedMoveAcrossFileSystemsLeavesBothSidesAsTheyWere) {
@@ -150,13 +154,13 @@ TEST_F(FileOpsTest, FailedMoveAcrossFileSystemsLeavesBothSidesAsTheyWere) {
   const std::string data = ReadFile(a);
   // The copy breaks off after its first step; the source cannot be removed after the copy.
   for (const auto& [op, n] : {std::pair{FaultOp::Write, 2}, std::pair{FaultOp::Unlink, 1}}) {
-    engine.faults.Arm(op, n, EACCES);
+    faults.Arm(op, n, EACCES);
     EXPECT_EQ(ErrorOf([&] { fs.MoveFile(a, other.path() + "/a.txt"); }), EACCES);
-    EXPECT_TRUE(engine.faults.Fired());
+    EXPECT_TRUE(faults.Fired());
     EXPECT_EQ(ReadFile(a), data);
     ExpectOnly(other.path(), {});
   }
-  engine.faults.Disarm();
+  faults.Disarm();
 }
 
 TEST_F(FileOpsTest, DeleteRefusesReadOnlyFilesUnlessForced) {
@@ -210,17 +214,6 @@ TEST_F(FileOpsTest, DeleteFolderTakesEverythingButFollowsNoLink) {
   EXPECT_EQ(ErrorOf([&] { fs.RemoveFolder(dst); }), ENOTEMPTY);
 }
 
-TEST_F(FileOpsTest, SameFileMeansOneDeviceAndInode) {
-  const std::string a = Source("a.txt", "a");
-  std::filesystem::create_symlink(a, Dst("link.txt"));
-  std::filesystem::create_hard_link(a, Dst("hard.txt"));
-  EXPECT_TRUE(fs.SameFile(a, a));
-  EXPECT_TRUE(fs.SameFile(a, src + "/./a.txt"));
-  EXPECT_TRUE(fs.SameFile(a, Dst("link.txt")));
-  EXPECT_TRUE(fs.SameFile(a, Dst("hard.txt")));
-  EXPECT_FALSE(fs.SameFile(a, Dst("none.txt")));
-}
-
 // What the file-system object remembers must never hide a change it made itself, and outside a
 // scope it remembers nothing.
 TEST_F(FileOpsTest, RememberedStatusFollowsEveryChangeMadeThroughTheObject) {
@@ -271,6 +264,46 @@ TEST_F(FileOpsTest, AFolderSeenIsForgottenWhenTheObjectRemovesOrRenamesIt) {
   EXPECT_TRUE(fs.FolderStillExists(Dst("moved")));
   fs.DeleteFolder(Dst("moved"), true);
   EXPECT_FALSE(fs.FolderStillExists(Dst("moved")));
+}
+
+TEST_F(FileOpsTest, HomeTrashGetsTheFileAndItsInfoEntry) {
+  const std::string a = Source("sub dir/grün & co.txt", "data");
+  fs.Trash(a);
+  EXPECT_FALSE(Exists(a));
+  EXPECT_EQ(ReadFile(trash + "/files/grün & co.txt"), "data");
+  const std::string info = ReadFile(trash + "/info/grün & co.txt.trashinfo");
+  const std::string path = paths::GetAbsolutePathName(src) + "/sub%20dir/gr%C3%BCn%20%26%20co.txt";
+  const std::regex form("\\[Trash Info\\]\nPath=(.*)\nDeletionDate=(\\d{4}-\\d\\d-\\d\\dT\\d\\d:\\d\\d:\\d\\d)\n");
+  std::smatch m;
+  ASSERT_TRUE(std::regex_match(info, m, form)) << info;
+  EXPECT_EQ(m[1].str(), path);
+}
+
+TEST_F(FileOpsTest, SameNameTwiceGetsANewNameAndKeepsBoth) {
+  Source("a.txt", "first");
+  fs.Trash(Src("a.txt"));
+  Source("a.txt", "second");
+  fs.Trash(Src("a.txt"));
+  Source("README", "third");
+  fs.Trash(Src("README"));
+  Source("README", "fourth");
+  fs.Trash(Src("README"));
+  EXPECT_EQ(ReadFile(trash + "/files/a.txt"), "first");
+  EXPECT_EQ(ReadFile(trash + "/files/a.2.txt"), "second");
+  EXPECT_EQ(ReadFile(trash + "/files/README.2"), "fourth");
+  EXPECT_EQ(Names(trash + "/info"),
+            (std::vector<std::string>{"README.2.trashinfo", "README.trashinfo", "a.2.txt.trashinfo",
+                                      "a.txt.trashinfo"}));
+}
+
+TEST_F(FileOpsTest, FailureLeavesTheFileAndNoInfoEntry) {
+  const std::string a = Source("a.txt", "a");
+  faults.Arm(FaultOp::Trash, 1, EIO);
+  EXPECT_THROW(fs.Trash(a), KestrelError);
+  faults.Disarm();
+  EXPECT_TRUE(Exists(a));
+  EXPECT_THROW(fs.Trash(Src("none")), KestrelError);
+  EXPECT_TRUE(!Exists(trash + "/info") || Names(trash + "/info").empty());
 }
 
 }  // namespace

@@ -1,236 +1,243 @@
-#include "SelectionSupport.h"
+// The filters in their fixed order, and the dispatch of what survives them to the action.
 #include "platform/Paths.h"
 
-#include <algorithm>
+#include "Rig.h"
+
+#include <functional>
 
 namespace orvKestrel::testing {
 namespace {
 
-class Filters : public SelectionTest {
+using Filter = FileList (*)(Services&, FileList&, job&);
+
+class Filters : public Rig {
  protected:
-  // Empty files with the given modification (and access) times.
-  template <std::size_t N>
-  FileList WithTimes(const std::pair<const char*, std::time_t> (&files)[N]) {
+  Filters() { j.Action = 6; }  // does nothing: the selection alone
+  // Files below src: "name" (empty), "name:N" (N bytes) or "name@T" (written at T).
+  FileList Make(const std::vector<std::string>& specs) {
     FileList list;
-    for (const auto& [name, t] : files) {
-      WriteFile(In(name), "");
-      SetModified(In(name), t);
-      list.push_back(In(name));
+    for (const auto& s : specs) {
+      const auto colon = s.find(':'), at = s.find('@');
+      const std::string name = s.substr(0, std::min(colon, at));
+      WriteFile(Src(name), colon == std::string::npos ? "" : std::string(std::stoul(s.substr(colon + 1)), 'x'));
+      if (at != std::string::npos) SetModified(Src(name), std::stoll(s.substr(at + 1)));
+      list.push_back(Src(name));
     }
     return list;
   }
-  std::vector<std::string> Names(const FileList& list) {
-    std::vector<std::string> out;
-    for (const auto& f : list) out.push_back(paths::GetFileName(f));
-    return out;
+  std::string Kept(Filter f, FileList list) {
+    std::string text;
+    for (const auto& p : f(svc, list, j)) text += (text.empty() ? "" : " ") + paths::GetFileName(p);
+    return text;
   }
 };
 
-TEST_F(Filters, SizeLimitIsExclusiveForBothOptions) {
-  WriteFile(In("99"), std::string(99, 'x'));
-  WriteFile(In("100"), std::string(100, 'x'));
-  WriteFile(In("101"), std::string(101, 'x'));
-  const FileList all = {In("99"), In("100"), In("101")};
-  job j = MakeJob();
-  j.FileSize = 100;
-  const std::pair<std::int16_t, std::vector<std::string>> options[] = {
-      {1, {"101"}}, {2, {"99"}}, {0, {"99", "100", "101"}}};
-  for (const auto& [opt, kept] : options) {
-    j.FileOpt = opt;
-    FileList list = all;
-    EXPECT_EQ(Names(e.FilterFileSize(list, j)), kept) << opt;
+TEST_F(Filters, SizeExtensionAndZip) {
+  const auto size = [](std::int16_t opt) { return [=](job& j) { j.FileOpt = opt, j.FileSize = 100; }; };
+  const auto ext = [](std::int16_t opt, const char* e) { return [=](job& j) { j.ExtOpt = opt, j.Ext = e; }; };
+  const std::vector<std::string> sized = {"99:99", "100:100", "101:101"};
+  const std::vector<std::string> named = {"a.txt", "b.LOG", "c.log", "d.TXT", "noext", "e.doc", "f.txt.bak", "g."};
+  const struct {
+    Filter f;
+    std::function<void(job&)> set;
+    std::vector<std::string> files;
+    const char* kept;
+  } rows[] = {
+      {&FilterFileSize, size(1), sized, "101"},  // the limit is exclusive both ways
+      {&FilterFileSize, size(2), sized, "99"},
+      {&FilterFileSize, size(0), sized, "99 100 101"},
+      {&FilterExtention, ext(2, "txt, *.LOG"), named, "a.txt b.LOG c.log d.TXT"},
+      {&FilterExtention, ext(1, "*."), named, "a.txt b.LOG c.log d.TXT e.doc f.txt.bak"},  // "g." too
+      {&FilterExtention, ext(1, "doc,TXT"), named, "b.LOG c.log noext f.txt.bak g."},
+      {&FilterExtention, ext(2, ""), named, "a.txt b.LOG c.log d.TXT noext e.doc f.txt.bak g."},
+      {&FilterExtention, ext(2, "   "), named, "a.txt b.LOG c.log d.TXT noext e.doc f.txt.bak g."},
+      {&FilterExtention, ext(3, "txt"), named, "a.txt b.LOG c.log d.TXT noext e.doc f.txt.bak g."},
+      {&FilterZip, [](job&) {}, {"a.zip", "B.ZIP", "c.zip.txt", "zip"}, "a.zip B.ZIP"},
+  };
+  for (const auto& r : rows) {
+    Fresh();
+    r.set(j);
+    SCOPED_TRACE(j.Ext + " " + std::to_string(j.FileOpt));
+    EXPECT_EQ(Kept(r.f, Make(r.files)), r.kept);
   }
-}
-
-TEST_F(Filters, KeepOnlyListedExtensionsInAnyCase) {
-  FileList list = Make({"a.txt", "b.LOG", "c.log", "d.TXT", "noext", "e.doc", "f.txt.bak"});
-  job j = MakeJob();
+  Fresh();
   j.Ext = "txt, *.LOG";
   j.ExtOpt = 2;
-  EXPECT_EQ(Names(e.FilterExtention(list, j)),
-            (std::vector<std::string>{"a.txt", "b.LOG", "c.log", "d.TXT"}));
-  EXPECT_EQ(j.Ext, "txt,*.LOG");
-}
-
-TEST_F(Filters, ExcludingStarDotRemovesFilesWithoutExtension) {
-  FileList list = Make({"a.txt", "noext", "b.", "c.Doc"});
-  job j = MakeJob();
-  j.Ext = "*.";
-  j.ExtOpt = 1;
-  // "b." has an empty extension as well.
-  EXPECT_EQ(Names(e.FilterExtention(list, j)), (std::vector<std::string>{"a.txt", "c.Doc"}));
-  list = Make({"a.txt", "noext", "c.Doc", "d.TXT"});
-  j.Ext = "doc,TXT";
-  EXPECT_EQ(Names(e.FilterExtention(list, j)), std::vector<std::string>{"noext"});
-}
-
-TEST_F(Filters, EmptyOrBlankExtensionListsAndOtherOptionsFilterNothing) {
-  const FileList all = Make({"a.txt", "noext"});
-  job j = MakeJob();
-  for (const char* ext : {"", "   "}) {
-    j.Ext = ext;
-    j.ExtOpt = 2;
-    FileList list = all;
-    EXPECT_EQ(e.FilterExtention(list, j), all) << ext;
-  }
-  j.Ext = "txt";
-  j.ExtOpt = 3;
-  FileList list = all;
-  EXPECT_EQ(e.FilterExtention(list, j), all);
-}
-
-TEST_F(Filters, ZipFilterKeepsZipArchivesOnly) {
-  FileList list = Make({"a.zip", "B.ZIP", "c.zip.txt", "zip"});
-  job j = MakeJob();
-  EXPECT_EQ(Names(e.FilterZip(list, j)), (std::vector<std::string>{"a.zip", "B.ZIP"}));
+  Kept(&FilterExtention, Make({"a.txt"}));
+  EXPECT_EQ(j.Ext, "txt,*.LOG");  // the list is kept without its blanks
 }
 
 TEST_F(Filters, AttributesAreDroppedOnlyOnExactEquality) {
-  FileList list = Make({"plain", ".hidden", "ro", "hidro"});
-  Chmod(In("ro"), 0444);
-  std::filesystem::rename(In("hidro"), In(".hidro"));
-  list[3] = In(".hidro");
-  Chmod(In(".hidro"), 0444);  // hidden + read-only = 3
-  job j = MakeJob();
-  j.AttrHidden = 1;
-  j.AttrReadOnly = 1;
-  FileList copy = list;
-  EXPECT_EQ(Names(e.FilterAttributes(copy, j)), (std::vector<std::string>{"plain", ".hidro"}));
-  j = MakeJob();
-  j.AttrNormal = 1;
-  copy = list;
-  EXPECT_EQ(Names(e.FilterAttributes(copy, j)),
-            (std::vector<std::string>{".hidden", "ro", ".hidro"}));
+  FileList list = Make({"plain", ".hidden", "ro", ".hidro"});
+  ::chmod(Src("ro").c_str(), 0444);
+  ::chmod(Src(".hidro").c_str(), 0444);  // hidden + read-only = 3
+  j.AttrHidden = j.AttrReadOnly = 1;
+  EXPECT_EQ(Kept(&FilterAttributes, list), "plain .hidro");
+  Fresh().AttrNormal = 1;
+  EXPECT_EQ(Kept(&FilterAttributes, list), ".hidden ro .hidro");
   j.AttrNormal = 2;  // only a checked box counts
-  copy = list;
-  EXPECT_EQ(e.FilterAttributes(copy, j), list);
-}
-
-TEST_F(Filters, HiddenPlusArchiveSurvivesTheHiddenFilter) {
-  if (!UserXattrsWork(dir.str())) GTEST_SKIP() << "no user extended attributes on " << dir.str();
-  FileList list = Make({"h", "ha", "a", "s"});
-  SetDosAttrib(In("h"), "0x2");
-  SetDosAttrib(In("ha"), "0x22");
-  SetDosAttrib(In("a"), "0x20");
-  SetDosAttrib(In("s"), "0x4");
-  job j = MakeJob();
-  j.AttrHidden = 1;
-  FileList copy = list;
-  EXPECT_EQ(Names(e.FilterAttributes(copy, j)), (std::vector<std::string>{"ha", "a", "s"}));
-  j.AttrArchive = 1;
-  j.AttrSystem = 1;
-  copy = list;
-  EXPECT_EQ(Names(e.FilterAttributes(copy, j)), std::vector<std::string>{"ha"});
+  EXPECT_EQ(Kept(&FilterAttributes, list), "plain .hidden ro .hidro");
+  if (!UserXattrsWork(tmp.str())) GTEST_SKIP() << "no user extended attributes on " << tmp.str();
+  list = Make({"h", "ha", "a", "s"});
+  for (const auto& [f, v] : {std::pair{"h", "0x2"}, {"ha", "0x22"}, {"a", "0x20"}, {"s", "0x4"}}) SetDosAttrib(Src(f), v);
+  Fresh().AttrHidden = 1;
+  EXPECT_EQ(Kept(&FilterAttributes, list), "ha a s");  // hidden + archive survives
+  j.AttrArchive = j.AttrSystem = 1;
+  EXPECT_EQ(Kept(&FilterAttributes, list), "ha");
 }
 
 TEST_F(Filters, DateRangeKeepsTheWholeDaysInclusive) {
-  const std::pair<const char*, std::time_t> files[] = {
-      {"before", LocalTime(2024, 3, 9, 23, 59, 59)},
-      {"first", LocalTime(2024, 3, 10, 0, 0, 0)},
-      {"noon", LocalTime(2024, 3, 10, 12, 0, 0)},
-      {"last", LocalTime(2024, 3, 10, 23, 59, 59)},
-      {"after", LocalTime(2024, 3, 11, 0, 0, 0)},
-  };
-  const FileList all = WithTimes(files);
-  job j = MakeJob();
+  const FileList all = Make({"before@" + std::to_string(LocalTime(2024, 3, 9, 23, 59, 59)),
+                             "first@" + std::to_string(LocalTime(2024, 3, 10, 0, 0, 0)),
+                             "noon@" + std::to_string(LocalTime(2024, 3, 10, 12, 0, 0)),
+                             "last@" + std::to_string(LocalTime(2024, 3, 10, 23, 59, 59)),
+                             "after@" + std::to_string(LocalTime(2024, 3, 11, 0, 0, 0))});
   j.FileAge = 3;
   j.FileAgeType = 1;
   j.DateFrom = j.DateTo = "10.03.2024";
-  FileList list = all;
-  EXPECT_EQ(Names(e.FilterDate(list, j)), (std::vector<std::string>{"first", "noon", "last"}));
-
+  EXPECT_EQ(Kept(&FilterDate, all), "first noon last");
   j.FileAge = 4;
   j.FileDateDate = "2024-03-10";  // ISO dates are read as well
-  const std::pair<std::int16_t, std::vector<std::string>> options[] = {
-      {0, {"before", "first"}},
-      {1, {"last", "after"}},
-      {2, {"first", "noon", "last"}},
-      {3, {"before", "first", "noon", "last", "after"}},
-  };
-  for (const auto& [opt, kept] : options) {
+  const char* kept[] = {"before first", "last after", "first noon last", "before first noon last after"};
+  for (std::int16_t opt = 0; opt < 4; ++opt) {
     j.FileDateOpt = opt;
-    list = all;
-    EXPECT_EQ(Names(e.FilterDate(list, j)), kept) << opt;
+    EXPECT_EQ(Kept(&FilterDate, all), kept[opt]) << opt;
   }
 }
 
-TEST_F(Filters, AnUnreadableDateGoesToTheTrapAndEmptiesTheList) {
-  CurrentDir cwd(dir.str());
-  FileList list = Make({"a"});
-  job j = MakeJob();
-  j.FileAge = 3;
-  j.DateFrom = "someday";
-  j.DateTo = "10.03.2024";
-  EXPECT_TRUE(e.FilterDate(list, j).empty());
-  EXPECT_EQ(e.trap.ErrorCount(), 1);
-}
-
-TEST_F(Filters, VanishedFileIsKeptWhenTheTrapGoesOn) {
-  CurrentDir cwd(dir.str());
-  e.host.messageBox = [](const MessageBoxRequest&) { return BoxAnswer::Ignore; };
-  FileList list = Make({"big"}, std::string(10, 'x'));
-  list.push_back(In("gone"));
-  job j = MakeJob();
-  j.FileOpt = 1;
-  j.FileSize = 5;
-  EXPECT_EQ(Names(e.FilterFileSize(list, j)), (std::vector<std::string>{"big", "gone"}));
-  EXPECT_EQ(e.trap.ErrorCount(), 1);
-}
-
-TEST_F(Filters, StopEmptiesTheList) {
-  FileList list = Make({"a.zip", "b.zip", "c.zip"});
-  int yields = 0;
-  e.host.yield = [&] {
-    if (++yields == 2) e.stop = true;
-  };
-  job j = MakeJob();
-  EXPECT_TRUE(e.FilterZip(list, j).empty());
-  EXPECT_TRUE(list.empty());
-}
-
-// The age in minutes counts the minute boundaries between the file's time and now.
-class FileAgeFilter : public Filters {
- protected:
-  static Host FixedAt(std::time_t t) {
-    Host h;
-    h.clock = Clock::StartingAt(t);
-    return h;
-  }
-  FileAgeFilter() { e.host = FixedAt(kNow); }
-  // 12:30:30 leaves half a minute of slack before the clock crosses the next boundary.
-  static inline const std::time_t kNow = LocalTime(2024, 5, 6, 12, 30, 30);
-};
-
-TEST_F(FileAgeFilter, MinuteBoundariesNotElapsedMinutes) {
-  const std::pair<const char*, std::time_t> files[] = {
-      {"m0", LocalTime(2024, 5, 6, 12, 30, 0)},   // 0 boundaries
-      {"m1", LocalTime(2024, 5, 6, 12, 29, 59)},  // 31 s, but 1 boundary
-      {"m2", LocalTime(2024, 5, 6, 12, 28, 59)},  // 91 s, 2 boundaries
-      {"m3", LocalTime(2024, 5, 6, 12, 27, 0)},   // 3 boundaries
-  };
-  const FileList all = WithTimes(files);
-  job j = MakeJob();
+// The age in minutes counts the minute boundaries between the file's time and now; 12:30:30
+// leaves half a minute of slack before the clock crosses the next one.
+TEST_F(Filters, AgeCountsMinuteBoundariesNotElapsedMinutes) {
+  svc.host.clock = Clock::StartingAt(LocalTime(2024, 5, 6, 12, 30, 30));
+  const FileList all = Make({"m0@" + std::to_string(LocalTime(2024, 5, 6, 12, 30, 0)),
+                             "m1@" + std::to_string(LocalTime(2024, 5, 6, 12, 29, 59)),   // 31 s
+                             "m2@" + std::to_string(LocalTime(2024, 5, 6, 12, 28, 59)),   // 91 s
+                             "m3@" + std::to_string(LocalTime(2024, 5, 6, 12, 27, 0))});
   j.FileAgeType = 1;
   j.FileAgeDiff = 2;
   j.FileAge = 1;  // at least two boundaries
-  FileList list = all;
-  EXPECT_EQ(Names(e.FilterDate(list, j)), (std::vector<std::string>{"m2", "m3"}));
+  EXPECT_EQ(Kept(&FilterDate, all), "m2 m3");
   j.FileAge = 2;  // at most two
-  list = all;
-  EXPECT_EQ(Names(e.FilterDate(list, j)), (std::vector<std::string>{"m0", "m1", "m2"}));
+  EXPECT_EQ(Kept(&FilterDate, all), "m0 m1 m2");
   j.FileAgeType = 2;  // the access time, set alike
-  list = all;
-  EXPECT_EQ(Names(e.FilterDate(list, j)), (std::vector<std::string>{"m0", "m1", "m2"}));
+  EXPECT_EQ(Kept(&FilterDate, all), "m0 m1 m2");
+  j.FileAge = 1;  // "at least old" passes over a vanished file
+  j.FileAgeDiff = 10;
+  const FileList old = Make({"old@" + std::to_string(LocalTime(2024, 1, 1, 0, 0, 0))});
+  EXPECT_EQ(Kept(&FilterDate, {Src("gone"), old[0]}), "gone old");
 }
 
-TEST_F(FileAgeFilter, AtLeastOldPassesOverVanishedFiles) {
-  WriteFile(In("old"), "");
-  SetModified(In("old"), LocalTime(2024, 1, 1, 0, 0, 0));
-  FileList list = {In("gone"), In("old")};
-  job j = MakeJob();
-  j.FileAge = 1;
-  j.FileAgeDiff = 10;
-  EXPECT_EQ(Names(e.FilterDate(list, j)), (std::vector<std::string>{"gone", "old"}));
+TEST_F(Filters, TrapAndStop) {
+  j.FileAge = 3;
+  j.DateFrom = "someday";
+  j.DateTo = "10.03.2024";
+  EXPECT_EQ(Kept(&FilterDate, Make({"a"})), "");  // an unreadable date empties the list
+  EXPECT_EQ(svc.trap.ErrorCount(), 1);
+  // A file that vanished is kept when the trap's answer goes on.
+  svc.host.messageBox = [](const MessageBoxRequest&) { return BoxAnswer::Ignore; };
+  Fresh();
+  j.FileOpt = 1;
+  j.FileSize = 5;
+  FileList list = Make({"big:10"});
+  list.push_back(Src("gone"));
+  EXPECT_EQ(Kept(&FilterFileSize, list), "big gone");
+  EXPECT_EQ(svc.trap.ErrorCount(), 2);
+  // A stop empties the list.
+  int yields = 0;
+  svc.host.yield = [&] {
+    if (++yields == 2) svc.stop = true;
+  };
+  list = Make({"a.zip", "b.zip", "c.zip"});
+  EXPECT_TRUE(FilterZip(svc, list, j).empty());
+  EXPECT_TRUE(list.empty());
+}
+
+TEST_F(Filters, EachActionIsAnnouncedAsAProgressLine) {
+  const std::tuple<std::int16_t, CheckState, int, std::string> cases[] = {
+      {0, 0, 18, "job: Kopiere Dateien ..."},
+      {0, 1, 18, "job: Kopiere Dateien ..."},
+      {1, 0, 19, "job: Verschiebe Dateien ..."},
+      {2, 1, 20, "job: Lösche Dateien aus " + src},
+      {3, 1, 30, "job: Komprimiere Dateien (Kopie) -  "},
+      {4, 1, 70, "job: Dekomprimiere Dateien"},
+      {5, 0, 89, "job: Synchronisiere Verzeichnis " + src + " mit " + dst},
+      {5, 1, 91, "job: Synchronisiere Verzeichnis (Vorschau) " + src},
+      {22, 1, 96, "job: Lösche Dateien aus sekundärem Verzeichnis " + dst},
+  };
+  for (const auto& [action, preview, id, text] : cases) {
+    SCOPED_TRACE(text);
+    Next();
+    Fresh().Action = action;
+    j.DoPreview = preview;
+    FileList list = Make({"a.zip"});
+    DoMoveCopySelection(run, svc, list);
+    ASSERT_FALSE(rec.lines.empty());
+    const LoggedLine& l = rec.lines.front();
+    EXPECT_EQ(l.text, text);
+    EXPECT_EQ(l.id, id);
+    EXPECT_TRUE(l.view && l.sameView);
+    EXPECT_FALSE(l.file || l.isLast);
+    EXPECT_TRUE(list.empty());
+    EXPECT_TRUE(preview == 0 || Exists(Src("a.zip")));  // a preview deletes or moves nothing
+  }
+}
+
+// ProcessFiles: the filters run in order on each other's survivors; an emptied list never
+// reaches the action; a stop erases the list without a word.
+TEST_F(Filters, ProcessFilesHandsOnOnlyWhatSurvives) {
+  FileList list = Make({"a.txt:1"});
+  ProcessFiles(run, svc, list);
+  EXPECT_EQ(rec.Texts(), std::vector<std::string>{"job: Überprüfe Dateien ..."});
+  EXPECT_EQ(rec.lines[0].id, 17);
+  EXPECT_FALSE(run.noFiles);
+  EXPECT_TRUE(list.empty());
+  EXPECT_TRUE(Exists(Src("a.txt")));
+
+  const auto ids = [&] { return rec.Ids(); };
+  Next();
+  Fresh().Action = 0;
+  j.FileAge = 3;
+  j.DateFrom = j.DateTo = "02.01.2020";
+  list = Make({"a.txt@" + std::to_string(LocalTime(2020, 1, 1, 12, 0, 0))});
+  ProcessFiles(run, svc, list);
+  EXPECT_EQ(ids(), std::vector<std::int16_t>{17});
+  EXPECT_TRUE(run.noFiles);
+
+  Next();
+  Fresh().Action = 4;
+  j.Ext = "txt, log";  // the extension filter, after the zip filter, would rewrite this
+  j.ExtOpt = 2;
+  list = Make({"a.txt"});
+  ProcessFiles(run, svc, list);
+  EXPECT_TRUE(run.noFiles);
+  EXPECT_EQ(j.Ext, "txt, log");
+
+  Next();
+  j.DoPreview = 1;
+  j.FileOpt = 2;  // smaller than 100 bytes
+  j.FileSize = 100;
+  j.Ext = "zip ,doc";
+  list = Make({"a.zip:1", "b.zip:500", "c.txt:1"});
+  ProcessFiles(run, svc, list);
+  EXPECT_EQ(j.Ext, "zip,doc");
+  const auto got = ids();
+  EXPECT_EQ(std::count(got.begin(), got.end(), 70), 1);
+  EXPECT_FALSE(run.noFiles);
+
+  Next();
+  Fresh().Action = 0;
+  svc.stop = true;
+  list = Make({"a.txt"});
+  ProcessFiles(run, svc, list);
+  EXPECT_TRUE(rec.lines.empty());
+  EXPECT_TRUE(list.empty());
+  EXPECT_FALSE(run.noFiles);
+  svc.stop = false;  // a stop between filtering and acting: the dispatch yields first
+  list = Make({"a.txt"});
+  svc.host.yield = [&] { svc.stop = true; };
+  DoMoveCopySelection(run, svc, list);
+  EXPECT_TRUE(rec.lines.empty());
+  EXPECT_TRUE(list.empty());
 }
 
 }  // namespace

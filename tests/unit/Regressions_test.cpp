@@ -1,7 +1,6 @@
 // Defects found by fuzzing, fault injection and hostile trees, each pinned by the smallest case
 // that showed it.
-#include "ActionsFixture.h"
-#include "SelectionSupport.h"
+#include "Rig.h"
 #include "jobs/Profile.h"
 #include "selection/RegExp.h"
 #include "selection/Sync.h"
@@ -32,38 +31,35 @@ TEST(Regressions, ProfileWriteOfAsciiIntoAsciiStaysByteForByte) {
   EXPECT_EQ(SetProfileValue(file, "Job", "Status", "5"), "[Job]\r\nStatus=5\r\nFrom=/a\r\n");
 }
 
-class WalkRegressions : public SelectionTest {};
+class Regression : public Rig {};
 
 // "*" is ".*", and "." did not match a line break: a file whose name holds one was never taken
 // by a wildcard pattern.
-TEST_F(WalkRegressions, WildcardsTakeNamesWithLineBreaks) {
+TEST_F(Regression, WildcardsTakeNamesWithLineBreaks) {
   RegExpCache re;
   std::string star = "*", around = "*b*";
-  e.CleanFilePattern(star, false);
-  e.CleanFilePattern(around, false);
+  CleanFilePattern(svc, star, false);
+  CleanFilePattern(svc, around, false);
   EXPECT_TRUE(re.Test(star, "a\nb"));
   EXPECT_TRUE(re.Test(around, "a\nb\nc"));
   std::string folder = "x*";
-  e.CleanFolderPattern(folder, false);
+  CleanFolderPattern(svc, folder, false);
   EXPECT_TRUE(re.Test(folder, "/r/x\ny/"));
   EXPECT_FALSE(re.Test("^a$", "a\n"));  // "$" still only at the very end
 }
 
-TEST_F(WalkRegressions, TheWalkSelectsThemByPattern) {
-  WriteFile(In("line\nbreak.txt"), "x");
-  job j = MakeJob();
+TEST_F(Regression, TheWalkSelectsThemByPattern) {
+  Source("line\nbreak.txt");
   j.DoFileMatch = 2;
   j.Filename = "*";
-  e.regex = std::make_unique<RegExpCache>();
-  e.CleanFilePattern(j.Filename, false);
-  e.FindFiles(j.From, "*.*", false, j);
-  EXPECT_EQ(e.files, std::vector<std::string>{In("line\nbreak.txt")});
+  svc.regex = std::make_unique<RegExpCache>();
+  CleanFilePattern(svc, j.Filename, false);
+  FindFiles(run, svc, j.From, "*.*", false);
+  EXPECT_EQ(run.files, std::vector<std::string>{Src("line\nbreak.txt")});
 }
 
-class FaultRegressions : public ActionsTest {};
-
 // Overwriting deleted the old destination before copying: a copy that then failed lost it.
-TEST_F(FaultRegressions, AFailedCopyOntoAnExistingFileLeavesItAsItWas) {
+TEST_F(Regression, AFailedCopyOntoAnExistingFileLeavesItAsItWas) {
   for (const FaultOp op : {FaultOp::Open, FaultOp::Read, FaultOp::Write, FaultOp::Rename}) {
     SCOPED_TRACE(static_cast<int>(op));
     for (const std::int16_t exist : {3, 4}) {
@@ -71,14 +67,14 @@ TEST_F(FaultRegressions, AFailedCopyOntoAnExistingFileLeavesItAsItWas) {
       j.ExtFileTime = 1;  // compare write times
       Source("a.txt", "newer, longer contents", kNew);  // replaces under 4 as well
       Dest("a.txt", "old contents", kOld);
-      engine.faults.Arm(op, 1, ENOSPC);
+      faults.Arm(op, 1, ENOSPC);
       FileList list{Src("a.txt")};
-      engine.CopyFiles(list, j);
-      EXPECT_TRUE(engine.faults.Fired()) << ::testing::PrintToString(Lines());
-      engine.faults.Disarm();
+      CopyFiles(run, svc, list);
+      EXPECT_TRUE(faults.Fired()) << ::testing::PrintToString(Lines());
+      faults.Disarm();
       EXPECT_EQ(ReadFile(Dst("a.txt")), "old contents");
-      EXPECT_TRUE(engine.jobError);
-      engine.jobError = false;
+      EXPECT_TRUE(run.jobError);
+      run.jobError = false;
     }
   }
   EXPECT_EQ(Names(dst), std::vector<std::string>{"a.txt"});  // no temporary file left
@@ -86,7 +82,7 @@ TEST_F(FaultRegressions, AFailedCopyOntoAnExistingFileLeavesItAsItWas) {
 
 // The removal pass of a synchronisation took a primary folder it could not list for an empty
 // one, and deleted the secondary's copies of everything in it.
-TEST_F(FaultRegressions, SyncRemovesNothingBelowAPrimaryFolderItCannotList) {
+TEST_F(Regression, SyncRemovesNothingBelowAPrimaryFolderItCannotList) {
   Source("sub/kept.txt", "k");
   Source("top.txt", "t");
   Dest("sub/kept.txt", "k");
@@ -97,10 +93,10 @@ TEST_F(FaultRegressions, SyncRemovesNothingBelowAPrimaryFolderItCannotList) {
   j.SubFolder = 1;
   j.FStruct = 1;
   j.DoPreview = 0;
-  engine.faults.Arm(FaultOp::List, 2, EACCES);  // 1: the primary folder, 2: its "sub"
-  engine.FileCleanUp(j, true);
-  EXPECT_TRUE(engine.faults.Fired());
-  engine.faults.Disarm();
+  faults.Arm(FaultOp::List, 2, EACCES);  // 1: the primary folder, 2: its "sub"
+  FileCleanUp(run, svc, true);
+  EXPECT_TRUE(faults.Fired());
+  faults.Disarm();
   EXPECT_TRUE(Exists(Dst("sub/kept.txt")));
   EXPECT_TRUE(Exists(Dst("top.txt")));
   EXPECT_FALSE(Exists(Dst("only-here.txt")));  // what the listing did show still counts
@@ -108,20 +104,19 @@ TEST_F(FaultRegressions, SyncRemovesNothingBelowAPrimaryFolderItCannotList) {
 
 // A further file that could not be added to a new archive got its "Fehler" line, but the job
 // still ended as a success.
-TEST(CompressionRegression, AFileLeftOutOfANewArchiveFailsTheJob) {
-  ZipEngine z;
-  z.j.Action = 3;
-  FileList files{z.Src("a.txt"), z.Src("b.txt")};
-  z.e.faults.Arm(FaultOp::Open, 2, EACCES);  // the second file's opening
-  z.e.Zip_Files(files, z.j);
-  EXPECT_TRUE(z.e.faults.Fired());
-  EXPECT_EQ(z.ev.Texts().back(), "Fehler: " + z.Src("b.txt"));
-  EXPECT_TRUE(z.e.jobError);
+TEST_F(Regression, AFileLeftOutOfANewArchiveFailsTheJob) {
+  j.Action = 3;
+  FileList files{Source("a.txt"), Source("b.txt")};
+  faults.Arm(FaultOp::Open, 2, EACCES);  // the second file's opening
+  Zip_Files(run, svc, files);
+  EXPECT_TRUE(faults.Fired());
+  EXPECT_EQ(rec.Texts().back(), "Fehler: " + Src("b.txt"));
+  EXPECT_TRUE(run.jobError);
 }
 
 // The temporary file of an atomic write was named "." + name + a suffix: for a job file whose
 // name is already 255 bytes long that is no valid name, and the run state was never written.
-TEST(HostileNames, AFileWithALongestNameIsStillReplacedAtomically) {
+TEST(Regressions, AFileWithALongestNameIsStillReplacedAtomically) {
   TempDir dir;
   const std::string path = dir / (std::string(251, 'j') + ".kjb");
   WriteFile(path, "[Job]\nCounter=1\n");
@@ -137,11 +132,11 @@ TEST(HostileNames, AFileWithALongestNameIsStillReplacedAtomically) {
 
 // The info entry of a trashed file is its name + ".trashinfo": for names beyond 245 bytes no
 // valid name, and such a file could not be deleted to the recycle bin at all.
-TEST_F(FaultRegressions, AFileWithALongestNameGoesToTheTrash) {
+TEST_F(Regression, AFileWithALongestNameGoesToTheTrash) {
   const ScopedEnv xdg("XDG_DATA_HOME", tmp / "xdg");
   const std::string name(255, 'n');
   const std::string file = Source(name, "data");
-  EXPECT_NO_THROW(engine.fs.Trash(file));
+  EXPECT_NO_THROW(svc.fs.Trash(file));
   EXPECT_FALSE(Exists(file));
   const std::string kept = tmp / ("xdg/Trash/files/" + name.substr(0, 230));
   EXPECT_EQ(ReadFile(kept), "data");
@@ -151,35 +146,34 @@ TEST_F(FaultRegressions, AFileWithALongestNameGoesToTheTrash) {
 
 // A source that grew while it was copied was copied as far as the copy read it, and that torn
 // copy was put in place as if it were the file.
-TEST_F(FaultRegressions, AFileThatChangesWhileItIsCopiedIsNotPutInPlace) {
+TEST_F(Regression, AFileThatChangesWhileItIsCopiedIsNotPutInPlace) {
   // Appended to between two steps of the copy, as a writer on another thread would: the hook
   // makes the timing certain on a busy machine.
   const std::string file = Source("growing.log", std::string(4 << 20, 'x'));
-  engine.faults.Before(FaultOp::Read, 2, [&] { AppendFile(file, "y"); });
-  EXPECT_THROW(engine.fs.CopyFile(file, Dst("growing.log"), false), KestrelError);
-  engine.faults.Disarm();
+  faults.Before(FaultOp::Read, 2, [&] { AppendFile(file, "y"); });
+  EXPECT_THROW(svc.fs.CopyFile(file, Dst("growing.log"), false), KestrelError);
+  faults.Disarm();
   EXPECT_FALSE(Exists(Dst("growing.log")));
   EXPECT_TRUE(Names(dst).empty());  // nor its temporary
-  engine.fs.CopyFile(file, Dst("growing.log"), false);  // at rest it copies
+  svc.fs.CopyFile(file, Dst("growing.log"), false);  // at rest it copies
   EXPECT_EQ(ReadFile(Dst("growing.log")), ReadFile(file));
 }
 
 // A killed copy leaves its hidden temporary beside the destination; a later synchronisation
 // walked it as a file of the job and carried the partial file back into the source folder.
-TEST_F(WalkRegressions, TheWalkPassesOverTemporariesOfKilledRuns) {
+TEST_F(Regression, TheWalkPassesOverTemporariesOfKilledRuns) {
   const std::vector<std::string> temporaries = {
       ".kestrel-0123456789abcdef.tmp", ".kestrel-0123456789abcdef.tmp.Ab12Cd",
       ".a.kjb.kestrel-tmp-123456", ".b.txt.kestrel-42"};
   const std::vector<std::string> files = {
       "plain.txt", ".kestrel-notes.txt", "a.kestrel-42", ".kestrel-0123456789abcdeg.tmp",
       ".x.kestrel-tmp-", ".kestrel-0123456789abcdef.tmp.toolong"};
-  for (const auto& n : temporaries) WriteFile(In(n), "partial");
-  for (const auto& n : files) WriteFile(In(n), "file");
-  job j = MakeJob();
-  e.regex = std::make_unique<RegExpCache>();
-  e.FindFiles(j.From, "*.*", false, j);
+  for (const auto& n : temporaries) Source(n, "partial");
+  for (const auto& n : files) Source(n, "file");
+  svc.regex = std::make_unique<RegExpCache>();
+  FindFiles(run, svc, j.From, "*.*", false);
   std::vector<std::string> found;
-  for (const auto& f : e.files) found.push_back(f.substr(In("").size()));
+  for (const auto& f : run.files) found.push_back(f.substr(src.size() + 1));
   std::sort(found.begin(), found.end());
   std::vector<std::string> expected = files;
   std::sort(expected.begin(), expected.end());
@@ -189,13 +183,12 @@ TEST_F(WalkRegressions, TheWalkPassesOverTemporariesOfKilledRuns) {
 // libzip commits an archive through "<archive>.XXXXXX" beside it: a killed compression left a
 // visible, partial file that looked like an archive. The archive is now written under a hidden
 // staging name; whatever the commit does, the folder shows the archive or nothing.
-TEST(ZipStagingRegression, AnArchiveFolderShowsOnlyTheArchiveBeforeDuringAndAfter) {
-  ZipEngine z;
-  const std::string a = z.Src("a.txt", "alpha"), b = z.Src("b.txt", "beta");
-  const std::string archive = z.Out("x.zip");
+TEST_F(Regression, AnArchiveFolderShowsOnlyTheArchiveBeforeDuringAndAfter) {
+  const std::string a = Source("a.txt", "alpha"), b = Source("b.txt", "beta");
+  const std::string archive = Dst("x.zip");
   const auto folder = [&] {
     std::vector<std::string> names;
-    for (const auto& e : std::filesystem::directory_iterator(z.j.To)) {
+    for (const auto& e : std::filesystem::directory_iterator(j.To)) {
       names.push_back(e.path().filename().string());
     }
     return names;
@@ -203,9 +196,9 @@ TEST(ZipStagingRegression, AnArchiveFolderShowsOnlyTheArchiveBeforeDuringAndAfte
   std::string noise(12 << 20, '\0');
   std::mt19937_64 rng(7);
   for (char& c : noise) c = static_cast<char>(rng());
-  const std::string big = z.Src("big.bin", noise);
-  ZipLibrary& zip = *z.e.zip;
-  zip.SaveFolderLocation(z.j.From);
+  const std::string big = Source("big.bin", noise);
+  ZipLibrary& zip = *svc.zip;
+  zip.SaveFolderLocation(j.From);
   ASSERT_EQ(zip.ZipFile(archive, a, "", 0, 0), 1);
   ASSERT_EQ(zip.ZipAddFile(archive, big, 3, 0), 1);
   // While the commit writes, every name in the folder is a hidden temporary.
@@ -228,9 +221,9 @@ TEST(ZipStagingRegression, AnArchiveFolderShowsOnlyTheArchiveBeforeDuringAndAfte
   const std::string first = ReadFile(archive);
   // A commit that fails leaves the archive as it was and nothing beside it.
   ASSERT_EQ(zip.ZipAddFile(archive, b, 4, 0), 1);
-  z.e.faults.Arm(FaultOp::Write, 1, ENOSPC);
+  faults.Arm(FaultOp::Write, 1, ENOSPC);
   EXPECT_FALSE(zip.Flush());
-  z.e.faults.Disarm();
+  faults.Disarm();
   EXPECT_EQ(folder(), std::vector<std::string>{"x.zip"});
   EXPECT_EQ(ReadFile(archive), first);
   // Adding to it keeps its entries; a commit with nothing new changes nothing.

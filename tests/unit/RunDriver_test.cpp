@@ -6,7 +6,8 @@
 #include <filesystem>
 #include <functional>
 
-#include "support/TestEngine.h"
+#include "engine/Engine.h"
+#include "support/Faults.h"
 #include "support/TestSupport.h"
 
 namespace orvKestrel {
@@ -14,7 +15,6 @@ namespace {
 
 using ::testing::ElementsAre;
 using testing::KeyValue;
-using testing::TestEngine;
 using testing::LocalTime;
 using testing::ReadFile;
 using testing::TempDir;
@@ -43,18 +43,18 @@ class RunDriverTest : public ::testing::Test {
     std::filesystem::create_directories(jobs);
     // Something to find, so that the file step ends as "done" and not as "nothing found".
     WriteFile(src + "/f.txt", "f");
-    e.events = &ev;
-    e.host.clock = Clock::FixedAt(LocalTime(2026, 6, 15, 12, 0));
-    e.host.messageBox = [this](const MessageBoxRequest&) {
+    e.svc.events = &ev;
+    e.svc.host.clock = Clock::FixedAt(LocalTime(2026, 6, 15, 12, 0));
+    e.svc.host.messageBox = [this](const MessageBoxRequest&) {
       ++errors;
       return BoxAnswer::Abort;
     };
   }
-  // A job file named after the job, with paths that exist; DoPreview 0 unless extra says so.
+  // A job file named after the job, with paths that exist and DoPreview 0; the first of two
+  // keys counts, so extra may say otherwise.
   std::string Job(const std::string& name, const std::string& extra) {
     const std::string path = jobs + name + ".kjb";
-    WriteFile(path, "[Job]\nName=" + name + "\nFrom=" + src + "\nTo=" + dst + "\n" + extra +
-                        (extra.find("DoPreview") == std::string::npos ? "DoPreview=0\n" : ""));
+    WriteFile(path, "[Job]\n" + extra + "Name=" + name + "\nFrom=" + src + "\nTo=" + dst + "\nDoPreview=0\n");
     return path;
   }
   std::string Value(const std::string& name, const std::string& key) {
@@ -76,7 +76,8 @@ class RunDriverTest : public ::testing::Test {
   const std::string src = dir / "src";
   const std::string dst = dir / "dst";
   const std::string jobs = dir / "jobs/";
-  TestEngine e{Host{}};
+  testing::Faults faults;
+  Engine e{Host{}, &faults};
   Events ev;
   int errors = 0;
 };
@@ -95,44 +96,54 @@ MATCHER_P3(Counting, file, counter, status, "") {
   return arg.sFileName == file && arg.lCounter == counter && arg.iStatus == status;
 }
 
-// The closing event of a due job: the schedule fields are not carried.
-MATCHER(Plain, "") {
-  return arg.IntervalType == 0 && arg.IntervalTimeType == 0 && arg.IntervalTime.empty() &&
-         arg.IntervalDate.empty() && arg.IntervalWeekDay == 0 && arg.IntervalMonthDay == 0;
-}
-
-TEST_F(RunDriverTest, CounterThreeRunsOnTheThirdPassAndStartsAgainFromInterval) {
-  Job("a", "Counter=3\nInterval=5\n");
-  Pass();
-  EXPECT_EQ(Value("a", "Counter"), "2");
-  EXPECT_TRUE(ev.lines.empty());
-  ASSERT_EQ(ev.jobs.size(), 1u);
-  const auto& first = ev.jobs[0];
-  EXPECT_THAT(first, Current("a.kjb", 0, 2, 0));
-  EXPECT_EQ(first.IntervalTime, "00:00:00");
-  EXPECT_EQ(first.IntervalDate, "15.06.2026");
-  EXPECT_EQ(first.IntervalMonthDay, 1);
-
-  Pass();
-  EXPECT_EQ(Value("a", "Counter"), "1");
-  EXPECT_TRUE(ev.lines.empty());
-
-  Pass();
-  EXPECT_THAT(ev.lines, ElementsAre(Line("a: Starte Auftrag", 3, true, true, false),
-                                    Line("a: Auftrag ausgeführt", 6, true, true, true)));
-  EXPECT_THAT(ev.jobs, ElementsAre(Current("a.kjb", 0, 0, 0), Current("a.kjb", 0, 5, 0)));
-  EXPECT_THAT(ev.jobs[1], Plain());
-  EXPECT_EQ(Value("a", "Counter"), "5");
-  EXPECT_EQ(errors, 0);
-}
-
-TEST_F(RunDriverTest, CounterZeroNeverRunsAndKeepsFalling) {
-  Job("a", "");
-  for (const char* expected : {"-1", "-2", "-3"}) {
-    Pass();
-    EXPECT_EQ(Value("a", "Counter"), expected);
-    EXPECT_TRUE(ev.lines.empty());
+// One pass over one job "a": its lines, its CurrentJob events ("counter/status", nullptr: not
+// looked at) and a key of its file afterwards.
+TEST_F(RunDriverTest, OnePassByTheJobsKeys) {
+  const std::string daily = "IntervalType=1\nIntTimeType=0\nIntervalTime=08:00:00\n";
+  const std::string space = "ChkFreeSpace=1\nFreeSpaceVal=1\nCounter=1\nInterval=4\n";
+  const std::vector<std::string> ran = {"a: Starte Auftrag", "a: Auftrag ausgeführt"};
+  const struct {
+    const char* name;
+    std::string keys;
+    bool verbose;
+    std::vector<std::string> texts;
+    const char* events;
+    const char *key, *value;
+    bool noSpaceInfo = false;  // the free space cannot be asked: -1, below any limit
+  } rows[] = {
+      {"counter 0 never runs", "", false, {}, nullptr, "Counter", "-1"},
+      {"and keeps falling", "Counter=-2\n", false, {}, nullptr, "Counter", "-3"},
+      {"a delete job needs no destination", "To=" + dir / "missing\nAction=2\nCounter=1\n", false, ran,
+       nullptr, "Counter", "0"},
+      {"missing paths are state 2", "To=" + dir / "missing\nCounter=1\nInterval=3\n", true,
+       {"a: Pfade ungültig"}, "0/2 3/2", "Counter", "3"},
+      {"and silent without verbose", "To=" + dir / "missing\nCounter=1\nInterval=3\n", false, {}, nullptr,
+       "Counter", "3"},
+      {"inactive does not count down", "Inactive=1\nCounter=2\n", true, {}, nullptr, "Counter", "2"},
+      {"and says so when due", "Inactive=1\nCounter=1\n", true, {"a: Auftrag deaktiviert"}, nullptr, "Counter", "1"},
+      {"a schedule fires", daily + "IntState=14.06.2026\n", false, ran, nullptr, "IntState", "15.06.2026"},
+      {"only unscheduled jobs count", daily + "IntState=14.06.2026\n", false, ran, nullptr, "Counter", "<missing>"},
+      {"once a day", daily + "IntState=15.06.2026\n", false, {}, nullptr, "IntState", "15.06.2026"},
+      {"free space above the limit", space, false, {}, "4/0", "Counter", "4"},
+      {"free space unknown", space, false, ran, "0/0 4/0", "Counter", "4", true},
+  };
+  for (const auto& r : rows) {
+    SCOPED_TRACE(r.name);
+    Job("a", r.keys);
+    WriteFile(src + "/f.txt", "f");  // the delete job's row takes it
+    if (r.noSpaceInfo) faults.Arm(FaultOp::Statvfs, 1, EIO);
+    Pass(r.verbose);
+    EXPECT_EQ(ev.Texts(), r.texts);
+    if (r.events != nullptr) {
+      std::string events;
+      for (const auto& c : ev.jobs) {
+        events += (events.empty() ? "" : " ") + std::to_string(c.lCounter) + "/" + std::to_string(c.iStatus);
+      }
+      EXPECT_EQ(events, r.events);
+    }
+    EXPECT_EQ(Value("a", r.key), r.value);
   }
+  EXPECT_EQ(errors, 0);
 }
 
 TEST_F(RunDriverTest, RunOnceIsMarkedBeforeItRunsAndThenReportedInactive) {
@@ -200,34 +211,6 @@ TEST_F(RunDriverTest, PreviewStartLineByAction) {
   }
 }
 
-TEST_F(RunDriverTest, DeleteJobNeedsNoDestination) {
-  WriteFile(jobs + "d.kjb", "[Job]\nName=d\nFrom=" + src + "\nTo=" + dir / "missing" +
-                                "\nAction=2\nCounter=1\nDoPreview=0\n");
-  Pass();
-  EXPECT_THAT(ev.Texts(), ElementsAre("d: Starte Auftrag", "d: Auftrag ausgeführt"));
-}
-
-TEST_F(RunDriverTest, MissingPathsAreStateTwo) {
-  WriteFile(jobs + "c.kjb", "[Job]\nName=c\nFrom=" + src + "\nTo=" + dir / "missing" +
-                                "\nCounter=1\nInterval=3\nDoPreview=0\n");
-  Pass(true);
-  EXPECT_THAT(ev.lines, ElementsAre(Line("c: Pfade ungültig", 8, true, true, false)));
-  EXPECT_THAT(ev.jobs, ElementsAre(Current("c.kjb", 0, 0, 2), Current("c.kjb", 0, 3, 2)));
-  EXPECT_EQ(Value("c", "Counter"), "3");
-  Pass(false);
-  EXPECT_TRUE(ev.lines.empty());
-}
-
-TEST_F(RunDriverTest, InactiveJobsDoNotCountDown) {
-  Job("a", "Inactive=1\nCounter=2\n");
-  Job("b", "Inactive=1\nCounter=1\n");
-  const std::string a = ReadFile(jobs + "a.kjb"), b = ReadFile(jobs + "b.kjb");
-  Pass(true);
-  EXPECT_THAT(ev.Texts(), ElementsAre("b: Auftrag deaktiviert"));
-  EXPECT_EQ(ReadFile(jobs + "a.kjb"), a);
-  EXPECT_EQ(ReadFile(jobs + "b.kjb"), b);
-}
-
 TEST_F(RunDriverTest, StateIsWrittenToTheFileNamedAfterTheJob) {
   const std::string path = jobs + "x.kjb";
   WriteFile(path, "[Job]\nName=other\nFrom=" + src + "\nTo=" + dst + "\nCounter=2\nDoPreview=0\n");
@@ -269,17 +252,6 @@ TEST_F(RunDriverTest, DueFlagCarriesOverToAJobWhoseScheduleIsNotTested) {
   EXPECT_TRUE(ev.jobs.empty());
 }
 
-TEST_F(RunDriverTest, ScheduledJobRunsWhenItsScheduleFires) {
-  Job("s", "IntervalType=1\nIntTimeType=0\nIntervalTime=08:00:00\nIntState=14.06.2026\n");
-  Pass();
-  EXPECT_THAT(ev.Texts(), ElementsAre("s: Starte Auftrag", "s: Auftrag ausgeführt"));
-  EXPECT_EQ(Value("s", "IntState"), "15.06.2026");
-  EXPECT_EQ(Value("s", "Counter"), "<missing>");  // only unscheduled jobs count
-  Job("s", "IntervalType=1\nIntTimeType=0\nIntervalTime=08:00:00\nIntState=15.06.2026\n");
-  Pass();
-  EXPECT_TRUE(ev.lines.empty());
-}
-
 TEST_F(RunDriverTest, OneJobNowWithoutStateOrEvents) {
   const std::string path = Job("a", "Inactive=1\nCounter=1\n");
   e.ExecuteOneJob("a.kjb", jobs, "", true, false);
@@ -297,13 +269,13 @@ TEST_F(RunDriverTest, OneJobNowWithoutStateOrEvents) {
 TEST_F(RunDriverTest, ClosingLineReadsTheFlagsOfTheFileStep) {
   Job("a", "");
   // The job-error flag survives into ExecuteOneJob: only ExecuteAllJobs clears it.
-  e.driver.jobError = true;
+  e.jobError = true;
   RunOne("a.kjb");
   EXPECT_THAT(ev.lines,
               ElementsAre(Line("a: Starte Auftrag", 3, true, true, false),
                           Line("a: Auftrag ausgeführt (mit Fehler)", 28, true, true, true)));
   EXPECT_TRUE(e.jobEndedWithError);
-  e.driver.jobError = false;
+  e.jobError = false;
   // Nothing to find: the file step reports it through the no-files flag.
   std::filesystem::create_directories(dir / "empty");
   WriteFile(jobs + "e.kjb",
@@ -314,27 +286,16 @@ TEST_F(RunDriverTest, ClosingLineReadsTheFlagsOfTheFileStep) {
   EXPECT_FALSE(e.jobEndedWithError);
 }
 
-TEST_F(RunDriverTest, DryRunWritesNothingAndPreviewsEverything) {
-  Job("a", "Counter=3\n");
-  Job("b", "Counter=1\nRunOnce=1\n");
+// What the e2e dry run does not show: a schedule's state is not written either, and nothing
+// beside the job file appears.
+TEST_F(RunDriverTest, DryRunWritesNoScheduleState) {
   Job("c", "IntervalType=1\nIntervalTime=00:00:01\n");
-  const std::string a = ReadFile(jobs + "a.kjb"), b = ReadFile(jobs + "b.kjb"),
-                    c = ReadFile(jobs + "c.kjb");
-  e.dryRun = true;
-  for (int pass = 0; pass < 2; ++pass) {
-    Pass();
-    EXPECT_THAT(ev.Texts(), ::testing::Contains("b: Starte Auftrag - Vorschau - Dateien kopieren "
-                                                "(keine Aktionen): "));
-    EXPECT_THAT(ev.jobs, ::testing::Contains(Counting("a.kjb", 2, 0)));
-  }
-  EXPECT_EQ(ReadFile(jobs + "a.kjb"), a);
-  EXPECT_EQ(ReadFile(jobs + "b.kjb"), b);
-  EXPECT_EQ(ReadFile(jobs + "c.kjb"), c);
-  EXPECT_EQ(ReadFile(src + "/f.txt"), "f");
-  EXPECT_TRUE(std::filesystem::is_empty(dst));
-  EXPECT_EQ(std::distance(std::filesystem::directory_iterator(jobs),
-                          std::filesystem::directory_iterator()),
-            3);
+  const std::string before = ReadFile(jobs + "c.kjb");
+  e.svc.dryRun = true;
+  Pass();
+  Pass();
+  EXPECT_EQ(ReadFile(jobs + "c.kjb"), before);
+  EXPECT_EQ(std::distance(std::filesystem::directory_iterator(jobs), {}), 1);
 }
 
 TEST_F(RunDriverTest, StopEndsTheRunAfterTheCurrentJob) {
@@ -358,47 +319,23 @@ TEST_F(RunDriverTest, StopEndsTheRunAfterTheCurrentJob) {
   EXPECT_EQ(ev.lines.size(), 4u);
 }
 
-TEST_F(RunDriverTest, FreeSpaceTriggerRunsOnlyBelowTheLimit) {
-  Job("a", "ChkFreeSpace=1\nFreeSpaceVal=1\nCounter=1\nInterval=4\n");
-  Pass();
-  EXPECT_TRUE(ev.lines.empty());
-  EXPECT_THAT(ev.jobs, ElementsAre(Current("a.kjb", 0, 4, 0)));
-  EXPECT_EQ(Value("a", "Counter"), "4");
-
-  Job("a", "ChkFreeSpace=1\nFreeSpaceVal=1\nCounter=1\nInterval=4\n");
-  e.faults.Arm(FaultOp::Statvfs, 1, EIO);  // free space unknown: -1
-  Pass();
-  EXPECT_THAT(ev.Texts(), ElementsAre("a: Starte Auftrag", "a: Auftrag ausgeführt"));
-  EXPECT_THAT(ev.jobs, ElementsAre(Current("a.kjb", 0, 0, 0), Current("a.kjb", 0, 4, 0)));
-}
-
 TEST(Events, CounterCarriesCountsAndEveryLineYieldsFirst) {
-  TestEngine e{Host{}};
+  Engine e{Host{}};
   int yields = 0;
   std::vector<int> yieldsAtLine;
-  struct Recorder : testing::RecordingEvents {
-    int* yields = nullptr;
-    std::vector<int>* seen = nullptr;
-    void LogMessage(const std::string& m, std::int16_t id, bool v, bool f, bool s,
-                    bool l) override {
-      seen->push_back(*yields);
-      RecordingEvents::LogMessage(m, id, v, f, s, l);
-    }
-  } ev;
-  ev.yields = &yields;
-  ev.seen = &yieldsAtLine;
-  e.host.yield = [&] { ++yields; };
-  e.events = &ev;
-  e.KestrelCounter(0, 0);
-  e.KestrelCounter(9, 0);
+  testing::RecordingEvents ev;
+  ev.onLine = [&](const testing::LoggedLine&) { yieldsAtLine.push_back(yields); };
+  e.svc.host.yield = [&] { ++yields; };
+  e.svc.events = &ev;
+  e.svc.KestrelCounter(0, 0);
+  e.svc.KestrelCounter(9, 0);
   EXPECT_THAT(ev.counters, ElementsAre(std::pair(1, 1), std::pair(10, 1)));
   e.LoadLogMessages("");
   e.SetMsgIDs();
-  e.Log(3, "a", true, true, false);
-  e.Log(6, "b", true, true, true, true);
+  e.svc.Log(3, "a", true, true, false);
+  e.svc.Log(6, "b", true, true, true, true);
   EXPECT_THAT(yieldsAtLine, ElementsAre(1, 2));
-  EXPECT_THAT(ev.lines,
-              ElementsAre(Line("a", 3, true, true, false), Line("b", 6, true, true, true)));
+  EXPECT_THAT(ev.lines, ElementsAre(Line("a", 3, true, true, false), Line("b", 6, true, true, true)));
 }
 
 }  // namespace

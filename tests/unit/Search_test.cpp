@@ -1,273 +1,276 @@
-#include "SelectionSupport.h"
+// The folder walk and its patterns.
 #include "platform/Paths.h"
+#include "platform/SysError.h"
 #include "selection/RegExp.h"
 
+#include "Rig.h"
+
+#include <dirent.h>
 #include <fmt/format.h>
+
+#include <functional>
 
 namespace orvKestrel::testing {
 namespace {
 
 namespace fs = std::filesystem;
 
-class Search : public SelectionTest {
+class Search : public Rig {
  protected:
-  // The walk alone: the files FindFiles gathers.
-  std::vector<std::string> Walk(job& j, bool sub = true) {
-    e.files.clear();
-    if (!e.regex) e.regex = std::make_unique<RegExpCache>();
-    if (j.DoFolderMatch == 1 || j.DoFolderMatch == 2) {
-      e.CleanFolderPattern(j.FolderMatch, j.UseFolderRegEx != 0);
-    }
-    if (j.DoFileMatch == 1 || j.DoFileMatch == 2) e.CleanFilePattern(j.Filename, j.UseFileRegEx != 0);
-    e.FindFiles(j.From, "*.*", sub, j);
-    return e.files;
-  }
-  // Names relative to the source folder.
-  std::vector<std::string> Rel(const std::vector<std::string>& files) {
+  Search() { j.Action = 6; }  // does nothing: the selection alone
+  // The walk alone: the files FindFiles gathers, relative to From.
+  std::vector<std::string> Walk(bool sub = true) {
+    run.files.clear();
+    if (!svc.regex) svc.regex = std::make_unique<RegExpCache>();
+    if (j.DoFolderMatch == 1 || j.DoFolderMatch == 2) CleanFolderPattern(svc, j.FolderMatch, j.UseFolderRegEx != 0);
+    if (j.DoFileMatch == 1 || j.DoFileMatch == 2) CleanFilePattern(svc, j.Filename, j.UseFileRegEx != 0);
+    FindFiles(run, svc, j.From, "*.*", sub);
     std::vector<std::string> out;
-    for (const auto& f : files) out.push_back(f.substr(In("").size()));
+    for (const auto& f : run.files) out.push_back(f.substr(src.size() + 1));
     return out;
   }
-  // The same, sorted: for walks whose order another test pins.
-  std::vector<std::string> Sorted(job& j) {
-    auto out = Rel(Walk(j));
-    std::sort(out.begin(), out.end());
-    return out;
+  std::string Sorted() {
+    auto files = Walk();
+    std::sort(files.begin(), files.end());
+    std::string text;
+    for (const auto& f : files) text += (text.empty() ? "" : " ") + f;
+    return text;
   }
   // The walk order as the file system lists: files of a folder first, then each sub-folder.
   void Expected(const std::string& rel, std::vector<std::string>& out) {
-    const std::string folder = In(rel);
-    const auto names = ListingOrder(folder);
-    for (const auto& n : names) {
-      if (!fs::is_directory(folder + n)) out.push_back(rel + n);
+    std::vector<std::string> names;
+    if (DIR* d = ::opendir(Src(rel).c_str())) {
+      while (const dirent* e = ::readdir(d)) {
+        if (std::string(e->d_name) != "." && std::string(e->d_name) != "..") names.push_back(e->d_name);
+      }
+      ::closedir(d);
     }
-    for (const auto& n : names) {
-      if (fs::is_directory(folder + n)) Expected(rel + n + "/", out);
-    }
+    for (const auto& n : names) if (!fs::is_directory(Src(rel + n))) out.push_back(rel + n);
+    for (const auto& n : names) if (fs::is_directory(Src(rel + n))) Expected(rel + n + "/", out);
+  }
+  std::vector<LoggedLine> Lines(int id) const {
+    std::vector<LoggedLine> out;
+    for (const auto& l : rec.lines) if (l.id == id) out.push_back(l);
+    return out;
   }
 };
 
-TEST_F(Search, AThousandFilesGiveExactlyAThousandInListingOrder) {
-  for (int i = 0; i < 1000; ++i) WriteFile(In(fmt::format("f{:04}.txt", i)), "");
-  job j = MakeJob();
-  const auto files = Walk(j);
-  ASSERT_EQ(files.size(), 1000u);
+TEST_F(Search, DepthFirstPreOrderInListingOrderWithFilesBeforeSubFolders) {
+  for (int i = 0; i < 1000; ++i) WriteFile(Src(fmt::format("f{:04}.txt", i)), "");
+  for (const char* f : {"s1/b.txt", "s1/deep/c.txt", "s1/z.txt", "s2/d.txt", "s2/e/f/g.txt"}) WriteFile(Src(f), "");
   std::vector<std::string> expected;
   Expected("", expected);
-  EXPECT_EQ(Rel(files), expected);
-  EXPECT_EQ(files.front().rfind(In(""), 0), 0u);  // full paths built below From
+  EXPECT_EQ(Walk(), expected);
+  EXPECT_EQ(expected.size(), 1005u);
+  EXPECT_EQ(Walk(false).size(), 1000u);
 }
 
-TEST_F(Search, DepthFirstPreOrderWithFilesBeforeSubFolders) {
-  for (const char* f : {"a.txt", "s1/b.txt", "s1/deep/c.txt", "s1/z.txt", "s2/d.txt",
-                        "s2/e/f/g.txt", "y.txt"}) {
-    WriteFile(In(f), "");
+// Names without a base name are never selected; file patterns match the base name; folder
+// patterns prune whole sub-trees. An empty wildcard is rewritten ("^$" for files, "//" for
+// folders) and matches no name; only an empty regular expression stays empty.
+TEST_F(Search, PatternsSelectAndPrune) {
+  for (const char* f : {".profile", "a.b.txt", "syslog.txt", "LOGFILE.DAT", "keep1/x.log", "drop/c.txt",
+                        "drop/keep2/y.txt"}) {
+    WriteFile(Src(f), "");
   }
-  job j = MakeJob();
-  std::vector<std::string> expected;
-  Expected("", expected);
-  EXPECT_EQ(Rel(Walk(j)), expected);
-  EXPECT_EQ(Walk(j, false).size(), 2u);
+  const std::string top = "LOGFILE.DAT a.b.txt syslog.txt";
+  const auto file = [](CheckState how, const char* p, CheckState re = 0) {
+    return [=](job& j) { j.DoFileMatch = how, j.Filename = p, j.UseFileRegEx = j.UseFolderRegEx = re; };
+  };
+  const auto folder = [](CheckState how, const char* p, CheckState re = 0) {
+    return [=](job& j) { j.DoFolderMatch = how, j.FolderMatch = p, j.UseFileRegEx = j.UseFolderRegEx = re; };
+  };
+  const std::pair<std::function<void(job&)>, std::string> rows[] = {
+      {[](job&) {}, "LOGFILE.DAT a.b.txt drop/c.txt drop/keep2/y.txt keep1/x.log syslog.txt"},
+      {file(2, "*log*"), "LOGFILE.DAT syslog.txt"},  // "x.log" has the base name "x"
+      {file(2, "a.b"), "a.b.txt"},
+      {file(1, "*log*"), "a.b.txt drop/c.txt drop/keep2/y.txt keep1/x.log"},
+      {folder(2, "keep*"), "LOGFILE.DAT a.b.txt keep1/x.log syslog.txt"},
+      {folder(1, "keep*"), "LOGFILE.DAT a.b.txt drop/c.txt syslog.txt"},
+      {folder(1, "src"), top},  // a component of From excludes every sub-folder
+      {file(2, ""), ""},
+      {file(2, "", 1), ""},
+      {file(1, ""), "LOGFILE.DAT a.b.txt drop/c.txt drop/keep2/y.txt keep1/x.log syslog.txt"},
+      {file(1, "", 1), ""},
+      {folder(2, ""), top},
+      {folder(2, "", 1), top},
+      {folder(1, ""), "LOGFILE.DAT a.b.txt drop/c.txt drop/keep2/y.txt keep1/x.log syslog.txt"},
+      {folder(1, "", 1), top},
+  };
+  for (const auto& [set, expected] : rows) {
+    Fresh();
+    set(j);
+    SCOPED_TRACE(j.Filename + " | " + j.FolderMatch);
+    EXPECT_EQ(Sorted(), expected);
+  }
 }
 
-TEST_F(Search, NamesWithoutBaseNameAreNeverSelectedAndMatchingUsesTheBaseName) {
-  for (const char* f : {".profile", "a.b.txt", "syslog.txt", "LOGFILE.DAT", "other.log"}) {
-    WriteFile(In(f), "");
-  }
-  job j = MakeJob();
-  EXPECT_EQ(Sorted(j),
-            (std::vector<std::string>{"LOGFILE.DAT", "a.b.txt", "other.log", "syslog.txt"}));
-
-  j.DoFileMatch = 2;
-  j.Filename = "*log*";
-  EXPECT_EQ(Sorted(j), (std::vector<std::string>{"LOGFILE.DAT", "syslog.txt"}));
-
-  j = MakeJob();
-  j.DoFileMatch = 2;
-  j.Filename = "a.b";
-  EXPECT_EQ(Rel(Walk(j)), std::vector<std::string>{"a.b.txt"});
-
-  j = MakeJob();
-  j.DoFileMatch = 1;
-  j.Filename = "*log*";
-  EXPECT_EQ(Sorted(j), (std::vector<std::string>{"a.b.txt", "other.log"}));
-}
-
-// An empty wildcard is rewritten before the walk ("^$" for files, "//" for folders), so it is
-// no longer empty there: it matches no name. Only an empty regular expression stays empty.
-TEST_F(Search, EmptyPatternsMatchNothingAndEmptyExpressionsSelectNothing) {
-  WriteFile(In("a.txt"), "");
-  WriteFile(In("sub/b.txt"), "");
-  const std::vector<std::string> all = {"a.txt", "sub/b.txt"}, top = {"a.txt"};
-  for (const CheckState regex : {0, 1}) {
-    SCOPED_TRACE(regex);
-    job j = MakeJob();
-    j.UseFileRegEx = j.UseFolderRegEx = regex;
-    j.DoFileMatch = 2;
-    EXPECT_TRUE(Walk(j).empty());
-    j.Filename.clear();
-    j.DoFileMatch = 1;
-    EXPECT_EQ(Walk(j).size(), regex ? 0u : 2u);
-
-    j = MakeJob();
-    j.UseFileRegEx = j.UseFolderRegEx = regex;
-    j.DoFolderMatch = 2;
-    EXPECT_EQ(Rel(Walk(j)), top);
-    j.FolderMatch.clear();
-    j.DoFolderMatch = 1;
-    EXPECT_EQ(Rel(Walk(j)), regex ? top : all);
-  }
+TEST_F(Search, LinksToFilesAreFilesAndLinksToFoldersAreNotFollowed) {
+  WriteFile(Src("real.txt"), "x");
+  WriteFile(Src("sub/deep.txt"), "");
+  fs::create_symlink(Src("real.txt"), Src("link.txt"));
+  fs::create_symlink(src, Src("sub/loop"));
+  fs::create_symlink(Src("missing"), Src("dangling.txt"));
+  ::mkfifo(Src("pipe").c_str(), 0600);
+  EXPECT_EQ(Sorted(), "link.txt real.txt sub/deep.txt");
 }
 
 TEST_F(Search, SubFoldersAreLoggedBeforeTheyAreEnteredOrSkipped) {
-  WriteFile(In("a.txt"), "");
-  WriteFile(In(".hid/x.txt"), "");
-  WriteFile(In(".hid/deeper/y.txt"), "");
-  job j = MakeJob();
+  for (const char* f : {"a.txt", ".hid/x.txt", ".hid/deeper/y.txt"}) WriteFile(Src(f), "");
   j.NoHidenFolderScan = 1;
-  EXPECT_EQ(Rel(Walk(j)), std::vector<std::string>{"a.txt"});
+  EXPECT_EQ(Walk(), std::vector<std::string>{"a.txt"});
   const auto t16 = Lines(16);
   ASSERT_EQ(t16.size(), 1u);
-  EXPECT_EQ(t16[0].text, "Suche Dateien ... " + In(".hid"));
-  EXPECT_TRUE(t16[0].view);
-  EXPECT_FALSE(t16[0].file);
-  EXPECT_TRUE(t16[0].sameView);
-  EXPECT_FALSE(t16[0].isLast);
-
+  EXPECT_EQ(t16[0].text, "Suche Dateien ... " + Src(".hid"));
+  EXPECT_TRUE(t16[0].view && t16[0].sameView);
+  EXPECT_FALSE(t16[0].file || t16[0].isLast);
   rec.lines.clear();
   j.NoHidenFolderScan = 0;
-  EXPECT_EQ(Walk(j).size(), 3u);
+  EXPECT_EQ(Walk().size(), 3u);
   EXPECT_EQ(Lines(16).size(), 2u);
   rec.lines.clear();
-  Walk(j, false);
+  Walk(false);
   EXPECT_TRUE(Lines(16).empty());
 }
 
 TEST_F(Search, AttributeSkipsReadTheSubFolderOnlyWhenAsked) {
-  WriteFile(In("ro/a.txt"), "");
-  WriteFile(In("sys/b.txt"), "");
-  Chmod(In("ro"), 0555);
-  job j = MakeJob();
+  WriteFile(Src("ro/a.txt"), "");
+  WriteFile(Src("sys/b.txt"), "");
+  ::chmod(Src("ro").c_str(), 0555);
   j.NoReadOnlyFolderScan = 1;
-  auto files = Rel(Walk(j));
-  EXPECT_EQ(files.size(), 1u);
-  EXPECT_EQ(files.front(), "sys/b.txt");
-  if (!UserXattrsWork(dir.str())) GTEST_SKIP() << "no user extended attributes on " << dir.str();
-  SetDosAttrib(In("sys"), "0x4");
-  EXPECT_EQ(Walk(j).size(), 1u);  // system is skipped only when NoSystemFolderScan asks
+  EXPECT_EQ(Walk(), std::vector<std::string>{"sys/b.txt"});
+  if (!UserXattrsWork(tmp.str())) GTEST_SKIP() << "no user extended attributes on " << tmp.str();
+  SetDosAttrib(Src("sys"), "0x4");
+  EXPECT_EQ(Walk().size(), 1u);  // system is skipped only when NoSystemFolderScan asks
   j.NoSystemFolderScan = 1;
-  EXPECT_EQ(Walk(j).size(), 0u);
+  EXPECT_EQ(Walk().size(), 0u);
   j.NoReadOnlyFolderScan = 0;
-  EXPECT_EQ(Rel(Walk(j)), std::vector<std::string>{"ro/a.txt"});
+  EXPECT_EQ(Walk(), std::vector<std::string>{"ro/a.txt"});
 }
 
-TEST_F(Search, FolderPatternsPruneWholeSubTrees) {
-  for (const char* f : {"keep1/a.txt", "keep1/inner/b.txt", "drop/c.txt", "drop/keep2/d.txt"}) {
-    WriteFile(In(f), "");
-  }
-  job j = MakeJob();
-  j.DoFolderMatch = 2;
-  j.FolderMatch = "keep*";
-  EXPECT_EQ(Sorted(j), (std::vector<std::string>{"keep1/a.txt", "keep1/inner/b.txt"}));
-
-  j = MakeJob();
-  j.DoFolderMatch = 1;
-  j.FolderMatch = "keep*";
-  EXPECT_EQ(Rel(Walk(j)), std::vector<std::string>{"drop/c.txt"});
-}
-
-TEST_F(Search, AFolderPatternNamingAComponentOfFromExcludesEverySubFolder) {
-  WriteFile(In("top.txt"), "");
-  WriteFile(In("a/x.txt"), "");
-  WriteFile(In("b/c/y.txt"), "");
-  job j = MakeJob();
-  j.DoFolderMatch = 1;
-  j.FolderMatch = "in";  // From ends in ".../in"
-  EXPECT_EQ(Rel(Walk(j)), std::vector<std::string>{"top.txt"});
-}
-
-TEST_F(Search, LinksToFilesAreFilesAndLinksToFoldersAreNotFollowed) {
-  WriteFile(In("real.txt"), "x");
-  WriteFile(In("sub/deep.txt"), "");
-  fs::create_symlink(In("real.txt"), In("link.txt"));
-  fs::create_symlink(In(""), In("sub/loop"));
-  fs::create_symlink(In("missing"), In("dangling.txt"));
-  ::mkfifo(In("pipe").c_str(), 0600);
-  job j = MakeJob();
-  EXPECT_EQ(Sorted(j), (std::vector<std::string>{"link.txt", "real.txt", "sub/deep.txt"}));
-}
-
-TEST_F(Search, SearchAnnouncesAndRewritesPatternsAndReportsNoFiles) {
-  job j = MakeJob();
+TEST_F(Search, SearchAnnouncesRewritesThePatternsAndReportsNoFiles) {
   j.DoFileMatch = 2;
   j.Filename = "a*";
   j.DoFolderMatch = 1;
   j.FolderMatch = "x";
-  e.Search(j, true, false);
+  orvKestrel::Search(run, svc, true, false);
   EXPECT_EQ(j.Filename, "^a.*$");
   EXPECT_EQ(j.FolderMatch, "/x/");
-  EXPECT_TRUE(e.noFiles);
+  EXPECT_TRUE(run.noFiles);
   ASSERT_EQ(rec.lines.size(), 1u);
   EXPECT_EQ(rec.lines[0].text, "Suche Dateien ...");
   EXPECT_EQ(rec.lines[0].id, 16);
   EXPECT_TRUE(rec.lines[0].file);
   EXPECT_FALSE(rec.lines[0].sameView);
 
-  WriteFile(In("a.txt"), "");
-  rec.lines.clear();
-  j = MakeJob();  // the record keeps its rewritten patterns: a second run would rewrite again
+  WriteFile(Src("a.txt"), "");
+  Next();
+  Fresh().Action = 6;
   j.DoFileMatch = 2;
   j.Filename = "a*";
-  e.Search(j, true, false);
-  EXPECT_FALSE(e.noFiles);
-  EXPECT_EQ(rec.Texts(), (std::vector<std::string>{"Suche Dateien ...", "j: Überprüfe Dateien ..."}));
-  EXPECT_TRUE(e.files.empty());  // handed on and consumed
-}
+  orvKestrel::Search(run, svc, true, false);
+  EXPECT_FALSE(run.noFiles);
+  EXPECT_EQ(rec.Texts(), (std::vector<std::string>{"Suche Dateien ...", "job: Überprüfe Dateien ..."}));
+  EXPECT_TRUE(run.files.empty());  // handed on and consumed
 
-TEST_F(Search, MissingSourceFolderGivesNoFiles) {
-  job j = MakeJob();
-  j.From = dir / "nowhere";
-  e.Search(j, true, false);
-  EXPECT_TRUE(e.noFiles);
+  Next();
+  j.From = tmp / "nowhere";
+  orvKestrel::Search(run, svc, true, false);
+  EXPECT_TRUE(run.noFiles);
   EXPECT_TRUE(Lines(17).empty());
 }
 
 TEST_F(Search, StopEndsTheWalkWithoutHandingOn) {
-  for (const char* f : {"a.txt", "s1/b.txt", "s2/c.txt"}) WriteFile(In(f), "");
+  for (const char* f : {"a.txt", "s1/b.txt", "s2/c.txt"}) WriteFile(Src(f), "");
   int yields = 0;
-  e.host.yield = [&] {
-    if (++yields == 4) e.stop = true;
+  svc.host.yield = [&] {
+    if (++yields == 4) svc.stop = true;
   };
-  job j = MakeJob();
-  e.Search(j, true, false);
+  orvKestrel::Search(run, svc, true, false);
   EXPECT_TRUE(Lines(17).empty());
-  EXPECT_FALSE(e.noFiles);
-  EXPECT_LT(e.files.size(), 3u);
+  EXPECT_FALSE(run.noFiles);
+  EXPECT_LT(run.files.size(), 3u);
 }
 
 TEST_F(Search, InvalidFilePatternGoesToTheTrapAndKeepsWhatWasGathered) {
-  CurrentDir cwd(dir.str());
-  WriteFile(In("a.txt"), "");
-  WriteFile(In("sub/b.txt"), "");
-  job j = MakeJob();
+  WriteFile(Src("a.txt"), "");
+  WriteFile(Src("sub/b.txt"), "");
   j.DoFileMatch = 2;
   j.UseFileRegEx = 1;
   j.Filename = "(";
-  EXPECT_TRUE(Walk(j).empty());
-  EXPECT_GE(e.trap.ErrorCount(), 1);
-  EXPECT_TRUE(Exists(dir / "error.log"));
+  EXPECT_TRUE(Walk().empty());
+  EXPECT_GE(svc.trap.ErrorCount(), 1);
+  EXPECT_TRUE(Exists(tmp / "error.log"));
 }
 
 TEST_F(Search, HandleFoldersBuildsTheSubPathBelowTo) {
-  job j = MakeJob();
-  j.From = In("");  // with a trailing "/"
-  EXPECT_EQ(e.HandleFolders(In("a.txt"), j), j.To);
-  EXPECT_EQ(e.HandlePreviewFolders(In("x/y/a.txt"), j), j.To + "/x/y");
-  EXPECT_FALSE(fs::exists(j.To + "/x"));
-  j.From = dir / "in";  // without
-  EXPECT_EQ(e.HandleFolders(In("x/y/a.txt"), j), j.To + "/x/y");
-  EXPECT_TRUE(fs::is_directory(j.To + "/x/y"));
-  EXPECT_EQ(e.HandleFolders(In("x/a.txt"), j), j.To + "/x");
+  j.From = src + "/";
+  EXPECT_EQ(HandleFolders(svc, Src("a.txt"), j), dst);
+  EXPECT_EQ(HandlePreviewFolders(svc, Src("x/y/a.txt"), j), dst + "/x/y");
+  EXPECT_FALSE(fs::exists(dst + "/x"));
+  j.From = src;
+  EXPECT_EQ(HandleFolders(svc, Src("x/y/a.txt"), j), dst + "/x/y");
+  EXPECT_TRUE(fs::is_directory(dst + "/x/y"));
+  EXPECT_EQ(HandleFolders(svc, Src("x/a.txt"), j), dst + "/x");
+}
+
+// How a pattern is rewritten: wildcards become anchored expressions (folders framed by
+// separators), regular expressions stay, and without the caller's switch a folder
+// expression's "^" means the start of a component.
+TEST_F(Search, PatternRewriting) {
+  const struct {
+    bool folder, regex, callerRegex;
+    const char *in, *out;
+  } cases[] = {
+      {false, false, false, "report*", "^report.*$"}, {false, false, false, "a?c", "^a.?c$"},
+      {false, false, false, "a.b", "^a\\.b$"}, {false, false, false, "x(1)[2]{3}", "^x\\(1\\)\\[2\\]\\{3\\}$"},
+      {false, false, false, "^$", "^\\^\\$$"}, {false, false, false, "a|b+c\\d", "^a|b+c\\d$"},
+      {false, false, false, "", "^$"}, {false, true, false, "^a.*[0-9]$", "^a.*[0-9]$"},
+      {true, true, true, "^te(.*)*st", "^te(.*)*st"}, {true, false, false, "temp*", "/temp(.?)*/"},
+      {true, false, false, "a?.b", "/a.?\\.b/"}, {true, false, false, "a\\b", "/a/b/"},
+      {true, false, false, "a/b", "/a/b/"}, {true, true, false, "^temp", "\\/temp"},
+      {true, true, false, "(.*)*x", "(.?)*x"}, {true, true, false, "a\\^b", "a\\^b"},
+  };
+  for (const auto& c : cases) {
+    svc.filterRegExp = c.callerRegex;
+    std::string p = c.in;
+    c.folder ? CleanFolderPattern(svc, p, c.regex) : CleanFilePattern(svc, p, c.regex);
+    EXPECT_EQ(p, c.out) << c.in;
+  }
+}
+
+TEST_F(Search, PatternsMatch) {
+  RegExpCache re;
+  const struct {
+    bool folder, regex;
+    const char *pattern, *subject;
+    bool matches;
+  } cases[] = {
+      // "?" matches zero or one character; case is ignored.
+      {false, false, "a?c", "ac", true}, {false, false, "a?c", "abc", true},
+      {false, false, "a?c", "abbc", false}, {false, false, "a?c", "xabc", false},
+      {false, false, "*log*", "LOGFILE", true}, {false, false, "*log*", "lgo", false},
+      // "^report|invoice$": either alternative, each anchored on its own side only.
+      {false, false, "report|invoice", "report2024", true}, {false, false, "report|invoice", "my invoice", true},
+      {false, false, "report|invoice", "my report", false},
+      // Folder wildcards match whole components anywhere in the path.
+      {true, false, "temp*", "/x/Temp1/y/", true}, {true, false, "temp*", "/x/mytemp/", false},
+      {true, false, "a\\b", "/r/a/b/", true}, {true, false, "a\\b", "/r/a/c/b/", false},
+      {true, true, "^te", "/data/tests/", true}, {true, true, "^te", "/data/ate/", false},
+      {true, true, "x\\^y", "/data/x^y/", true},
+  };
+  for (const auto& c : cases) {
+    std::string p = c.pattern;
+    c.folder ? CleanFolderPattern(svc, p, c.regex) : CleanFilePattern(svc, p, c.regex);
+    EXPECT_EQ(re.Test(p, c.subject), c.matches) << c.pattern << " ~ " << c.subject;
+  }
+  EXPECT_TRUE(re.Test("^\\u00e4$", "\xc3\xa4"));  // \uHHHH
+  EXPECT_TRUE(re.Test("^\\x41$", "a"));           // \xHH, without regard to case
+  EXPECT_FALSE(re.Test("^a$", "a\n"));            // "$" only at the very end
+  EXPECT_TRUE(re.Test("^(x)?\\1b$", "b"));        // an unset back reference matches nothing
+  EXPECT_THROW(re.Test("a(", "a"), KestrelError);
+  EXPECT_TRUE(re.Test("^a.b$", "a\xff" "b"));     // invalid UTF-8 names are matched
+  EXPECT_FALSE(re.Test("^x", "a\xff" "b"));
 }
 
 }  // namespace

@@ -1,5 +1,6 @@
 // Extraction: an archive is deleted only while its name leads to the file that was read, and a
 // link is judged by where it leads once the other links are followed.
+#include "Rig.h"
 #include "unit/ZipTestSupport.h"
 #include "zip/ZipNames.h"
 
@@ -16,52 +17,44 @@ namespace {
 using namespace testing;
 namespace fs = std::filesystem;
 
-// Runs an action when the count line of an extraction comes, that is after the archive was
-// read and before it is deleted.
-struct OnCountLine : RecordingEvents {
-  void LogMessage(const std::string& text, std::int16_t id, bool view, bool file, bool same,
-                  bool last) override {
-    RecordingEvents::LogMessage(text, id, view, file, same, last);
-    if ((id == 77 || id == 78) && action) std::exchange(action, nullptr)();
-  }
-  std::function<void()> action;
-};
-
-class UnzipSafety : public ::testing::Test, public ZipEngine {
+class UnzipSafety : public Rig {
  protected:
   void SetUp() override {
     if (!HaveTool("python3")) GTEST_SKIP() << "python3 is not installed (scripts/setup.sh)";
     j.Action = 4;
-    e.events = &hook;
+    rec.onLine = [this](const LoggedLine& l) {  // after the archive was read, before its deletion
+      if ((l.id == 77 || l.id == 78) && action) std::exchange(action, nullptr)();
+    };
   }
   std::string Zip(const std::string& rel, const std::string& entry) {
-    const std::string path = dir / ("in/" + rel);
-    const ToolResult r = Python(dir, "import zipfile\nz=zipfile.ZipFile(" + Quote(path) +
+    const std::string path = Src(rel);
+    const ToolResult r = Python(tmp, "import zipfile\nz=zipfile.ZipFile(" + Quote(path) +
                                          ",'w')\nz.writestr(" + Quote(entry) + ",'data')\n"
                                          "z.close()\n");
     EXPECT_EQ(r.status, 0) << r.output;
     return path;
   }
-  OnCountLine hook;
+  std::function<void()> action;
+  FileList files;
 };
 
 TEST_F(UnzipSafety, AnArchiveReplacedAfterItWasReadIsKept) {
   for (const std::int16_t bin : {0, 1}) {
     SCOPED_TRACE(bin);
-    hook.lines.clear();
-    fs::remove(Out("a.txt"));
+    rec.lines.clear();
+    fs::remove(Dst("a.txt"));
     files = {Zip("a.zip", "a.txt")};
     const std::string other = Zip("other.zip", "other.txt");
     const std::string replacement = ReadFile(other);
-    hook.action = [&] { fs::rename(other, files[0]); };
+    action = [&] { fs::rename(other, files[0]); };
     j.ZipDelDeComp = 1;
     j.ZipDelDeCompBin = bin;
-    e.jobError = false;
-    e.UnZip_Files(files, j);
+    run.jobError = false;
+    UnZip_Files(run, svc, files);
     EXPECT_EQ(ReadFile(files[0]), replacement);
-    EXPECT_EQ(ReadFile(Out("a.txt")), "data");
-    EXPECT_TRUE(e.jobError);
-    EXPECT_EQ(hook.Texts().back(), "job: Fehler: The file changed after it was read and was kept - " +
+    EXPECT_EQ(ReadFile(Dst("a.txt")), "data");
+    EXPECT_TRUE(run.jobError);
+    EXPECT_EQ(rec.Texts().back(), "job: Fehler: The file changed after it was read and was kept - " +
                                        files[0]);
   }
 }

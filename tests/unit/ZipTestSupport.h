@@ -4,6 +4,8 @@
 
 #include "support/TestSupport.h"
 
+#include <zip.h>
+
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
@@ -11,10 +13,14 @@
 #include <cstdio>
 #include <ctime>
 #include <filesystem>
+#include <map>
+#include <optional>
 #include <string>
 #include <vector>
 
 namespace orvKestrel::testing {
+
+using Strings = std::vector<std::string>;
 
 struct ToolResult {
   int status = -1;
@@ -87,54 +93,40 @@ inline std::vector<std::string> TempLeftovers(const std::string& folder) {
   return out;
 }
 
-}  // namespace orvKestrel::testing
-
-#include "support/TestEngine.h"
-
-#include <functional>
-
-namespace orvKestrel::testing {
-
-// Records events and lets a test act when a progress event comes.
-struct HookedEvents : RecordingEvents {
-  void KestrelCounter(std::int32_t all, std::int32_t curr) override {
-    RecordingEvents::KestrelCounter(all, curr);
-    if (onCounter) onCounter(all, curr);
+// The entries of an archive with their contents ("<damaged>" where one does not read), read
+// by libzip apart from the code under test; nullopt when there is no archive.
+inline std::optional<std::map<std::string, std::string>> ArchiveEntries(const std::string& path) {
+  int err = 0;
+  zip_t* za = zip_open(path.c_str(), ZIP_RDONLY | ZIP_CHECKCONS, &err);
+  if (za == nullptr) return std::nullopt;
+  std::map<std::string, std::string> out;
+  for (zip_int64_t i = 0; i < zip_get_num_entries(za, 0); ++i) {
+    const auto index = static_cast<zip_uint64_t>(i);
+    zip_stat_t st;
+    zip_file_t* zf = zip_stat_index(za, index, 0, &st) == 0 ? zip_fopen_index(za, index, 0) : nullptr;
+    std::string data(zf != nullptr ? st.size : 0, '\0');
+    if (zf == nullptr || zip_fread(zf, data.data(), st.size) != static_cast<zip_int64_t>(st.size)) {
+      data = "<damaged>";
+    }
+    if (zf != nullptr) zip_fclose(zf);
+    out[zip_get_name(za, index, 0)] = data;
   }
-  std::function<void(std::int32_t, std::int32_t)> onCounter;
-};
+  zip_discard(za);
+  return out;
+}
 
-// An engine with the default catalogue whose events are recorded, and a job over
-// dir/in -> dir/out.
-struct ZipEngine {
-  ZipEngine() {
-    e.LoadLogMessages("");
-    e.SetMsgIDs();
-    e.events = &ev;
-    j.JobName = "job";
-    j.From = dir / "in";
-    j.To = dir / "out";
-    j.DoPreview = 0;
-    std::filesystem::create_directories(j.From);
-    std::filesystem::create_directories(j.To);
+// Writes an archive with libzip directly (entry times 1700000000).
+inline void MakeArchive(const std::string& path, const std::map<std::string, std::string>& entries) {
+  std::filesystem::create_directories(std::filesystem::path(path).parent_path());
+  int err = 0;
+  zip_t* za = zip_open(path.c_str(), ZIP_CREATE | ZIP_TRUNCATE, &err);
+  if (za == nullptr) throw std::runtime_error("cannot make " + path);
+  for (const auto& [name, data] : entries) {
+    const zip_int64_t i = zip_file_add(za, name.c_str(), zip_source_buffer(za, data.data(), data.size(), 0),
+                                       ZIP_FL_ENC_UTF_8);
+    zip_file_set_mtime(za, static_cast<zip_uint64_t>(i), 1700000000, 0);
   }
-  // Writes a source file below From and returns its full path.
-  std::string Src(const std::string& rel, const std::string& data = "data") {
-    const std::string path = dir / ("in/" + rel);
-    WriteFile(path, data);
-    return path;
-  }
-  std::string Out(const std::string& rel) const { return dir / ("out/" + rel); }
-  // The archive of the job in "All" mode.
-  std::string Archive() const { return Out("job.zip"); }
-
-  TempDir dir;
-  TestEngine e{Host{}};
-  HookedEvents ev;
-  job j;
-  FileList files;
-};
-
-using Lines = std::vector<std::string>;
+  if (zip_close(za) != 0) throw std::runtime_error("cannot write " + path);
+}
 
 }  // namespace orvKestrel::testing

@@ -161,9 +161,12 @@ TEST(clsCmd, WaitEndsWhenTheWholeCommandLineEnds) {
   const std::time_t start = host.clock.Now();
   clsCmd(host).ShellAndWait(j);
   EXPECT_EQ(ReadFile(dir / "out"), "done\n");
-  EXPECT_LT(host.clock.Now() - start, 30);  // not held to the limit
-  EXPECT_GE(rec.yields, 2);
-  EXPECT_LE(rec.yields, 10);  // blocks between passes instead of spinning
+  const std::time_t took = host.clock.Now() - start;
+  EXPECT_LT(took, 30);  // not held to the limit
+  EXPECT_GE(rec.yields, 1);
+  // Blocks between passes instead of spinning: a few passes per second it waited, however
+  // long a busy machine made that.
+  EXPECT_LE(rec.yields, 20 * (took + 1));
 }
 
 TEST(clsCmd, PathWithBlanksIsSplitByTheShell) {

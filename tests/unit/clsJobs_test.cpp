@@ -109,15 +109,6 @@ TEST(GetJobs, ANamedFileGoesThroughTheSameTest) {
   EXPECT_EQ(missing[0].DoPreview, 1);
 }
 
-TEST(GetJobs, FoldersWithoutJobFiles) {
-  TempDir dir;
-  WriteJob(dir, "x.txt");
-  clsJobs jobs(FixedHost());
-  EXPECT_TRUE(jobs.GetJobs(dir.str() + "/").empty());
-  EXPECT_TRUE(jobs.GetJobs(dir / "missing/").empty());
-  EXPECT_FALSE(jobs.LastReadFailed());
-}
-
 TEST(GetJobs, WithoutTrailingSeparatorTheParentIsListed) {
   TempDir dir;
   WriteJob(dir, "jobs/inside.kjb");

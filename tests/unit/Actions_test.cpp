@@ -1,0 +1,428 @@
+// Copy, move and delete of a file list, one row per case: the job's switches, the trees before,
+// an armed fault, and the lines and trees afterwards.
+#include "platform/DateText.h"
+#include "platform/Paths.h"
+
+#include "Rig.h"
+
+#include <cstring>
+#include <functional>
+#include <regex>
+
+namespace orvKestrel::testing {
+namespace {
+
+enum class Act { Copy, Move, Delete, DeleteSync };
+struct F {
+  const char* path;  // "s/..." below the source, "d/..." below the destination
+  const char* data;  // "BIG": larger than one copy step
+  std::time_t t = 0;
+};
+struct Fault {
+  FaultOp op = FaultOp::Count;
+  int n = 0, err = 0;
+};
+struct Row {
+  const char* name;
+  Act act;
+  std::function<void(job&)> set;
+  std::vector<F> files;
+  std::vector<std::string> lines;  // after the count line; {s} and {d} stand for the folders
+  std::string after;               // the trees: "path=data" per file, "path/" per empty folder
+  std::vector<std::string> list = {};  // handed over; empty: every "s/" file in order
+  Fault fault = {};
+};
+
+constexpr std::time_t kMid = (kOld + kNew) / 2;
+const auto kNone = [](job&) {};
+
+class Actions : public Rig {
+ protected:
+  std::string Full(const std::string& p) const {
+    return p.empty() ? p : (p[0] == 's' ? src : dst) + p.substr(1);
+  }
+  void Do(Act act, FileList& list) {
+    switch (act) {
+      case Act::Copy: return CopyFiles(run, svc, list);
+      case Act::Move: return MoveFiles(run, svc, list);
+      case Act::Delete: return DeleteFiles(run, svc, list);
+      case Act::DeleteSync: return DeleteSyncFiles(run, svc, list);
+    }
+  }
+  void Check(const Row& r) {
+    SCOPED_TRACE(r.name);
+    for (const std::string& root : {src, dst}) {
+      std::filesystem::remove_all(root);
+      std::filesystem::create_directories(root);
+    }
+    Fresh();
+    Next();
+    driver.BeginCall();
+    r.set(j);
+    FileList list;
+    for (const F& f : r.files) {
+      Put(Full(f.path), f.data == std::string("BIG") ? kBig : f.data, f.t);
+      if (r.list.empty() && f.path[0] == 's') list.push_back(Full(f.path));
+    }
+    for (const auto& p : r.list) list.push_back(Full(p));
+    faults.Arm(r.fault.op, r.fault.n, r.fault.err);
+    Do(r.act, list);
+    faults.Disarm();
+    EXPECT_TRUE(list.empty());
+    ExpectLines(r.lines, FileLines());
+    EXPECT_EQ(Tree(), r.after);
+    const auto texts = Lines();
+    EXPECT_EQ(run.jobError, std::any_of(texts.begin(), texts.end(), [](const std::string& t) {
+                return t.find("Fehler: ") != std::string::npos;
+              }));
+  }
+  ScopedEnv xdg{"XDG_DATA_HOME", tmp / "xdg"};  // the home trash inside the test's folder
+};
+
+const std::string kCopied = "Kopiert: {s}a.txt nach {d}a.txt";
+const std::string kMoved = "Verschoben: {s}a.txt nach {d}a.txt";
+const std::string kKept = "Keine Aktion (Datei vorhanden): {s}a.txt nach {d}a.txt";
+const std::string kNewer = "Keine Aktion (Neuere Datei existiert): {s}a.txt nach {d}a.txt";
+const std::string kSrcDeleted = "Quelle gelöscht (Datei existiert): {s}a.txt";
+const auto Exist = [](std::int16_t e, std::int16_t sel = 0, CheckState del = 0) {
+  return [=](job& j) {
+    j.Exist = e;
+    j.EFSelect = sel;
+    j.ExtFileTime = 1;
+    j.EFSDelete = del;
+  };
+};
+
+TEST_F(Actions, CopyByPolicy) {
+  const Row rows[] = {
+      {"new", Act::Copy, kNone, {{"s/a.txt", "a"}}, {kCopied}, "d/a.txt=a s/a.txt=a"},
+      {"0 leaves", Act::Copy, kNone, {{"s/a.txt", "new"}, {"d/a.txt", "old"}}, {kKept},
+       "d/a.txt=old s/a.txt=new"},
+      {"1 deletes the source, reported twice", Act::Copy, Exist(1),
+       {{"s/a.txt", "new"}, {"d/a.txt", "old"}, {"s/b.txt", "b"}},
+       {kSrcDeleted, kSrcDeleted, "Kopiert: {s}b.txt nach {d}b.txt"}, "d/a.txt=old d/b.txt=b s/b.txt=b"},
+      {"4 newer replaces", Act::Copy, Exist(4), {{"s/a.txt", "new", kNew}, {"d/a.txt", "old", kMid}},
+       {"Von kopierter Datei überschrieben: {s}a.txt nach {d}a.txt"}, "d/a.txt=new s/a.txt=new"},
+      {"4 older keeps", Act::Copy, Exist(4), {{"s/a.txt", "new", kOld}, {"d/a.txt", "old", kMid}},
+       {kNewer}, "d/a.txt=old s/a.txt=new"},
+      {"4 older, selector 1", Act::Copy, Exist(4, 1), {{"s/a.txt", "new", kOld}, {"d/a.txt", "old", kMid}},
+       {"Von kopierter Datei überschrieben: {s}a.txt nach {d}a.txt"}, "d/a.txt=new s/a.txt=new"},
+      {"4, selector 8 never", Act::Copy, Exist(4, 8), {{"s/a.txt", "new", kNew}, {"d/a.txt", "old", kMid}},
+       {kNewer}, "d/a.txt=old s/a.txt=new"},
+      {"EFSDelete whatever the comparison said", Act::Copy, Exist(4, 0, 1),
+       {{"s/a.txt", "older", kOld}, {"d/a.txt", "newer", kNew}, {"s/b.txt", "newer", kNew},
+        {"d/b.txt", "older", kOld}},
+       {kNewer, "Von kopierter Datei überschrieben: {s}b.txt nach {d}b.txt"}, "d/a.txt=newer d/b.txt=newer s/"},
+      {"unknown policy skips silently", Act::Copy, Exist(5), {{"s/a.txt", "a"}}, {}, "d/ s/a.txt=a"},
+      {"2 twice in one list counts on", Act::Copy,
+       [](job& j) { j.Exist = 2, j.PickRenamer = 1, j.RenameType = 1, j.RenameTxt = "Kopie"; },
+       {{"s/a.txt", "a"}, {"d/a.txt", "taken"}},
+       {"Kopiert: {s}a.txt nach {d}Kopie1.txt", "Kopiert: {s}a.txt nach {d}Kopie2.txt"},
+       "d/Kopie1.txt=a d/Kopie2.txt=a d/a.txt=taken s/a.txt=a", {"s/a.txt", "s/a.txt"}},
+  };
+  for (const Row& r : rows) Check(r);
+}
+
+// A file that fails gets its error line and leaves no partial file nor a temporary; the list
+// goes on, and a source is never deleted after a failed replacement. (A destination that is
+// the source itself: the e2e safety rows, by hard link, linked folder and bind mount.)
+TEST_F(Actions, Failures) {
+  const Row rows[] = {
+      {"no space after the first step", Act::Copy, kNone, {{"s/a.txt", "BIG"}, {"s/b.txt", "b"}},
+       {"job: Fehler: No space left on device -  Move files {s}a.txt", "Kopiert: {s}b.txt nach {d}b.txt"},
+       "d/b.txt=b s/a.txt=BIG s/b.txt=b", {}, {FaultOp::Write, 2, ENOSPC}},
+      {"unreadable", Act::Copy, kNone, {{"s/a.txt", "a"}, {"s/b.txt", "b"}},
+       {"job: Fehler: Permission denied -  Move files {s}a.txt", "Kopiert: {s}b.txt nach {d}b.txt"},
+       "d/b.txt=b s/a.txt=a s/b.txt=b", {}, {FaultOp::Open, 1, EACCES}},
+      {"vanished", Act::Copy, kNone, {{"s/b.txt", "b"}},
+       {"job: Fehler: No such file or directory -  Move files {s}gone.txt", "Kopiert: {s}b.txt nach {d}b.txt"},
+       "d/b.txt=b s/b.txt=b", {"s/gone.txt", "s/b.txt"}},
+      {"failed replacement keeps the source", Act::Copy, Exist(4, 0, 1),
+       {{"s/a.txt", "BIG", kNew}, {"d/a.txt", "old", kOld}},
+       {"job: Fehler: Input/output error -  Move files {s}a.txt"}, "d/a.txt=old s/a.txt=BIG", {},
+       {FaultOp::Write, 2, EIO}},
+  };
+  for (const Row& r : rows) Check(r);
+}
+
+TEST_F(Actions, MoveByPolicy) {
+  const Row rows[] = {
+      {"3 replaces", Act::Move, Exist(3), {{"s/a.txt", "new"}, {"d/a.txt", "old"}},
+       {"Von verschobener Datei überschrieben: {s}a.txt nach {d}a.txt"}, "d/a.txt=new s/"},
+      {"refused comparison with EFSDelete deletes the source", Act::Move, Exist(4, 0, 1),
+       {{"s/a.txt", "older", kOld}, {"d/a.txt", "newer", kNew}, {"s/b.txt", "newer", kNew},
+        {"d/b.txt", "older", kOld}},
+       {kNewer, "Von verschobener Datei überschrieben: {s}b.txt nach {d}b.txt"}, "d/a.txt=newer d/b.txt=newer s/"},
+      {"failed after the replacement's deletion: only the old destination is lost", Act::Move, Exist(3),
+       {{"s/a.txt", "new"}, {"d/a.txt", "old"}, {"s/b.txt", "b"}},
+       {"job: Fehler: Permission denied - Func MoveFiles {s}a.txt", "Verschoben: {s}b.txt nach {d}b.txt"},
+       "d/b.txt=b s/a.txt=new", {}, {FaultOp::Rename, 1, EACCES}},
+      {"across file systems", Act::Move, kNone, {{"s/a.txt", "BIG"}},
+       {kMoved}, "d/a.txt=BIG s/", {}, {FaultOp::Rename, 1, EXDEV}},
+      {"across file systems, vanished", Act::Move, kNone, {{"s/hidden", "BIG"}},
+       {"job: Fehler: No such file or directory - Func MoveFiles {s}a.txt"}, "d/ s/hidden=BIG", {"s/a.txt"},
+       {FaultOp::Rename, 1, EXDEV}},
+      {"3 with the structure removes the emptied folder", Act::Move,
+       [](job& j) { j.FStruct = 1, j.Exist = 3; }, {{"s/sub/a.txt", "new"}, {"d/sub/a.txt", "old"}},
+       {"Von verschobener Datei überschrieben: {s}sub/a.txt nach {d}sub/a.txt"}, "d/sub/a.txt=new s/"},
+      {"3 flat keeps it", Act::Move, Exist(3), {{"s/sub/a.txt", "new"}, {"d/a.txt", "old"}},
+       {"Von verschobener Datei überschrieben: {s}sub/a.txt nach {d}a.txt"}, "d/a.txt=new s/sub/"},
+  };
+  for (const Row& r : rows) Check(r);
+}
+
+TEST_F(Actions, Delete) {
+  const Row rows[] = {
+      {"files and emptied folders, never From", Act::Delete, [](job& j) { j.DelEFol = 1; },
+       {{"s/a.txt", "a"}, {"s/x/y/b.txt", "b"}, {"s/x/keep/.hidden", "h"}},
+       {kSrcDeleted, "Quelle gelöscht (Datei existiert): {s}x/y/b.txt", "Verzeichnis gelöscht: {s}x/y"},
+       "d/ s/x/keep/.hidden=h", {"s/a.txt", "", "s/x/y/b.txt"}},
+      {"From with a trailing separator", Act::Delete, [](job& j) { j.DelEFol = 1, j.From += "/"; },
+       {{"s/a.txt", "a"}}, {kSrcDeleted}, "d/ s/"},
+      {"emptied folders stay without DelEFol", Act::Delete, kNone, {{"s/x/a.txt", "a"}},
+       {"Quelle gelöscht (Datei existiert): {s}x/a.txt"}, "d/ s/x/"},
+      {"a failure, and the list goes on", Act::Delete, kNone, {{"s/b.txt", "b"}},
+       {"Fehler: No such file or directory - {s}gone.txt", "Quelle gelöscht (Datei existiert): {s}b.txt"},
+       "d/ s/", {"s/gone.txt", "s/b.txt"}},
+      {"a failed recycle is logged as deleted and as an error", Act::Delete, [](job& j) { j.DelType = 1; },
+       {{"s/a.txt", "a"}},
+       {kSrcDeleted, "Fehler: Not moved to the trash: " + std::string(std::strerror(EIO)) + " - {s}a.txt"},
+       "d/ s/a.txt=a", {}, {FaultOp::Trash, 1, EIO}},
+      {"synchronisation keeps the secondary root", Act::DeleteSync, [](job& j) { j.DelEFol = 1; },
+       {{"d/sub/b.txt", "b"}},
+       {"Datei gelöscht (Im primären Verzeichnis nicht vorhanden) {d}sub/b.txt", "Verzeichnis gelöscht: {d}sub"},
+       "d/ s/", {"d/sub/b.txt"}},
+  };
+  for (const Row& r : rows) Check(r);
+}
+
+TEST_F(Actions, CountLineProgressTimesAndIds) {
+  Source("a.txt", "a", kOld);
+  Source("b.txt", "b", kNew);
+  FileList list{Src("a.txt"), Src("b.txt")};
+  CopyFiles(run, svc, list);
+  EXPECT_EQ(Lines().front(), "Dateien gefunden: 2");
+  EXPECT_EQ(rec.Ids(), (std::vector<std::int16_t>{84, 11, 11}));
+  EXPECT_EQ(WriteTime(Dst("a.txt")), kOld);
+  EXPECT_EQ(rec.counters, (std::vector<std::pair<std::int32_t, std::int32_t>>{{2, 1}, {2, 2}}));
+  Next();
+  list = {Source("c.txt", "c", kOld)};
+  MoveFiles(run, svc, list);
+  EXPECT_EQ(rec.Ids(), (std::vector<std::int16_t>{85, 12}));
+  EXPECT_EQ(WriteTime(Dst("c.txt")), kOld);
+}
+
+TEST_F(Actions, OnlyCompareActsOnExistingDestinationsOnlyExceptWhenRenaming) {
+  j.OnlyCompare = 1;
+  j.PickRenamer = 1;
+  for (std::int16_t exist : {0, 1, 2, 3, 4}) {
+    SCOPED_TRACE(exist);
+    Next();
+    j.Exist = exist;
+    std::filesystem::remove(Dst("a.txt"));
+    FileList list{Source("a.txt", "a")};
+    CopyFiles(run, svc, list);
+    EXPECT_EQ(Lines().front(), "Datei gefunden: 1 (Vergleiche nur existierende Dateien)");
+    EXPECT_EQ(Lines().size(), exist == 2 ? 2u : 1u);
+    EXPECT_EQ(Exists(Dst("a.txt")), exist == 2);
+  }
+}
+
+TEST_F(Actions, SynchronisationPassesEndWithTheirMessages) {
+  const std::string t92 = "Synchronisation 1. Verzeichnis abgeschlossen. Starte 2. Verzeichnis ... ";
+  for (const std::int16_t pass : {1, 2}) {
+    Next();
+    run.syncPass = pass;
+    FileList list{Source("a.txt", "a")};
+    CopyFiles(run, svc, list);
+    if (pass == 1) {
+      EXPECT_EQ(FileLines(), (std::vector<std::string>{Expand(kCopied), t92, t92}));
+    } else {
+      EXPECT_EQ(Lines().back(), "Synchronisation abgeschlossen! ");
+    }
+  }
+  // A move of a synchronisation has no such lines.
+  Next();
+  run.syncPass = 1;
+  std::filesystem::remove(Dst("a.txt"));
+  FileList list{Src("a.txt")};
+  MoveFiles(run, svc, list);
+  EXPECT_EQ(FileLines(), std::vector<std::string>{Expand(kMoved)});
+}
+
+TEST_F(Actions, StopTakesEffectBeforeTheNextFile) {
+  svc.host.yield = [&] {
+    if (Exists(Dst("a.txt"))) svc.stop = true;
+  };
+  FileList list{Source("a.txt"), Source("b.txt")};
+  CopyFiles(run, svc, list);
+  EXPECT_EQ(Names(dst), std::vector<std::string>{"a.txt"});
+}
+
+// A destination that does not exist keeps the free-space check's last answer; a new file under
+// policy 0 asks the drive itself; a move within one drive needs no room.
+TEST_F(Actions, FreeSpace) {
+  svc.noSizeCheck = false;
+  svc.lastNoRoom = true;
+  j.Exist = 3;
+  FileList list{Source("a.txt", "a")};
+  CopyFiles(run, svc, list);
+  ASSERT_EQ(FileLines().size(), 1u);
+  EXPECT_TRUE(std::regex_match(FileLines()[0], std::regex("Fehler: Zu wenig Speicherplatz auf Laufwerk (/[^ ]*)?/\\. "
+                                                          "Datei nicht kopiert: " + Src("a.txt"))))
+      << FileLines()[0];
+  EXPECT_TRUE(run.jobError);
+  EXPECT_FALSE(Exists(Dst("a.txt")));
+  j.Exist = 0;
+  list = {Src("a.txt")};
+  CopyFiles(run, svc, list);
+  EXPECT_TRUE(Exists(Dst("a.txt")));
+  EXPECT_FALSE(svc.lastNoRoom);
+
+  svc.lastNoRoom = true;
+  faults.Arm(FaultOp::Statvfs, 1, EIO);  // asking for free space would fail
+  list = {Source("b.txt")};
+  MoveFiles(run, svc, list);
+  EXPECT_FALSE(faults.Fired());
+  EXPECT_TRUE(Exists(Dst("b.txt")));
+  EXPECT_FALSE(svc.lastNoRoom);
+}
+
+TEST_F(Actions, RenamingVariants) {
+  j.Exist = 2;
+  const std::string a = Source("a.txt", "a");
+  const std::string readme = Source("README", "r");
+  Dest("a.txt", "taken");
+  Dest("README", "taken");
+  Dest("x.txt/a.txt", "taken");
+  struct Case {
+    std::int16_t picker, type;
+    std::string text, source, to, expected;
+  };
+  const std::string guid = "[0-9A-F]{8}-[0-9A-F]{4}-[0-9A-F]{4}-[0-9A-F]{4}-[0-9A-F]{12}";
+  const Case cases[] = {
+      {1, 1, "Kopie", a, dst, Dst("Kopie1.txt")},
+      {1, 0, "_", a, dst + "/x.txt", dst + "/x_1.txt/a_1.txt"},  // the folder changes too
+      {1, 0, "_", readme, dst, ""},  // no "." anywhere below the destination's root
+      {3, 0, "-", a, dst, Dst("a-" + guid + "\\.txt")},
+      {3, 1, "", a, dst, Dst(guid + "\\.txt")},
+      {0, 0, "_", a, dst, ""},
+      {4, 0, "_", a, dst, ""},
+      {1, 0, "_", Source("free.txt"), dst, Dst("free.txt")},  // a free name is taken as it is
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(std::to_string(c.picker) + " " + c.expected);
+    j.PickRenamer = c.picker;
+    j.RenameType = c.type;
+    j.RenameTxt = c.text;
+    j.To = c.to;
+    const std::string name = GetValidPathName(svc, j, c.source, false);
+    if (c.picker == 3) {
+      EXPECT_TRUE(std::regex_match(name, std::regex(c.expected))) << name;
+      EXPECT_NE(name, GetValidPathName(svc, j, c.source, false));  // a new GUID each time
+    } else if (c.source != readme || dst.find('.') == std::string::npos) {
+      EXPECT_EQ(name, c.expected);
+    }
+  }
+  // With the folder structure the new name stays in the sub-folder, unless for an archive.
+  Fresh().Exist = 2;
+  j.PickRenamer = j.FStruct = 1;
+  Source("x/a.txt", "a");
+  Dest("x/a.txt", "taken");
+  std::filesystem::remove(Dst("a.txt"));
+  EXPECT_EQ(GetValidPathName(svc, j, Src("x/a.txt"), false), Dst("x/a_1.txt"));
+  EXPECT_EQ(GetValidPathName(svc, j, Src("x/a.txt"), true), Dst("a.txt"));
+}
+
+TEST_F(Actions, RenamingThatCannotMakeANameIsAnErrorOfThatFileOnly) {
+  j.Exist = 2;
+  j.PickRenamer = 1;
+  j.To = tmp / "nodots";
+  if (j.To.find('.') != std::string::npos) GTEST_SKIP() << "the temporary folder holds a dot";
+  WriteFile(j.To + "/README", "taken");
+  FileList list{Source("README"), Source("b.txt")};
+  CopyFiles(run, svc, list);
+  EXPECT_EQ(FileLines(), (std::vector<std::string>{
+                             "job: Fehler: Invalid procedure call or argument -  Move files " + Src("README"),
+                             "Kopiert: " + Src("b.txt") + " nach " + j.To + "/b.txt"}));
+  EXPECT_TRUE(run.jobError);
+}
+
+// The stamp, as the renaming writes it with the short date format's separators replaced; a
+// taken stamp counts on.
+TEST_F(Actions, DateStampRenaming) {
+  j.Exist = 2;
+  j.PickRenamer = 2;
+  Source("a.txt", "a");
+  Dest("a.txt", "taken");
+  const auto stamp = [&] {
+    const std::tm tm = datetext::Local(svc.host.clock.Now());
+    char text[32];
+    std::strftime(text, sizeof text, "%d.%m.%Y_%H-%M-%S", &tm);
+    return std::string(text);
+  };
+  svc.host.clock = Clock::StartingAt(1'794'760'205);
+  const std::string before = stamp();
+  const std::string first = GetValidPathName(svc, j, Src("a.txt"), false);
+  EXPECT_TRUE(first == Dst("a_" + before + ".txt") || first == Dst("a_" + stamp() + ".txt")) << first;
+  WriteFile(first, "taken");
+  const std::string second = GetValidPathName(svc, j, Src("a.txt"), false);
+  if (stamp() == before) {
+    EXPECT_EQ(second, paths::ReplaceAll(first, ".txt", "(1).txt"));
+  }
+  EXPECT_NE(second, first);
+  for (const char* format : {"%m/%d/%Y", "%d\\%m\\%Y"}) {
+    svc.host.shortDateFormat = format;
+    const std::string name = paths::GetFileName(GetValidPathName(svc, j, Src("a.txt"), false));
+    EXPECT_TRUE(std::regex_match(name, std::regex("a_\\d\\d-\\d\\d-\\d{4}_\\d\\d-\\d\\d-\\d\\d\\.txt"))) << name;
+  }
+}
+
+// Deleting one file: each caller reads its own recycle-bin and folder switches.
+TEST_F(Actions, SingleFileDeletionsUseTheirOwnFieldsAndMessages) {
+  using Del = void (*)(JobRun&, Services&, const std::string&);
+  const std::tuple<Del, std::int16_t, const char*> cases[] = {
+      {&DeleteSourceFile, 36, "Quelle gelöscht (Datei existiert): "},
+      {&DeleteZipSourceFile, 87, "Quelle gelöscht (Nach Zip-Kompression): "},
+      {&DeleteFile, 36, "Quelle gelöscht (Datei existiert): "},
+  };
+  j.DelTypeSource = j.ZipDelCompBin = j.DelType = 0;
+  for (const auto& [del, id, text] : cases) {
+    Next();
+    const std::string a = Source("x/a.txt", "a");
+    j.DelEFolSource = del == &DeleteSourceFile;
+    j.ZipDelCompBinFolder = del == &DeleteZipSourceFile;
+    j.DelEFol = del == &DeleteFile;
+    del(run, svc, a);
+    EXPECT_EQ(Lines(), (std::vector<std::string>{text + a, "Verzeichnis gelöscht: " + Src("x")}));
+    EXPECT_EQ(rec.lines.front().id, id);
+    del(run, svc, "");  // nothing to do
+    EXPECT_EQ(Lines().size(), 2u);
+  }
+  Next();
+  DeleteSourceFile(run, svc, Src("gone.txt"));
+  EXPECT_EQ(Lines(), std::vector<std::string>{"Fehler: No such file or directory - " + Src("gone.txt")});
+}
+
+TEST_F(Actions, CheckEmptyFolderGoesBySizeOneLevelAndNeverTakesFrom) {
+  Source("a/empty.txt", "");
+  Source("a/sub/also-empty", "");
+  Source("b/full.txt", "x");
+  Source("top.txt", "");
+  for (const char* moved : {"a/moved.txt", "b/moved.txt", "moved.txt"}) CheckEmptyFolder(svc, Src(moved), j);
+  EXPECT_EQ(Names(src), (std::vector<std::string>{"b", "top.txt"}));  // "a" held only empty files
+  EXPECT_TRUE(Lines().empty());
+}
+
+TEST_F(Actions, PreviewCreatesNoFolder) {
+  j.Exist = 2;
+  j.PickRenamer = j.FStruct = 1;
+  FileList list{Source("x/y/a.txt", "a")};
+  const auto before = Snapshot(tmp.str());
+  Preview(run, svc, list, "Move");
+  EXPECT_EQ(Snapshot(tmp.str()), before);
+  EXPECT_EQ(Lines().back(), "Würde verschoben: " + Src("x/y/a.txt") + " nach " + Dst("x/y/a.txt"));
+}
+
+}  // namespace
+}  // namespace orvKestrel::testing

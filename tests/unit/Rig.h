@@ -1,0 +1,172 @@
+// The ground of the unit tests of a run's steps: the driver with its services (catalogue loaded,
+// events recorded, faults at hand), one job over tmp/src -> tmp/dst and its JobRun. Tests call
+// the steps as the driver does: CopyFiles(run, svc, list).
+#pragma once
+
+#include "actions/Actions.h"
+#include "engine/Engine.h"
+#include "selection/Selection.h"
+#include "zip/Zip.h"
+#include "zip/modZIP32vb.h"
+
+#include "support/Faults.h"
+#include "support/TestSupport.h"
+#include "unit/ZipTestSupport.h"
+#include "platform/Paths.h"
+
+#include <gtest/gtest.h>
+#include <sys/xattr.h>
+
+#include <algorithm>
+#include <filesystem>
+#include <map>
+#include <string>
+#include <vector>
+
+namespace orvKestrel::testing {
+
+inline constexpr std::time_t kOld = 1'600'000'000;
+inline constexpr std::time_t kNew = 1'700'000'000;
+inline const std::string kBig(3 * 1024 * 1024, 'x');  // larger than one copy step
+
+// The names directly in a folder, sorted.
+inline std::vector<std::string> Names(const std::string& folder) {
+  std::vector<std::string> out;
+  for (const auto& e : std::filesystem::directory_iterator(folder)) {
+    out.push_back(e.path().filename().string());
+  }
+  std::sort(out.begin(), out.end());
+  return out;
+}
+
+// Every entry below root with its contents and write time: a preview must leave it as it was.
+inline std::map<std::string, std::string> Snapshot(const std::string& root) {
+  std::map<std::string, std::string> out;
+  for (const auto& e : std::filesystem::recursive_directory_iterator(root)) {
+    const std::string path = e.path().string();
+    out[path] = (e.is_directory() ? "<dir>" : ReadFile(path)) + "@" + std::to_string(WriteTime(path));
+  }
+  return out;
+}
+
+// Whether the temporary file system keeps user extended attributes (hidden, system, archive).
+inline bool UserXattrsWork(const std::string& dir) {
+  const std::string probe = dir + "/.xattr-probe";
+  WriteFile(probe, "");
+  const bool ok = ::setxattr(probe.c_str(), "user.probe", "1", 1, 0) == 0;
+  std::filesystem::remove(probe);
+  return ok;
+}
+inline void SetDosAttrib(const std::string& path, const std::string& value) {
+  ::setxattr(path.c_str(), "user.DOSATTRIB", value.data(), value.size(), 0);
+}
+
+class Rig : public ::testing::Test {
+ protected:
+  Rig() {
+    driver.LoadLogMessages("");
+    driver.SetMsgIDs();
+    driver.catalogueLoaded = true;
+    svc.events = &rec;
+    svc.noSizeCheck = true;
+    std::filesystem::create_directories(src);
+    std::filesystem::create_directories(dst);
+    Fresh();
+  }
+  // The job back to its defaults over src -> dst.
+  job& Fresh() {
+    j = job{};
+    j.JobName = "job";
+    j.From = src;
+    j.To = dst;
+    j.DoPreview = 0;
+    return j;
+  }
+  std::string Src(const std::string& rel) const { return src + "/" + rel; }
+  std::string Dst(const std::string& rel) const { return dst + "/" + rel; }
+  // A file below src (dst) with the given contents and write time (0: now).
+  std::string Source(const std::string& rel, const std::string& data = "data", std::time_t t = 0) {
+    return Put(Src(rel), data, t);
+  }
+  std::string Dest(const std::string& rel, const std::string& data, std::time_t t = 0) {
+    return Put(Dst(rel), data, t);
+  }
+  static std::string Put(const std::string& path, const std::string& data, std::time_t t) {
+    WriteFile(path, data);
+    if (t != 0) SetModified(path, t);
+    return path;
+  }
+  std::vector<std::string> Lines() const { return rec.Texts(); }
+  // The lines after the count line.
+  std::vector<std::string> FileLines() const {
+    auto lines = rec.Texts();
+    if (!lines.empty()) lines.erase(lines.begin());
+    return lines;
+  }
+  // A table's text with {s} and {d} standing for the two folders.
+  std::string Expand(std::string line) const {
+    line = paths::ReplaceAll(line, "{s}", src + "/");
+    return paths::ReplaceAll(line, "{d}", dst + "/");
+  }
+  // Both trees as text, sorted: "s/..." and "d/..." files with their contents (an archive as
+  // its entry names in archive order, kBig as "BIG"), empty folders with a
+  // trailing "/".
+  std::string Tree() const {
+    std::vector<std::string> out;
+    for (const auto& [root, tag] : {std::pair{src, "s"}, std::pair{dst, "d"}}) {
+      if (!Exists(root)) continue;
+      if (std::filesystem::is_empty(root)) out.push_back(std::string(tag) + "/");
+      for (const auto& e : std::filesystem::recursive_directory_iterator(root)) {
+        const std::string rel = tag + e.path().string().substr(root.size());
+        if (e.is_directory()) {
+          if (std::filesystem::is_empty(e.path())) out.push_back(rel + "/");
+          continue;
+        }
+        std::string data = ReadFile(e.path().string());
+        if (data.starts_with("PK\x03\x04") || data.starts_with("PK\x05\x06")) {
+          data.clear();
+          for (const auto& entry : PyEntries(tmp, e.path().string())) {
+            data += (data.empty() ? "" : ",") + entry.substr(0, entry.find('|'));
+          }
+          data = "[" + data + "]";
+        }
+        out.push_back(rel + "=" + (data == kBig ? "BIG" : data));
+      }
+    }
+    std::sort(out.begin(), out.end());
+    std::string text;
+    for (const auto& e : out) text += (text.empty() ? "" : " ") + e;
+    return text;
+  }
+  // Compares lines with a table's: "..." first (last) compares only the tail (head).
+  void ExpectLines(std::vector<std::string> expected, std::vector<std::string> got) const {
+    for (auto& l : expected) l = Expand(l);
+    if (!expected.empty() && expected.front() == "...") {
+      expected.erase(expected.begin());
+      if (got.size() > expected.size()) got.erase(got.begin(), got.end() - static_cast<long>(expected.size()));
+    } else if (!expected.empty() && expected.back() == "...") {
+      expected.pop_back();
+      if (got.size() > expected.size()) got.resize(expected.size());
+    }
+    EXPECT_EQ(got, expected);
+  }
+  // Clears the record and the job's error flag between two cases of a table.
+  void Next() {
+    rec.lines.clear();
+    rec.counters.clear();
+    run.jobError = false;
+    run.noFiles = false;
+  }
+
+  TempDir tmp;
+  CurrentDir cwd{tmp.str()};  // error.log lands here, out of the build tree
+  std::string src = tmp / "src", dst = tmp / "dst";
+  RecordingEvents rec;
+  Faults faults;
+  Engine driver{Host{}, &faults};
+  Services& svc = driver.svc;
+  job j;
+  JobRun run{j};
+};
+
+}  // namespace orvKestrel::testing

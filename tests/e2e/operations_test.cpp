@@ -11,7 +11,9 @@ namespace {
 
 using Operations = JobFolderTest;
 
-TEST_F(Operations, EachJobAndThePassEndWithASummary) {
+// Each job and the pass end with a summary, and the metrics written after the pass (in the text
+// format, in one step) say the same.
+TEST_F(Operations, SummariesAndMetricsOfEachJobAndThePass) {
   const struct {
     const char* keys;
     bool twice;  // the counts of a second run
@@ -22,6 +24,7 @@ TEST_F(Operations, EachJobAndThePassEndWithASummary) {
       {"Action=1\n", false, {{"selected", 2}, {"moved", 2}, {"deleted", 0}, {"bytes", 8}}},
       {"Action=2\n", false, {{"selected", 2}, {"deleted", 2}, {"failed", 0}, {"bytes", 0}}},
   };
+  const std::regex sample(R"(([a-z_]+(\{[a-z]+="[^"]*"(,[a-z]+="[^"]*")*\})?) (-?[0-9.e+]+))");
   for (const auto& c : cases) {
     SCOPED_TRACE(c.keys + std::string(c.twice ? " again" : ""));
     EmptyFolders();
@@ -30,16 +33,28 @@ TEST_F(Operations, EachJobAndThePassEndWithASummary) {
     WriteJob(kDue + std::string(c.keys));
     if (c.twice) RunJobs();
     std::vector<nlohmann::json> s;
-    for (const std::string& line : SplitLines(RunJobs().out)) {
+    for (const std::string& line : SplitLines(RunJobs({"--metrics", "m.prom"}).out)) {
       if (const auto j = nlohmann::json::parse(line); j["event"] == "Summary") s.push_back(j);
     }
     ASSERT_EQ(s.size(), 2u);
     EXPECT_TRUE(s[0]["scope"] == "job" && s[0]["job"] == "a" && s[1]["scope"] == "pass" && s[1]["job"].is_null());
     for (const auto& [key, n] : c.counts) EXPECT_EQ(s[0][key], n) << key;
-    for (const char* key : {"selected", "copied", "moved", "deleted", "packed", "unpacked", "unchanged", "failed", "bytes"}) {
-      EXPECT_EQ(s[0][key], s[1][key]) << key;  // one job: the pass is that job
-    }
     EXPECT_GE(s[1]["seconds"].get<double>(), s[0]["seconds"].get<double>());
+    std::map<std::string, double> m;
+    for (const std::string& line : SplitLines(Get(dir_ / "m.prom"))) {
+      std::smatch match;
+      if (line.starts_with("# HELP ") || line.starts_with("# TYPE ")) continue;
+      ASSERT_TRUE(std::regex_match(line, match, sample)) << line;
+      m[match[1]] = std::stod(match[4]);
+    }
+    for (const char* key : {"selected", "copied", "moved", "deleted", "packed", "unpacked", "unchanged", "failed"}) {
+      EXPECT_EQ(s[0][key], s[1][key]) << key;  // one job: the pass is that job
+      EXPECT_EQ(m.at("kestrel_job_files{job=\"a\",outcome=\"" + std::string(key) + "\"}"), s[0][key]) << key;
+    }
+    EXPECT_TRUE(m.at("kestrel_job_bytes{job=\"a\"}") == s[0]["bytes"] && s[1]["bytes"] == s[0]["bytes"]);
+    EXPECT_TRUE(m.at("kestrel_job_last_exit_status{job=\"a\"}") == 0 && m.at("kestrel_pass_last_exit_status") == 0);
+    EXPECT_GT(m.at("kestrel_job_last_run_timestamp_seconds{job=\"a\"}"), 1.7e9);
+    for (const auto& [rel, data] : Files(dir_.root())) EXPECT_FALSE(Hidden(rel)) << rel;  // no temporary left
   }
 }
 
@@ -145,26 +160,6 @@ TEST_F(Operations, TheTerminalProgressLineSaysFilesBytesAndRate) {
   ASSERT_EQ(r.exitCode, 0) << r.err;
   EXPECT_NE(r.out.find("[3/3] 100% "), std::string::npos) << r.out;  // bytes of the files done
   EXPECT_NE(r.out.find(" bytes/s)"), std::string::npos) << r.out;
-}
-
-TEST_F(Operations, MetricsParseBackAsTheTextFormat) {
-  Put(src() / "a.txt", "hello");
-  WriteJob(kDue + std::string("Action=0\n"));
-  ASSERT_EQ(RunJobs({"--metrics", (dir_ / "kestrel.prom").string()}).exitCode, 0);
-  std::map<std::string, double> samples;
-  const std::regex sample(R"(([a-z_]+(\{[a-z]+="[^"]*"(,[a-z]+="[^"]*")*\})?) (-?[0-9.e+]+))");
-  for (const std::string& line : SplitLines(Get(dir_ / "kestrel.prom"))) {
-    if (line.starts_with("# HELP ") || line.starts_with("# TYPE ")) continue;
-    std::smatch m;
-    ASSERT_TRUE(std::regex_match(line, m, sample)) << line;
-    samples[m[1]] = std::stod(m[4]);
-  }
-  EXPECT_EQ(samples.at(R"(kestrel_job_files{job="a",outcome="copied"})"), 1);
-  EXPECT_EQ(samples.at(R"(kestrel_job_bytes{job="a"})"), 5);
-  EXPECT_EQ(samples.at(R"(kestrel_job_last_exit_status{job="a"})"), 0);
-  EXPECT_EQ(samples.at("kestrel_pass_last_exit_status"), 0);
-  EXPECT_GT(samples.at(R"(kestrel_job_last_run_timestamp_seconds{job="a"})"), 1.7e9);
-  EXPECT_EQ(Files(dir_.root()).count("kestrel.prom"), 1u);  // no temporary left beside it
 }
 
 // A log or trace file that is a pipe nobody reads, or a folder, is refused at once (exit 2)

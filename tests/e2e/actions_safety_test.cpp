@@ -83,7 +83,8 @@ TEST_F(Safety, ADestinationThatIsTheSourceItselfNeverCostsTheFile) {
         } else if (!bind.emplace(src(), to).ok()) {
           GTEST_SKIP() << "no bind mount here: " << std::strerror(errno);
         }
-        WriteJob(std::string(row.keys) + "Counter=1\nInterval=1\nDoPreview=" + (preview ? "1\n" : "0\n"), "a", src(), to);
+        WriteJob(std::string(row.keys) + "Counter=1\nInterval=1\nDoPreview=" + (preview ? "1\n" : "0\n"), "a",
+                 src(), to);
         const RunResult r = RunJobs({"--preview-jobs"});
         const auto errors = Errors(r);
         EXPECT_EQ(!errors.empty() && errors[0].find("same file") != std::string::npos &&

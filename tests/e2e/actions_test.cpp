@@ -203,7 +203,8 @@ TEST_F(Actions, PreviewOfEachPolicy) {
       {copy + "Exist=4\nEFSDelete=1\n", true, false,
        {"Würde von neu kopierter Datei überschrieben: $O", "Würde gelöscht: $S"}},
       {move + "Exist=4\nEFSDelete=1\n", true, false, {"Würde von neu verschobener Datei überschrieben: $O"}},
-      {move + "Exist=4\nEFSelect=1\nEFSDelete=1\n", true, false, {"Quelldatei nicht älter: $A", "Würde gelöscht: $S"}},
+      {move + "Exist=4\nEFSelect=1\nEFSDelete=1\n", true, false,
+       {"Quelldatei nicht älter: $A", "Würde gelöscht: $S"}},
       {copy + "Exist=5\n", true, false, {}},
       // Only comparing: nothing for a new file, except when renaming.
       {copy + "OnlyCompare=1\nExist=0\n", false, false, {}},
@@ -229,7 +230,8 @@ TEST_F(Actions, PreviewOfEachPolicy) {
     Lines expected{std::string("Vorschau - Dateien ") + (c.keys.starts_with(move) ? "verschieben" : "kopieren") +
                        " (keine Aktionen): " + src().string(),
                    std::string("Datei gefunden: 1") +
-                       (c.keys.find("OnlyCompare") != std::string::npos ? " (Vergleiche nur existierende Dateien)" : "")};
+                       (c.keys.find("OnlyCompare") != std::string::npos ? " (Vergleiche nur existierende Dateien)"
+                                                                        : "")};
     for (std::string line : c.lines) {
       for (const auto& [token, path] : {std::pair{"$A", S("a.txt") + " nach " + to},
                                         {"$O", S("a.txt") + " überschreibt " + to}, {"$N", D("a_1.txt")},
@@ -259,7 +261,9 @@ TEST_F(Actions, PreviewsOfTreesChangeNoByte) {
   Put(dst() / "a.txt", "a");
   Put(dst() / "b.txt", "b");
   auto lines = Preview();
-  for (const char* rel : {"x/y/a.txt", "x/y/b.txt", "x/y", "x"}) EXPECT_EQ(std::count(lines.begin(), lines.end(), gone(rel)), 1) << rel;
+  for (const char* rel : {"x/y/a.txt", "x/y/b.txt", "x/y", "x"}) {
+    EXPECT_EQ(std::count(lines.begin(), lines.end(), gone(rel)), 1) << rel;
+  }
   EXPECT_TRUE(before(lines, gone("x/y/a.txt"), gone("x/y")) && before(lines, gone("x/y/b.txt"), gone("x/y")));
   EXPECT_TRUE(before(lines, gone("x/y"), gone("x")));
   EXPECT_FALSE(Has(lines, gone("z"))) << ::testing::PrintToString(lines);

@@ -43,7 +43,8 @@ TEST_F(Dates, AStateInAnotherFormatNeverStopsTheSchedule) {
   };
   for (const auto& c : cases) {
     SCOPED_TRACE(c.state + " read as " + c.format);
-    WriteJob("DoPreview=0\nIntervalType=1\nIntervalTimeType=0\nIntervalTime=08:00:00\nIntState=" + c.state + "\n", "d");
+    WriteJob("DoPreview=0\nIntervalType=1\nIntervalTimeType=0\nIntervalTime=08:00:00\nIntState=" + c.state + "\n",
+             "d");
     const RunResult r = run(c.format, "2026-11-22 10:00:00");
     EXPECT_EQ(r.exitCode, 0) << r.out << r.err;
     EXPECT_EQ(r.err.find("Type mismatch"), std::string::npos) << r.err;

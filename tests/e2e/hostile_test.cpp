@@ -84,7 +84,9 @@ TEST_F(Hostile, AnUnreadableFolderGivesNoFilesAndAnUnreadableFileAnErrorLine) {
 // may be longer than the system takes in one call.
 std::string Levels(const Lines& levels, std::size_t depth, bool make) {
   std::string steps;
-  for (std::size_t i = 0; i < depth; ++i) steps += (make ? "mkdir -p " + levels[i] + " && " : "") + "cd -P " + levels[i] + " && ";
+  for (std::size_t i = 0; i < depth; ++i) {
+    steps += (make ? "mkdir -p " + levels[i] + " && " : "") + "cd -P " + levels[i] + " && ";
+  }
   return steps;
 }
 
@@ -102,7 +104,9 @@ TEST_F(Hostile, PathsBeyondPathMaxEndWithErrorLinesNotACrash) {
     if (length + 12 < PATH_MAX) fits = levels.size();
     if (length > PATH_MAX + 400 && beyond == 0) beyond = levels.size();
   }
-  const auto shell = [&](const std::string& cmd) { return std::system(("cd " + Quote(dir_.root().string()) + " && " + cmd).c_str()); };
+  const auto shell = [&](const std::string& cmd) {
+    return std::system(("cd " + Quote(dir_.root().string()) + " && " + cmd).c_str());
+  };
   ASSERT_EQ(shell("cd src && " + Levels(levels, fits, true) + "printf fits > fits.txt"), 0);
   ASSERT_EQ(shell("cd src && " + Levels(levels, beyond, true) + "printf beyond > beyond.txt"), 0);
   Put(src() / "top.txt", "top");

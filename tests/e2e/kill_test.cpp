@@ -87,7 +87,8 @@ class Kill : public ::testing::TestWithParam<Scenario> {
       EXPECT_TRUE(data == originals_.at(rel)) << "source changed: " << rel;
     }
     for (const auto& [rel, data] : originals_) {
-      EXPECT_TRUE(src.contains(rel) || (s().action != 0 && dst.contains(rel) && dst.at(rel) == data)) << "lost: " << rel;
+      EXPECT_TRUE(src.contains(rel) || (s().action != 0 && dst.contains(rel) && dst.at(rel) == data))
+          << "lost: " << rel;
     }
     const RunResult list = RunKestrel({"list", "jobs", "--events", "jsonl"}, dir_.root());
     EXPECT_EQ(list.exitCode, 0) << list.err;
@@ -152,7 +153,8 @@ INSTANTIATE_TEST_SUITE_P(
     ::testing::Values(Scenario{"copy", 0, "SubFolder=1\nFStruct=1\nExist=0", false, false},
                       Scenario{"move", 1, "SubFolder=1\nFStruct=1\nExist=1", true, false},
                       Scenario{"replace", 0, "SubFolder=1\nFStruct=1\nExist=3", false, true},
-                      Scenario{"zip", 3, "SubFolder=1\nZipAll=0\nZipIntStruct=1\nZipDelComp=1\nExist=4", false, false}),
+                      Scenario{"zip", 3, "SubFolder=1\nZipAll=0\nZipIntStruct=1\nZipDelComp=1\nExist=4", false,
+                               false}),
     [](const ::testing::TestParamInfo<Scenario>& info) { return std::string(info.param.name); });
 
 }  // namespace

@@ -76,7 +76,8 @@ TEST_F(Operations, TextViewLogAndQuiet) {
   Kestrel(At({"run", "jobs", "--log", log}));
   const Lines starts = [&] {
     Lines l = SplitLines(Get(log));
-    l.erase(std::remove_if(l.begin(), l.end(), [](const auto& s) { return s.find("Starte") == std::string::npos; }), l.end());
+    const auto other = [](const std::string& s) { return s.find("Starte") == std::string::npos; };
+    l.erase(std::remove_if(l.begin(), l.end(), other), l.end());
     return l;
   }();
   ASSERT_EQ(starts.size(), 2u) << Get(log);
@@ -93,7 +94,8 @@ TEST_F(Operations, TextViewLogAndQuiet) {
   ASSERT_EQ(lines.size(), 4u) << quiet.out;  // the error, the job's end, two summaries
   EXPECT_TRUE(lines[0].starts_with("a: Fehler: ")) << quiet.out;
   EXPECT_EQ(lines[1], "a: Auftrag ausgeführt (mit Fehler)");
-  EXPECT_NE(lines[2].find("1 copied, 0 moved, 0 deleted, 0 packed, 0 unpacked, 0 unchanged, 1 failed"), std::string::npos);
+  EXPECT_NE(lines[2].find("1 copied, 0 moved, 0 deleted, 0 packed, 0 unpacked, 0 unchanged, 1 failed"),
+            std::string::npos);
   EXPECT_TRUE(lines[3].starts_with("Summary of the pass: ")) << quiet.out;
 }
 
@@ -156,7 +158,8 @@ TEST_F(Operations, TheTerminalProgressLineSaysFilesBytesAndRate) {
   for (const char* name : {"a.txt", "b.txt", "c.txt"}) Put(src() / name, "hello");
   WriteJob(kDue + std::string("Action=0\n"));
   // script gives kestrel's standard output a pseudo-terminal.
-  const RunResult r = Kestrel({"-qfec", std::string(KESTREL_BIN) + " run jobs", "/dev/null"}, {.bin = "/usr/bin/script"});
+  const RunResult r =
+      Kestrel({"-qfec", std::string(KESTREL_BIN) + " run jobs", "/dev/null"}, {.bin = "/usr/bin/script"});
   ASSERT_EQ(r.exitCode, 0) << r.err;
   EXPECT_NE(r.out.find("[3/3] 100% "), std::string::npos) << r.out;  // bytes of the files done
   EXPECT_NE(r.out.find(" bytes/s)"), std::string::npos) << r.out;

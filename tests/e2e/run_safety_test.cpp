@@ -57,7 +57,8 @@ TEST_F(RunSafety, NoRemovalAfterAWalkThatAPatternCutShort) {
 // always, in the folders a job walks unless the job is a preview.
 TEST_F(RunSafety, LeftoversOfAKilledRunAreRemovedByTheNextRun) {
   const fs::path state = jobs() / ".a.kjb.kestrel-tmp-12345";
-  const fs::path walked[] = {src() / ".kestrel-0123456789abcdef.tmp", src() / "d/.kestrel-0123456789abcdef.tmp.Ab3dEf"};
+  const fs::path walked[] = {src() / ".kestrel-0123456789abcdef.tmp",
+                             src() / "d/.kestrel-0123456789abcdef.tmp.Ab3dEf"};
   for (const bool preview : {true, false}) {
     SCOPED_TRACE(preview);
     Put(state, "partial");

@@ -186,7 +186,8 @@ TEST_F(RunTest, TraceFile) {
   EXPECT_EQ(r.exitCode, 0) << r.err;
   const std::string trace = Get(dir_ / "trace.txt");
   for (const char* part : {" START FAILSAFE 6.60 LITE 22.11.2026,10:00:0",
-                           "] ->clsKestrel : Sub ExecuteAllJobs : (sJobDir=jobs/, ", "] <-\tclsKestrel : Sub DriveJob : "}) {
+                           "] ->clsKestrel : Sub ExecuteAllJobs : (sJobDir=jobs/, ",
+                           "] <-\tclsKestrel : Sub DriveJob : "}) {
     EXPECT_NE(trace.find(part), std::string::npos) << part;
   }
 }
@@ -206,7 +207,8 @@ TEST_F(RunTest, SigintDuringAPassStopsItWith130) {
   ASSERT_TRUE(Eventually([&] { return !Catches(pid, SIGINT); }));
   Put(go, "");
   EXPECT_EQ(WaitFor(pid).exitCode, 130);
-  EXPECT_NE(Get(out).find("\"LogMsg\":\"a: Aktion 'Aufträge ausführen' abgebrochen\",\"MsgID\":2"), std::string::npos);
+  EXPECT_NE(Get(out).find("\"LogMsg\":\"a: Aktion 'Aufträge ausführen' abgebrochen\",\"MsgID\":2"),
+            std::string::npos);
   EXPECT_EQ(Get(out).find("Auftrag ausgeführt"), std::string::npos);
 }
 
@@ -221,8 +223,9 @@ TEST_F(RunTest, DaemonRunsEveryIntervalReopensItsLogAndStopsOnSigterm) {
     SCOPED_TRACE(every);
     fs::remove(log);
     fs::remove(rotated);
-    const pid_t pid = StartKestrel(At({"daemon", "jobs", "--every", every, "--events", "jsonl", "--log", log.string()}),
-                                   dir_.root(), {.outFile = out.string(), .errFile = (dir_ / "err").string()});
+    const pid_t pid =
+        StartKestrel(At({"daemon", "jobs", "--every", every, "--events", "jsonl", "--log", log.string()}),
+                     dir_.root(), {.outFile = out.string(), .errFile = (dir_ / "err").string()});
     ASSERT_TRUE(Eventually([&] { return Catches(pid, SIGTERM); }));
     const int passes = every == std::string("1") ? 2 : 1;
     ASSERT_TRUE(Eventually([&] { return starts(log) >= passes; })) << Get(out);

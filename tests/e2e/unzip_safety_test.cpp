@@ -25,12 +25,14 @@ TEST_F(UnzipSafety, AnEntryNeverReplacesAnArchiveOrAFileOfTheRun) {
     Tree after;                 // files below the destination (besides the archives)
   } cases[] = {
       {"own name", "DestZipExist=1\nZipDelDeComp=1\nDestZipFolder=1\n", true,
-       {{"pack.zip", {{"other.txt", "other"}, {"pack.zip", "inner bytes"}}}}, {{"pack.zip: pack.zip"}}, {{"other.txt", "other"}}},
+       {{"pack.zip", {{"other.txt", "other"}, {"pack.zip", "inner bytes"}}}}, {{"pack.zip: pack.zip"}},
+       {{"other.txt", "other"}}},
       {"own name, flat", "DestZipExist=1\nZipDelDeComp=1\nDestZipFolder=0\n", true,
        {{"pack.zip", {{"other.txt", "other"}, {"inner/pack.zip", "inner bytes"}}}}, {{"pack.zip: inner/pack.zip"}},
        {{"other.txt", "other"}}},
       {"each other's names", "DestZipExist=1\nZipDelDeComp=1\n", true,
-       {{"a.zip", {{"b.zip", "not an archive"}, {"x.txt", "from a"}}}, {"b.zip", {{"a.zip", "not an archive"}, {"y.txt", "from b"}}}},
+       {{"a.zip", {{"b.zip", "not an archive"}, {"x.txt", "from a"}}},
+        {"b.zip", {{"a.zip", "not an archive"}, {"y.txt", "from b"}}}},
        {{"b.zip: a.zip"}, {"a.zip: b.zip"}}, {{"x.txt", "from a"}, {"y.txt", "from b"}}},
   };
   for (const auto& c : cases) {
@@ -91,7 +93,8 @@ TEST_F(UnzipSafety, EntriesKeptByThePolicyAreNamedAndKeepTheArchive) {
     const RunResult r = RunJobs();
     EXPECT_EQ(r.exitCode, 0) << r.out;
     EXPECT_EQ(Files(dst()), (Tree{{"report.txt", "mine"}, {"x.txt", "x"}}));
-    EXPECT_EQ(Count(r.logs, line + Src("r.zip").string() + ": report.txt nach " + Dst("report.txt").string()), 1) << r.out;
+    EXPECT_EQ(Count(r.logs, line + Src("r.zip").string() + ": report.txt nach " + Dst("report.txt").string()), 1)
+        << r.out;
     EXPECT_TRUE(fs::exists(Src("r.zip")));
   }
 }

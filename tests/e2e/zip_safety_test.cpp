@@ -10,7 +10,9 @@ namespace {
 
 class ZipSafety : public ArchiveTest {
  protected:
-  void Job(const fs::path& to, const std::string& keys) const { WriteJob(kDue + ("Action=3\n" + keys), "z", src(), to); }
+  void Job(const fs::path& to, const std::string& keys) const {
+    WriteJob(kDue + ("Action=3\n" + keys), "z", src(), to);
+  }
   // True when an error line of the run names file.
   static bool ErrorNames(const RunResult& r, const fs::path& file) {
     return std::any_of(r.logs.begin(), r.logs.end(), [&](const std::string& l) {

@@ -52,7 +52,10 @@ TEST_F(ZipJobs, Extraction) {
   if (!HaveTool("zip")) GTEST_SKIP() << "zip is not installed";
   const std::time_t entryTime = EntryTime();
   const auto zip = [this](const std::string& rel, const std::vector<Entry>& entries) { Archive(Src(rel), entries); };
-  const auto existing = [&](std::time_t t) { zip("a.zip", {{"old.txt", "archive"}}); Put(Dst("old.txt"), "existing", t); };
+  const auto existing = [&](std::time_t t) {
+    zip("a.zip", {{"old.txt", "archive"}});
+    Put(Dst("old.txt"), "existing", t);
+  };
   const struct {
     std::string name, keys, option;
     std::function<void()> setup;
@@ -116,13 +119,15 @@ TEST_F(ZipJobs, Extraction) {
        {"1 Datei wurde dekomprimiert: $S/sub/data.zip nach $D/sub/data"}, {{"sub/data/x.txt", "X"}}, {"sub/data.zip"}},
       {"a preview counts and writes nothing", "DoPreview=1\nZipDelDeComp=1\nFStruct=1\n", "--preview-jobs",
        [&] { zip("a.zip", {{"a.txt", "A"}, {"b.txt", "B"}, {"d/", ""}}); zip("sub/one.zip", {{"c", "C"}}); }, 0,
-       {"2  Zip Dateien gefunden. Starte Dekompressionsvorschau ...", "2 Dateien würden dekomprimiert: $S/a.zip nach $D/a",
+       {"2  Zip Dateien gefunden. Starte Dekompressionsvorschau ...",
+        "2 Dateien würden dekomprimiert: $S/a.zip nach $D/a",
         "Zip Datei würde bei erfolgreicher Aktion gelöscht  $S/a.zip nach $D/a",
         "1 Datei würde dekomprimiert: $S/sub/one.zip nach $D/sub/one",
         "Zip Datei würde bei erfolgreicher Aktion gelöscht  $S/sub/one.zip nach $D/sub/one"},
        {}, {"a.zip", "sub/one.zip"}},
       {"a dry run only previews", "ZipDelDeComp=1\n", "--dry-run", [&] { zip("a.zip", {{"a.txt", "A"}}); }, 0,
-       {"1  Zip Dateien gefunden. Starte Dekompressionsvorschau ...", "1 Datei würde dekomprimiert: $S/a.zip nach $D"},
+       {"1  Zip Dateien gefunden. Starte Dekompressionsvorschau ...",
+        "1 Datei würde dekomprimiert: $S/a.zip nach $D"},
        {}, {"a.zip"}},
   };
   for (const auto& c : cases) {

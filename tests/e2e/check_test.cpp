@@ -17,6 +17,8 @@ TEST_F(Check, SaysOfEachJobWhetherItRunsAndWhatIsWrong) {
     std::string name, extra;
     bool valid, due;
     std::string why, problem;  // parts of a reason and of a problem; empty: none expected
+    std::string jobName = {};  // when not the file's name
+    fs::path from = {}, to = {};
   } cases[] = {
       {"good", runs, true, true, "Counter is 1", ""},
       {"preview", "Counter=1\nInterval=1\n", true, false, "DoPreview is 1", ""},
@@ -25,30 +27,23 @@ TEST_F(Check, SaysOfEachJobWhetherItRunsAndWhatIsWrong) {
       {"typo", "SubFolder=yes\n", false, false, "", "SubFolder"},
       {"off", runs + "Inactive=1\n", true, false, "inactive", ""},
       {"once", runs + "RunOnce=1\nStatus=5\n", true, false, "run-once", ""},
-      {"dup1", runs, true, true, "", "also the Name of dup2.kjb"},
-      {"dup2", runs, true, true, "", "also the Name of dup1.kjb"},
+      {"dup1", runs, true, true, "", "also the Name of dup2.kjb", "dup"},
+      {"dup2", runs, true, true, "", "also the Name of dup1.kjb", "dup"},
       {"pattern", runs + "DoFileMatch=1\nFilename=(\n", true, true, "", "does not compile"},
       {"daily", daily + "IntState=21.11.2026\n", true, true, "fires now", ""},
       {"tomorrow", daily + "IntState=22.11.2026\n", true, false, "2026-11-23 08:00:00", ""},
       {"fresh", daily, true, false, "only records IntState", ""},
       {"badtime", "DoPreview=0\nIntervalType=1\nIntervalTime=8 o'clock\n", true, false, "", "not a time of day"},
-      {"other", runs, true, true, "", "differs from the file name"},
-      {"slash", runs, true, false, "", "not a plain file name"},
-      {"nofolder", runs, true, false, "", "does not exist"},
-      {"nested", runs, true, true, "", "inside From"},
+      {"other", runs, true, true, "", "differs from the file name", "elsewhere"},
+      {"slash", runs, true, false, "", "not a plain file name", "../x"},
+      {"nofolder", runs, true, false, "", "does not exist", "", dir_ / "gone", src() / "sub"},
+      {"nested", runs, true, true, "", "inside From", "", src(), dir_ / "src/../src/out"},
   };
-  for (const auto& c : cases) WriteJob(c.extra, c.name);
-  // The file name stays; what is in it changes.
-  WriteJob(runs, "elsewhere");
-  fs::rename(jobs() / "elsewhere.kjb", jobs() / "other.kjb");
-  WriteJob(runs, "../x");
-  fs::rename(jobs() / "../x.kjb", jobs() / "slash.kjb");
-  WriteJob(runs, "dup", src(), dst());
-  fs::rename(jobs() / "dup.kjb", jobs() / "dup1.kjb");
-  WriteJob(runs, "dup", src(), dst());
-  fs::rename(jobs() / "dup.kjb", jobs() / "dup2.kjb");
-  WriteJob(runs, "nofolder", dir_ / "gone", src() / "sub");
-  WriteJob(runs, "nested", src(), dir_ / "src/../src/out");
+  for (const auto& c : cases) {
+    Put(jobs() / (c.name + ".kjb"), "[Job]\nName=" + (c.jobName.empty() ? c.name : c.jobName) + "\nFrom=" +
+                                         (c.from.empty() ? src() : c.from).string() + "\nTo=" +
+                                         (c.to.empty() ? dst() : c.to).string() + "\n" + c.extra);
+  }
   fs::create_directories(src() / "out");
   const auto before = Files(dir_.root());
 

@@ -30,12 +30,13 @@ class ZipJobs : public ArchiveTest {
 TEST_F(ZipJobs, CompressesTheSelectedFilesIntoTheJobsArchiveAndPreviewsIt) {
   Put(Src("a.txt"), "alpha");
   Put(Src("sub/b.txt"), "beta");
-  WriteJob("Action=3\nDoPreview=1\nExist=1\nZipIntStruct=1\nZipDelComp=1\n");
+  WriteJob("Action=3\nDoPreview=1\nExist=1\n");
   RunResult r = RunJobs({"--preview-jobs"});
   EXPECT_EQ(r.exitCode, 0) << r.err << r.out;
   EXPECT_EQ(Count(r.logs, "Würde zu Zip hinzugefügt: "), 1) << r.out;
   EXPECT_TRUE(Has(r.logs, "Würde gelöscht: " + S("a.txt")) || Has(r.logs, "Würde gelöscht: " + S("sub/b.txt")));
   EXPECT_EQ(Files(dst()), Tree{});
+  EXPECT_EQ(Files(src()).size(), 2u);
   WriteJob("Action=3\nDoPreview=0\nZipIntStruct=1\nZipDelComp=1\n");
   r = RunJobs();
   EXPECT_EQ(r.exitCode, 0) << r.err << r.out;

@@ -1,5 +1,7 @@
-// Helpers of the end-to-end tests: starting kestrel as a child, a private folder, job files, the
-// jsonl event stream, and reading a tree back.
+// Helpers of the end-to-end tests: a private folder, job files, kestrel started as a child, its
+// jsonl event stream, and a tree read back. The names parallel tests rely on: WriteJobFile (a job
+// file), RunKestrel (arguments in; exit code, stdout and stderr out) and Files (a tree with the
+// contents of its files).
 #pragma once
 
 #include <nlohmann/json.hpp>
@@ -17,23 +19,23 @@
 
 #include <algorithm>
 #include <chrono>
-#include <functional>
-#include <thread>
 #include <cstdlib>
 #include <ctime>
 #include <filesystem>
 #include <fstream>
+#include <functional>
 #include <map>
-#include <random>
 #include <sstream>
 #include <string>
+#include <thread>
 #include <vector>
 
 namespace e2e {
 
 namespace fs = std::filesystem;
-using orvKestrel::testing::OtherFileSystemThan;
 using orvKestrel::testing::Quote;
+using Tree = std::map<std::string, std::string>;  // relative path -> contents
+using Lines = std::vector<std::string>;
 
 // Writes a file (and its folders); a non-zero `written` becomes its access and write time.
 inline void Put(const fs::path& p, const std::string& data, std::time_t written = 0) {
@@ -50,6 +52,13 @@ inline std::string Get(const fs::path& p) {
   std::stringstream ss;
   ss << in.rdbuf();
   return ss.str();
+}
+
+inline Lines SplitLines(const std::string& text) {
+  Lines out;
+  std::istringstream in(text);
+  for (std::string line; std::getline(in, line);) out.push_back(line);
+  return out;
 }
 
 // A folder of its own below the temporary folder, removed with everything in it.
@@ -82,23 +91,33 @@ class Scratch {
   fs::path root_;
 };
 
+// The job file `name`.kjb in the folder jobs: its name and folders, then `keys`.
+inline void WriteJobFile(const fs::path& jobs, const std::string& name, const fs::path& from,
+                         const fs::path& to, const std::string& keys) {
+  Put(jobs / (name + ".kjb"),
+      "[Job]\nName=" + name + "\nFrom=" + from.string() + "\nTo=" + to.string() + "\n" + keys);
+}
+
 // How a child kestrel is started besides its arguments.
 struct StartOptions {
-  std::string outFile, errFile;                            // empty: nowhere
-  std::vector<std::pair<std::string, std::string>> env;  // set in the child only; "" unsets
+  std::string outFile = {}, errFile = {};                     // empty: nowhere
+  std::vector<std::pair<std::string, std::string>> env = {};  // set in the child only; "" unsets
   uid_t asUser = 0;  // non-zero: as that user (the tests run as root, whom permissions do not stop)
-  int outFd = -1, errFd = -1;  // >= 0: there instead of the files
   std::string bin = KESTREL_BIN;  // another copy of kestrel, e.g. an installed one
 };
 
-// kestrel with args, its standard output and error into the files of `o`. The child runs in the
-// folder cwd (error.log lands there).
+// kestrel with args in the folder cwd (error.log lands there), its output into the files of `o`.
 inline pid_t StartKestrel(const std::vector<std::string>& args, const fs::path& cwd,
                           const StartOptions& o = {}) {
   std::vector<std::string> argv{o.bin};
   argv.insert(argv.end(), args.begin(), args.end());
   const pid_t pid = ::fork();
   if (pid != 0) return pid;
+  const auto open = [](const std::string& file) {
+    return ::open(file.empty() ? "/dev/null" : file.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0666);
+  };
+  ::dup2(open(o.outFile), 1);
+  ::dup2(open(o.errFile), 2);
   if (o.asUser != 0 &&
       (::setgroups(0, nullptr) != 0 || ::setgid(o.asUser) != 0 || ::setuid(o.asUser) != 0)) {
     ::_exit(125);
@@ -107,13 +126,6 @@ inline pid_t StartKestrel(const std::vector<std::string>& args, const fs::path& 
     value.empty() ? ::unsetenv(name.c_str()) : ::setenv(name.c_str(), value.c_str(), 1);
   }
   if (::chdir(cwd.c_str()) != 0) ::_exit(126);
-  const auto open = [](const std::string& file) {
-    return ::open(file.empty() ? "/dev/null" : file.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0666);
-  };
-  const int out = o.outFd >= 0 ? o.outFd : open(o.outFile);
-  const int err = o.errFd >= 0 ? o.errFd : open(o.errFile);
-  ::dup2(out, 1);
-  ::dup2(err, 2);
   std::vector<char*> cargv;
   for (std::string& a : argv) cargv.push_back(a.data());
   cargv.push_back(nullptr);
@@ -121,29 +133,10 @@ inline pid_t StartKestrel(const std::vector<std::string>& args, const fs::path& 
   ::_exit(127);
 }
 
-struct ChildEnd {
-  int exitCode = -1;  // -1 when killed by a signal
-  int signal = 0;
-};
-
-inline ChildEnd Ended(int status) {
-  ChildEnd end;
-  if (WIFEXITED(status)) end.exitCode = WEXITSTATUS(status);
-  if (WIFSIGNALED(status)) end.signal = WTERMSIG(status);
-  return end;
-}
-
-inline ChildEnd WaitFor(pid_t pid) {
-  int status = 0;
-  while (::waitpid(pid, &status, 0) < 0 && errno == EINTR) {
-  }
-  return Ended(status);
-}
-
 // Polls until done() holds; false after limit. Only a guard against a hang: what a test checks
 // is the order of events, never how long they took.
 inline bool Eventually(const std::function<bool()>& done,
-                       std::chrono::seconds limit = std::chrono::seconds(20)) {
+                       std::chrono::seconds limit = std::chrono::seconds(30)) {
   for (const auto until = std::chrono::steady_clock::now() + limit; !done();) {
     if (std::chrono::steady_clock::now() > until) return false;
     std::this_thread::sleep_for(std::chrono::milliseconds(5));
@@ -151,66 +144,37 @@ inline bool Eventually(const std::function<bool()>& done,
   return true;
 }
 
-// Waits for the child at most limit; then it is killed and the test fails.
-inline ChildEnd WaitFor(pid_t pid, std::chrono::seconds limit) {
+struct ChildEnd {
+  int exitCode = -1;  // -1 when killed by a signal
+  int signal = 0;
+};
+
+// Waits for the child, at most limit: then it is killed and the test fails.
+inline ChildEnd WaitFor(pid_t pid, std::chrono::seconds limit = std::chrono::seconds(300)) {
   int status = 0;
   if (!Eventually([&] { return ::waitpid(pid, &status, WNOHANG) == pid; }, limit)) {
     ADD_FAILURE() << "kestrel did not end within " << limit.count() << " s";
     ::kill(pid, SIGKILL);
-    return WaitFor(pid);
-  }
-  return Ended(status);
-}
-
-// True once the process catches sig: its handler is installed.
-inline bool CatchesSignal(pid_t pid, int sig) {
-  return Eventually([&] {
-    std::ifstream status("/proc/" + std::to_string(pid) + "/status");
-    for (std::string line; std::getline(status, line);) {
-      if (line.starts_with("SigCgt:")) return ((std::stoull(line.substr(7), nullptr, 16) >> (sig - 1)) & 1) != 0;
-    }
-    return false;
-  });
-}
-
-struct RunResult {
-  int exitCode = -1;
-  std::string out, err;
-};
-
-// Runs kestrel to its end; its output goes through a folder of its own, never through cwd.
-inline RunResult RunKestrel(const std::vector<std::string>& args, const fs::path& cwd,
-                            StartOptions o = {}) {
-  const Scratch io("io");
-  o.outFile = (io / "out").string();
-  o.errFile = (io / "err").string();
-  const ChildEnd end = WaitFor(StartKestrel(args, cwd, o));
-  return {end.exitCode, Get(o.outFile), Get(o.errFile)};
-}
-
-// Every file below root (links not followed), relative path -> contents.
-inline std::map<std::string, std::string> Files(const fs::path& root) {
-  std::map<std::string, std::string> out;
-  if (!fs::exists(root)) return out;
-  for (const auto& e : fs::recursive_directory_iterator(root)) {
-    std::error_code ec;
-    if (e.is_regular_file(ec) && !e.is_symlink(ec)) {
-      out[fs::relative(e.path(), root).string()] = Get(e.path());
+    while (::waitpid(pid, &status, 0) < 0 && errno == EINTR) {
     }
   }
-  return out;
+  return {WIFEXITED(status) ? WEXITSTATUS(status) : -1, WIFSIGNALED(status) ? WTERMSIG(status) : 0};
 }
 
-// True when a component of the relative path begins with ".".
-inline bool Hidden(const std::string& rel) {
-  return rel.starts_with('.') || rel.find("/.") != std::string::npos;
+// True while the process catches sig: its handler is installed (and, for a handler installed
+// to run once, has not run yet).
+inline bool Catches(pid_t pid, int sig) {
+  std::ifstream status("/proc/" + std::to_string(pid) + "/status");
+  for (std::string line; std::getline(status, line);) {
+    if (line.starts_with("SigCgt:")) return ((std::stoull(line.substr(7), nullptr, 16) >> (sig - 1)) & 1) != 0;
+  }
+  return false;
 }
 
 // The LogMessage events of a jsonl stream; every line must be JSON.
 inline std::vector<nlohmann::json> LogEvents(const std::string& stream) {
   std::vector<nlohmann::json> out;
-  std::istringstream in(stream);
-  for (std::string line; std::getline(in, line);) {
+  for (const std::string& line : SplitLines(stream)) {
     const auto event = nlohmann::json::parse(line, nullptr, false);
     if (event.is_discarded()) {
       ADD_FAILURE() << "not JSON: " << line;
@@ -222,23 +186,52 @@ inline std::vector<nlohmann::json> LogEvents(const std::string& stream) {
 }
 
 // The texts of those events.
-inline std::vector<std::string> LogTexts(const std::string& stream) {
-  std::vector<std::string> out;
+inline Lines LogTexts(const std::string& stream) {
+  Lines out;
   for (const auto& event : LogEvents(stream)) out.push_back(event["LogMsg"].get<std::string>());
   return out;
 }
 
-inline bool Has(const std::vector<std::string>& lines, const std::string& line) {
+struct RunResult {
+  int exitCode = -1;
+  std::string out, err;
+  Lines logs = {};  // the texts of the LogMessage events, when out is a jsonl stream
+};
+
+// Runs kestrel to its end; its output goes through a folder of its own, never through cwd.
+inline RunResult RunKestrel(const std::vector<std::string>& args, const fs::path& cwd,
+                            StartOptions o = {}) {
+  const Scratch io("io");
+  o.outFile = (io / "out").string();
+  o.errFile = (io / "err").string();
+  const ChildEnd end = WaitFor(StartKestrel(args, cwd, o));
+  EXPECT_EQ(end.signal, 0) << "kestrel died of a signal\n" << Get(o.errFile);
+  return {end.exitCode, Get(o.outFile), Get(o.errFile)};
+}
+
+// Every file below root (links not followed), relative path -> contents.
+inline Tree Files(const fs::path& root) {
+  Tree out;
+  if (!fs::exists(root)) return out;
+  for (const auto& e : fs::recursive_directory_iterator(root)) {
+    std::error_code ec;
+    if (e.is_regular_file(ec) && !e.is_symlink(ec)) out[fs::relative(e.path(), root).string()] = Get(e.path());
+  }
+  return out;
+}
+
+// True when a component of the relative path begins with ".".
+inline bool Hidden(const std::string& rel) { return rel.starts_with('.') || rel.find("/.") != std::string::npos; }
+
+inline bool Has(const Lines& lines, const std::string& line) {
   return std::find(lines.begin(), lines.end(), line) != lines.end();
 }
 
 // Lines that begin with prefix and contain every one of parts.
-inline int Count(const std::vector<std::string>& lines, const std::string& prefix,
-                 const std::vector<std::string>& parts = {}) {
+inline int Count(const Lines& lines, const std::string& prefix, const Lines& parts = {}) {
   return static_cast<int>(std::count_if(lines.begin(), lines.end(), [&](const std::string& l) {
-    return l.starts_with(prefix) && std::all_of(parts.begin(), parts.end(), [&](const auto& p) {
-             return l.find(p) != std::string::npos;
-           });
+    return l.starts_with(prefix) &&
+           std::all_of(parts.begin(), parts.end(), [&](const auto& p) { return l.find(p) != std::string::npos; });
   }));
 }
 
@@ -247,21 +240,25 @@ inline bool HaveTool(const std::string& name) {
 }
 
 // The command line with the tests' clock and short date format after it.
-inline std::vector<std::string> At(std::vector<std::string> args,
-                                   const std::string& now = "2026-11-22 10:00:00") {
+inline std::vector<std::string> At(std::vector<std::string> args, const std::string& now = "2026-11-22 10:00:00") {
   for (std::string a : {"--now", now.c_str(), "--date-format", "%d.%m.%Y"}) args.push_back(a);
   return args;
 }
 
+// Keys of a job that runs at every pass.
+inline constexpr const char* kDue = "DoPreview=0\nCounter=1\nInterval=1\n";
+
 // A scratch folder with src, dst and jobs, and job files between src and dst.
 class JobFolderTest : public ::testing::Test {
  protected:
-  explicit JobFolderTest(const std::string& tag = "e2e") : dir_(tag) {
+  JobFolderTest() {
     for (const char* sub : {"src", "dst", "jobs"}) fs::create_directories(dir_ / sub);
   }
   fs::path src() const { return dir_ / "src"; }
   fs::path dst() const { return dir_ / "dst"; }
+  fs::path jobs() const { return dir_ / "jobs"; }
   std::string S(const std::string& rel) const { return (src() / rel).string(); }
+  std::string D(const std::string& rel) const { return (dst() / rel).string(); }
   // Empty source and destination folders, for the next row of a table.
   void EmptyFolders() const {
     for (const fs::path& f : {src(), dst()}) {
@@ -269,23 +266,26 @@ class JobFolderTest : public ::testing::Test {
       fs::create_directories(f);
     }
   }
-  std::string D(const std::string& rel) const { return (dst() / rel).string(); }
-
-  // The job file `name`.kjb: its name and folders, then `keys`.
-  void WriteJob(const std::string& keys, const std::string& name = "a") {
-    Put(dir_ / "jobs" / (name + ".kjb"), "[Job]\nName=" + name + "\nFrom=" + src().string() +
-                                           "\nTo=" + dst().string() + "\n" + keys);
+  void WriteJob(const std::string& keys, const std::string& name = "a", const fs::path& from = {},
+                const fs::path& to = {}) const {
+    WriteJobFile(jobs(), name, from.empty() ? src() : from, to.empty() ? dst() : to, keys);
   }
   // kestrel with args, in the scratch folder.
-  RunResult Kestrel(const std::vector<std::string>& args) const { return RunKestrel(args, dir_.root()); }
-  // `kestrel run` over the job folder with the jsonl stream and more options.
-  RunResult RunJobs(const std::vector<std::string>& options = {}, StartOptions o = {}) const {
-    std::vector<std::string> args{"run", (dir_ / "jobs").string(), "--events", "jsonl"};
-    args.insert(args.end(), options.begin(), options.end());
+  RunResult Kestrel(const std::vector<std::string>& args, StartOptions o = {}) const {
     return RunKestrel(args, dir_.root(), std::move(o));
   }
+  // `kestrel run` over the job folder with the jsonl stream and more options; a recycle bin goes
+  // to the scratch folder unless o.env says otherwise.
+  RunResult RunJobs(const std::vector<std::string>& options = {}, StartOptions o = {}) const {
+    std::vector<std::string> args{"run", jobs().string(), "--events", "jsonl"};
+    args.insert(args.end(), options.begin(), options.end());
+    o.env.insert(o.env.begin(), {"XDG_DATA_HOME", (dir_ / "xdg").string()});
+    RunResult r = Kestrel(args, std::move(o));
+    r.logs = LogTexts(r.out);
+    return r;
+  }
 
-  Scratch dir_;
+  Scratch dir_{"e2e"};
 };
 
 // An entry of a test archive: a file, or a link (target in data) as Unix tools store it.
@@ -331,12 +331,6 @@ class ArchiveTest : public JobFolderTest {
     return Python("z=zipfile.ZipFile(" + Quote(archive.string()) + ")\n"
                   "print(''.join('%s=%s;' % (n, z.read(n).decode()) for n in sorted(z.namelist())), end='')\n");
   }
-  RunResult Run(const std::vector<std::string>& options = {}) {
-    RunResult r = RunJobs(options);
-    logs = LogTexts(r.out);
-    return r;
-  }
-  std::vector<std::string> logs;  // LogMsg of every LogMessage event of the last run, in order
 };
 
 }  // namespace e2e

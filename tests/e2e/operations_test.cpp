@@ -1,247 +1,200 @@
-// What the host adds for operators: summaries, --quiet, escaped names, exit codes 3 to 5, the
-// error log, --progress, --metrics and the daemon's SIGHUP.
+// What the host adds for operators: summaries, the text view, --log and --quiet, exit codes 3 to
+// 5, --progress, --metrics, output files that cannot be written and the lock of the job folder.
 #include <sys/file.h>
 
-#include <chrono>
 #include <regex>
-#include <thread>
 
 #include "e2e/E2eSupport.h"
 
 namespace e2e {
 namespace {
 
-using namespace std::chrono_literals;
+using Operations = JobFolderTest;
 
-class Operations : public JobFolderTest {
- protected:
-  Operations() : JobFolderTest("e2e-ops") {}
-  static constexpr const char* kRuns = "DoPreview=0\nCounter=1\nInterval=1\n";
-
-  // The Summary events of a jsonl stream.
-  static std::vector<nlohmann::json> Summaries(const std::string& out) {
-    std::vector<nlohmann::json> s;
-    std::istringstream in(out);
-    for (std::string line; std::getline(in, line);) {
-      const auto j = nlohmann::json::parse(line);
-      if (j["event"] == "Summary") s.push_back(j);
-    }
-    return s;
-  }
-  // Waits up to ten seconds for pred.
-  static bool Eventually(const std::function<bool()>& pred) {
-    for (int i = 0; i < 200; ++i) {
-      if (pred()) return true;
-      std::this_thread::sleep_for(50ms);
-    }
-    return false;
-  }
-};
-
-TEST_F(Operations, EachJobAndThePassEndWithASummary) {
-  struct Case {
+// Each job and the pass end with a summary, and the metrics written after the pass (in the text
+// format, in one step) say the same.
+TEST_F(Operations, SummariesAndMetricsOfEachJobAndThePass) {
+  const struct {
     const char* keys;
     bool twice;  // the counts of a second run
     std::map<std::string, int> counts;
-    std::uint64_t bytes;
+  } cases[] = {
+      {"Action=0\n", false, {{"selected", 2}, {"copied", 2}, {"unchanged", 0}, {"bytes", 8}}},
+      {"Action=0\n", true, {{"selected", 2}, {"copied", 0}, {"unchanged", 2}, {"bytes", 0}}},
+      {"Action=1\n", false, {{"selected", 2}, {"moved", 2}, {"deleted", 0}, {"bytes", 8}}},
+      {"Action=2\n", false, {{"selected", 2}, {"deleted", 2}, {"failed", 0}, {"bytes", 0}}},
   };
-  const Case cases[] = {
-      {"Action=0\n", false, {{"selected", 2}, {"copied", 2}, {"unchanged", 0}}, 8},
-      {"Action=0\n", true, {{"selected", 2}, {"copied", 0}, {"unchanged", 2}}, 0},
-      {"Action=1\n", false, {{"selected", 2}, {"moved", 2}, {"deleted", 0}}, 8},
-      {"Action=2\n", false, {{"selected", 2}, {"deleted", 2}, {"failed", 0}}, 0},
-  };
-  for (const Case& c : cases) {
+  const std::regex sample(R"(([a-z_]+(\{[a-z]+="[^"]*"(,[a-z]+="[^"]*")*\})?) (-?[0-9.e+]+))");
+  for (const auto& c : cases) {
     SCOPED_TRACE(c.keys + std::string(c.twice ? " again" : ""));
-    fs::remove_all(dst());
-    fs::create_directories(dst());
+    EmptyFolders();
     Put(src() / "a.txt", "hello");
     Put(src() / "b.txt", "abc");
-    WriteJob(std::string(kRuns) + c.keys);
+    WriteJob(kDue + std::string(c.keys));
     if (c.twice) RunJobs();
-    const RunResult r = RunJobs();
-    const auto s = Summaries(r.out);
-    ASSERT_EQ(s.size(), 2u) << r.out;
-    EXPECT_EQ(s[0]["scope"], "job");
-    EXPECT_EQ(s[0]["job"], "a");
-    EXPECT_EQ(s[1]["scope"], "pass");
-    EXPECT_TRUE(s[1]["job"].is_null());
-    for (const auto& [key, n] : c.counts) EXPECT_EQ(s[0][key], n) << key;
-    EXPECT_EQ(s[0]["bytes"], c.bytes);
-    for (const char* key : {"selected", "copied", "moved", "deleted", "packed", "unpacked",
-                            "unchanged", "failed", "bytes"}) {
-      EXPECT_EQ(s[0][key], s[1][key]) << key;  // one job: the pass is that job
+    std::vector<nlohmann::json> s;
+    for (const std::string& line : SplitLines(RunJobs({"--metrics", "m.prom"}).out)) {
+      if (const auto j = nlohmann::json::parse(line); j["event"] == "Summary") s.push_back(j);
     }
+    ASSERT_EQ(s.size(), 2u);
+    EXPECT_TRUE(s[0]["scope"] == "job" && s[0]["job"] == "a" && s[1]["scope"] == "pass" && s[1]["job"].is_null());
+    for (const auto& [key, n] : c.counts) EXPECT_EQ(s[0][key], n) << key;
     EXPECT_GE(s[1]["seconds"].get<double>(), s[0]["seconds"].get<double>());
+    std::map<std::string, double> m;
+    for (const std::string& line : SplitLines(Get(dir_ / "m.prom"))) {
+      std::smatch match;
+      if (line.starts_with("# HELP ") || line.starts_with("# TYPE ")) continue;
+      ASSERT_TRUE(std::regex_match(line, match, sample)) << line;
+      m[match[1]] = std::stod(match[4]);
+    }
+    for (const char* key : {"selected", "copied", "moved", "deleted", "packed", "unpacked", "unchanged", "failed"}) {
+      EXPECT_EQ(s[0][key], s[1][key]) << key;  // one job: the pass is that job
+      EXPECT_EQ(m.at("kestrel_job_files{job=\"a\",outcome=\"" + std::string(key) + "\"}"), s[0][key]) << key;
+    }
+    EXPECT_TRUE(m.at("kestrel_job_bytes{job=\"a\"}") == s[0]["bytes"] && s[1]["bytes"] == s[0]["bytes"]);
+    EXPECT_TRUE(m.at("kestrel_job_last_exit_status{job=\"a\"}") == 0 && m.at("kestrel_pass_last_exit_status") == 0);
+    EXPECT_GT(m.at("kestrel_job_last_run_timestamp_seconds{job=\"a\"}"), 1.7e9);
+    for (const auto& [rel, data] : Files(dir_.root())) EXPECT_FALSE(Hidden(rel)) << rel;  // no temporary left
   }
 }
 
-TEST_F(Operations, QuietTextAndEscapedNames) {
+// Names are escaped in the text view and the log; the log is appended to with a time stamp;
+// --quiet keeps the summaries and the error lines, nothing else.
+TEST_F(Operations, TextViewLogAndQuiet) {
   Put(src() / "new\nline.txt", "x");
   Put(src() / "plain.txt", "y");
-  WriteJob(std::string(kRuns) + "Action=0\n");
+  WriteJob(kDue + std::string("Action=0\n"));
   const std::string log = (dir_ / "kestrel.log").string();
-  const RunResult loud = RunKestrel({"run", "jobs", "--log", log}, dir_.root());
+  const RunResult loud = Kestrel(At({"run", "jobs", "--log", log}));
   EXPECT_NE(loud.out.find("new\\x0aline.txt nach"), std::string::npos) << loud.out;
-  EXPECT_NE(Get(log).find("new\\x0aline.txt nach"), std::string::npos) << Get(log);
   EXPECT_EQ(loud.out.find("new\nline"), std::string::npos);
-  EXPECT_NE(loud.out.find("Summary of job \"a\": 2 selected, 2 copied"), std::string::npos);
+  EXPECT_TRUE(loud.out.starts_with("a: Starte Auftrag\n")) << loud.out;
+  for (const char* part : {"\na: Auftrag ausgeführt\n", "\nSummary of job \"a\": 2 selected, 2 copied"}) {
+    EXPECT_NE(loud.out.find(part), std::string::npos) << loud.out;
+  }
+  EXPECT_NE(Get(log).find("new\\x0aline.txt nach"), std::string::npos) << Get(log);
+  Kestrel(At({"run", "jobs", "--log", log}));
+  const Lines starts = [&] {
+    Lines l = SplitLines(Get(log));
+    const auto other = [](const std::string& s) { return s.find("Starte") == std::string::npos; };
+    l.erase(std::remove_if(l.begin(), l.end(), other), l.end());
+    return l;
+  }();
+  ASSERT_EQ(starts.size(), 2u) << Get(log);
+  EXPECT_TRUE(std::regex_match(starts[0], std::regex("2026-11-22 10:00:0[0-9] a: Starte Auftrag"))) << starts[0];
 
-  // The jsonl stream escapes as JSON does.
-  fs::remove_all(dst());
-  fs::create_directories(dst());
-  const RunResult json = RunJobs();
-  EXPECT_NE(json.out.find("new\\nline.txt"), std::string::npos) << json.out;
-
-  // --quiet keeps the summaries and the error lines, nothing else: a file stands where a
-  // sub-folder must go.
-  fs::remove_all(dst());
+  // A file stands where a sub-folder must go.
+  EmptyFolders();
   Put(src() / "s/f.txt", "z");
+  Put(src() / "a.txt", "a");
   Put(dst() / "s", "");
-  WriteJob(std::string(kRuns) + "Action=0\nSubFolder=1\nFStruct=1\n");
-  const RunResult quiet = RunKestrel({"run", "jobs", "-q"}, dir_.root());
-  std::vector<std::string> lines;
-  std::istringstream in(quiet.out);
-  for (std::string line; std::getline(in, line);) lines.push_back(line);
+  WriteJob(kDue + std::string("Action=0\nSubFolder=1\nFStruct=1\n"));
+  const RunResult quiet = Kestrel({"run", "jobs", "-q"});
+  const Lines lines = SplitLines(quiet.out);
   ASSERT_EQ(lines.size(), 4u) << quiet.out;  // the error, the job's end, two summaries
   EXPECT_TRUE(lines[0].starts_with("a: Fehler: ")) << quiet.out;
   EXPECT_EQ(lines[1], "a: Auftrag ausgeführt (mit Fehler)");
-  EXPECT_NE(lines[2].find("2 copied, 0 moved, 0 deleted, 0 packed, 0 unpacked, 0 unchanged, "
-                          "1 failed"), std::string::npos) << quiet.out;
+  EXPECT_NE(lines[2].find("1 copied, 0 moved, 0 deleted, 0 packed, 0 unpacked, 0 unchanged, 1 failed"),
+            std::string::npos);
   EXPECT_TRUE(lines[3].starts_with("Summary of the pass: ")) << quiet.out;
 }
 
 TEST_F(Operations, ExitCodesSayWhyAPassFellShort) {
-  struct Case {
-    const char* name;
-    std::string keys;
+  const struct {
+    std::string name, keys;
     int exit;
-    const char* err;  // a part of stderr
-  };
-  const std::string missing = (dir_ / "gone").string();
-  const Case cases[] = {
-      {"ok", std::string(kRuns), 0, ""},
-      {"nofolder", std::string(kRuns), 4,
-       "jobs/nofolder.kjb: the job was skipped: its folder To \""},
+    std::string err;  // a part of stderr
+  } cases[] = {
+      {"ok", kDue, 0, ""},
+      {"nofolder", kDue, 4, "jobs/nofolder.kjb: the job was skipped: its folder To \""},
       {"unread", "DoPreview=0\nCounter=x\n", 3, "jobs/unread.kjb could not be read ("},
-      {"program", std::string(kRuns) + "ExecDo=1\nExecPath=" + missing + "\nExecWait=1\n", 4,
-       "External program error"},
-      {"fails", std::string(kRuns) + "ExecDo=1\nExecPath=exit 3\nExecWait=1\nExecMaxSec=60\n", 4,
+      {"fails", kDue + std::string("ExecDo=1\nExecPath=exit 3\nExecWait=1\nExecMaxSec=60\n"), 4,
        "job \"fails\": external program exit 3 failed with exit status 3"},
-      {"succeeds", std::string(kRuns) + "ExecDo=1\nExecPath=true\nExecWait=1\nExecMaxSec=60\n", 0,
-       ""},
+      {"succeeds", kDue + std::string("ExecDo=1\nExecPath=true\nExecWait=1\nExecMaxSec=60\n"), 0, ""},
   };
-  for (const Case& c : cases) {
+  for (const auto& c : cases) {
     SCOPED_TRACE(c.name);
-    fs::remove_all(dir_ / "jobs");
+    fs::remove_all(jobs());
     fs::create_directories(dst());
     WriteJob(c.keys, c.name);
-    if (c.name == std::string("nofolder")) fs::remove_all(dst());
-    const RunResult r = RunKestrel({"run", "jobs", "--metrics", "m.prom"}, dir_.root());
+    if (c.name == "nofolder") fs::remove_all(dst());
+    const RunResult r = Kestrel({"run", "jobs", "--metrics", "m.prom"});
     EXPECT_EQ(r.exitCode, c.exit) << r.err;
     EXPECT_NE(r.err.find(c.err), std::string::npos) << r.err;
     // A job that ran gives its own exit status in the metrics; 4 only where its program failed.
-    const std::string gauge = "kestrel_job_last_exit_status{job=\"" + std::string(c.name) + "\"} ";
-    const std::string metrics = Get(dir_ / "m.prom");
+    const std::string gauge = "kestrel_job_last_exit_status{job=\"" + c.name + "\"} ", metrics = Get(dir_ / "m.prom");
     if (const auto at = metrics.find(gauge); at != std::string::npos) {
-      EXPECT_EQ(metrics[at + gauge.size()], c.name == std::string("fails") ? '4' : '0') << metrics;
+      EXPECT_EQ(metrics[at + gauge.size()], c.name == "fails" ? '4' : '0') << metrics;
     }
-    const std::string file = "jobs/" + std::string(c.name) + ".kjb";
-    if (c.exit == 4 && c.name == std::string("nofolder")) {
-      EXPECT_EQ(RunKestrel({"run-one", file}, dir_.root()).exitCode, 4);
-    }
+    EXPECT_TRUE(c.name != "nofolder" || Kestrel({"run-one", "jobs/nofolder.kjb"}).exitCode == 4);
   }
 }
 
-TEST_F(Operations, ErrorLogGoesWhereToldAndListAndCheckWriteNone) {
-  WriteJob("Counter=x\n");
-  const RunResult r = RunKestrel({"run", "jobs", "--error-log", "trap.txt"}, dir_.root());
-  EXPECT_EQ(r.exitCode, 3);
-  EXPECT_NE(Get(dir_ / "trap.txt").find("program error"), std::string::npos);
-  for (const char* command : {"list", "check"}) {
-    EXPECT_EQ(RunKestrel({command, "jobs"}, dir_.root()).exitCode, 1) << command;
-  }
-  EXPECT_FALSE(fs::exists(dir_ / "error.log"));
-  // A run without errors leaves no empty error log behind.
-  WriteJob(kRuns);
-  EXPECT_EQ(RunKestrel({"run", "jobs", "--error-log", "none.txt"}, dir_.root()).exitCode, 0);
-  EXPECT_FALSE(fs::exists(dir_ / "none.txt"));
-}
-
+// The job's program holds the pass until the file "go" appears: a status line on stderr comes
+// while it waits when asked for, and only then.
 TEST_F(Operations, ProgressLinesOnlyWhenAsked) {
-  // The job's program keeps the pass busy for two seconds.
-  WriteJob(std::string(kRuns) + "ExecDo=1\nExecution=0\nExecPath=/bin/sleep\nExecParam=2\nExecWait=1\nExecMaxSec=5\n");
-  for (const bool asked : {false, true}) {
+  const fs::path go = dir_ / "go", err = dir_ / "err", out = dir_ / "out";
+  Put(dir_ / "wait.sh", "#!/bin/sh\nfor i in $(seq 2000); do [ -e \"$1\" ] && exit 0; sleep 0.05; done\n");
+  fs::permissions(dir_ / "wait.sh", fs::perms::owner_all);
+  WriteJob(kDue + ("ExecDo=1\nExecution=0\nExecWait=1\nExecMaxSec=600\nExecPath=" + (dir_ / "wait.sh").string() +
+                   "\nExecParam=" + go.string() + "\n"));
+  const std::string line = "kestrel: progress: a.kjb: file ";
+  for (const bool asked : {true, false}) {
+    fs::remove(go);
     std::vector<std::string> args{"run", "jobs"};
     if (asked) args.insert(args.end(), {"--progress", "1"});
-    const RunResult r = RunKestrel(args, dir_.root());
-    EXPECT_EQ(r.exitCode, 0) << r.err;
-    EXPECT_EQ(r.err.find("kestrel: progress: a.kjb: file ") != std::string::npos, asked) << r.err;
+    const pid_t pid = StartKestrel(args, dir_.root(), {.outFile = out.string(), .errFile = err.string()});
+    ASSERT_TRUE(Eventually([&] { return Get(out).find("a: Starte Auftrag") != std::string::npos; }));
+    // Unasked, two seconds of waiting must give no line; asked, the line itself ends the wait.
+    if (!asked) std::this_thread::sleep_for(std::chrono::seconds(2));
+    EXPECT_TRUE(!asked || Eventually([&] { return Get(err).find(line) != std::string::npos; })) << Get(err);
+    Put(go, "");
+    EXPECT_EQ(WaitFor(pid).exitCode, 0);
+    EXPECT_EQ(Get(err).find(line) != std::string::npos, asked) << Get(err);
   }
 }
 
 TEST_F(Operations, TheTerminalProgressLineSaysFilesBytesAndRate) {
   for (const char* name : {"a.txt", "b.txt", "c.txt"}) Put(src() / name, "hello");
-  WriteJob(std::string(kRuns) + "Action=0\n");
-  StartOptions o;
-  o.bin = "/usr/bin/script";  // a pseudo-terminal for kestrel's standard output
-  const RunResult r = RunKestrel({"-qfec", std::string(KESTREL_BIN) + " run jobs", "/dev/null"},
-                                 dir_.root(), o);
+  WriteJob(kDue + std::string("Action=0\n"));
+  // script gives kestrel's standard output a pseudo-terminal.
+  const RunResult r =
+      Kestrel({"-qfec", std::string(KESTREL_BIN) + " run jobs", "/dev/null"}, {.bin = "/usr/bin/script"});
   ASSERT_EQ(r.exitCode, 0) << r.err;
   EXPECT_NE(r.out.find("[3/3] 100% "), std::string::npos) << r.out;  // bytes of the files done
   EXPECT_NE(r.out.find(" bytes/s)"), std::string::npos) << r.out;
 }
 
-TEST_F(Operations, MetricsParseBackAsTheTextFormat) {
-  Put(src() / "a.txt", "hello");
-  WriteJob(std::string(kRuns) + "Action=0\n");
-  const RunResult r = RunJobs({"--metrics", (dir_ / "kestrel.prom").string()});
-  ASSERT_EQ(r.exitCode, 0) << r.err;
-  std::map<std::string, double> samples;
-  std::istringstream in(Get(dir_ / "kestrel.prom"));
-  const std::regex sample(R"(([a-z_]+(\{[a-z]+="[^"]*"(,[a-z]+="[^"]*")*\})?) (-?[0-9.e+]+))");
-  for (std::string line; std::getline(in, line);) {
-    if (line.starts_with("# HELP ") || line.starts_with("# TYPE ")) continue;
-    std::smatch m;
-    ASSERT_TRUE(std::regex_match(line, m, sample)) << line;
-    samples[m[1]] = std::stod(m[4]);
+// A log or trace file that is a pipe nobody reads, or a folder, is refused at once (exit 2)
+// instead of hanging the run.
+TEST_F(Operations, APipeWithoutReaderOrAFolderIsRefusedAsOutputFile) {
+  ASSERT_EQ(::mkfifo((dir_ / "pipe").c_str(), 0600), 0);
+  for (const char* option : {"--log", "--trace"}) {
+    for (const fs::path& target : {dir_ / "pipe", src()}) {
+      const RunResult r = Kestrel({"run", "jobs", option, target.string()});
+      EXPECT_EQ(r.exitCode, 2) << option << " " << target;
+      EXPECT_NE(r.err.find(target.string()), std::string::npos) << r.err;
+    }
   }
-  EXPECT_EQ(samples.at(R"(kestrel_job_files{job="a",outcome="copied"})"), 1);
-  EXPECT_EQ(samples.at(R"(kestrel_job_bytes{job="a"})"), 5);
-  EXPECT_EQ(samples.at(R"(kestrel_job_last_exit_status{job="a"})"), 0);
-  EXPECT_EQ(samples.at("kestrel_pass_last_exit_status"), 0);
-  EXPECT_GT(samples.at(R"(kestrel_job_last_run_timestamp_seconds{job="a"})"), 1.7e9);
-  EXPECT_TRUE(Files(dir_.root()).count("kestrel.prom") == 1);  // no temporary left beside it
 }
 
-TEST_F(Operations, DaemonReopensItsLogOnSighup) {
-  WriteJob(kRuns);
-  const fs::path log = dir_ / "kestrel.log";
-  const pid_t pid = StartKestrel({"daemon", "jobs", "--every", "1", "--log", log.string()},
-                                 dir_.root());
-  ASSERT_TRUE(Eventually([&] { return Get(log).find("Starte Auftrag") != std::string::npos; }));
-  fs::rename(log, dir_ / "kestrel.log.1");
-  ::kill(pid, SIGHUP);
-  EXPECT_TRUE(Eventually([&] { return Get(log).find("Starte Auftrag") != std::string::npos; }));
-  ::kill(pid, SIGTERM);
-  EXPECT_EQ(WaitFor(pid).exitCode, 130);
-}
-
+// A second pass over a busy job folder says that it waits, and runs once the folder is free; with
+// --no-wait it exits 5 at once.
 TEST_F(Operations, ABusyJobFolderIsWaitedForOrRefused) {
-  WriteJob(kRuns);
-  const int held = ::open((dir_ / "jobs").c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+  Put(src() / "a.txt", "a");
+  WriteJob(kDue);
+  const int held = ::open(jobs().c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
   ASSERT_EQ(::flock(held, LOCK_EX), 0);
-  const RunResult refused = RunKestrel({"run", "jobs", "--no-wait"}, dir_.root());
+  const RunResult refused = Kestrel({"run", "jobs", "--no-wait"});
   EXPECT_EQ(refused.exitCode, 5);
   EXPECT_NE(refused.err.find("job folder jobs"), std::string::npos) << refused.err;
-
-  const Scratch io("ops-io");
-  StartOptions o;
-  o.errFile = (io / "err").string();
-  const pid_t pid = StartKestrel({"run", "jobs"}, dir_.root(), o);
-  EXPECT_TRUE(Eventually([&] { return Get(o.errFile).find("waiting") != std::string::npos; }));
+  const fs::path err = dir_ / "err";
+  const pid_t pid = StartKestrel({"run", "jobs"}, dir_.root(), {.errFile = err.string()});
+  EXPECT_TRUE(Eventually([&] { return Get(err).find("waiting") != std::string::npos; }));
+  EXPECT_FALSE(fs::exists(dst() / "a.txt"));
   ::close(held);
   EXPECT_EQ(WaitFor(pid).exitCode, 0);
+  EXPECT_TRUE(fs::exists(dst() / "a.txt"));
 }
 
 }  // namespace

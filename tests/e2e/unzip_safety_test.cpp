@@ -8,111 +8,103 @@ namespace {
 class UnzipSafety : public ArchiveTest {
  protected:
   // An extraction job from src into dst (or into src itself); more keys after.
-  void Job(const std::string& keys, bool intoSource = false) {
-    Put(dir_ / "jobs/u.kjb", "[Job]\nName=u\nCounter=1\nAction=4\nDoPreview=0\nFrom=" +
-                                 src().string() + "\nTo=" + (intoSource ? src() : dst()).string() +
-                                 "\n" + keys);
+  void Job(const std::string& keys, bool intoSource = false) const {
+    WriteJob("Counter=1\nAction=4\nDoPreview=0\n" + keys, "u", src(), intoSource ? src() : dst());
   }
 };
 
-// An archive that holds an entry of its own name, extracted into its own folder with
-// replacement: the entry fails and the archive stays as it was.
-TEST_F(UnzipSafety, AnArchiveIsNeverReplacedByItsOwnEntry) {
-  struct Case { std::string entry; int keepFolders; };
-  for (const Case& c : {Case{"pack.zip", 1}, Case{"inner/pack.zip", 0}}) {
-    SCOPED_TRACE(c.entry);
-    fs::remove_all(src());
-    fs::create_directories(src());
-    Archive(Src("pack.zip"), {{"other.txt", "other"}, {c.entry, "inner bytes"}});
-    const std::string before = Get(Src("pack.zip"));
-    Job("DestZipExist=1\nZipDelDeComp=1\nDestZipFolder=" + std::to_string(c.keepFolders) + "\n",
-        true);
-    const RunResult r = Run();
+// An archive never loses an entry: an entry that would replace its own archive, another archive
+// of the run, or a file that another entry of the run wrote fails with an error line naming it,
+// and its archive is kept.
+TEST_F(UnzipSafety, AnEntryNeverReplacesAnArchiveOrAFileOfTheRun) {
+  const struct {
+    std::string name, keys;
+    bool intoSource;
+    std::vector<std::pair<std::string, std::vector<Entry>>> archives;
+    std::vector<Lines> errors;  // the parts of each error line
+    Tree after;                 // files below the destination (besides the archives)
+  } cases[] = {
+      {"own name", "DestZipExist=1\nZipDelDeComp=1\nDestZipFolder=1\n", true,
+       {{"pack.zip", {{"other.txt", "other"}, {"pack.zip", "inner bytes"}}}}, {{"pack.zip: pack.zip"}},
+       {{"other.txt", "other"}}},
+      {"own name, flat", "DestZipExist=1\nZipDelDeComp=1\nDestZipFolder=0\n", true,
+       {{"pack.zip", {{"other.txt", "other"}, {"inner/pack.zip", "inner bytes"}}}}, {{"pack.zip: inner/pack.zip"}},
+       {{"other.txt", "other"}}},
+      {"each other's names", "DestZipExist=1\nZipDelDeComp=1\n", true,
+       {{"a.zip", {{"b.zip", "not an archive"}, {"x.txt", "from a"}}},
+        {"b.zip", {{"a.zip", "not an archive"}, {"y.txt", "from b"}}}},
+       {{"b.zip: a.zip"}, {"a.zip: b.zip"}}, {{"x.txt", "from a"}, {"y.txt", "from b"}}},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.name);
+    EmptyFolders();
+    Tree archives;
+    for (const auto& [rel, entries] : c.archives) {
+      Archive(Src(rel), entries);
+      archives[rel] = Get(Src(rel));
+    }
+    Job(c.keys, c.intoSource);
+    const RunResult r = RunJobs();
     EXPECT_EQ(r.exitCode, 1) << r.out;
-    EXPECT_EQ(Get(Src("pack.zip")), before);
-    EXPECT_EQ(Get(Src("other.txt")), "other");
-    EXPECT_EQ(Count(logs, "u: Fehler: ", {c.entry}), 1) << r.out;
-    EXPECT_EQ(Count(logs, "Zip Datei wurde gelöscht"), 0) << r.out;
+    Tree expected = c.after;
+    expected.insert(archives.begin(), archives.end());
+    EXPECT_EQ(Files(src()), expected);
+    EXPECT_EQ(Count(r.logs, "u: Fehler: "), static_cast<int>(c.errors.size())) << r.out;
+    for (const Lines& parts : c.errors) EXPECT_EQ(Count(r.logs, "u: Fehler: ", parts), 1) << r.out;
+    EXPECT_EQ(Count(r.logs, "Zip Datei wurde gelöscht"), 0) << r.out;
   }
-}
-
-// Each archive holds an entry named like the other: whichever is read first, the other is not
-// replaced before it is read, nor afterwards, since it is kept.
-TEST_F(UnzipSafety, AnEntryNeverReplacesAnotherArchiveOfTheRun) {
-  Archive(Src("a.zip"), {{"b.zip", "not an archive"}, {"x.txt", "from a"}});
-  Archive(Src("b.zip"), {{"a.zip", "not an archive"}, {"y.txt", "from b"}});
-  const std::string a = Get(Src("a.zip")), b = Get(Src("b.zip"));
-  Job("DestZipExist=1\nZipDelDeComp=1\n", true);
-  const RunResult r = Run();
-  EXPECT_EQ(r.exitCode, 1) << r.out;
-  EXPECT_EQ(Get(Src("a.zip")), a);
-  EXPECT_EQ(Get(Src("b.zip")), b);
-  EXPECT_EQ(Get(Src("x.txt")), "from a");
-  EXPECT_EQ(Get(Src("y.txt")), "from b");
-  EXPECT_EQ(Count(logs, "u: Fehler: "), 2) << r.out;
 }
 
 // Flat extraction of two entries of one name: the first stays, the second is named as failed
-// and the archive is kept, whatever the policy for existing files.
-TEST_F(UnzipSafety, FlatExtractionNeverDropsAnEntry) {
+// and the archive is kept, whatever the policy for existing files. Two archives of one run with
+// the same entry: the second never replaces the first's file.
+TEST_F(UnzipSafety, TwoEntriesForOneNameNeverReplaceEachOther) {
   for (const char* exist : {"0", "1", "2"}) {
     SCOPED_TRACE(exist);
-    fs::remove_all(dst());
-    fs::create_directories(dst());
-    Archive(Src("r.zip"), {{"jan/report.txt", "january"}, {"feb/report.txt", "february"},
-                           {"x.txt", "x"}});
+    EmptyFolders();
+    Archive(Src("r.zip"), {{"jan/report.txt", "january"}, {"feb/report.txt", "february"}, {"x.txt", "x"}});
     Job(std::string("ZipDelDeComp=1\nDestZipExist=") + exist + "\n");
-    const RunResult r = Run();
+    const RunResult r = RunJobs();
     EXPECT_EQ(r.exitCode, 1) << r.out;
-    EXPECT_EQ(Get(Dst("report.txt")), "january");
-    EXPECT_EQ(Get(Dst("x.txt")), "x");
-    EXPECT_EQ(Count(logs, "u: Fehler: ", {"feb/report.txt"}), 1) << r.out;
+    EXPECT_EQ(Files(dst()), (Tree{{"report.txt", "january"}, {"x.txt", "x"}}));
+    EXPECT_EQ(Count(r.logs, "u: Fehler: ", {"feb/report.txt"}), 1) << r.out;
     EXPECT_TRUE(fs::exists(Src("r.zip")));
-    EXPECT_EQ(Count(logs, "Zip Datei wurde gelöscht"), 0) << r.out;
   }
-}
-
-// Two archives of one run with the same entry: the second never replaces the first's file.
-TEST_F(UnzipSafety, TwoArchivesOfOneRunNeverReplaceEachOthersFiles) {
+  EmptyFolders();
   Archive(Src("a.zip"), {{"r.txt", "A"}});
   Archive(Src("b.zip"), {{"r.txt", "B"}});
   Job("ZipDelDeComp=1\nDestZipExist=1\n");
-  const RunResult r = Run();
+  const RunResult r = RunJobs();
   EXPECT_EQ(r.exitCode, 1) << r.out;
   ASSERT_NE(fs::exists(Src("a.zip")), fs::exists(Src("b.zip"))) << r.out;
   const bool aKept = fs::exists(Src("a.zip"));
   EXPECT_EQ(Get(Dst("r.txt")), aKept ? "B" : "A");
-  EXPECT_EQ(Count(logs, "u: Fehler: ", {aKept ? "a.zip" : "b.zip", "r.txt"}), 1) << r.out;
+  EXPECT_EQ(Count(r.logs, "u: Fehler: ", {aKept ? "a.zip" : "b.zip", "r.txt"}), 1) << r.out;
 }
 
 // Entries that the policy keeps are named, and their archive stays: it holds their only copy.
 TEST_F(UnzipSafety, EntriesKeptByThePolicyAreNamedAndKeepTheArchive) {
-  struct Case { const char* exist; std::time_t existing; const char* line; };
-  const std::time_t entry = EntryTime();
-  for (const Case& c : {Case{"0", entry - 86400, "Keine Aktion (Datei vorhanden): "},
-                        Case{"2", entry + 86400, "Keine Aktion (Neuere Datei existiert): "}}) {
-    SCOPED_TRACE(c.exist);
-    Put(Dst("report.txt"), "mine", c.existing);
+  for (const auto& [exist, existing, line] : {std::tuple{"0", EntryTime() - 86400, "Keine Aktion (Datei vorhanden): "},
+                                              {"2", EntryTime() + 86400, "Keine Aktion (Neuere Datei existiert): "}}) {
+    SCOPED_TRACE(exist);
+    Put(Dst("report.txt"), "mine", existing);
     Archive(Src("r.zip"), {{"report.txt", "theirs"}, {"x.txt", "x"}});
-    Job(std::string("ZipDelDeComp=1\nDestZipFolder=1\nDestZipExist=") + c.exist + "\n");
-    const RunResult r = Run();
+    Job(std::string("ZipDelDeComp=1\nDestZipFolder=1\nDestZipExist=") + exist + "\n");
+    const RunResult r = RunJobs();
     EXPECT_EQ(r.exitCode, 0) << r.out;
-    EXPECT_EQ(Get(Dst("report.txt")), "mine");
-    EXPECT_EQ(Get(Dst("x.txt")), "x");
-    EXPECT_EQ(Count(logs, c.line + Src("r.zip").string() + ": report.txt nach " +
-                              Dst("report.txt").string()), 1)
+    EXPECT_EQ(Files(dst()), (Tree{{"report.txt", "mine"}, {"x.txt", "x"}}));
+    EXPECT_EQ(Count(r.logs, line + Src("r.zip").string() + ": report.txt nach " + Dst("report.txt").string()), 1)
         << r.out;
     EXPECT_TRUE(fs::exists(Src("r.zip")));
   }
 }
 
 // Each link looks inside by itself; followed through the others (or through a link already in
-// the destination) it leaves. Such links are refused; everything made stays inside.
+// the destination) it leaves. Such links are refused; everything made stays inside. A link
+// planted where the archive's own folder goes is never written through.
 TEST_F(UnzipSafety, LinksThatLeaveThroughOtherLinksAreRefused) {
-  fs::create_directories(dir_ / "outside");
   Put(dir_ / "outside/secret", "secret");
-  struct Case { std::vector<Entry> links; std::string refused; };
-  const std::vector<Case> cases = {
+  const std::pair<std::vector<Entry>, std::string> cases[] = {
       {{{"a/l", "..", true}, {"root", "a/l/a/l/../..", true}}, "root"},
       {{{"root", "a/l/a/l/../..", true}, {"a/l", "..", true}}, "root"},
       {{{"a/l", "..", true}, {"b", "a/l/..", true}}, "b"},
@@ -120,41 +112,33 @@ TEST_F(UnzipSafety, LinksThatLeaveThroughOtherLinksAreRefused) {
       {{{"x", "y/..", true}, {"y", "a/l", true}, {"a/l", "..", true}}, "x"},
       {{{"p", "planted/secret", true}}, "p"},
   };
-  for (const Case& c : cases) {
-    SCOPED_TRACE(c.refused);
-    fs::remove_all(dst());
-    fs::create_directories(dst());
+  for (const auto& [links, refused] : cases) {
+    SCOPED_TRACE(refused);
+    EmptyFolders();
     fs::create_directory_symlink(dir_ / "outside", Dst("planted"));
-    std::vector<Entry> entries = c.links;
+    std::vector<Entry> entries = links;
     entries.push_back({"fine.txt", "fine"});
     Archive(Src("l.zip"), entries);
     Job("ZipDelDeComp=1\nDestZipFolder=1\n");
-    const RunResult r = Run();
+    const RunResult r = RunJobs();
     EXPECT_EQ(r.exitCode, 1) << r.out;
-    EXPECT_EQ(Count(logs, "u: Fehler: link points outside", {c.refused}), 1) << r.out;
+    EXPECT_EQ(Count(r.logs, "u: Fehler: link points outside", {refused}), 1) << r.out;
     EXPECT_EQ(Get(Dst("fine.txt")), "fine");
     EXPECT_TRUE(fs::exists(Src("l.zip")));
-    const fs::path inside = fs::canonical(dst());
+    const std::string inside = fs::canonical(dst()).string();
     for (const auto& e : fs::recursive_directory_iterator(dst())) {
-      if (!e.is_symlink() || e.path() == Dst("planted")) continue;
-      const fs::path real = fs::weakly_canonical(e.path());
-      EXPECT_TRUE(real.string().starts_with(inside.string())) << e.path() << " -> " << real;
+      if (e.is_symlink() && e.path() != Dst("planted")) {
+        EXPECT_TRUE(fs::weakly_canonical(e.path()).string().starts_with(inside)) << e.path();
+      }
     }
   }
-}
-
-// The mirrored folder named after the archive: a link planted there is never written through.
-TEST_F(UnzipSafety, AnArchiveFolderPlantedAsALinkIsNeverWrittenThrough) {
-  const fs::path elsewhere = dir_ / "elsewhere";
-  fs::create_directories(elsewhere);
-  fs::create_directories(Src("sub"));
+  EmptyFolders();
   Archive(Src("sub/pack.zip"), {{"a.txt", "a"}});
   fs::create_directories(Dst("sub"));
-  fs::create_directory_symlink(elsewhere, Dst("sub/pack"));
+  fs::create_directory_symlink(dir_ / "outside", Dst("sub/pack"));
   Job("SubFolder=1\nFStruct=1\nDestZipFolder=1\nZipDelDeComp=1\n");
-  const RunResult r = Run();
-  EXPECT_EQ(r.exitCode, 1) << r.out;
-  EXPECT_TRUE(Files(elsewhere).empty());
+  EXPECT_EQ(RunJobs().exitCode, 1);
+  EXPECT_EQ(Files(dir_ / "outside"), (Tree{{"secret", "secret"}}));
   EXPECT_TRUE(fs::exists(Src("sub/pack.zip")));
 }
 
@@ -214,9 +198,9 @@ TEST_F(OtherTools, ArchivesOfOtherToolsExtractByteForByte) {
          "  b[i.header_offset+12:i.header_offset+14] = struct.pack('<H', 0x2821)\n"
          "open(" + Into("dates.zip") + ", 'wb').write(b)\n");
   Job("FStruct=1\nDestZipFolder=1\nZipDelDeComp=1\nDestZipPwd=PW\n");
-  const RunResult r = Run();
+  const RunResult r = RunJobs();
   EXPECT_EQ(r.exitCode, 0) << r.out;
-  EXPECT_EQ(Count(logs, "u: Fehler"), 0) << r.out;
+  EXPECT_EQ(Count(r.logs, "u: Fehler"), 0) << r.out;
   for (const std::string archive : {"aes", "bz", "fd", "fz", "stream", "junk", "dates"}) {
     SCOPED_TRACE(archive);
     EXPECT_FALSE(fs::exists(Src(archive + ".zip")));
@@ -245,22 +229,22 @@ TEST_F(OtherTools, UnreadableEntriesAreNamedAndKeepTheArchive) {
          "b = open(" + Into("dup.zip") + ", 'rb').read()\n"
          "open(" + Into("cut.zip") + ", 'wb').write(b[:len(b) // 2])\n");
   Job("FStruct=1\nDestZipFolder=1\nZipDelDeComp=1\nDestZipPwd=PW\n");
-  const RunResult r = Run();
+  const RunResult r = RunJobs();
   EXPECT_EQ(r.exitCode, 1) << r.out;
   for (const char* archive : {"tampered", "lzma", "dup", "noname", "cut"}) {
     EXPECT_TRUE(fs::exists(Src(std::string(archive) + ".zip"))) << archive;
   }
-  EXPECT_EQ(Count(logs, "u: Fehler: ", {"authentication failed", "tampered.zip: num.txt"}), 1)
+  EXPECT_EQ(Count(r.logs, "u: Fehler: ", {"authentication failed", "tampered.zip: num.txt"}), 1)
       << r.out;
-  EXPECT_EQ(Count(logs, "Undefinierbarer Fehler (fehlendes Passwort?): " +
+  EXPECT_EQ(Count(r.logs, "Undefinierbarer Fehler (fehlendes Passwort?): " +
                             Src("tampered.zip").string()), 0)
       << r.out;
-  EXPECT_EQ(Count(logs, "u: Fehler: ", {"lzma.zip: num.txt"}), 1) << r.out;
-  EXPECT_EQ(Count(logs, "u: Fehler: ", {"dup.zip: d.txt"}), 1) << r.out;
+  EXPECT_EQ(Count(r.logs, "u: Fehler: ", {"lzma.zip: num.txt"}), 1) << r.out;
+  EXPECT_EQ(Count(r.logs, "u: Fehler: ", {"dup.zip: d.txt"}), 1) << r.out;
   EXPECT_EQ(Get(Dst("dup/d.txt")), "first");
-  EXPECT_EQ(Count(logs, "u: Fehler: entry without a name", {"noname.zip"}), 1) << r.out;
+  EXPECT_EQ(Count(r.logs, "u: Fehler: entry without a name", {"noname.zip"}), 1) << r.out;
   EXPECT_EQ(Get(Dst("noname/ok.txt")), "ok");
-  EXPECT_EQ(Count(logs, "Zip Datei ist beschädigt oder enthält keine Dateien: " +
+  EXPECT_EQ(Count(r.logs, "Zip Datei ist beschädigt oder enthält keine Dateien: " +
                             Src("cut.zip").string()), 1)
       << r.out;
 }

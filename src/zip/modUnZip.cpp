@@ -4,6 +4,7 @@
 #include "platform/Contained.h"
 #include "platform/SysError.h"
 #include "zip/AesAuth.h"
+#include "zip/UnpackAhead.h"
 #include "zip/ZipHandle.h"
 #include "zip/ZipNames.h"
 #include "zip/modZIP32vb.h"
@@ -13,8 +14,12 @@
 #include <cerrno>
 #include <cstring>
 #include <ctime>
+#include <deque>
+#include <functional>
 #include <map>
+#include <memory>
 #include <optional>
+#include <set>
 
 namespace orvKestrel {
 namespace {
@@ -68,6 +73,7 @@ struct Job {
   std::vector<Failure>& failures;
   std::vector<Kept>& kept;
   Protected& written;
+  int workers;  // above 1: entries are inflated on that many threads
 };
 
 struct Link {
@@ -76,9 +82,23 @@ struct Link {
   time_t when;
 };
 
+// An entry a worker inflates, with what naming it in its turn needs.
+struct Pending {
+  std::shared_ptr<const ContainedFolder> folder;  // first: it outlives the file made in it
+  std::shared_ptr<zipahead::Unpack> item;
+  zip_uint64_t index;
+  zip_stat_t zs;
+  std::uint32_t mode;
+  std::string path, name, entry;
+  bool replace;
+  std::vector<std::function<void()>> after;  // what later entries report, in their order
+};
+
 class Extractor {
  public:
-  explicit Extractor(const Job& job) : j_(job) {}
+  explicit Extractor(const Job& job) : j_(job) {
+    if (j_.workers > 1) ahead_.emplace(j_.workers);
+  }
   // Files extracted; cancelled tells whether CancelZip ended it.
   std::int32_t Run(bool& cancelled);
 
@@ -88,6 +108,24 @@ class Extractor {
               std::vector<std::string>& parts);
   const ContainedFolder* Folder(const std::vector<std::string>& parts, std::size_t count,
                                 const std::string& entry);
+  std::shared_ptr<const ContainedFolder> Handle(const ContainedFolder* folder) const;
+  // Hands a file entry to the workers; false when it takes the usual way.
+  bool Hand(zip_uint64_t index, const zip_stat_t& zs, std::uint32_t mode,
+            const ContainedFolder* folder, const std::vector<std::string>& parts, bool replace,
+            const std::string& entry);
+  void Settle(const std::vector<std::string>& parts, std::size_t count);
+  void CommitFront();
+  void Drain() {
+    while (!pending_.empty() && !cancelled_) CommitFront();
+  }
+  // What an entry reports comes after what the entries before it report.
+  void Record(std::function<void()> report) {
+    if (pending_.empty() || committing_) report();
+    else pending_.back().after.push_back(std::move(report));
+  }
+  void Keep(Kept::Why why, const std::string& entry, const std::string& path) {
+    Record([this, why, entry, path] { j_.kept.push_back({why, entry, path}); });
+  }
   // Whether the entry may be written at name in folder; replace tells whether it replaces.
   bool MayWrite(const ContainedFolder& folder, const std::vector<std::string>& parts,
                 time_t when, const std::string& entry, bool& replace);
@@ -102,17 +140,22 @@ class Extractor {
     return j_.dest + (j_.dest.ends_with('/') ? "" : "/") + Join(parts, parts.size());
   }
   void Fail(Kind kind, const std::string& entry, const std::string& reason) {
-    j_.failures.push_back({kind, entry, reason});
+    Record([this, kind, entry, reason] { j_.failures.push_back({kind, entry, reason}); });
   }
 
   const Job& j_;
   // The folder last used, by its levels below the destination.
   std::vector<std::string> openParts_;
-  std::optional<ContainedFolder> open_;
+  std::shared_ptr<const ContainedFolder> open_;
   std::vector<Link> links_;
   std::map<std::string, std::string> planned_;  // links of this archive: path -> target
   std::int32_t count_ = 0;
   bool cancelled_ = false;
+  bool committing_ = false;
+  std::deque<Pending> pending_;
+  std::multiset<std::string> pendingPaths_;
+  std::uint64_t pendingBytes_ = 0;
+  std::optional<zipahead::UnpackAhead> ahead_;  // last: its workers stop before pending_ goes
 };
 
 std::int32_t Extractor::Run(bool& cancelled) {
@@ -121,6 +164,7 @@ std::int32_t Extractor::Run(bool& cancelled) {
     if (j_.cancel.load()) cancelled_ = true;
     else Entry(static_cast<zip_uint64_t>(i));
   }
+  Drain();
   // Links come last, so that no file of this archive is written through one of them; each is
   // checked against all the others of the archive, whatever their order.
   for (const Link& link : links_) {
@@ -156,7 +200,7 @@ bool Extractor::Levels(zip_uint64_t index, const std::string& entry, bool unix,
     return false;
   }
   if (!j_.filter.Matches(parts.back())) {
-    j_.kept.push_back({Kept::Why::Filtered, entry, ""});
+    Keep(Kept::Why::Filtered, entry, "");
     return false;
   }
   if (!j_.keep) parts.erase(parts.begin(), parts.end() - 1);
@@ -189,16 +233,21 @@ void Extractor::Entry(zip_uint64_t index) {
   }
   const ContainedFolder* folder = Folder(parts, parts.size() - 1, entry);
   bool replace = false;
-  if (folder == nullptr || !MayWrite(*folder, parts, when, entry, replace)) return;
+  if (folder == nullptr) return;
+  Settle(parts, parts.size());
+  if (!MayWrite(*folder, parts, when, entry, replace)) return;
   const std::uint32_t mode =
       (unix && (umode & kUnixTypeMask) == kUnixRegular) ? (umode & 0777) : 0666;
-  if (WriteFile(index, zs, mode, *folder, parts.back(), replace, entry)) ++count_;
+  if (Hand(index, zs, mode, folder, parts, replace, entry)) return;
+  Drain();
+  if (!cancelled_ && WriteFile(index, zs, mode, *folder, parts.back(), replace, entry)) ++count_;
 }
 
 const ContainedFolder* Extractor::Folder(const std::vector<std::string>& parts,
                                          std::size_t count, const std::string& entry) {
   const std::vector<std::string> want(parts.begin(), parts.begin() + static_cast<long>(count));
-  if (open_ && openParts_ == want) return &*open_;
+  if (open_ && openParts_ == want) return open_.get();
+  Settle(parts, count);
   open_.reset();
   std::optional<ContainedFolder> level;
   for (std::size_t k = 0; k < count; ++k) {
@@ -212,9 +261,98 @@ const ContainedFolder* Extractor::Folder(const std::vector<std::string>& parts,
     }
   }
   if (count == 0) return &j_.root;
-  open_ = std::move(level);
+  open_ = std::make_shared<const ContainedFolder>(std::move(*level));
   openParts_ = want;
-  return &*open_;
+  return open_.get();
+}
+
+std::shared_ptr<const ContainedFolder> Extractor::Handle(const ContainedFolder* folder) const {
+  if (folder == open_.get()) return open_;
+  return {std::shared_ptr<const ContainedFolder>(), folder};  // the root outlives the extraction
+}
+
+// An entry whose name, or a folder on its way, is still to be named by a worker's entry waits
+// for it: the decision must see what the entries before it left.
+void Extractor::Settle(const std::vector<std::string>& parts, std::size_t count) {
+  for (std::size_t k = 1; k <= count && !pendingPaths_.empty(); ++k) {
+    if (pendingPaths_.count(Join(parts, k)) != 0) return Drain();
+  }
+}
+
+bool Extractor::Hand(zip_uint64_t index, const zip_stat_t& zs, std::uint32_t mode,
+                     const ContainedFolder* folder, const std::vector<std::string>& parts,
+                     bool replace, const std::string& entry) {
+  constexpr auto kNeeded = ZIP_STAT_SIZE | ZIP_STAT_COMP_SIZE | ZIP_STAT_CRC | ZIP_STAT_COMP_METHOD;
+  if (!ahead_ || (zs.valid & kNeeded) != kNeeded || zs.size > zipahead::UnpackAhead::kWholeLimit ||
+      zs.comp_size > zipahead::UnpackAhead::kWholeLimit ||
+      (zs.comp_method != ZIP_CM_DEFLATE && zs.comp_method != ZIP_CM_STORE) ||
+      ((zs.valid & ZIP_STAT_ENCRYPTION_METHOD) && zs.encryption_method != ZIP_EM_NONE)) {
+    return false;
+  }
+  auto item = std::make_shared<zipahead::Unpack>();
+  item->stored = zs.comp_method == ZIP_CM_STORE;
+  item->size = zs.size;
+  item->crc = zs.crc;
+  if (zs.valid & ZIP_STAT_MTIME) item->modified = zs.mtime;
+  // The raw data; anything unusual is left to the usual way, which reports it.
+  ZipFilePtr zf(zip_fopen_index(j_.za, index, ZIP_FL_COMPRESSED));
+  item->packed.resize(static_cast<std::size_t>(zs.comp_size));
+  if (!zf || zip_fread(zf.get(), item->packed.data(), zs.comp_size) !=
+                 static_cast<zip_int64_t>(zs.comp_size)) {
+    return false;
+  }
+  try {
+    item->out.emplace(folder->Create(mode));
+  } catch (const KestrelError&) {
+    return false;
+  }
+  const std::string path = Join(parts, parts.size());
+  pendingBytes_ += zs.size + zs.comp_size;
+  pendingPaths_.insert(path);
+  ahead_->Submit(item);
+  pending_.push_back({Handle(folder), std::move(item), index, zs, mode, path, parts.back(), entry,
+                      replace, {}});
+  constexpr std::uint64_t kHeldCap = std::uint64_t{32} << 20;
+  while (!cancelled_ && (pending_.size() > 4 * static_cast<std::size_t>(j_.workers) ||
+                         pendingBytes_ > kHeldCap)) {
+    CommitFront();
+  }
+  return true;
+}
+
+// Names the earliest entry the workers have, as the usual way would have: its line, its
+// failure and then what the entries after it reported while it was inflated.
+void Extractor::CommitFront() {
+  Pending p = std::move(pending_.front());
+  pending_.pop_front();
+  pendingPaths_.erase(pendingPaths_.find(p.path));
+  pendingBytes_ -= p.zs.size + p.zs.comp_size;
+  ahead_->Wait(*p.item);
+  if (j_.cancel.load()) {
+    cancelled_ = true;
+    ahead_.reset();  // its workers may still write into the files dropped here
+    pending_.clear();
+    return;
+  }
+  committing_ = true;
+  using Result = zipahead::Unpack::Result;
+  if (p.item->result == Result::Retry) {
+    p.item->out.reset();
+    if (WriteFile(p.index, p.zs, p.mode, *p.folder, p.name, p.replace, p.entry)) ++count_;
+  } else if (p.item->result == Result::WriteFailed) {
+    Fail(Kind::Write, p.entry, p.item->why + ": " + j_.dest);
+  } else {
+    try {
+      const FileIdentity placed = p.item->out->Identify();
+      p.item->out->Place(p.name, p.replace);
+      j_.written[Key(placed)] = false;
+      ++count_;
+    } catch (const KestrelError& e) {
+      Fail(Kind::Write, p.entry, e.Description() + ": " + j_.dest);
+    }
+  }
+  for (auto& report : p.after) report();
+  committing_ = false;
 }
 
 bool Extractor::MayWrite(const ContainedFolder& folder, const std::vector<std::string>& parts,
@@ -244,7 +382,7 @@ bool Extractor::MayWrite(const ContainedFolder& folder, const std::vector<std::s
     return false;
   }
   if (j_.overwrite == 3 || (j_.overwrite == 4 && when > node->modified)) return true;
-  j_.kept.push_back({j_.overwrite == 4 ? Kept::Why::NotNewer : Kept::Why::Exists, entry, path});
+  Keep(j_.overwrite == 4 ? Kept::Why::NotNewer : Kept::Why::Exists, entry, path);
   return false;
 }
 
@@ -385,7 +523,7 @@ std::int32_t ZipLibrary::UnZipEx(const std::string& archive, const std::string& 
   const zipnames::NameFilter names(filter);
   const Job job{za.get(),   *root,      destination, names,     keepFolders != 0,
                 overwriteMode, password, archiveRead_, cancel_,
-                failures_,  kept_,      written_};
+                failures_,  kept_,      written_,    workers_};
   Extractor x(job);
   bool cancelled = false;
   const std::int32_t count = x.Run(cancelled);

@@ -1,27 +1,16 @@
 // The reading half of the zip facade: extraction that never writes outside its destination,
 // never replaces what the run wrote or the archive it reads, and never leaves a partial file
 // under an entry's name.
-#include "platform/Contained.h"
 #include "platform/SysError.h"
 #include "zip/AesAuth.h"
-#include "zip/UnpackAhead.h"
-#include "zip/ZipHandle.h"
-#include "zip/ZipNames.h"
-#include "zip/modZIP32vb.h"
+#include "zip/Extractor.h"
 
 #include <algorithm>
-#include <atomic>
 #include <cerrno>
 #include <cstring>
 #include <ctime>
-#include <deque>
-#include <functional>
-#include <map>
-#include <memory>
-#include <optional>
-#include <set>
 
-namespace orvKestrel {
+namespace orvKestrel::unzip {
 namespace {
 
 // The Unix file type and permission bits that an archive made on Unix keeps in the upper half
@@ -30,23 +19,9 @@ constexpr std::uint32_t kUnixTypeMask = 0170000;
 constexpr std::uint32_t kUnixRegular = 0100000;
 constexpr std::uint32_t kUnixLink = 0120000;
 
-using Failure = ZipLibrary::EntryFailure;
-using Kind = Failure::Kind;
-using Kept = ZipLibrary::EntryKept;
-using Protected = std::map<std::pair<std::uint64_t, std::uint64_t>, bool>;  // true: an archive
-using ziphandle::ZipFilePtr;
-
 constexpr std::size_t kChunk = 1 << 18;
 constexpr const char* kNotAuthentic =
     "the encrypted data is damaged or was changed (authentication failed)";
-
-std::string Join(const std::vector<std::string>& parts, std::size_t count) {
-  std::string out;
-  for (std::size_t k = 0; k < count; ++k) out += (k == 0 ? "" : "/") + parts[k];
-  return out;
-}
-
-std::pair<std::uint64_t, std::uint64_t> Key(const FileIdentity& id) { return {id.device, id.inode}; }
 
 bool IsAes(const zip_stat_t& zs) {
   return (zs.valid & ZIP_STAT_ENCRYPTION_METHOD) && zs.encryption_method >= ZIP_EM_AES_128 &&
@@ -59,104 +34,7 @@ bool AesWithoutCrc(const zip_stat_t& zs) {
          zs.size > 0;
 }
 
-// What an extraction is asked to do, and where it reports.
-struct Job {
-  zip_t* za;
-  const ContainedFolder& root;
-  const std::string& dest;  // root's path, for the texts
-  const zipnames::NameFilter& filter;
-  bool keep;
-  int overwrite;
-  const std::string& password;
-  FileIdentity archive;
-  std::atomic<bool>& cancel;
-  std::vector<Failure>& failures;
-  std::vector<Kept>& kept;
-  Protected& written;
-  int workers;  // above 1: entries are inflated on that many threads
-};
-
-struct Link {
-  std::vector<std::string> parts;  // where it goes, below the destination
-  std::string target, entry;
-  time_t when;
-};
-
-// An entry a worker inflates, with what naming it in its turn needs.
-struct Pending {
-  std::shared_ptr<const ContainedFolder> folder;  // first: it outlives the file made in it
-  std::shared_ptr<zipahead::Unpack> item;
-  zip_uint64_t index;
-  zip_stat_t zs;
-  std::uint32_t mode;
-  std::string path, name, entry;
-  bool replace;
-  std::vector<std::function<void()>> after;  // what later entries report, in their order
-};
-
-class Extractor {
- public:
-  explicit Extractor(const Job& job) : j_(job) {
-    if (j_.workers > 1) ahead_.emplace(j_.workers);
-  }
-  // Files extracted; cancelled tells whether CancelZip ended it.
-  std::int32_t Run(bool& cancelled);
-
- private:
-  void Entry(zip_uint64_t index);
-  bool Levels(zip_uint64_t index, const std::string& entry, bool unix,
-              std::vector<std::string>& parts);
-  const ContainedFolder* Folder(const std::vector<std::string>& parts, std::size_t count,
-                                const std::string& entry);
-  std::shared_ptr<const ContainedFolder> Handle(const ContainedFolder* folder) const;
-  // Hands a file entry to the workers; false when it takes the usual way.
-  bool Hand(zip_uint64_t index, const zip_stat_t& zs, std::uint32_t mode,
-            const ContainedFolder* folder, const std::vector<std::string>& parts, bool replace,
-            const std::string& entry);
-  void Settle(const std::vector<std::string>& parts, std::size_t count);
-  void CommitFront();
-  void Drain() {
-    while (!pending_.empty() && !cancelled_) CommitFront();
-  }
-  // What an entry reports comes after what the entries before it report.
-  void Record(std::function<void()> report) {
-    if (pending_.empty() || committing_) report();
-    else pending_.back().after.push_back(std::move(report));
-  }
-  void Keep(Kept::Why why, const std::string& entry, const std::string& path) {
-    Record([this, why, entry, path] { j_.kept.push_back({why, entry, path}); });
-  }
-  // Whether the entry may be written at name in folder; replace tells whether it replaces.
-  bool MayWrite(const ContainedFolder& folder, const std::vector<std::string>& parts,
-                time_t when, const std::string& entry, bool& replace);
-  bool WriteFile(zip_uint64_t index, const zip_stat_t& zs, std::uint32_t mode,
-                 const ContainedFolder& folder, const std::string& name, bool replace,
-                 const std::string& entry);
-  bool Copy(zip_file_t* zf, const zip_stat_t& zs, NewFile& out, const std::string& entry);
-  bool ReadLinkTarget(zip_uint64_t index, const std::string& entry, std::string& target);
-  bool LinkInside(const Link& link) const;
-  void MakeLink(const Link& link);
-  std::string PathOf(const std::vector<std::string>& parts) const {
-    return j_.dest + (j_.dest.ends_with('/') ? "" : "/") + Join(parts, parts.size());
-  }
-  void Fail(Kind kind, const std::string& entry, const std::string& reason) {
-    Record([this, kind, entry, reason] { j_.failures.push_back({kind, entry, reason}); });
-  }
-
-  const Job& j_;
-  // The folder last used, by its levels below the destination.
-  std::vector<std::string> openParts_;
-  std::shared_ptr<const ContainedFolder> open_;
-  std::vector<Link> links_;
-  std::map<std::string, std::string> planned_;  // links of this archive: path -> target
-  std::int32_t count_ = 0;
-  bool cancelled_ = false;
-  bool committing_ = false;
-  std::deque<Pending> pending_;
-  std::multiset<std::string> pendingPaths_;
-  std::uint64_t pendingBytes_ = 0;
-  std::optional<zipahead::UnpackAhead> ahead_;  // last: its workers stop before pending_ goes
-};
+}  // namespace
 
 std::int32_t Extractor::Run(bool& cancelled) {
   const zip_int64_t n = zip_get_num_entries(j_.za, 0);
@@ -264,95 +142,6 @@ const ContainedFolder* Extractor::Folder(const std::vector<std::string>& parts,
   open_ = std::make_shared<const ContainedFolder>(std::move(*level));
   openParts_ = want;
   return open_.get();
-}
-
-std::shared_ptr<const ContainedFolder> Extractor::Handle(const ContainedFolder* folder) const {
-  if (folder == open_.get()) return open_;
-  return {std::shared_ptr<const ContainedFolder>(), folder};  // the root outlives the extraction
-}
-
-// An entry whose name, or a folder on its way, is still to be named by a worker's entry waits
-// for it: the decision must see what the entries before it left.
-void Extractor::Settle(const std::vector<std::string>& parts, std::size_t count) {
-  for (std::size_t k = 1; k <= count && !pendingPaths_.empty(); ++k) {
-    if (pendingPaths_.count(Join(parts, k)) != 0) return Drain();
-  }
-}
-
-bool Extractor::Hand(zip_uint64_t index, const zip_stat_t& zs, std::uint32_t mode,
-                     const ContainedFolder* folder, const std::vector<std::string>& parts,
-                     bool replace, const std::string& entry) {
-  constexpr auto kNeeded = ZIP_STAT_SIZE | ZIP_STAT_COMP_SIZE | ZIP_STAT_CRC | ZIP_STAT_COMP_METHOD;
-  if (!ahead_ || (zs.valid & kNeeded) != kNeeded || zs.size > zipahead::UnpackAhead::kWholeLimit ||
-      zs.comp_size > zipahead::UnpackAhead::kWholeLimit ||
-      (zs.comp_method != ZIP_CM_DEFLATE && zs.comp_method != ZIP_CM_STORE) ||
-      ((zs.valid & ZIP_STAT_ENCRYPTION_METHOD) && zs.encryption_method != ZIP_EM_NONE)) {
-    return false;
-  }
-  auto item = std::make_shared<zipahead::Unpack>();
-  item->stored = zs.comp_method == ZIP_CM_STORE;
-  item->size = zs.size;
-  item->crc = zs.crc;
-  if (zs.valid & ZIP_STAT_MTIME) item->modified = zs.mtime;
-  // The raw data; anything unusual is left to the usual way, which reports it.
-  ZipFilePtr zf(zip_fopen_index(j_.za, index, ZIP_FL_COMPRESSED));
-  item->packed.resize(static_cast<std::size_t>(zs.comp_size));
-  if (!zf || zip_fread(zf.get(), item->packed.data(), zs.comp_size) !=
-                 static_cast<zip_int64_t>(zs.comp_size)) {
-    return false;
-  }
-  try {
-    item->out.emplace(folder->Create(mode));
-  } catch (const KestrelError&) {
-    return false;
-  }
-  const std::string path = Join(parts, parts.size());
-  pendingBytes_ += zs.size + zs.comp_size;
-  pendingPaths_.insert(path);
-  ahead_->Submit(item);
-  pending_.push_back({Handle(folder), std::move(item), index, zs, mode, path, parts.back(), entry,
-                      replace, {}});
-  constexpr std::uint64_t kHeldCap = std::uint64_t{32} << 20;
-  while (!cancelled_ && (pending_.size() > 4 * static_cast<std::size_t>(j_.workers) ||
-                         pendingBytes_ > kHeldCap)) {
-    CommitFront();
-  }
-  return true;
-}
-
-// Names the earliest entry the workers have, as the usual way would have: its line, its
-// failure and then what the entries after it reported while it was inflated.
-void Extractor::CommitFront() {
-  Pending p = std::move(pending_.front());
-  pending_.pop_front();
-  pendingPaths_.erase(pendingPaths_.find(p.path));
-  pendingBytes_ -= p.zs.size + p.zs.comp_size;
-  ahead_->Wait(*p.item);
-  if (j_.cancel.load()) {
-    cancelled_ = true;
-    ahead_.reset();  // its workers may still write into the files dropped here
-    pending_.clear();
-    return;
-  }
-  committing_ = true;
-  using Result = zipahead::Unpack::Result;
-  if (p.item->result == Result::Retry) {
-    p.item->out.reset();
-    if (WriteFile(p.index, p.zs, p.mode, *p.folder, p.name, p.replace, p.entry)) ++count_;
-  } else if (p.item->result == Result::WriteFailed) {
-    Fail(Kind::Write, p.entry, p.item->why + ": " + j_.dest);
-  } else {
-    try {
-      const FileIdentity placed = p.item->out->Identify();
-      p.item->out->Place(p.name, p.replace);
-      j_.written[Key(placed)] = false;
-      ++count_;
-    } catch (const KestrelError& e) {
-      Fail(Kind::Write, p.entry, e.Description() + ": " + j_.dest);
-    }
-  }
-  for (auto& report : p.after) report();
-  committing_ = false;
 }
 
 bool Extractor::MayWrite(const ContainedFolder& folder, const std::vector<std::string>& parts,
@@ -484,7 +273,13 @@ void Extractor::MakeLink(const Link& link) {
   }
 }
 
-}  // namespace
+}  // namespace orvKestrel::unzip
+
+namespace orvKestrel {
+
+using unzip::Extractor;
+using unzip::Failure;
+using unzip::Key;
 
 std::int32_t ZipLibrary::UnZipEx(const std::string& archive, const std::string& destination,
                                  const std::string& filter, std::int32_t keepFolders,
@@ -521,9 +316,9 @@ std::int32_t ZipLibrary::UnZipEx(const std::string& archive, const std::string& 
     return 0;
   }
   const zipnames::NameFilter names(filter);
-  const Job job{za.get(),   *root,      destination, names,     keepFolders != 0,
-                overwriteMode, password, archiveRead_, cancel_,
-                failures_,  kept_,      written_,    workers_};
+  const unzip::Job job{za.get(), *root,    destination, names,  keepFolders != 0,
+                       overwriteMode, password, archiveRead_, cancel_, failures_,
+                       kept_,     written_, workers_};
   Extractor x(job);
   bool cancelled = false;
   const std::int32_t count = x.Run(cancelled);

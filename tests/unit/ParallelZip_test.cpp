@@ -211,8 +211,10 @@ Lines Tree(const std::string& root) {
     } else if (e.is_directory()) {
       out.push_back(rel + "/");
     } else {
+      const std::string data = ReadFile(e.path());
       out.push_back(rel + " " + std::to_string(ModeOf(e.path())) + " " +
-                    std::to_string(WriteTime(e.path())) + " " + ReadFile(e.path()));
+                    std::to_string(WriteTime(e.path())) + " " + std::to_string(data.size()) +
+                    " " + std::to_string(std::hash<std::string>{}(data)));
     }
   }
   std::sort(out.begin(), out.end());
@@ -237,6 +239,7 @@ TEST_F(ParallelZip, WorkersChangeNeitherEventsNorExtractedFiles) {
       fs::remove_all(j.To);
       fs::create_directories(j.To);
       WriteFile(j.To + "/f7.txt", "there before");
+      SetModified(j.To + "/f7.txt", LocalTime(2026, 1, 2));
       outcome[w] = Run(w == 0 ? 1 : 4, {archive}, false);
       trees[w] = Tree(j.To);
     }

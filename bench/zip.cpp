@@ -1,9 +1,12 @@
 // Compression and extraction of 2,000 files (half text, half incompressible, about 200 MB)
 // through the engine's zip procedures against Info-ZIP zip and unzip at the same level.
-// Usage: bench_zip [level]   (default 6). Prints times and engine/tool ratios (< 1: faster).
+// Usage: bench_zip [level] [jobs]   (default 6, and the number of cores). The engine runs with
+// one worker and with jobs workers. Prints times and engine/tool ratios (< 1: faster).
 #include "engine/Engine.h"
 #include "zip/Zip.h"
+#include "zip/modZIP32vb.h"
 
+#include <algorithm>
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
@@ -13,6 +16,7 @@
 #include <functional>
 #include <random>
 #include <string>
+#include <thread>
 
 #include <unistd.h>
 
@@ -89,6 +93,8 @@ std::uintmax_t TreeSize(const fs::path& root) {
 
 int main(int argc, char** argv) {
   const std::string level = argc > 1 ? argv[1] : "6";
+  const int jobs = argc > 2 ? std::max(1, std::atoi(argv[2]))
+                            : static_cast<int>(std::max(2u, std::thread::hardware_concurrency()));
   const fs::path root = fs::temp_directory_path() / ("kestrel-bench-zip-" + std::to_string(::getpid()));
   FileList files;
   Generate(root / "src" / "data", files);
@@ -108,32 +114,45 @@ int main(int argc, char** argv) {
   j.ZipGrade = level;
   j.DoPreview = 0;
 
-  FileList list = files;
   bool ok = true;
   JobRun run(j);
-  const double zipEngine = Seconds([&] { orvKestrel::Zip_Files(run, e.svc, list); });
+  double zipEngine[2] = {0, 0};
+  for (const int k : {0, 1}) {
+    fs::remove(root / "engine" / "bench.zip");
+    e.svc.zip->SetWorkers(k == 0 ? 1 : jobs);
+    FileList list = files;
+    zipEngine[k] = Seconds([&] { orvKestrel::Zip_Files(run, e.svc, list); });
+  }
   // zip's -N (file notes) exists only on Amiga and MacOS builds; -r -q at the level is the rest.
   const double zipTool = Tool("cd " + Quote((root / "src").string()) + " && zip -r -q -" + level +
                               " " + Quote((root / "tool" / "ref.zip").string()) + " data", ok);
-  std::printf("compress: engine %.2f s (%.1f MB), zip %.2f s (%.1f MB), ratio %.2f\n", zipEngine,
+  std::printf("compress: engine 1 job %.2f s, %d jobs %.2f s (%.1f MB), zip %.2f s (%.1f MB), "
+              "ratio %.2f / %.2f\n",
+              zipEngine[0], jobs, zipEngine[1],
               static_cast<double>(SizeOf(root / "engine" / "bench.zip")) / 1e6, zipTool,
               static_cast<double>(SizeOf(root / "tool" / "ref.zip")) / 1e6,
-              zipEngine / zipTool);
+              zipEngine[0] / zipTool, zipEngine[1] / zipTool);
 
   // Both extract the same archive (the one Info-ZIP wrote).
   j.Action = 4;
-  j.To = (root / "x-engine").string();
   j.DestZipFolder = 1;
-  FileList archives = {(root / "tool" / "ref.zip").string()};
-  const double unzipEngine =
-      Seconds([&] { orvKestrel::UnZip_Files(run, e.svc, archives); });
+  double unzipEngine[2] = {0, 0};
+  for (const int k : {0, 1}) {
+    j.To = (root / ("x-engine" + std::to_string(k))).string();
+    e.svc.zip->SetWorkers(k == 0 ? 1 : jobs);
+    FileList archives = {(root / "tool" / "ref.zip").string()};
+    unzipEngine[k] = Seconds([&] { orvKestrel::UnZip_Files(run, e.svc, archives); });
+  }
   const double unzipTool = Tool("unzip -q " + Quote((root / "tool" / "ref.zip").string()) + " -d " +
                                 Quote((root / "x-tool").string()), ok);
   std::error_code ec;
-  const bool same = ok && fs::exists(root / "x-engine", ec) && TreeSize(root / "x-engine") == TreeSize(root / "x-tool") &&
-                    TreeSize(root / "x-tool") == TreeSize(root / "src");
-  std::printf("extract:  engine %.2f s, unzip %.2f s, ratio %.2f%s\n", unzipEngine, unzipTool,
-              unzipEngine / unzipTool, same ? "" : "  (OUTPUT DIFFERS)");
+  bool same = ok && TreeSize(root / "x-tool") == TreeSize(root / "src");
+  for (const char* x : {"x-engine0", "x-engine1"}) {
+    same = same && fs::exists(root / x, ec) && TreeSize(root / x) == TreeSize(root / "x-tool");
+  }
+  std::printf("extract:  engine 1 job %.2f s, %d jobs %.2f s, unzip %.2f s, ratio %.2f / %.2f%s\n",
+              unzipEngine[0], jobs, unzipEngine[1], unzipTool, unzipEngine[0] / unzipTool,
+              unzipEngine[1] / unzipTool, same ? "" : "  (OUTPUT DIFFERS)");
   fs::remove_all(root);
   return same ? 0 : 1;
 }

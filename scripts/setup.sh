@@ -5,7 +5,7 @@ set -euo pipefail
 
 PACKAGES=(
   build-essential cmake ninja-build pkg-config git
-  libzip-dev libssl-dev libpcre2-dev uuid-dev libcli11-dev nlohmann-json3-dev libfmt-dev
+  libzip-dev libdeflate-dev libssl-dev libpcre2-dev uuid-dev libcli11-dev nlohmann-json3-dev libfmt-dev
   libgtest-dev libgmock-dev googletest libbenchmark-dev
   zip unzip p7zip-full python3 attr rsync time logrotate systemd
   clang libclang-rt-14-dev

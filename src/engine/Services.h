@@ -71,6 +71,7 @@ class Services {
   std::atomic<bool> stop{false};
   std::atomic<bool> zipping{false};
   bool noSizeCheck = false;
+  std::int32_t jobs = 1;  // worker threads of a run; 1 starts none
   bool dryRun = false;
   bool filterRegExp = false;  // the caller's regular-expression switch
   // The free-space check's last answer. It outlives the job on purpose: a replacing check

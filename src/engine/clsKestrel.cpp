@@ -1,6 +1,9 @@
 #include <orvKestrel/clsKestrel.h>
 
 #include "engine/Engine.h"
+#include "zip/modZIP32vb.h"
+
+#include <algorithm>
 
 namespace orvKestrel {
 
@@ -11,6 +14,10 @@ void clsKestrel::Connect(IKestrelEvents* events) { m_->svc.events = events; }
 void clsKestrel::StopMsg(bool bStop) { m_->StopMsg(bStop); }
 void clsKestrel::CheckNoFileSize(bool b) { m_->svc.noSizeCheck = b; }
 void clsKestrel::DryRun(bool b) { m_->svc.dryRun = b; }
+void clsKestrel::Jobs(std::int32_t n) {
+  m_->svc.jobs = std::max(n, 1);
+  m_->svc.zip->SetWorkers(m_->svc.jobs);
+}
 
 void clsKestrel::ExecuteAllJobs(const std::string& sJobDir, const std::string& sLanguagePath,
                                 bool bVerbose, bool bDoPreview, bool bFilterRegExp) {

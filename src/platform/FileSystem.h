@@ -229,7 +229,9 @@ class FileSystem {
   void DeleteFile(const std::string& path, bool force);  // force also removes read-only files
   // The file path names now (links followed); throws when missing.
   FileIdentity Identify(const std::string& path);
-  // A regular file opened for reading (never blocking on a pipe); throws.
+  // A regular file opened for reading (never blocking on a pipe); throws. It and the
+  // SourceFile touch nothing of this object but its fault points, so workers may call it at once
+  // (a test's fault points must then be safe for threads).
   SourceFile OpenToRead(const std::string& path);
   // DeleteFile, but only while path still names the file `was` describes: a source is removed
   // after its action only when nothing replaced or changed it since it was read. Else throws

@@ -1,22 +1,16 @@
 // The reading half of the zip facade: extraction that never writes outside its destination,
 // never replaces what the run wrote or the archive it reads, and never leaves a partial file
 // under an entry's name.
-#include "platform/Contained.h"
 #include "platform/SysError.h"
 #include "zip/AesAuth.h"
-#include "zip/ZipHandle.h"
-#include "zip/ZipNames.h"
-#include "zip/modZIP32vb.h"
+#include "zip/Extractor.h"
 
 #include <algorithm>
-#include <atomic>
 #include <cerrno>
 #include <cstring>
 #include <ctime>
-#include <map>
-#include <optional>
 
-namespace orvKestrel {
+namespace orvKestrel::unzip {
 namespace {
 
 // The Unix file type and permission bits that an archive made on Unix keeps in the upper half
@@ -25,23 +19,9 @@ constexpr std::uint32_t kUnixTypeMask = 0170000;
 constexpr std::uint32_t kUnixRegular = 0100000;
 constexpr std::uint32_t kUnixLink = 0120000;
 
-using Failure = ZipLibrary::EntryFailure;
-using Kind = Failure::Kind;
-using Kept = ZipLibrary::EntryKept;
-using Protected = std::map<std::pair<std::uint64_t, std::uint64_t>, bool>;  // true: an archive
-using ziphandle::ZipFilePtr;
-
 constexpr std::size_t kChunk = 1 << 18;
 constexpr const char* kNotAuthentic =
     "the encrypted data is damaged or was changed (authentication failed)";
-
-std::string Join(const std::vector<std::string>& parts, std::size_t count) {
-  std::string out;
-  for (std::size_t k = 0; k < count; ++k) out += (k == 0 ? "" : "/") + parts[k];
-  return out;
-}
-
-std::pair<std::uint64_t, std::uint64_t> Key(const FileIdentity& id) { return {id.device, id.inode}; }
 
 bool IsAes(const zip_stat_t& zs) {
   return (zs.valid & ZIP_STAT_ENCRYPTION_METHOD) && zs.encryption_method >= ZIP_EM_AES_128 &&
@@ -54,66 +34,7 @@ bool AesWithoutCrc(const zip_stat_t& zs) {
          zs.size > 0;
 }
 
-// What an extraction is asked to do, and where it reports.
-struct Job {
-  zip_t* za;
-  const ContainedFolder& root;
-  const std::string& dest;  // root's path, for the texts
-  const zipnames::NameFilter& filter;
-  bool keep;
-  int overwrite;
-  const std::string& password;
-  FileIdentity archive;
-  std::atomic<bool>& cancel;
-  std::vector<Failure>& failures;
-  std::vector<Kept>& kept;
-  Protected& written;
-};
-
-struct Link {
-  std::vector<std::string> parts;  // where it goes, below the destination
-  std::string target, entry;
-  time_t when;
-};
-
-class Extractor {
- public:
-  explicit Extractor(const Job& job) : j_(job) {}
-  // Files extracted; cancelled tells whether CancelZip ended it.
-  std::int32_t Run(bool& cancelled);
-
- private:
-  void Entry(zip_uint64_t index);
-  bool Levels(zip_uint64_t index, const std::string& entry, bool unix,
-              std::vector<std::string>& parts);
-  const ContainedFolder* Folder(const std::vector<std::string>& parts, std::size_t count,
-                                const std::string& entry);
-  // Whether the entry may be written at name in folder; replace tells whether it replaces.
-  bool MayWrite(const ContainedFolder& folder, const std::vector<std::string>& parts,
-                time_t when, const std::string& entry, bool& replace);
-  bool WriteFile(zip_uint64_t index, const zip_stat_t& zs, std::uint32_t mode,
-                 const ContainedFolder& folder, const std::string& name, bool replace,
-                 const std::string& entry);
-  bool Copy(zip_file_t* zf, const zip_stat_t& zs, NewFile& out, const std::string& entry);
-  bool ReadLinkTarget(zip_uint64_t index, const std::string& entry, std::string& target);
-  bool LinkInside(const Link& link) const;
-  void MakeLink(const Link& link);
-  std::string PathOf(const std::vector<std::string>& parts) const {
-    return j_.dest + (j_.dest.ends_with('/') ? "" : "/") + Join(parts, parts.size());
-  }
-  void Fail(Kind kind, const std::string& entry, const std::string& reason) {
-    j_.failures.push_back({kind, entry, reason});
-  }
-
-  const Job& j_;
-  // The folder last used, by its levels below the destination.
-  std::vector<std::string> openParts_;
-  std::optional<ContainedFolder> open_;
-  std::vector<Link> links_;
-  std::map<std::string, std::string> planned_;  // links of this archive: path -> target
-  std::int32_t count_ = 0;
-  bool cancelled_ = false;
-};
+}  // namespace
 
 std::int32_t Extractor::Run(bool& cancelled) {
   const zip_int64_t n = zip_get_num_entries(j_.za, 0);
@@ -121,6 +42,7 @@ std::int32_t Extractor::Run(bool& cancelled) {
     if (j_.cancel.load()) cancelled_ = true;
     else Entry(static_cast<zip_uint64_t>(i));
   }
+  Drain();
   // Links come last, so that no file of this archive is written through one of them; each is
   // checked against all the others of the archive, whatever their order.
   for (const Link& link : links_) {
@@ -156,7 +78,7 @@ bool Extractor::Levels(zip_uint64_t index, const std::string& entry, bool unix,
     return false;
   }
   if (!j_.filter.Matches(parts.back())) {
-    j_.kept.push_back({Kept::Why::Filtered, entry, ""});
+    Keep(Kept::Why::Filtered, entry, "");
     return false;
   }
   if (!j_.keep) parts.erase(parts.begin(), parts.end() - 1);
@@ -189,16 +111,21 @@ void Extractor::Entry(zip_uint64_t index) {
   }
   const ContainedFolder* folder = Folder(parts, parts.size() - 1, entry);
   bool replace = false;
-  if (folder == nullptr || !MayWrite(*folder, parts, when, entry, replace)) return;
+  if (folder == nullptr) return;
+  Settle(parts, parts.size());
+  if (!MayWrite(*folder, parts, when, entry, replace)) return;
   const std::uint32_t mode =
       (unix && (umode & kUnixTypeMask) == kUnixRegular) ? (umode & 0777) : 0666;
-  if (WriteFile(index, zs, mode, *folder, parts.back(), replace, entry)) ++count_;
+  if (Hand(index, zs, mode, folder, parts, replace, entry)) return;
+  Drain();
+  if (!cancelled_ && WriteFile(index, zs, mode, *folder, parts.back(), replace, entry)) ++count_;
 }
 
 const ContainedFolder* Extractor::Folder(const std::vector<std::string>& parts,
                                          std::size_t count, const std::string& entry) {
   const std::vector<std::string> want(parts.begin(), parts.begin() + static_cast<long>(count));
-  if (open_ && openParts_ == want) return &*open_;
+  if (open_ && openParts_ == want) return open_.get();
+  Settle(parts, count);
   open_.reset();
   std::optional<ContainedFolder> level;
   for (std::size_t k = 0; k < count; ++k) {
@@ -212,9 +139,9 @@ const ContainedFolder* Extractor::Folder(const std::vector<std::string>& parts,
     }
   }
   if (count == 0) return &j_.root;
-  open_ = std::move(level);
+  open_ = std::make_shared<const ContainedFolder>(std::move(*level));
   openParts_ = want;
-  return &*open_;
+  return open_.get();
 }
 
 bool Extractor::MayWrite(const ContainedFolder& folder, const std::vector<std::string>& parts,
@@ -244,7 +171,7 @@ bool Extractor::MayWrite(const ContainedFolder& folder, const std::vector<std::s
     return false;
   }
   if (j_.overwrite == 3 || (j_.overwrite == 4 && when > node->modified)) return true;
-  j_.kept.push_back({j_.overwrite == 4 ? Kept::Why::NotNewer : Kept::Why::Exists, entry, path});
+  Keep(j_.overwrite == 4 ? Kept::Why::NotNewer : Kept::Why::Exists, entry, path);
   return false;
 }
 
@@ -346,7 +273,13 @@ void Extractor::MakeLink(const Link& link) {
   }
 }
 
-}  // namespace
+}  // namespace orvKestrel::unzip
+
+namespace orvKestrel {
+
+using unzip::Extractor;
+using unzip::Failure;
+using unzip::Key;
 
 std::int32_t ZipLibrary::UnZipEx(const std::string& archive, const std::string& destination,
                                  const std::string& filter, std::int32_t keepFolders,
@@ -383,9 +316,9 @@ std::int32_t ZipLibrary::UnZipEx(const std::string& archive, const std::string& 
     return 0;
   }
   const zipnames::NameFilter names(filter);
-  const Job job{za.get(),   *root,      destination, names,     keepFolders != 0,
-                overwriteMode, password, archiveRead_, cancel_,
-                failures_,  kept_,      written_};
+  const unzip::Job job{za.get(), *root,    destination, names,  keepFolders != 0,
+                       overwriteMode, password, archiveRead_, cancel_, failures_,
+                       kept_,     written_, workers_};
   Extractor x(job);
   bool cancelled = false;
   const std::int32_t count = x.Run(cancelled);

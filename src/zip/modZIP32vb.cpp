@@ -7,6 +7,7 @@
 #include "platform/FileSystem.h"
 #include "platform/Staging.h"
 #include "zip/ZipHandle.h"
+#include "zip/PackAhead.h"
 #include "zip/ZipNames.h"
 #include "zip/ZipSource.h"
 
@@ -194,6 +195,8 @@ std::int32_t ZipLibrary::Stage(const std::string& archive, const std::string& fi
   const bool replaced = existing >= 0;
   if (replaced && compare && !Qualifies(file, za, static_cast<zip_uint64_t>(existing))) return 0;
   auto state = std::make_unique<zipsource::State>(fs_, file);
+  // Workers deflate plain entries; encrypted ones go through libzip's own layers.
+  state->level = password_.empty() ? rate_ : 0;
   zip_source_t* src = zipsource::Create(za, *state);
   if (src == nullptr) return 0;
   const zip_flags_t enc = IsValidUtf8(name) ? ZIP_FL_ENC_UTF_8 : ZIP_FL_ENC_RAW;
@@ -283,7 +286,10 @@ bool ZipLibrary::Commit(bool durable) {
     return false;
   }
   for (;;) {
-    if (zip_close(za) == 0) {
+    const auto ahead = PackAheadFor(*s);
+    const int closed = zip_close(za);
+    for (auto& st : s->staged) st.state->Ahead(nullptr, 0);
+    if (closed == 0) {
       (void)s->za.release();  // closed and freed by libzip
       break;
     }
@@ -306,6 +312,27 @@ bool ZipLibrary::Commit(bool durable) {
   }
   CountWritten(*s, durable);
   return true;
+}
+
+// The workers for the commit's deflated entries, each given its place in the order libzip
+// writes them (by index); none with one worker, or when every entry is stored or encrypted.
+std::unique_ptr<zipahead::PackAhead> ZipLibrary::PackAheadFor(Session& s) {
+  std::vector<Session::Staged*> take;
+  for (auto& st : s.staged) {
+    // A replaced entry keeps libzip's own way: it deflates those at a level of its own.
+    if (workers_ > 1 && !st.dropped && !st.replaced && st.state->level == rate_ && rate_ > 0) {
+      take.push_back(&st);
+    }
+  }
+  if (take.empty()) return nullptr;
+  std::sort(take.begin(), take.end(),
+            [](const Session::Staged* a, const Session::Staged* b) { return a->index < b->index; });
+  std::vector<std::string> sources;
+  sources.reserve(take.size());
+  for (const auto* st : take) sources.push_back(st->source);
+  auto ahead = std::make_unique<zipahead::PackAhead>(fs_, std::move(sources), rate_, workers_);
+  for (std::size_t k = 0; k < take.size(); ++k) take[k]->state->Ahead(ahead.get(), k);
+  return ahead;
 }
 
 // The sources whose entries the archive holds as they were read. Before sources are deleted

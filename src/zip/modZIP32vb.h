@@ -27,6 +27,8 @@
 //   password (ZipFile)             Non-empty: entries are written AES-256 encrypted. Kept for the
 //                                  ZipAddFile calls that follow.
 //   SetCompressionRate(rate)       Deflate level, clamped to 0..9; 0 stores.
+//   SetWorkers(n)                  Threads that deflate a commit's entries ahead of the writer;
+//                                  1 (default): libzip compresses each entry as it writes it.
 //   SaveFolderLocation(base)       Entry name = the file's path below base, "/"-separated,
 //                                  UTF-8; a file outside base keeps its path without the leading
 //                                  "/". Entries carry the files' modification times.
@@ -71,6 +73,9 @@
 struct zip;
 
 namespace orvKestrel {
+namespace zipahead {
+class PackAhead;
+}
 
 class ZipLibrary {
  public:
@@ -121,6 +126,7 @@ class ZipLibrary {
   // it did not refuse for that reason.
   const std::string& LastRefusal() const { return lastRefusal_; }
   void SetCompressionRate(std::int32_t rate);
+  void SetWorkers(std::int32_t n) { workers_ = n < 1 ? 1 : n; }
   void SaveFolderLocation(const std::string& base);
   // 1: the file is staged in the archive; 0: it is not.
   std::int32_t ZipFile(const std::string& archive, const std::string& file,
@@ -172,6 +178,7 @@ class ZipLibrary {
   bool DropFailed(Session& s);
   void CountWritten(Session& s, bool readBack);
   bool Commit(bool durable);
+  std::unique_ptr<zipahead::PackAhead> PackAheadFor(Session& s);
   bool PlaceStaged(Session& s);
 
   FileSystem& fs_;
@@ -179,6 +186,7 @@ class ZipLibrary {
   std::atomic<bool> cancel_{false};
   std::unique_ptr<Session> session_;
   std::int32_t rate_ = 6;
+  std::int32_t workers_ = 1;
   std::string base_;
   std::string password_;
   std::string flushError_;

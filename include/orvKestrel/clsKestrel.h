@@ -44,6 +44,10 @@ class clsKestrel {
   // between runs is forgotten: each run clears the flag at its start.
   void StopMsg(bool bStop);
   void CheckNoFileSize(bool b);
+  // Workers that prepare the copies of the files ahead of the one in hand (contents written
+  // and flushed, without a name); every decision, name and event stays in list order, as with
+  // one. 1 (the default) prepares nothing ahead: no thread is started.
+  void Jobs(unsigned n);
   // While true, every job of a call acts as a preview and nothing is written: no job file,
   // no file of a job, no external program.
   void DryRun(bool b);

@@ -71,6 +71,7 @@ class Services {
   std::atomic<bool> stop{false};
   std::atomic<bool> zipping{false};
   bool noSizeCheck = false;
+  unsigned jobs = 1;  // copies prepared ahead by this many workers; 1: none
   bool dryRun = false;
   bool filterRegExp = false;  // the caller's regular-expression switch
   // The free-space check's last answer. It outlives the job on purpose: a replacing check

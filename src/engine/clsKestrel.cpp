@@ -11,6 +11,7 @@ void clsKestrel::Connect(IKestrelEvents* events) { m_->svc.events = events; }
 void clsKestrel::StopMsg(bool bStop) { m_->StopMsg(bStop); }
 void clsKestrel::CheckNoFileSize(bool b) { m_->svc.noSizeCheck = b; }
 void clsKestrel::DryRun(bool b) { m_->svc.dryRun = b; }
+void clsKestrel::Jobs(unsigned n) { m_->svc.jobs = n == 0 ? 1 : n; }
 
 void clsKestrel::ExecuteAllJobs(const std::string& sJobDir, const std::string& sLanguagePath,
                                 bool bVerbose, bool bDoPreview, bool bFilterRegExp) {

@@ -55,6 +55,13 @@ void AddShared(CLI::App* cmd, RunOptions& o, bool passOptions) {
   o.host.AddTo(*cmd);
   cmd->add_flag("--no-size-check", o.noSizeCheck,
                 "Do not check the free space of the destination before copying or moving");
+  cmd->add_option("--jobs", o.jobs,
+                  "Workers that copy files and pack or unpack archive entries ahead of the one in "
+                  "hand (contents flushed, no name yet); names, events and logs stay in list "
+                  "order, as with 1, which does one file after another (default: the number of "
+                  "cores)")
+      ->type_name("N")
+      ->check(CLI::Range(1, 256));
   cmd->add_option("--trace", o.trace, "Write the per-procedure trace (enter, leave, error) to FILE")
       ->type_name("FILE");
   if (passOptions) {

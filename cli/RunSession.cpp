@@ -11,6 +11,7 @@
 #include <filesystem>
 #include <memory>
 #include <string>
+#include <thread>
 #include <utility>
 
 #include "EventWriter.h"
@@ -292,6 +293,8 @@ int Session::Run() {
   orvKestrel::clsKestrel kestrel(host_);
   kestrel.Connect(&writer);
   kestrel.CheckNoFileSize(o_.noSizeCheck);
+  const unsigned jobs = o_.jobs != 0 ? o_.jobs : std::max(1u, std::thread::hardware_concurrency());
+  kestrel.Jobs(static_cast<std::int32_t>(jobs));
   kestrel.DryRun(o_.dryRun);
   int exit = 0;
   {

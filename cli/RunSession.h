@@ -28,6 +28,7 @@ struct RunOptions {
   std::string onError = "leave";
   int every = 60;
   int progress = 0;  // seconds; 0: none
+  unsigned jobs = 0;  // 0: the number of cores
   HostOptions host;
 };
 

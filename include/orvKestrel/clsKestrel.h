@@ -44,8 +44,11 @@ class clsKestrel {
   // between runs is forgotten: each run clears the flag at its start.
   void StopMsg(bool bStop);
   void CheckNoFileSize(bool b);
-  // Worker threads for the file work of a run (the deflating of archive entries); 1, the
-  // default, does all of it on the calling thread and starts none. Values below 1 count as 1.
+  // Worker threads for the file work of a run: copies prepared ahead of the file in hand
+  // (contents written and flushed, without a name) and archive entries deflated or inflated
+  // ahead of the archive's commit. Every decision, name and event stays in list order, as with
+  // one. 1, the default, does all of it on the calling thread and starts none; values below 1
+  // count as 1.
   void Jobs(std::int32_t n);
   // While true, every job of a call acts as a preview and nothing is written: no job file,
   // no file of a job, no external program.

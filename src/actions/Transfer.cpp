@@ -4,6 +4,7 @@
 #include "actions/Transfer.h"
 
 #include "actions/Actions.h"
+#include "actions/Lookahead.h"
 #include "actions/modCheckExistingFiles.h"
 #include "common/modGuid.h"
 #include "platform/DateText.h"
@@ -58,8 +59,10 @@ class DestFolders {
 
 class FileTransfer {
  public:
-  FileTransfer(JobRun& run, Services& s, Kind kind, const std::string& src, DestFolders& folders)
-      : run_(run), s_(s), job_(run.Job()), kind_(kind), src_(src), folders_(folders) {}
+  FileTransfer(JobRun& run, Services& s, Kind kind, const std::string& src, DestFolders& folders,
+               Lookahead& ahead, std::size_t index)
+      : run_(run), s_(s), job_(run.Job()), kind_(kind), src_(src), folders_(folders),
+        ahead_(ahead), index_(index) {}
 
   void Run() {
     const bool times = SetsFileTimes(job_);
@@ -110,10 +113,12 @@ class FileTransfer {
   void Transfer(bool overwrite) {
     const auto into = DestFolderOf();
     TidyFolder(run_, s_, into->path());  // only where a file is written: no walk of unchanged trees
+    std::optional<PreparedCopy> ready = ahead_.Take(index_);
+    PreparedCopy* made = ready ? &*ready : nullptr;
     if (Copying()) {
-      read_ = s_.fs.CopyFile(src_, *into, GetFileName(dest_), overwrite);
+      read_ = s_.fs.CopyFile(src_, *into, GetFileName(dest_), overwrite, made);
     } else {
-      s_.fs.MoveFile(src_, *into, GetFileName(dest_));
+      s_.fs.MoveFile(src_, *into, GetFileName(dest_), made);
     }
     s_.writtenThisRun.insert(FileKey(s_.fs.Identify(dest_)));
   }
@@ -226,6 +231,8 @@ class FileTransfer {
   Kind kind_;
   const std::string& src_;
   DestFolders& folders_;
+  Lookahead& ahead_;
+  std::size_t index_;
   std::string dest_;
   bool destExists_ = false;  // looked at once, before the policy acts
   std::optional<FileIdentity> read_;  // the source as the copy read it
@@ -268,10 +275,13 @@ void TransferFiles(JobRun& run, Services& s, FileList& sArray, Kind kind) {
   const std::string suffix = run.Job().OnlyCompare == 1 ? " (" + s.T(kMsgOnlyExisting) + ")" : "";
   LogCount(s, sArray.size(), suffix);
   DestFolders folders;
+  Lookahead ahead(run, s, sArray, kind);  // a stop or failure closes the copies not taken
   s.ForEachFile(sArray, [&](const std::string& src) {
+    const auto index = static_cast<std::size_t>(&src - sArray.data());
+    ahead.Reach(index);
     try {
       const FileSystem::StatusScope once(s.fs);
-      FileTransfer(run, s, kind, src, folders).Run();
+      FileTransfer(run, s, kind, src, folders, ahead, index).Run();
     } catch (...) {
       folders.Forget();  // the folder may be what failed
       LogError(run, s, kind, src);

@@ -137,6 +137,7 @@ class SourceFile {
 };
 
 class ContainedFolder;
+class PreparedCopy;
 
 class FileSystem {
  public:
@@ -207,9 +208,12 @@ class FileSystem {
   // while it is still the file that was copied. An existing destination is an error.
   void MoveFile(const std::string& source, const std::string& dest);
   // The same three, for the file name in a folder opened beneath a destination.
+  // ready: the copy a worker made ahead (Prefetch.h), taken only while the source is still the
+  // file it was made from; else the copy is made here as without it.
   FileIdentity CopyFile(const std::string& source, const DestFolder& folder,
-                        const std::string& name, bool overwrite);
-  void MoveFile(const std::string& source, const DestFolder& folder, const std::string& name);
+                        const std::string& name, bool overwrite, PreparedCopy* ready = nullptr);
+  void MoveFile(const std::string& source, const DestFolder& folder, const std::string& name,
+                PreparedCopy* ready = nullptr);
   void DeleteFile(const DestFolder& folder, const std::string& name, bool force);
 
   // --- contained destinations (Beneath.cpp) ---
@@ -298,9 +302,9 @@ class FileSystem {
     std::chrono::steady_clock::time_point at;
   };
   FileIdentity CopyAt(const std::string& source, int dir, const std::string& folder,
-                      const std::string& name, bool overwrite);
+                      const std::string& name, bool overwrite, PreparedCopy* ready = nullptr);
   void MoveAt(const std::string& source, int dir, const std::string& folder,
-              const std::string& name);
+              const std::string& name, PreparedCopy* ready = nullptr);
 
   FaultPoints* faults_;
   TempNames tempNames_;

@@ -72,6 +72,42 @@ NewFile::NewFile(int dir, const std::string& folder, TempNames& names, FaultPoin
   ThrowSys(EEXIST);
 }
 
+NewFile::NewFile(FaultPoints* faults, int dir, UniqueFd fd)
+    : faults_(faults), dir_(dir), fd_(std::move(fd)) {}
+
+NewFile NewFile::Unnamed(int dir, const std::string& folder, std::uint32_t permissions) {
+  UniqueFd fd(::openat(dir, folder.c_str(), O_TMPFILE | O_WRONLY | O_CLOEXEC,
+                       static_cast<mode_t>(permissions)));
+  if (fd.get() < 0) ThrowSys(errno);
+  return NewFile(nullptr, dir, std::move(fd));
+}
+
+void NewFile::PlaceIn(int dir, const std::string& name, bool replace, TempNames& names) {
+  if (!tmp_.empty()) ThrowSys(EINVAL);  // only a file without a name can change its folder
+  dir_ = dir;
+  if (!replace) {
+    Place(name, false);
+    return;
+  }
+  for (int attempt = 0; tmp_.empty(); ++attempt) {
+    std::string tmp = names.Next();
+    try {
+      Link(tmp);
+      tmp_ = std::move(tmp);
+    } catch (const KestrelError& e) {
+      if (e.Number() != EEXIST || attempt >= 100) throw;
+    }
+  }
+  try {
+    Place(name, true);
+  } catch (...) {
+    ::unlinkat(dir_, tmp_.c_str(), 0);  // at once: the caller may copy the file anew
+    tmp_.clear();
+    placed_ = true;
+    throw;
+  }
+}
+
 NewFile::~NewFile() {
   fd_ = UniqueFd();
   if (!placed_ && !tmp_.empty()) ::unlinkat(dir_, tmp_.c_str(), 0);

@@ -33,6 +33,11 @@ class NewFile {
   NewFile& operator=(const NewFile&) = delete;
   NewFile& operator=(NewFile&&) = delete;
 
+  // A file without a name in folder (relative to dir), or an error where the file system
+  // cannot make one: never a temporary name. No fault point: for copies made ahead, whose
+  // placing falls back to a plain copy when it fails.
+  static NewFile Unnamed(int dir, const std::string& folder, std::uint32_t permissions);
+
   int fd() const { return fd_.get(); }
   void Write(const char* data, std::size_t n);  // all of it; fault point: Write
   void SetTimes(const struct timespec& accessed, const struct timespec& modified);
@@ -41,8 +46,12 @@ class NewFile {
   // Gives the file name (relative to dir) and closes it; an existing entry is replaced only
   // when replace is set. Fault point: Rename.
   void Place(const std::string& name, bool replace);
+  // Place, for a file made without a name, into another folder dir of the same file system. A
+  // replacing placement links it under a temporary name first, then renames that over name.
+  void PlaceIn(int dir, const std::string& name, bool replace, TempNames& names);
 
  private:
+  NewFile(FaultPoints* faults, int dir, UniqueFd fd);
   void Link(const std::string& name);
   FaultPoints* faults_;
   int dir_;

@@ -4,6 +4,7 @@
 #include "platform/FileSystem.h"
 #include "platform/Contained.h"
 #include "platform/NewFile.h"
+#include "platform/Prefetch.h"
 #include "platform/SysError.h"
 
 #include <fcntl.h>
@@ -158,12 +159,10 @@ void UnlinkVerified(const std::string& path, const FileIdentity& was) {
   if (::unlink(path.c_str()) != 0) ThrowSys(errno);
 }
 
-// Copies an open source to dest through a temporary file: contents, user attributes,
-// permission bits and the access and write times, flushed before it gets dest's name. With
-// keepOwner the owner is kept where the process may set it.
-FileIdentity CopyThroughTemp(FaultPoints* faults, TempNames& names, const OpenSource& src,
-                             const At& dest, bool overwrite, bool keepOwner) {
-  NewFile tmp(dest.dir, dest.folder, names, faults, 0600, !overwrite);
+// Fills a new file from an open source: contents, user attributes, permission bits and the
+// access and write times, flushed. With keepOwner the owner is kept where the process may set
+// it. Returns the source as it was read.
+FileIdentity FillCopy(FaultPoints* faults, const OpenSource& src, NewFile& tmp, bool keepOwner) {
   CopyContents(faults, src.fd.get(), tmp, static_cast<std::uint64_t>(src.st.st_size));
   const FileIdentity read = RefuseChangedSource(src);
   CopyUserXattrs(src.fd.get(), tmp.fd());
@@ -174,8 +173,33 @@ FileIdentity CopyThroughTemp(FaultPoints* faults, TempNames& names, const OpenSo
   Gate(faults, FaultOp::SetTimes);
   tmp.SetTimes(src.st.st_atim, src.st.st_mtim);
   tmp.Flush();
+  return read;
+}
+
+// Copies an open source to dest through a temporary file, flushed before it gets dest's name.
+FileIdentity CopyThroughTemp(FaultPoints* faults, TempNames& names, const OpenSource& src,
+                             const At& dest, bool overwrite, bool keepOwner) {
+  NewFile tmp(dest.dir, dest.folder, names, faults, 0600, !overwrite);
+  const FileIdentity read = FillCopy(faults, src, tmp, keepOwner);
   tmp.Place(dest.name, overwrite);
   return read;
+}
+
+// A copy made ahead takes dest's name only while source is still the file it was made from.
+// Nothing when it cannot be used (the source changed, another file system, any failure): the
+// caller then copies as without it, and reports what that copy meets.
+std::optional<FileIdentity> PlacePrepared(PreparedCopy* ready, TempNames& names,
+                                          const std::string& source, const At& dest,
+                                          bool overwrite) {
+  if (ready == nullptr) return std::nullopt;
+  struct stat now {};
+  if (::stat(source.c_str(), &now) != 0 || IdentityOf(now) != ready->Read()) return std::nullopt;
+  try {
+    ready->File().PlaceIn(dest.dir, dest.name, overwrite, names);
+  } catch (const KestrelError&) {
+    return std::nullopt;
+  }
+  return ready->Read();
 }
 
 void SyncFolder(const At& at) {
@@ -187,15 +211,18 @@ void SyncFolder(const At& at) {
 // removal of the source. When the source cannot be removed the copy is taken back, so that a
 // failed move leaves both sides as they were.
 void MoveAcross(FaultPoints* faults, TempNames& names, const std::string& source,
-                const At& dest) {
+                const At& dest, PreparedCopy* ready) {
   Gate(faults, FaultOp::Copy);
-  const OpenSource src = OpenRegular(faults, source);
-  if (EntryExists(dest)) ThrowSys(EEXIST);
-  const FileIdentity read = CopyThroughTemp(faults, names, src, dest, false, true);
+  std::optional<FileIdentity> read = PlacePrepared(ready, names, source, dest, false);
+  if (!read) {
+    const OpenSource src = OpenRegular(faults, source);
+    if (EntryExists(dest)) ThrowSys(EEXIST);
+    read = CopyThroughTemp(faults, names, src, dest, false, true);
+  }
   SyncFolder(dest);
   try {
     Gate(faults, FaultOp::Unlink);
-    UnlinkVerified(source, read);
+    UnlinkVerified(source, *read);
   } catch (...) {
     ::unlinkat(dest.dir, dest.name.c_str(), 0);
     throw;
@@ -217,13 +244,13 @@ FileIdentity FileSystem::CopyFile(const std::string& source, const std::string& 
 }
 
 FileIdentity FileSystem::CopyFile(const std::string& source, const DestFolder& folder,
-                                  const std::string& name, bool overwrite) {
+                                  const std::string& name, bool overwrite, PreparedCopy* ready) {
   if (name.empty()) ThrowInvalidCall();
-  return CopyAt(source, folder.fd(), ".", name, overwrite);
+  return CopyAt(source, folder.fd(), ".", name, overwrite, ready);
 }
 
 FileIdentity FileSystem::CopyAt(const std::string& source, int dir, const std::string& folder,
-                                const std::string& name, bool overwrite) {
+                                const std::string& name, bool overwrite, PreparedCopy* ready) {
   std::optional<FreeFigure> figure = std::move(free_);
   std::uint64_t length = 0;
   FileIdentity read;
@@ -231,11 +258,16 @@ FileIdentity FileSystem::CopyAt(const std::string& source, int dir, const std::s
     const Changing changing(*this);
     Gate(FaultOp::Copy);
     if (source.empty()) ThrowInvalidCall();
-    const OpenSource src = OpenRegular(faults_, source);
-    length = static_cast<std::uint64_t>(src.st.st_size);
-    // Without overwrite the final link or rename refuses an existing destination; callers look
-    // first.
-    read = CopyThroughTemp(faults_, tempNames_, src, At{dir, folder, name}, overwrite, false);
+    const At dest{dir, folder, name};
+    if (const auto placed = PlacePrepared(ready, tempNames_, source, dest, overwrite)) {
+      read = *placed;
+    } else {
+      const OpenSource src = OpenRegular(faults_, source);
+      // Without overwrite the final link or rename refuses an existing destination; callers
+      // look first.
+      read = CopyThroughTemp(faults_, tempNames_, src, dest, overwrite, false);
+    }
+    length = read.size;
   }
   // A new file takes its length in whole blocks from the free space read before it, so that
   // the next file need not ask again. A replacement also frees the old file's blocks, which
@@ -256,13 +288,13 @@ void FileSystem::MoveFile(const std::string& source, const std::string& dest) {
 }
 
 void FileSystem::MoveFile(const std::string& source, const DestFolder& folder,
-                          const std::string& name) {
+                          const std::string& name, PreparedCopy* ready) {
   if (name.empty()) ThrowInvalidCall();
-  MoveAt(source, folder.fd(), ".", name);
+  MoveAt(source, folder.fd(), ".", name, ready);
 }
 
 void FileSystem::MoveAt(const std::string& source, int dir, const std::string& folder,
-                        const std::string& name) {
+                        const std::string& name, PreparedCopy* ready) {
   const Changing changing(*this, true);
   if (source.empty()) ThrowInvalidCall();
   const At dest{dir, folder, name};
@@ -277,7 +309,7 @@ void FileSystem::MoveAt(const std::string& source, int dir, const std::string& f
     }
   }
   if (err != EXDEV) ThrowSys(err);
-  MoveAcross(faults_, tempNames_, source, dest);
+  MoveAcross(faults_, tempNames_, source, dest, ready);
 }
 
 namespace {
@@ -348,6 +380,19 @@ bool FileSystem::SameFile(const std::string& a, const std::string& b) {
   struct stat sa {}, sb {};
   if (::stat(a.c_str(), &sa) != 0 || ::stat(b.c_str(), &sb) != 0) return false;
   return sa.st_dev == sb.st_dev && sa.st_ino == sb.st_ino;
+}
+
+}  // namespace orvKestrel
+
+namespace orvKestrel {
+
+std::optional<PreparedCopy> PrepareCopy(const std::string& source, int anchor, bool keepOwner,
+                                        std::uint64_t maxBytes) {
+  const OpenSource src = OpenRegular(nullptr, source);
+  if (static_cast<std::uint64_t>(src.st.st_size) > maxBytes) return std::nullopt;
+  NewFile file = NewFile::Unnamed(anchor, ".", 0600);
+  const FileIdentity read = FillCopy(nullptr, src, file, keepOwner);
+  return PreparedCopy(std::move(file), read);
 }
 
 }  // namespace orvKestrel

@@ -235,7 +235,11 @@ std::string HandleFolders(Services& s, const std::string& sArrayStr, job& job) {
 
 std::string HandlePreviewFolders(Services& s, const std::string& sArrayStr, job& job) {
   Proc p(s.trap, Traced(__func__), "sArrayStr", sArrayStr, "job", job);
-  const std::vector<std::string> levels = DestinationLevels(sArrayStr, job);
+  return DestinationFolder(sArrayStr, job);
+}
+
+std::string DestinationFolder(const std::string& file, const job& job) {
+  const std::vector<std::string> levels = DestinationLevels(file, job);
   return levels.empty() ? job.To : levels.back();
 }
 

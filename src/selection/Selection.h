@@ -19,6 +19,8 @@ std::string CleanFolderPattern(Services& s, std::string& sPattern, bool bUseRegE
 std::string CleanFilePattern(Services& s, std::string& sPattern, bool bUseRegEx);
 std::string HandleFolders(Services& s, const std::string& sArrayStr, job& job);
 std::string HandlePreviewFolders(Services& s, const std::string& sArrayStr, job& job);
+// The folder HandlePreviewFolders names, as text alone: nothing is traced or looked at.
+std::string DestinationFolder(const std::string& file, const job& job);
 
 // ----- filters (modFilter*.cpp) -----
 // Each returns the files that pass, in order, and consumes its argument.

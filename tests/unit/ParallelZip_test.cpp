@@ -1,6 +1,8 @@
 // Compression with workers that deflate entries ahead of the commit: the same events, the same
 // entries (every header field but the compressed size) and the same refusals as without them.
+#include "engine/Engine.h"
 #include "unit/ZipTestSupport.h"
+#include "zip/Zip.h"
 #include "zip/modZIP32vb.h"
 
 #include <gtest/gtest.h>
@@ -16,6 +18,7 @@ namespace {
 
 using namespace testing;
 namespace fs = std::filesystem;
+using Lines = std::vector<std::string>;
 
 // Every field of every entry that must not depend on the workers: the central and the local
 // header (all but the compressed size and offsets), the name, extra fields and the contents,

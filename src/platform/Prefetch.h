@@ -1,0 +1,95 @@
+// Copies made ahead of the run's own order by a few workers: the expensive part of a copy
+// (reading the source, writing and flushing the new file) while the run's thread still decides
+// and names the files before it. A prepared copy has no name: one that is never used vanishes
+// when it is closed, and a killed run leaves nothing of it. The workers use only their own
+// calls here, never the run's FileSystem, and report nothing: a copy they could not make is
+// made by the run's thread as without them, which then reports what it meets.
+#pragma once
+
+#include "platform/FileSystem.h"
+#include "platform/NewFile.h"
+
+#include <condition_variable>
+#include <cstdint>
+#include <deque>
+#include <memory>
+#include <mutex>
+#include <optional>
+#include <string>
+#include <thread>
+#include <vector>
+
+namespace orvKestrel {
+
+// A copy written and flushed without a name: contents, user attributes, permission bits and
+// times of the source as it was read.
+class PreparedCopy {
+ public:
+  PreparedCopy(NewFile file, const FileIdentity& read) : file_(std::move(file)), read_(read) {}
+  NewFile& File() { return file_; }
+  const FileIdentity& Read() const { return read_; }  // the source as it was read
+
+ private:
+  NewFile file_;
+  FileIdentity read_;
+};
+
+// The copy of source as an unnamed file in the folder anchor (Transfers.cpp); nothing when the
+// source is larger than maxBytes. Throws.
+std::optional<PreparedCopy> PrepareCopy(const std::string& source, int anchor, bool keepOwner,
+                                        std::uint64_t maxBytes);
+
+// One file of the list, as the run expects to treat it.
+struct CopyOrder {
+  std::string source;
+  std::string dest;          // the destination path the run will most likely give it
+  bool whenMissing = false;  // a copy is expected when dest does not exist
+  bool whenExists = false;   // and when it does (a replacing or renaming policy)
+  bool move = false;         // only a source on another file system than the anchor is copied
+};
+
+class CopyAhead {
+ public:
+  // workers threads; anchor: the destination folder (taken as named) whose file system holds
+  // the unnamed files; they are later linked into its folders.
+  CopyAhead(unsigned workers, std::string anchor);
+  ~CopyAhead();  // stops the workers and closes every copy not taken
+  CopyAhead(const CopyAhead&) = delete;
+  CopyAhead& operator=(const CopyAhead&) = delete;
+
+  // How many files may be handed to the workers ahead of the one in hand.
+  std::size_t Window() const { return window_; }
+  // The next file of the list; files are numbered from 0 in the order they are added.
+  void Add(CopyOrder order);
+  std::size_t Added() const;
+  // The copy of file index when it was made (waits while a worker is making it); nothing
+  // otherwise, and a file not begun yet is left to the caller. The files before index are
+  // dropped: indexes are asked in increasing order.
+  std::optional<PreparedCopy> Take(std::size_t index);
+
+ private:
+  enum class State { Queued, Working, Done };
+  struct Slot {
+    CopyOrder order;
+    State state = State::Queued;
+    std::optional<PreparedCopy> copy;
+  };
+  void Work();
+  std::optional<PreparedCopy> Prepare(const CopyOrder& order);
+  int Anchor();  // opened by the first worker that finds the folder
+
+  std::string anchorPath_;
+  std::size_t window_;
+  mutable std::mutex mutex_;
+  std::condition_variable work_, done_;
+  std::deque<std::shared_ptr<Slot>> slots_;  // the files from first_ on; a worker keeps its own
+  std::size_t first_ = 0;
+  std::size_t next_ = 0;  // the first slot no worker has looked at
+  bool stopping_ = false;
+  std::mutex anchorMutex_;
+  UniqueFd anchor_;
+  std::uint64_t anchorDevice_ = 0;
+  std::vector<std::jthread> threads_;  // last: joined before the rest goes
+};
+
+}  // namespace orvKestrel

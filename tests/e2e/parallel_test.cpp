@@ -1,0 +1,191 @@
+// Copies made ahead by workers (--jobs) change nothing a run shows: the same jobs with one
+// worker and with four give the same event stream, exit status and trees, for copy, move (on
+// one file system and, where the tests have a second one, across) and synchronisation, their
+// previews, every existing-destination policy and a folder whose files fail. A run stopped in
+// the middle names no file it did not report and leaves no temporary.
+#include "e2e/E2eSupport.h"
+
+#include <sys/stat.h>
+
+#include <csignal>
+
+namespace e2e {
+namespace {
+
+// Every entry below root: kind and permission bits, for files also the write time to the
+// nanosecond and the contents. Folders' times change with every entry made in them.
+std::map<std::string, std::string> Tree(const fs::path& root) {
+  std::map<std::string, std::string> out;
+  if (!fs::exists(root)) return out;
+  for (const auto& e : fs::recursive_directory_iterator(root)) {
+    struct stat st {};
+    if (::lstat(e.path().c_str(), &st) != 0) continue;
+    std::string v = std::to_string(st.st_mode);
+    if (S_ISREG(st.st_mode)) {
+      v += " " + std::to_string(st.st_mtim.tv_sec) + "." + std::to_string(st.st_mtim.tv_nsec) +
+           " " + Get(e.path());
+    }
+    out[fs::relative(e.path(), root).string()] = v;
+  }
+  return out;
+}
+
+// The stream without what depends on the clock (the summaries' seconds).
+std::vector<std::string> Stream(const std::string& out) {
+  std::vector<std::string> lines;
+  std::istringstream in(out);
+  for (std::string line; std::getline(in, line);) {
+    auto event = nlohmann::ordered_json::parse(line, nullptr, false);
+    if (event.is_discarded()) {
+      lines.push_back(line);
+      continue;
+    }
+    event.erase("seconds");
+    lines.push_back(event.dump());
+  }
+  return lines;
+}
+
+std::string Data(int i, std::size_t size) {
+  std::string d = "file " + std::to_string(i) + "\n";
+  d.resize(size, static_cast<char>('a' + i % 26));
+  return d;
+}
+
+constexpr std::time_t kOld = 1'500'000'000;
+constexpr std::time_t kSource = 1'600'000'000;
+constexpr std::time_t kNew = 1'700'000'000;
+
+struct Outcome {
+  int exitCode = -1;
+  std::vector<std::string> stream;
+  std::map<std::string, std::string> src, dst, elsewhere;
+  bool operator==(const Outcome&) const = default;
+};
+
+class Parallel : public ::testing::Test {
+ protected:
+  Parallel() : dir_("parallel") {}
+
+  // The source tree, a destination that holds older and newer versions of some files, and a
+  // sub-folder "sub" of the destination that is a link: its files fail (a link below To is
+  // never followed).
+  void FreshTrees() const {
+    for (const fs::path& f : {src(), dst_, elsewhere()}) fs::remove_all(f);
+    for (int i = 0; i < 30; ++i) {
+      const std::string folder = i < 12 ? "d0/" : i < 24 ? "d1/" : i < 27 ? "sub/" : "";
+      Put(src() / (folder + "f" + std::to_string(i) + ".txt"), Data(i, 100 + 997 * i), kSource);
+    }
+    ::chmod((src() / "d0/f3.txt").c_str(), 0640);
+    for (int i : {0, 1, 2}) Put(dst_ / ("d0/f" + std::to_string(i) + ".txt"), "old", kOld);
+    for (int i : {12, 13}) Put(dst_ / ("d1/f" + std::to_string(i) + ".txt"), "newer", kNew);
+    Put(dst_ / "f28.txt", "old top", kOld);
+    fs::create_directories(elsewhere());
+    fs::create_directory_symlink(elsewhere(), dst_ / "sub");
+  }
+
+  Outcome Run(const std::string& keys, const std::vector<std::string>& options, int jobs) {
+    FreshTrees();
+    Put(dir_ / "jobs/a.kjb", "[Job]\nName=a\nFrom=" + src().string() + "\nTo=" + dst_.string() +
+                                 "\nSubFolder=1\nFStruct=1\nIntervalType=0\nInterval=1\nCounter=1\n" + keys);
+    std::vector<std::string> args{"run", (dir_ / "jobs").string(), "--events", "jsonl",
+                                  "--jobs", std::to_string(jobs)};
+    args.insert(args.end(), options.begin(), options.end());
+    const RunResult r = RunKestrel(args, dir_.root());
+    return {r.exitCode, Stream(r.out), Tree(src()), Tree(dst_), Tree(elsewhere())};
+  }
+
+  fs::path src() const { return dir_ / "src"; }
+  fs::path elsewhere() const { return dir_ / "elsewhere"; }
+
+  Scratch dir_;
+  fs::path dst_ = dir_ / "dst";
+};
+
+TEST_F(Parallel, OneWorkerAndFourGiveTheSameStreamAndTrees) {
+  const std::string run = "DoPreview=0\n";
+  const std::string preview = "DoPreview=1\n";
+  const std::vector<std::string> previewJobs{"--preview-jobs"};
+  struct Case {
+    std::string keys;
+    std::vector<std::string> options;
+  };
+  std::vector<Case> cases;
+  for (const std::string action : {"Action=0\n", "Action=1\n"}) {
+    for (const std::string exist :
+         {"Exist=0\n", "Exist=1\n", "Exist=2\nPickRenamer=1\nRenameTxt=_\n", "Exist=3\n",
+          "Exist=4\nExtFileTime=1\n", "Exist=3\nOnlyCompare=1\n", "Exist=4\nEFSDelete=1\n"}) {
+      cases.push_back({action + exist + run, {}});
+    }
+    cases.push_back({action + "Exist=3\n" + preview, previewJobs});
+  }
+  cases.push_back({"Action=0\nExist=0\n" + run, {"--dry-run"}});
+  for (const std::string sync : {"Action=5\nExist=4\nExtFileTime=1\n",
+                                  "Action=5\nExist=4\nExtFileTime=1\nSyncDelete=1\n",
+                                  "Action=5\nExist=0\nSyncStart=1\n"}) {
+    cases.push_back({sync + run, {}});
+    cases.push_back({sync + preview, previewJobs});
+  }
+  const std::string other = orvKestrel::testing::OtherFileSystemThan(fs::temp_directory_path());
+  std::optional<Scratch> otherDir;
+  if (other.empty()) {
+    std::printf("[ parallel ] no second file system: moves across file systems not tested\n");
+  } else {
+    otherDir.emplace("parallel-dst", other);
+  }
+  for (bool across : {false, true}) {
+    if (across && !otherDir) continue;
+    dst_ = across ? otherDir->root() / "dst" : dir_ / "dst";
+    for (const Case& c : cases) {
+      if (across && c.keys.find("Action=1") == std::string::npos) continue;
+      SCOPED_TRACE(c.keys + (across ? "(across file systems)" : ""));
+      const Outcome one = Run(c.keys, c.options, 1);
+      const Outcome four = Run(c.keys, c.options, 4);
+      EXPECT_TRUE(one == four);
+      EXPECT_EQ(one.stream, four.stream);
+      EXPECT_EQ(one.exitCode, four.exitCode);
+      EXPECT_TRUE(one.dst == four.dst && one.src == four.src && one.elsewhere == four.elsewhere);
+      // The rows mean something: the runs wrote files and met the failing folder.
+      if (c.keys.find(run) != std::string::npos && c.options.empty() &&
+          c.keys.find("OnlyCompare") == std::string::npos) {
+        EXPECT_GT(one.dst.size(), 12u);
+        EXPECT_EQ(one.exitCode, 1);
+      }
+    }
+  }
+}
+
+// Stopped after the k-th file: every file under a destination name is complete and was
+// reported, and no temporary is left, with the copies made ahead of k closed unnamed.
+TEST_F(Parallel, AStoppedRunNamesOnlyWhatItReportedAndLeavesNothing) {
+  for (int i = 0; i < 3000; ++i) {
+    Put(src() / ("d" + std::to_string(i % 10) + "/f" + std::to_string(i) + ".txt"),
+        Data(i, 200 + i % 4096), kSource);
+  }
+  fs::create_directories(dst_);
+  Put(dir_ / "jobs/a.kjb", "[Job]\nName=a\nFrom=" + src().string() + "\nTo=" + dst_.string() +
+                               "\nSubFolder=1\nFStruct=1\nAction=0\nExist=0\nDoPreview=0\nIntervalType=0\nInterval=1\nCounter=1\n");
+  const Scratch io("io");
+  StartOptions o;
+  o.outFile = (io / "out").string();
+  o.errFile = (io / "err").string();
+  const pid_t pid = StartKestrel(
+      {"run", (dir_ / "jobs").string(), "--events", "jsonl", "--jobs", "4"}, dir_.root(), o);
+  ASSERT_TRUE(Eventually([&] { return Count(LogTexts(Get(o.outFile)), "Kopiert: ") >= 100; }))
+      << Get(o.outFile);
+  ::kill(pid, SIGTERM);
+  const ChildEnd end = WaitFor(pid, std::chrono::seconds(60));
+  EXPECT_EQ(end.exitCode, 130);
+  const auto reported = Count(LogTexts(Get(o.outFile)), "Kopiert: ");
+  const auto copied = Files(dst_);
+  EXPECT_LT(copied.size(), 3000u) << "the stop came too late to test anything";
+  EXPECT_EQ(static_cast<int>(copied.size()), reported);
+  const auto sources = Files(src());
+  for (const auto& [rel, data] : copied) {
+    EXPECT_FALSE(Hidden(rel)) << "a temporary was left: " << rel;
+    EXPECT_TRUE(sources.contains(rel) && sources.at(rel) == data) << "partial: " << rel;
+  }
+}
+
+}  // namespace
+}  // namespace e2e

@@ -1,0 +1,127 @@
+// Copies made ahead: named only for the source they were made from, never over an existing
+// file unless asked, and gone without a trace (no entry, no descriptor) when not used.
+#include "platform/Prefetch.h"
+#include "platform/SysError.h"
+
+#include "support/TestSupport.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <chrono>
+#include <filesystem>
+#include <thread>
+
+namespace orvKestrel::testing {
+namespace {
+
+std::vector<std::string> Names(const std::string& folder) {
+  std::vector<std::string> out;
+  for (const auto& e : std::filesystem::directory_iterator(folder)) {
+    out.push_back(e.path().filename().string());
+  }
+  std::sort(out.begin(), out.end());
+  return out;
+}
+
+std::size_t OpenDescriptors() {
+  return static_cast<std::size_t>(std::distance(std::filesystem::directory_iterator("/proc/self/fd"),
+                                                std::filesystem::directory_iterator()));
+}
+
+constexpr std::time_t kRead = 1'600'000'000;
+
+class Prefetch : public ::testing::Test {
+ protected:
+  Prefetch() {
+    std::filesystem::create_directories(to_);
+    WriteFile(src_, "contents");
+    ::chmod(src_.c_str(), 0640);
+    SetModified(src_, kRead);
+  }
+  std::string Dest() const { return to_ + "/a.txt"; }
+
+  TempDir dir_;
+  FileSystem fs_;
+  std::string src_ = dir_ / "src.txt";
+  std::string to_ = dir_ / "to";
+};
+
+TEST_F(Prefetch, ACopyMadeAheadIsNamedOnlyForTheSourceItWasMadeFrom) {
+  struct Case {
+    const char* name;
+    bool changeSource;  // rewritten (same length) after the copy was made
+    bool existing;
+    bool overwrite;
+    std::string expected;  // at Dest afterwards
+    int error;
+  };
+  const Case cases[] = {
+      {"unchanged", false, false, false, "contents", 0},
+      {"rewritten after it was read", true, false, false, "CONTENTS", 0},
+      {"replacing", false, true, true, "contents", 0},
+      {"replacing a rewritten source", true, true, true, "CONTENTS", 0},
+      {"an existing name is kept", false, true, false, "old", EEXIST},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.name);
+    std::filesystem::remove_all(to_);
+    std::filesystem::create_directories(to_);
+    WriteFile(src_, "contents");
+    SetModified(src_, kRead);
+    const auto into = fs_.OpenBeneath(to_, "", false);
+    auto ready = PrepareCopy(src_, into->fd(), false, 1 << 20);
+    ASSERT_TRUE(ready.has_value());
+    if (c.changeSource) {
+      // Change times tick coarsely (a jiffy on some file systems): the rewrite comes later.
+      std::this_thread::sleep_for(std::chrono::milliseconds(20));
+      WriteFile(src_, "CONTENTS");
+      SetModified(src_, kRead);  // the same length and time: only the change time tells
+    }
+    if (c.existing) WriteFile(Dest(), "old");
+    int error = 0;
+    try {
+      fs_.CopyFile(src_, *into, "a.txt", c.overwrite, &*ready);
+    } catch (const KestrelError& e) {
+      error = e.Number();
+    }
+    EXPECT_EQ(error, c.error);
+    EXPECT_EQ(ReadFile(Dest()), c.expected);
+    EXPECT_EQ(Names(to_), std::vector<std::string>{"a.txt"});
+    if (error == 0) {
+      EXPECT_EQ(ModeOf(Dest()), 0640u);
+      EXPECT_EQ(WriteTime(Dest()), kRead);
+    }
+  }
+}
+
+TEST_F(Prefetch, UnusedCopiesLeaveNothingAndGuessesSkipWhatWillNotBeCopied) {
+  const std::size_t before = OpenDescriptors();
+  for (int i = 0; i < 8; ++i) WriteFile(dir_ / ("s" + std::to_string(i)), "file " + std::to_string(i));
+  WriteFile(to_ + "/s3", "there");
+  {
+    CopyAhead ahead(3, to_);
+    for (int i = 0; i < 8; ++i) {
+      CopyOrder order{dir_ / ("s" + std::to_string(i)), to_ + "/s" + std::to_string(i), true,
+                      false, i == 5};
+      ahead.Add(std::move(order));
+    }
+    EXPECT_EQ(ahead.Added(), 8u);
+    for (int i : {1, 3, 5, 6}) {
+      auto copy = ahead.Take(static_cast<std::size_t>(i));
+      // Not begun yet is left to the caller; an existing destination (3) or a move within one
+      // file system (5) is never copied ahead.
+      if (i == 3 || i == 5) {
+        EXPECT_FALSE(copy.has_value()) << i;
+      } else if (copy) {
+        EXPECT_EQ(copy->Read().size, 6u) << i;
+      }
+    }
+    EXPECT_FALSE(ahead.Take(2).has_value()) << "an earlier file was dropped";
+  }  // files 7 and the copies not taken are closed here
+  EXPECT_EQ(Names(to_), std::vector<std::string>{"s3"});
+  EXPECT_EQ(OpenDescriptors(), before);
+}
+
+}  // namespace
+}  // namespace orvKestrel::testing

@@ -8,12 +8,33 @@
 #include <sys/stat.h>
 
 #include <csignal>
+#include <cstdio>
+#include <cstdlib>
+#include <functional>
 
 namespace e2e {
 namespace {
 
+// What python's zipfile reads of an archive: every entry's name, time, attributes, CRC, size and
+// method, but not how its data was deflated, which differs between the workers' deflate and the
+// zip library's.
+std::string Listing(const fs::path& archive) {
+  const std::string cmd = "python3 -I -c 'import zipfile,sys\n"
+                          "for i in zipfile.ZipFile(sys.argv[1]).infolist(): print(i.filename, "
+                          "i.date_time, i.external_attr, i.CRC, i.file_size, i.compress_type)' " +
+                          orvKestrel::testing::Quote(archive.string()) + " 2>&1";
+  std::string out;
+  if (FILE* pipe = ::popen(cmd.c_str(), "r")) {
+    char buf[4096];
+    for (std::size_t n; (n = std::fread(buf, 1, sizeof buf, pipe)) > 0;) out.append(buf, n);
+    ::pclose(pipe);
+  }
+  return out;
+}
+
 // Every entry below root: kind and permission bits, for files also the write time to the
-// nanosecond and the contents. Folders' times change with every entry made in them.
+// nanosecond and the contents (an archive: its listing, since it was written now). Folders'
+// times change with every entry made in them.
 std::map<std::string, std::string> Tree(const fs::path& root) {
   std::map<std::string, std::string> out;
   if (!fs::exists(root)) return out;
@@ -21,7 +42,9 @@ std::map<std::string, std::string> Tree(const fs::path& root) {
     struct stat st {};
     if (::lstat(e.path().c_str(), &st) != 0) continue;
     std::string v = std::to_string(st.st_mode);
-    if (S_ISREG(st.st_mode)) {
+    if (S_ISREG(st.st_mode) && e.path().extension() == ".zip") {
+      v += " " + Listing(e.path());
+    } else if (S_ISREG(st.st_mode)) {
       v += " " + std::to_string(st.st_mtim.tv_sec) + "." + std::to_string(st.st_mtim.tv_nsec) +
            " " + Get(e.path());
     }
@@ -84,8 +107,10 @@ class Parallel : public ::testing::Test {
     fs::create_directory_symlink(elsewhere(), dst_ / "sub");
   }
 
-  Outcome Run(const std::string& keys, const std::vector<std::string>& options, int jobs) {
+  Outcome Run(const std::string& keys, const std::vector<std::string>& options, int jobs,
+              const std::function<void()>& prepare = {}) {
     FreshTrees();
+    if (prepare) prepare();
     Put(dir_ / "jobs/a.kjb", "[Job]\nName=a\nFrom=" + src().string() + "\nTo=" + dst_.string() +
                                  "\nSubFolder=1\nFStruct=1\nIntervalType=0\nInterval=1\nCounter=1\n" + keys);
     std::vector<std::string> args{"run", (dir_ / "jobs").string(), "--events", "jsonl",
@@ -151,6 +176,46 @@ TEST_F(Parallel, OneWorkerAndFourGiveTheSameStreamAndTrees) {
         EXPECT_GT(one.dst.size(), 12u);
         EXPECT_EQ(one.exitCode, 1);
       }
+    }
+  }
+}
+
+// Archives packed and unpacked by workers that deflate and inflate ahead of the commit: the
+// same stream, exit status, entries and extracted trees as with one.
+TEST_F(Parallel, ArchivesWithOneWorkerAndFourAreTheSame) {
+  const std::string due = "DoPreview=0\n";
+  // Archives of the source files, made before each unpacking run: two whole ones in sub-folders
+  // and one that is damaged.
+  const auto archives = [this] {
+    const std::string cmd = "cd " + orvKestrel::testing::Quote(src().string()) +
+                            " && zip -q -r -D d0/p.zip d1 && zip -q -r -D d1/q.zip d0 -x '*.zip' && "
+                            "head -c 300 d0/p.zip > broken.zip";
+    ASSERT_EQ(std::system(cmd.c_str()), 0) << cmd;
+  };
+  struct Case {
+    std::string keys;
+    std::vector<std::string> options;
+    std::function<void()> prepare;
+  };
+  const std::vector<Case> cases{
+      {"Action=3\nZipAll=1\nZipIntStruct=1\n" + due, {}, {}},
+      {"Action=3\nZipAll=1\nZipGrade=9\nZipDelComp=1\n" + due, {}, {}},
+      {"Action=3\nZipAll=0\nZipGrade=1\n" + due, {}, {}},
+      {"Action=3\nZipAll=1\nDoPreview=1\n", {"--preview-jobs"}, {}},
+      {"Action=4\nDestZipFolder=1\nZipDelDeComp=1\n" + due, {}, archives},
+      {"Action=4\nDestZipFolder=0\nDestZipExist=1\n" + due, {}, archives},
+      {"Action=4\nDoPreview=1\n", {"--preview-jobs"}, archives},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.keys);
+    const Outcome one = Run(c.keys, c.options, 1, c.prepare);
+    const Outcome four = Run(c.keys, c.options, 4, c.prepare);
+    EXPECT_EQ(one.stream, four.stream);
+    EXPECT_EQ(one.exitCode, four.exitCode);
+    EXPECT_EQ(one.dst, four.dst);
+    EXPECT_EQ(one.src, four.src);
+    if (c.options.empty()) {
+      EXPECT_GT(one.dst.size(), 1u) << "the row wrote nothing to compare";
     }
   }
 }

@@ -120,7 +120,8 @@ TEST_P(Kill, AJobKilledAnywhereLosesNothingAndTheNextRunFinishesIt) {
   dst_ = other_ ? other_->root() / "dst" : dir_ / "dst";
   WriteJobFile(dir_ / "jobs", "big", dir_ / "src", dst_,
                "Action=" + std::to_string(s().action) + "\n" + s().keys + "\n" + kDue);
-  const std::vector<std::string> run{"run", "jobs", "--events", "jsonl"};
+  // Four workers, more than the cores: a kill meets copies and archive entries made ahead.
+  const std::vector<std::string> run{"run", "jobs", "--events", "jsonl", "--jobs", "4"};
   FreshTrees();
   const auto t0 = std::chrono::steady_clock::now();
   const RunResult clean = RunKestrel(run, dir_.root());

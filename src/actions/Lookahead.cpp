@@ -14,13 +14,36 @@ Lookahead::Lookahead(const JobRun& run, const Services& s, const FileList& list,
 
 void Lookahead::Reach(std::size_t index) {
   if (!ahead_) return;
+  for (; learned_ < index; ++learned_) Learn(learned_, false);  // passed without a copy
   const std::size_t end = std::min(list_.size(), index + 1 + ahead_->Window());
-  for (std::size_t i = ahead_->Added(); i < end; ++i) ahead_->Add(OrderFor(list_[i]));
+  for (std::size_t i = ahead_->Added(); i < end; i = ahead_->Added()) {
+    if (i < resumeAt_) {
+      ahead_->SkipTo(std::min(resumeAt_, end));
+    } else {
+      ahead_->Add(OrderFor(list_[i]));
+    }
+  }
 }
 
 std::optional<PreparedCopy> Lookahead::Take(std::size_t index) {
   if (!ahead_) return std::nullopt;
-  return ahead_->Take(index);
+  std::optional<PreparedCopy> copy = ahead_->Take(index);
+  Learn(index, copy.has_value());
+  learned_ = index + 1;
+  return copy;
+}
+
+void Lookahead::Learn(std::size_t index, bool made) {
+  if (index >= pausedFrom_ && index < resumeAt_) return;  // not handed to the workers
+  if (made) {
+    misses_ = pause_ = 0;
+    return;
+  }
+  if (++misses_ < ahead_->Window()) return;
+  misses_ = 0;
+  pause_ = std::min(std::max(2 * pause_, ahead_->Window()), kMaxPause);
+  pausedFrom_ = ahead_->Added();
+  resumeAt_ = pausedFrom_ + pause_;
 }
 
 // A new destination is copied unless only existing files count; an existing one is replaced

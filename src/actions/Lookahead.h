@@ -22,6 +22,16 @@ class Lookahead {
 
  private:
   CopyOrder OrderFor(const std::string& source) const;
+  void Learn(std::size_t index, bool made);  // whether the workers' guess for index paid
+
+  // A window of files in a row that needed no copy (a synchronisation of unchanged folders)
+  // pauses the workers for a stretch, doubled each time up to kMaxPause files: their guesses
+  // there would cost a look at every destination and buy nothing.
+  static constexpr std::size_t kMaxPause = 1024;
+  std::size_t learned_ = 0;  // the files before it were counted
+  std::size_t misses_ = 0;
+  std::size_t pause_ = 0;
+  std::size_t pausedFrom_ = 0, resumeAt_ = 0;  // files not handed to the workers
 
   const job& job_;
   const FileList& list_;

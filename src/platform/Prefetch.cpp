@@ -36,26 +36,31 @@ void CopyAhead::Add(CopyOrder order) {
   {
     const std::lock_guard lock(mutex_);
     auto slot = std::make_shared<Slot>();
+    slot->index = added_++;
     slot->order = std::move(order);
     slots_.push_back(std::move(slot));
   }
   work_.notify_one();
 }
 
+void CopyAhead::SkipTo(std::size_t index) {
+  const std::lock_guard lock(mutex_);
+  added_ = std::max(added_, index);
+}
+
 std::size_t CopyAhead::Added() const {
   const std::lock_guard lock(mutex_);
-  return first_ + slots_.size();
+  return added_;
 }
 
 std::optional<PreparedCopy> CopyAhead::Take(std::size_t index) {
   std::shared_ptr<Slot> slot;
   std::unique_lock lock(mutex_);
-  while (!slots_.empty() && first_ <= index) {
-    if (first_ == index) slot = slots_.front();
+  while (!slots_.empty() && slots_.front()->index <= index) {
+    if (slots_.front()->index == index) slot = slots_.front();
     slots_.pop_front();
-    ++first_;
+    if (claimed_ > 0) --claimed_;  // claimed slots are always the first ones
   }
-  next_ = std::max(next_, first_);
   if (!slot || slot->state == State::Queued) return std::nullopt;
   done_.wait(lock, [&] { return slot->state == State::Done; });
   return std::move(slot->copy);
@@ -64,10 +69,9 @@ std::optional<PreparedCopy> CopyAhead::Take(std::size_t index) {
 void CopyAhead::Work() {
   std::unique_lock lock(mutex_);
   for (;;) {
-    work_.wait(lock, [&] { return stopping_ || next_ < first_ + slots_.size(); });
+    work_.wait(lock, [&] { return stopping_ || claimed_ < slots_.size(); });
     if (stopping_) return;
-    const std::shared_ptr<Slot> slot = slots_[next_ - first_];
-    ++next_;
+    const std::shared_ptr<Slot> slot = slots_[claimed_++];
     slot->state = State::Working;
     lock.unlock();
     std::optional<PreparedCopy> copy;

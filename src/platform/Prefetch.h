@@ -61,7 +61,9 @@ class CopyAhead {
   std::size_t Window() const { return window_; }
   // The next file of the list; files are numbered from 0 in the order they are added.
   void Add(CopyOrder order);
-  std::size_t Added() const;
+  // Passes over the files up to index (excluded): the run's thread copies them itself.
+  void SkipTo(std::size_t index);
+  std::size_t Added() const;  // the number of the next file to add
   // The copy of file index when it was made (waits while a worker is making it); nothing
   // otherwise, and a file not begun yet is left to the caller. The files before index are
   // dropped: indexes are asked in increasing order.
@@ -70,6 +72,7 @@ class CopyAhead {
  private:
   enum class State { Queued, Working, Done };
   struct Slot {
+    std::size_t index;
     CopyOrder order;
     State state = State::Queued;
     std::optional<PreparedCopy> copy;
@@ -82,9 +85,9 @@ class CopyAhead {
   std::size_t window_;
   mutable std::mutex mutex_;
   std::condition_variable work_, done_;
-  std::deque<std::shared_ptr<Slot>> slots_;  // the files from first_ on; a worker keeps its own
-  std::size_t first_ = 0;
-  std::size_t next_ = 0;  // the first slot no worker has looked at
+  std::deque<std::shared_ptr<Slot>> slots_;  // not taken yet; a worker keeps its own
+  std::size_t claimed_ = 0;  // the slots at the front that a worker has looked at
+  std::size_t added_ = 0;
   bool stopping_ = false;
   std::mutex anchorMutex_;
   UniqueFd anchor_;

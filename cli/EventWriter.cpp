@@ -53,7 +53,7 @@ void EventWriter::Emit(const std::string& text) { out_.Add(text); }
 
 void EventWriter::LogMessage(const std::string& LogMsg, std::int16_t MsgID, bool bView, bool bFile,
                              bool bSameView, bool bIsLast) {
-  if (bFile) log_.Write(LogStamp(clock_.Now()) + EscapeControls(LogMsg) + "\n");
+  if (bFile && log_.Named()) log_.Write(LogStamp(clock_.Now()) + EscapeControls(LogMsg) + "\n");
   if (view_.format == EventFormat::Jsonl) {
     out_.Add(JsonLine()
                  .Text("event", "LogMessage")

@@ -1,5 +1,7 @@
 #include "JsonText.h"
 
+#include <charconv>
+
 namespace kestrel {
 std::string EscapeControls(std::string_view text) {
   std::string out;
@@ -31,7 +33,17 @@ JsonLine& JsonLine::Text(std::string_view key, std::string_view value) {
   static const char kHex[] = "0123456789abcdef";
   std::string repaired;
   if (!orvKestrel::IsValidUtf8(value)) value = repaired = ValidUtf8(value);
-  for (const char c : value) {
+  const auto plain = [](char c) {
+    return c != '"' && c != '\\' && static_cast<unsigned char>(c) >= 0x20;
+  };
+  while (!value.empty()) {
+    // Most texts are file names with nothing to escape: whole runs are copied at once.
+    std::size_t run = 0;
+    while (run < value.size() && plain(value[run])) ++run;
+    line_.append(value.data(), run);
+    if (run == value.size()) break;
+    const char c = value[run];
+    value.remove_prefix(run + 1);
     switch (c) {
       case '"': line_ += "\\\""; break;
       case '\\': line_ += "\\\\"; break;
@@ -41,13 +53,9 @@ JsonLine& JsonLine::Text(std::string_view key, std::string_view value) {
       case '\r': line_ += "\\r"; break;
       case '\t': line_ += "\\t"; break;
       default:
-        if (static_cast<unsigned char>(c) < 0x20) {
-          line_ += "\\u00";
-          line_ += kHex[static_cast<unsigned char>(c) >> 4];
-          line_ += kHex[c & 0xF];
-        } else {
-          line_ += c;
-        }
+        line_ += "\\u00";
+        line_ += kHex[static_cast<unsigned char>(c) >> 4];
+        line_ += kHex[c & 0xF];
     }
   }
   line_ += '"';
@@ -56,7 +64,9 @@ JsonLine& JsonLine::Text(std::string_view key, std::string_view value) {
 
 JsonLine& JsonLine::Number(std::string_view key, long long value) {
   Key(key);
-  line_ += std::to_string(value);
+  char digits[24];
+  const auto end = std::to_chars(digits, digits + sizeof digits, value).ptr;
+  line_.append(digits, end);
   return *this;
 }
 

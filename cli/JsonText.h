@@ -17,7 +17,10 @@ std::string EscapeControls(std::string_view text);
 // and escaped as nlohmann's dump() escapes them, so the bytes are those of the other objects.
 class JsonLine {
  public:
-  JsonLine() { line_ = '{'; }
+  JsonLine() {
+    line_.reserve(256);  // an event's line, file name included, mostly fits
+    line_ = '{';
+  }
   JsonLine& Text(std::string_view key, std::string_view value);
   JsonLine& Number(std::string_view key, long long value);
   JsonLine& Bool(std::string_view key, bool value);

@@ -6,26 +6,18 @@
 namespace orvKestrel {
 namespace {
 
+// Sorted by procedure name: looked up on every call of a procedure, once per file and more.
 constexpr ProcName kProcedures[] = {
     {"clsKestrel", "Function", "CheckDailyInterval"},
     {"clsKestrel", "Function", "CheckDateInterval"},
+    {"clsKestrel", "Sub", "CheckEmptyFolder"},
     {"clsKestrel", "Function", "CheckFreeSpace"},
     {"clsKestrel", "Function", "CheckMonthlyInterval"},
     {"clsKestrel", "Function", "CheckStatus"},
+    {"clsKestrel", "Sub", "CheckSync"},
     {"clsKestrel", "Function", "CheckWeeklyInterval"},
     {"clsKestrel", "Function", "CleanFilePattern"},
     {"clsKestrel", "Function", "CleanFolderPattern"},
-    {"clsKestrel", "Function", "GetJobs"},
-    {"clsKestrel", "Function", "GetValidPathName"},
-    {"clsKestrel", "Function", "GetZipFileName"},
-    {"clsKestrel", "Function", "GetZipFileNamePreview"},
-    {"clsKestrel", "Function", "HandleFolders"},
-    {"clsKestrel", "Function", "HandlePreviewFolders"},
-    {"clsKestrel", "Function", "Kill"},
-    {"clsKestrel", "Function", "NoRoomFor"},
-    {"clsKestrel", "Function", "UnZipFile"},
-    {"clsKestrel", "Sub", "CheckEmptyFolder"},
-    {"clsKestrel", "Sub", "CheckSync"},
     {"clsKestrel", "Sub", "CopyFiles"},
     {"clsKestrel", "Sub", "DecideDue"},
     {"clsKestrel", "Sub", "DeleteFile"},
@@ -42,46 +34,60 @@ constexpr ProcName kProcedures[] = {
     {"clsKestrel", "Sub", "ExecuteOneJob"},
     {"clsKestrel", "Sub", "ExecuteSingleJob"},
     {"clsKestrel", "Sub", "FileCleanUp"},
-    {"clsKestrel", "Sub", "FindFiles"},
-    {"clsKestrel", "Sub", "FireCurrentJob"},
-    {"clsKestrel", "Sub", "FireLogMessage"},
-    {"clsKestrel", "Sub", "GetFilesInFolder"},
-    {"clsKestrel", "Sub", "KestrelCounter"},
-    {"clsKestrel", "Sub", "LoadLogMessages"},
-    {"clsKestrel", "Sub", "MoveFiles"},
-    {"clsKestrel", "Sub", "Preview"},
-    {"clsKestrel", "Sub", "ProcessFiles"},
-    {"clsKestrel", "Sub", "RemoveEmptyFolders"},
-    {"clsKestrel", "Sub", "RunExternalProgram"},
-    {"clsKestrel", "Sub", "Search"},
-    {"clsKestrel", "Sub", "SearchSync"},
-    {"clsKestrel", "Sub", "SetMsgIDs"},
-    {"clsKestrel", "Sub", "StartLine"},
-    {"clsKestrel", "Sub", "UnZip_Files"},
-    {"clsKestrel", "Sub", "Zip_Files"},
-    {"clsKestrel", "Sub", "Zip_Preview"},
-    {"modDiskFree", "Function", "GetDiskFree"},
-    {"modFileTime", "Function", "ReadDestFileTime"},
-    {"modFileTime", "Function", "ReadSourceFileTime"},
-    {"modFileTime", "Function", "WriteFileTime"},
     {"modFilterAttribute", "Function", "FilterAttributes"},
-    {"modFilterAttribute", "Sub", "SetAttribute"},
-    {"modFilterAttribute", "Sub", "SetDestAttributes"},
-    {"modFilterAttribute", "Sub", "SetSourceAttributes"},
-    {"modFilterAttribute", "Sub", "UnsetAttribute"},
     {"modFilterDate", "Function", "FilterDate"},
     {"modFilterExtension", "Function", "FilterExtention"},
     {"modFilterFileSize", "Function", "FilterFileSize"},
     {"modFilterZIP", "Function", "FilterZip"},
+    {"clsKestrel", "Sub", "FindFiles"},
+    {"clsKestrel", "Sub", "FireCurrentJob"},
+    {"clsKestrel", "Sub", "FireLogMessage"},
+    {"modDiskFree", "Function", "GetDiskFree"},
+    {"clsKestrel", "Sub", "GetFilesInFolder"},
+    {"clsKestrel", "Function", "GetJobs"},
+    {"clsKestrel", "Function", "GetValidPathName"},
+    {"clsKestrel", "Function", "GetZipFileName"},
+    {"clsKestrel", "Function", "GetZipFileNamePreview"},
+    {"clsKestrel", "Function", "HandleFolders"},
+    {"clsKestrel", "Function", "HandlePreviewFolders"},
+    {"clsKestrel", "Sub", "KestrelCounter"},
+    {"clsKestrel", "Function", "Kill"},
+    {"clsKestrel", "Sub", "LoadLogMessages"},
+    {"clsKestrel", "Sub", "MoveFiles"},
+    {"clsKestrel", "Function", "NoRoomFor"},
+    {"clsKestrel", "Sub", "Preview"},
+    {"clsKestrel", "Sub", "ProcessFiles"},
+    {"modFileTime", "Function", "ReadDestFileTime"},
+    {"modFileTime", "Function", "ReadSourceFileTime"},
+    {"clsKestrel", "Sub", "RemoveEmptyFolders"},
+    {"clsKestrel", "Sub", "RunExternalProgram"},
+    {"clsKestrel", "Sub", "Search"},
+    {"clsKestrel", "Sub", "SearchSync"},
+    {"modFilterAttribute", "Sub", "SetAttribute"},
+    {"modFilterAttribute", "Sub", "SetDestAttributes"},
+    {"clsKestrel", "Sub", "SetMsgIDs"},
+    {"modFilterAttribute", "Sub", "SetSourceAttributes"},
+    {"clsKestrel", "Sub", "StartLine"},
+    {"clsKestrel", "Function", "UnZipFile"},
+    {"clsKestrel", "Sub", "UnZip_Files"},
+    {"modFilterAttribute", "Sub", "UnsetAttribute"},
+    {"modFileTime", "Function", "WriteFileTime"},
     {"modIniHandler", "Sub", "WriteJobString"},
+    {"clsKestrel", "Sub", "Zip_Files"},
+    {"clsKestrel", "Sub", "Zip_Preview"},
 };
+
+constexpr bool ByName(const ProcName& a, const ProcName& b) { return a.name < b.name; }
+static_assert(std::is_sorted(std::begin(kProcedures), std::end(kProcedures), ByName));
 
 }  // namespace
 
 ProcName Traced(std::string_view function) {
-  const auto* it = std::find_if(std::begin(kProcedures), std::end(kProcedures),
-                                [function](const ProcName& p) { return p.name == function; });
-  return it != std::end(kProcedures) ? *it : ProcName{"clsKestrel", "Sub", function};
+  const ProcName wanted{"", "", function};
+  const auto* it = std::lower_bound(std::begin(kProcedures), std::end(kProcedures), wanted, ByName);
+  return it != std::end(kProcedures) && it->name == function
+             ? *it
+             : ProcName{"clsKestrel", "Sub", function};
 }
 
 }  // namespace orvKestrel

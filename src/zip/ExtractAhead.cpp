@@ -1,5 +1,6 @@
 // The entries of an extraction that workers inflate: handed over in order, named in order.
 #include "platform/SysError.h"
+#include "zip/Ahead.h"
 #include "zip/Extractor.h"
 
 namespace orvKestrel::unzip {
@@ -21,8 +22,8 @@ bool Extractor::Hand(zip_uint64_t index, const zip_stat_t& zs, std::uint32_t mod
                      const ContainedFolder* folder, const std::vector<std::string>& parts,
                      bool replace, const std::string& entry) {
   constexpr auto kNeeded = ZIP_STAT_SIZE | ZIP_STAT_COMP_SIZE | ZIP_STAT_CRC | ZIP_STAT_COMP_METHOD;
-  if (!ahead_ || (zs.valid & kNeeded) != kNeeded || zs.size > zipahead::UnpackAhead::kWholeLimit ||
-      zs.comp_size > zipahead::UnpackAhead::kWholeLimit ||
+  if (!ahead_ || (zs.valid & kNeeded) != kNeeded || zs.size > zipahead::kWholeLimit ||
+      zs.comp_size > zipahead::kWholeLimit ||
       (zs.comp_method != ZIP_CM_DEFLATE && zs.comp_method != ZIP_CM_STORE) ||
       ((zs.valid & ZIP_STAT_ENCRYPTION_METHOD) && zs.encryption_method != ZIP_EM_NONE)) {
     return false;

@@ -8,6 +8,7 @@
 #pragma once
 
 #include "platform/FileSystem.h"
+#include "zip/Ahead.h"
 
 #include <atomic>
 #include <condition_variable>
@@ -42,9 +43,6 @@ class PackAhead {
   Packed& Wait(std::size_t k);
   // Entry k is written: its memory counts no more and the look-ahead moves on.
   void Release(std::size_t k);
-
-  // A file larger than this is not held in memory: libzip compresses it as it reads it.
-  static constexpr std::uint64_t kWholeLimit = std::uint64_t{4} << 20;
 
  private:
   bool Claim(std::size_t& k);

@@ -43,9 +43,6 @@ class UnpackAhead {
   // Blocks until a worker is through with item.
   void Wait(const Unpack& item);
 
-  // Entries larger than this are extracted the usual way, streaming.
-  static constexpr std::uint64_t kWholeLimit = std::uint64_t{4} << 20;
-
  private:
   void Work();
 

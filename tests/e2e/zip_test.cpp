@@ -244,17 +244,17 @@ TEST_F(ZipSafety, NothingThisRunWroteIsReplacedByThisRun) {
 }
 
 // Exist=4 with EFSelect=0 replaces an entry of an earlier run only with a newer file, in either
-// layout; an older file is not added and not deleted.
+// layout and with workers or not; an older file is not added and not deleted.
 TEST_F(ZipSafety, AnOlderFileDoesNotReplaceANewerEntry) {
-  for (const char* zipAll : {"0", "1"}) {
-    SCOPED_TRACE(zipAll);
+  for (const char* zipAll : {"0", "1"}) for (const std::string jobs : {"1", "4"}) {
+    SCOPED_TRACE(zipAll + (" --jobs " + jobs));
     EmptyFolders();
     const fs::path archive = dst() / (std::string(zipAll) == "0" ? "z.zip" : "f.zip");
     Job(dst(), std::string("ZipAll=") + zipAll + "\nZipDelComp=1\nExist=4\nEFSelect=0\n");
     for (const auto& [data, time, entries] : {std::tuple{"newer", 100, "f.txt=newer;"}, {"older", 0, "f.txt=newer;"},
                                               {"newest", 200, "f.txt=newest;"}}) {
       Put(src() / "f.txt", data, 1'700'000'000 + time);
-      EXPECT_EQ(RunJobs().exitCode, 0);
+      EXPECT_EQ(RunJobs({"--jobs", jobs}).exitCode, 0);
       EXPECT_EQ(Entries(archive), entries);
       EXPECT_EQ(fs::exists(src() / "f.txt"), std::string(data) == "older");
     }

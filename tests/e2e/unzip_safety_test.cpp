@@ -35,8 +35,8 @@ TEST_F(UnzipSafety, AnEntryNeverReplacesAnArchiveOrAFileOfTheRun) {
         {"b.zip", {{"a.zip", "not an archive"}, {"y.txt", "from b"}}}},
        {{"b.zip: a.zip"}, {"a.zip: b.zip"}}, {{"x.txt", "from a"}, {"y.txt", "from b"}}},
   };
-  for (const auto& c : cases) {
-    SCOPED_TRACE(c.name);
+  for (const auto& c : cases) for (const std::string jobs : {"1", "4"}) {
+    SCOPED_TRACE(c.name + " --jobs " + jobs);
     EmptyFolders();
     Tree archives;
     for (const auto& [rel, entries] : c.archives) {
@@ -44,7 +44,7 @@ TEST_F(UnzipSafety, AnEntryNeverReplacesAnArchiveOrAFileOfTheRun) {
       archives[rel] = Get(Src(rel));
     }
     Job(c.keys, c.intoSource);
-    const RunResult r = RunJobs();
+    const RunResult r = RunJobs({"--jobs", jobs});
     EXPECT_EQ(r.exitCode, 1) << r.out;
     Tree expected = c.after;
     expected.insert(archives.begin(), archives.end());
@@ -59,12 +59,12 @@ TEST_F(UnzipSafety, AnEntryNeverReplacesAnArchiveOrAFileOfTheRun) {
 // and the archive is kept, whatever the policy for existing files. Two archives of one run with
 // the same entry: the second never replaces the first's file.
 TEST_F(UnzipSafety, TwoEntriesForOneNameNeverReplaceEachOther) {
-  for (const char* exist : {"0", "1", "2"}) {
-    SCOPED_TRACE(exist);
+  for (const char* exist : {"0", "1", "2"}) for (const std::string jobs : {"1", "4"}) {
+    SCOPED_TRACE(std::string(exist) + " --jobs " + jobs);
     EmptyFolders();
     Archive(Src("r.zip"), {{"jan/report.txt", "january"}, {"feb/report.txt", "february"}, {"x.txt", "x"}});
     Job(std::string("ZipDelDeComp=1\nDestZipExist=") + exist + "\n");
-    const RunResult r = RunJobs();
+    const RunResult r = RunJobs({"--jobs", jobs});
     EXPECT_EQ(r.exitCode, 1) << r.out;
     EXPECT_EQ(Files(dst()), (Tree{{"report.txt", "january"}, {"x.txt", "x"}}));
     EXPECT_EQ(Count(r.logs, "u: Fehler: ", {"feb/report.txt"}), 1) << r.out;
@@ -82,26 +82,10 @@ TEST_F(UnzipSafety, TwoEntriesForOneNameNeverReplaceEachOther) {
   EXPECT_EQ(Count(r.logs, "u: Fehler: ", {aKept ? "a.zip" : "b.zip", "r.txt"}), 1) << r.out;
 }
 
-// Entries that the policy keeps are named, and their archive stays: it holds their only copy.
-TEST_F(UnzipSafety, EntriesKeptByThePolicyAreNamedAndKeepTheArchive) {
-  for (const auto& [exist, existing, line] : {std::tuple{"0", EntryTime() - 86400, "Keine Aktion (Datei vorhanden): "},
-                                              {"2", EntryTime() + 86400, "Keine Aktion (Neuere Datei existiert): "}}) {
-    SCOPED_TRACE(exist);
-    Put(Dst("report.txt"), "mine", existing);
-    Archive(Src("r.zip"), {{"report.txt", "theirs"}, {"x.txt", "x"}});
-    Job(std::string("ZipDelDeComp=1\nDestZipFolder=1\nDestZipExist=") + exist + "\n");
-    const RunResult r = RunJobs();
-    EXPECT_EQ(r.exitCode, 0) << r.out;
-    EXPECT_EQ(Files(dst()), (Tree{{"report.txt", "mine"}, {"x.txt", "x"}}));
-    EXPECT_EQ(Count(r.logs, line + Src("r.zip").string() + ": report.txt nach " + Dst("report.txt").string()), 1)
-        << r.out;
-    EXPECT_TRUE(fs::exists(Src("r.zip")));
-  }
-}
-
 // Each link looks inside by itself; followed through the others (or through a link already in
-// the destination) it leaves. Such links are refused; everything made stays inside. A link
-// planted where the archive's own folder goes is never written through.
+// the destination) it leaves. Such links are refused, as are a file through a planted link and
+// a ".." name; everything made stays inside. A link planted where the archive's own folder goes
+// is never written through.
 TEST_F(UnzipSafety, LinksThatLeaveThroughOtherLinksAreRefused) {
   Put(dir_ / "outside/secret", "secret");
   const std::pair<std::vector<Entry>, std::string> cases[] = {
@@ -112,17 +96,23 @@ TEST_F(UnzipSafety, LinksThatLeaveThroughOtherLinksAreRefused) {
       {{{"x", "y/..", true}, {"y", "a/l", true}, {"a/l", "..", true}}, "x"},
       {{{"p", "planted/secret", true}}, "p"},
   };
-  for (const auto& [links, refused] : cases) {
-    SCOPED_TRACE(refused);
+  for (const auto& [links, refused] : cases) for (const std::string jobs : {"1", "4"}) {
+    SCOPED_TRACE(refused + " --jobs " + jobs);
     EmptyFolders();
     fs::create_directory_symlink(dir_ / "outside", Dst("planted"));
     std::vector<Entry> entries = links;
     entries.push_back({"fine.txt", "fine"});
+    entries.push_back({"planted/through.txt", "x"});
+    entries.push_back({"../evil", "x"});
     Archive(Src("l.zip"), entries);
     Job("ZipDelDeComp=1\nDestZipFolder=1\n");
-    const RunResult r = RunJobs();
+    const RunResult r = RunJobs({"--jobs", jobs});
     EXPECT_EQ(r.exitCode, 1) << r.out;
     EXPECT_EQ(Count(r.logs, "u: Fehler: link points outside", {refused}), 1) << r.out;
+    EXPECT_EQ(Count(r.logs, "u: Fehler: ", {"planted/through.txt"}), 1) << r.out;
+    EXPECT_EQ(Count(r.logs, "u: Fehler: ", {"../evil"}), 1) << r.out;
+    EXPECT_EQ(Files(dir_ / "outside"), (Tree{{"secret", "secret"}}));
+    for (const Entry& l : links) EXPECT_EQ(fs::is_symlink(Dst(l.name)), l.name != refused) << l.name;
     EXPECT_EQ(Get(Dst("fine.txt")), "fine");
     EXPECT_TRUE(fs::exists(Src("l.zip")));
     const std::string inside = fs::canonical(dst()).string();
@@ -223,30 +213,46 @@ TEST_F(OtherTools, UnreadableEntriesAreNamedAndKeepTheArchive) {
          "b[data_off(b, zipfile.ZipFile(p).infolist()[0]) + 1000] ^= 1\n"
          "open(p, 'wb').write(b)\n"
          "z = zipfile.ZipFile(" + Into("dup.zip") + ", 'w')\n"
-         "z.writestr('d.txt', 'first'); z.writestr('d.txt', 'second'); z.close()\n"
+         "z.writestr('d.txt', 'first'); z.writestr('d.txt', 'second'); z.writestr('x', 'a file')\n"
+         "z.writestr('x/y', 'below a file'); z.writestr('big.bin', 'b' * (5 << 20)); z.close()\n"
          "z = zipfile.ZipFile(" + Into("noname.zip") + ", 'w')\n"
          "z.writestr(zipfile.ZipInfo(''), 'x'); z.writestr('ok.txt', 'ok'); z.close()\n"
          "b = open(" + Into("dup.zip") + ", 'rb').read()\n"
-         "open(" + Into("cut.zip") + ", 'wb').write(b[:len(b) // 2])\n");
-  Job("FStruct=1\nDestZipFolder=1\nZipDelDeComp=1\nDestZipPwd=PW\n");
-  const RunResult r = RunJobs();
-  EXPECT_EQ(r.exitCode, 1) << r.out;
-  for (const char* archive : {"tampered", "lzma", "dup", "noname", "cut"}) {
-    EXPECT_TRUE(fs::exists(Src(std::string(archive) + ".zip"))) << archive;
+         "open(" + Into("cut.zip") + ", 'wb').write(b[:len(b) // 2])\n"
+         "z = zipfile.ZipFile(" + Into("crc.zip") + ", 'w')\n"
+         "z.writestr('good.txt', 'good'); z.writestr('bad.txt', 'B' * 5000); z.close()\n"
+         "b = bytearray(open(" + Into("crc.zip") + ", 'rb').read())\n"
+         "b[data_off(b, zipfile.ZipFile(" + Into("crc.zip") + ").infolist()[1]) + 100] ^= 1\n"
+         "open(" + Into("crc.zip") + ", 'wb').write(b)\n");
+  for (const std::string jobs : {"1", "4"}) {  // every archive is kept: the second run meets them again
+    SCOPED_TRACE(jobs);
+    fs::remove_all(dst());
+    fs::create_directories(dst());
+    Job("Interval=1\nFStruct=1\nDestZipFolder=1\nZipDelDeComp=1\nDestZipPwd=PW\n");
+    const RunResult r = RunJobs({"--jobs", jobs});
+    EXPECT_EQ(r.exitCode, 1) << r.out;
+    for (const char* archive : {"tampered", "lzma", "dup", "noname", "cut", "crc"}) {
+      EXPECT_TRUE(fs::exists(Src(std::string(archive) + ".zip"))) << archive;
+    }
+    EXPECT_EQ(Count(r.logs, "u: Fehler: ", {"authentication failed", "tampered.zip: num.txt"}), 1)
+        << r.out;
+    EXPECT_EQ(Count(r.logs, "Undefinierbarer Fehler (fehlendes Passwort?): " +
+                              Src("tampered.zip").string()), 0)
+        << r.out;
+    EXPECT_EQ(Count(r.logs, "u: Fehler: ", {"lzma.zip: num.txt"}), 1) << r.out;
+    EXPECT_EQ(Count(r.logs, "u: Fehler: ", {"dup.zip: d.txt"}), 1) << r.out;
+    EXPECT_EQ(Get(Dst("dup/d.txt")), "first");
+    EXPECT_EQ(Count(r.logs, "u: Fehler: ", {"dup.zip: x/y"}), 1) << r.out;
+    EXPECT_EQ(Get(Dst("dup/big.bin")), std::string(5 << 20, 'b'));  // too large for a worker to hold
+    EXPECT_EQ(Count(r.logs, "u: Fehler: entry without a name", {"noname.zip"}), 1) << r.out;
+    EXPECT_EQ(Get(Dst("noname/ok.txt")), "ok");
+    EXPECT_EQ(Count(r.logs, "u: Fehler: ", {"crc.zip: bad.txt"}), 1) << r.out;
+    EXPECT_EQ(Files(Dst("crc")), (Tree{{"good.txt", "good"}}));  // nothing under the damaged name
+    EXPECT_EQ(Count(r.logs, "Zip Datei ist beschädigt oder enthält keine Dateien: " +
+                              Src("cut.zip").string()), 1)
+        << r.out;
+
   }
-  EXPECT_EQ(Count(r.logs, "u: Fehler: ", {"authentication failed", "tampered.zip: num.txt"}), 1)
-      << r.out;
-  EXPECT_EQ(Count(r.logs, "Undefinierbarer Fehler (fehlendes Passwort?): " +
-                            Src("tampered.zip").string()), 0)
-      << r.out;
-  EXPECT_EQ(Count(r.logs, "u: Fehler: ", {"lzma.zip: num.txt"}), 1) << r.out;
-  EXPECT_EQ(Count(r.logs, "u: Fehler: ", {"dup.zip: d.txt"}), 1) << r.out;
-  EXPECT_EQ(Get(Dst("dup/d.txt")), "first");
-  EXPECT_EQ(Count(r.logs, "u: Fehler: entry without a name", {"noname.zip"}), 1) << r.out;
-  EXPECT_EQ(Get(Dst("noname/ok.txt")), "ok");
-  EXPECT_EQ(Count(r.logs, "Zip Datei ist beschädigt oder enthält keine Dateien: " +
-                            Src("cut.zip").string()), 1)
-      << r.out;
 }
 
 }  // namespace

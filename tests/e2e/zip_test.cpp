@@ -1,6 +1,10 @@
-// Compression and extraction jobs and their previews, seen through `kestrel run`.
+// Compression and extraction jobs and their previews, seen through `kestrel run`, and the
+// compression jobs that could lose files: a job whose archive lies among its sources, two
+// sources for one entry, an older file for a newer entry, a file written while it is packed, a
+// link planted in the destination.
 #include "e2e/E2eSupport.h"
 
+#include <atomic>
 #include <set>
 
 namespace e2e {
@@ -54,7 +58,7 @@ TEST_F(ZipJobs, Extraction) {
   const std::time_t entryTime = EntryTime();
   const auto zip = [this](const std::string& rel, const std::vector<Entry>& entries) { Archive(Src(rel), entries); };
   const auto existing = [&](std::time_t t) {
-    zip("a.zip", {{"old.txt", "archive"}});
+    zip("a.zip", {{"old.txt", "archive"}, {"x.txt", "x"}});
     Put(Dst("old.txt"), "existing", t);
   };
   const struct {
@@ -94,23 +98,29 @@ TEST_F(ZipJobs, Extraction) {
        [&] { Put(Src("cut.zip"), std::string("PK\x03\x04 cut short")); PasswordZip("right", "sub/"); }, -1,
        {"Zip Datei ist beschädigt oder enthält keine Dateien: $S/cut.zip"}, {}, {"cut.zip", "sub/pw.zip"},
        "Undefinierbarer"},
-      {"policy 0 keeps an existing file", "DestZipExist=0\n", "", [&] { existing(entryTime - 100); }, 0, {},
-       {{"old.txt", "existing"}}, {"a.zip"}},
+      // An entry that the policy keeps is named, and its archive stays: it holds its only copy.
+      {"policy 0 keeps an existing file", "DestZipExist=0\nZipDelDeComp=1\n", "", [&] { existing(entryTime - 100); }, 0,
+       {"Keine Aktion (Datei vorhanden): $S/a.zip: old.txt nach $D/old.txt"}, {{"old.txt", "existing"}, {"x.txt", "x"}},
+       {"a.zip"}},
       {"policy 1 replaces it", "DestZipExist=1\n", "", [&] { existing(entryTime + 100); }, 0, {},
-       {{"old.txt", "archive"}}, {"a.zip"}},
+       {{"old.txt", "archive"}, {"x.txt", "x"}}, {"a.zip"}},
       {"policy 2 replaces an older file", "DestZipExist=2\n", "", [&] { existing(entryTime - 100); }, 0, {},
-       {{"old.txt", "archive"}}, {"a.zip"}},
-      {"policy 2 keeps a newer file", "DestZipExist=2\n", "", [&] { existing(entryTime + 100); }, 0, {},
-       {{"old.txt", "existing"}}, {"a.zip"}},
+       {{"old.txt", "archive"}, {"x.txt", "x"}}, {"a.zip"}},
+      {"policy 2 keeps a newer file", "DestZipExist=2\nZipDelDeComp=1\n", "", [&] { existing(entryTime + 100); }, 0,
+       {"Keine Aktion (Neuere Datei existiert): $S/a.zip: old.txt nach $D/old.txt"},
+       {{"old.txt", "existing"}, {"x.txt", "x"}}, {"a.zip"}},
       {"an unknown policy keeps it", "DestZipExist=5\n", "", [&] { existing(entryTime - 100); }, -1, {},
-       {{"old.txt", "existing"}}, {"a.zip"}},
-      {"filter and flat extraction", "DestZipFilter=*.txt\nDestZipFolder=0\n", "",
-       [&] { zip("a.zip", {{"d/a.txt", "A"}, {"d/b.bin", "B"}, {"c.TXT", "C"}}); }, 0,
-       {"2 Dateien wurden dekomprimiert: $S/a.zip nach $D"}, {{"a.txt", "A"}, {"c.TXT", "C"}}, {"a.zip"}},
-      {"entries leaving the destination are refused, the archive kept", "ZipDelDeComp=1\n", "",
-       [&] { zip("slip.zip", {{"../../escape.txt", "x"}, {"fine.txt", "fine"}}); }, 1,
-       {"z: Fehler: *../../escape.txt", "1 Datei wurde dekomprimiert: $S/slip.zip nach $D"}, {{"fine.txt", "fine"}},
-       {"slip.zip"}},
+       {{"old.txt", "existing"}, {"x.txt", "x"}}, {"a.zip"}},
+      {"filter and flat extraction", "DestZipFilter=*.txt; b?.bin\nDestZipFolder=0\n", "",
+       [&] { zip("a.zip", {{"d/a.txt", "A"}, {"d/b1.bin", "B"}, {"b.bin", "no"}, {"c.TXT", "C"}, {"README", "no"}}); }, 0,
+       {"3 Dateien wurden dekomprimiert: $S/a.zip nach $D"}, {{"a.txt", "A"}, {"b1.bin", "B"}, {"c.TXT", "C"}}, {"a.zip"}},
+      {"entries leaving the destination are refused, the archive kept", "ZipDelDeComp=1\nDestZipFolder=1\n", "",
+       [&] {
+         zip("slip.zip", {{"../../escape.txt", "x"}, {"/abs.txt", "x"}, {"ok/../../evil2.txt", "x"},
+                          {"ok/fine.txt", "fine"}});
+       }, 1,
+       {"z: Fehler: *../../escape.txt", "z: Fehler: */abs.txt", "z: Fehler: *ok/../../evil2.txt",
+        "1 Datei wurde dekomprimiert: $S/slip.zip nach $D"}, {{"ok/fine.txt", "fine"}}, {"slip.zip"}},
       {"extracted archives are deleted when the job says so", "DestZipFolder=1\nZipDelDeComp=1\n", "",
        [&] { zip("pack.zip", {{"d/x.txt", "X"}, {"y.txt", "Y"}}); Put(Src("notes.txt"), "no archive"); }, 0,
        {"2 Dateien wurden dekomprimiert: $S/pack.zip nach $D", "Zip Datei wurde gelöscht: $S/pack.zip"},
@@ -160,6 +170,133 @@ TEST_F(ZipJobs, Extraction) {
     EXPECT_EQ(kept, c.srcAfter);
   }
   EXPECT_FALSE(fs::exists(dst() / "../../escape.txt"));
+  EXPECT_FALSE(fs::exists(dir_ / "evil2.txt"));
+}
+
+class ZipSafety : public ArchiveTest {
+ protected:
+  void Job(const fs::path& to, const std::string& keys) const {
+    WriteJob(kDue + ("Action=3\n" + keys), "z", src(), to);
+  }
+  // True when an error line of the run names file.
+  static bool ErrorNames(const RunResult& r, const fs::path& file) {
+    return std::any_of(r.logs.begin(), r.logs.end(), [&](const std::string& l) {
+      return l.starts_with("z: Fehler: ") && l.ends_with(" - " + file.string());
+    });
+  }
+};
+
+// Run 1 packs a.txt and b.txt and deletes them; run 2 finds the archives among its sources
+// beside c.txt. Each archive must keep what it holds and never be packed into itself.
+TEST_F(ZipSafety, ARunNeverTakesItsOwnArchivesAsSources) {
+  const struct {
+    const char* to;  // below src; "=link" is a link to src itself
+    const char* keys;
+    Tree archives;  // below src, after run 2
+  } cases[] = {
+      {"", "ZipAll=0\n", {{"z.zip", "a.txt=A;b.txt=B;c.txt=C;"}}},
+      {"out", "ZipAll=0\n", {{"out/z.zip", "a.txt=A;b.txt=B;c.txt=C;"}}},
+      {"=link", "ZipAll=0\n", {{"z.zip", "a.txt=A;b.txt=B;c.txt=C;"}}},
+      {"", "ZipAll=1\n", {{"a.zip", "a.txt=A;"}, {"b.zip", "b.txt=B;"}, {"c.zip", "c.txt=C;"}}},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(std::string(c.to) + c.keys);
+    EmptyFolders();
+    fs::remove_all(dir_ / "link");
+    fs::path to = src() / c.to;
+    if (std::string(c.to) == "=link") fs::create_directory_symlink(src(), to = dir_ / "link");
+    fs::create_directories(to);
+    Job(to, std::string("SubFolder=1\nZipDelComp=1\nExist=4\n") + c.keys);
+    Put(src() / "a.txt", "A");
+    Put(src() / "b.txt", "B");
+    ASSERT_EQ(RunJobs().exitCode, 0);
+    Put(src() / "c.txt", "C");
+    EXPECT_TRUE(Has(RunJobs({"--dry-run"}).logs, "Datei gefunden: 1"));
+    const RunResult r = RunJobs();
+    EXPECT_EQ(r.exitCode, 0) << r.out;
+    EXPECT_TRUE(Has(r.logs, "Datei gefunden: 1")) << r.out;
+    for (const bool again : {true, false}) {  // a third run has nothing to do
+      Tree got;
+      for (const auto& [rel, data] : Files(src())) got[rel] = Entries(src() / rel);
+      EXPECT_EQ(got, c.archives);
+      EXPECT_TRUE(!again || RunJobs().exitCode == 0);
+    }
+  }
+}
+
+// a/f.txt and b/f.txt both make f.zip holding f.txt: whichever comes second would replace the
+// entry of the first, whose source is gone already. It is refused, named, and kept.
+TEST_F(ZipSafety, NothingThisRunWroteIsReplacedByThisRun) {
+  for (const char* exist : {"1", "3", "4"}) {
+    SCOPED_TRACE(exist);
+    EmptyFolders();
+    Put(src() / "a/f.txt", "first");
+    Put(src() / "b/f.txt", "second");
+    Job(dst(), std::string("SubFolder=1\nZipAll=1\nZipDelComp=1\nExist=") + exist + "\n");
+    const RunResult r = RunJobs();
+    EXPECT_EQ(r.exitCode, 1) << r.out;
+    const std::string entries = Entries(dst() / "f.zip");
+    ASSERT_TRUE(entries == "f.txt=first;" || entries == "f.txt=second;") << entries;
+    const bool firstPacked = entries == "f.txt=first;";
+    EXPECT_EQ(Files(src()), (firstPacked ? Tree{{"b/f.txt", "second"}} : Tree{{"a/f.txt", "first"}}));
+    EXPECT_TRUE(ErrorNames(r, src() / (firstPacked ? "b/f.txt" : "a/f.txt"))) << r.out;
+  }
+}
+
+// Exist=4 with EFSelect=0 replaces an entry of an earlier run only with a newer file, in either
+// layout and with workers or not; an older file is not added and not deleted.
+TEST_F(ZipSafety, AnOlderFileDoesNotReplaceANewerEntry) {
+  for (const char* zipAll : {"0", "1"}) for (const std::string jobs : {"1", "4"}) {
+    SCOPED_TRACE(zipAll + (" --jobs " + jobs));
+    EmptyFolders();
+    const fs::path archive = dst() / (std::string(zipAll) == "0" ? "z.zip" : "f.zip");
+    Job(dst(), std::string("ZipAll=") + zipAll + "\nZipDelComp=1\nExist=4\nEFSelect=0\n");
+    for (const auto& [data, time, entries] : {std::tuple{"newer", 100, "f.txt=newer;"}, {"older", 0, "f.txt=newer;"},
+                                              {"newest", 200, "f.txt=newest;"}}) {
+      Put(src() / "f.txt", data, 1'700'000'000 + time);
+      EXPECT_EQ(RunJobs({"--jobs", jobs}).exitCode, 0);
+      EXPECT_EQ(Entries(archive), entries);
+      EXPECT_EQ(fs::exists(src() / "f.txt"), std::string(data) == "older");
+    }
+  }
+}
+
+// A file written to all the time the job reads it: it is not stored (never torn), not deleted,
+// and named; the other file of the run is packed and deleted.
+TEST_F(ZipSafety, AFileWrittenWhileItIsZippedIsRefused) {
+  const fs::path busy = src() / "busy.log";
+  Put(busy, std::string(48 << 20, 'a'));
+  Put(src() / "quiet.txt", "quiet");
+  Job(dst(), "ZipAll=0\nZipDelComp=1\nZipGrade=9\n");
+  std::atomic<bool> done{false};
+  std::thread writer([&] {
+    const int fd = ::open(busy.c_str(), O_WRONLY);
+    for (std::uint64_t i = 0; !done.load() && fd >= 0; ++i) {
+      const std::string block(4096, static_cast<char>('b' + i % 20));
+      if (::pwrite(fd, block.data(), block.size(), static_cast<off_t>((i * 7919 % 12000) * 4096)) < 0) break;
+      std::this_thread::sleep_for(std::chrono::microseconds(200));
+    }
+    if (fd >= 0) ::close(fd);
+  });
+  const RunResult r = RunJobs();
+  done = true;
+  writer.join();
+  EXPECT_EQ(r.exitCode, 1) << r.out;
+  EXPECT_TRUE(ErrorNames(r, busy)) << r.out;
+  EXPECT_EQ(Entries(dst() / "z.zip"), "quiet.txt=quiet;");
+  EXPECT_EQ(Files(src()).size(), 1u);  // busy.log only
+}
+
+// An archive per file in the mirrored sub-folder: a link planted there is never written
+// through, and the file it would have held stays.
+TEST_F(ZipSafety, AnArchiveIsNeverWrittenThroughALinkPlantedInItsDestination) {
+  Put(src() / "sub/a.txt", "a");
+  fs::create_directories(dir_ / "elsewhere");
+  fs::create_directory_symlink(dir_ / "elsewhere", dst() / "sub");
+  Job(dst(), "SubFolder=1\nZipAll=1\nZipExtStruct=1\nZipDelComp=1\nExist=3\n");
+  EXPECT_EQ(RunJobs().exitCode, 1);
+  EXPECT_EQ(Files(dir_ / "elsewhere"), Tree{});
+  EXPECT_EQ(Get(src() / "sub/a.txt"), "a");
 }
 
 }  // namespace

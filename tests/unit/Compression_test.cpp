@@ -1,5 +1,6 @@
 #include "Rig.h"
 #include "unit/ZipTestSupport.h"
+#include "zip/ZipNames.h"
 #include "zip/modZIP32vb.h"
 
 #include <gtest/gtest.h>
@@ -7,6 +8,7 @@
 #include <filesystem>
 #include <functional>
 #include <map>
+#include <utility>
 
 namespace orvKestrel {
 namespace {
@@ -159,42 +161,6 @@ TEST_F(Compression, Preview) {
   for (const Row& r : rows) Check(r, true);
 }
 
-TEST_F(Compression, SourcesAreDeletedAfterTheArchiveIsWritten) {
-  files = {Source("a.txt", "A"), Source("b.txt", "B"), Source("c.txt", "C")};
-  j.ZipDelComp = 1;
-  bool sourcesKeptDuringTheRun = true;
-  rec.onCounter = [&](std::int32_t, std::int32_t) {
-    for (const auto& f : files) sourcesKeptDuringTheRun &= Exists(f);
-  };
-  Zip_Files(run, svc, files);
-  const Strings texts = rec.Texts();
-  ASSERT_GE(texts.size(), 6u);
-  EXPECT_EQ(texts[1], "Hinzufügen: " + files[1] + " nach " + Dst("job.zip"));
-  Strings deleted;
-  for (const auto& t : texts) {
-    if (t.rfind("job: Gelöscht: ", 0) == 0) deleted.push_back(t);
-  }
-  EXPECT_EQ(deleted, (Strings{"job: Gelöscht: " + files[0], "job: Gelöscht: " + files[1],
-                            "job: Gelöscht: " + files[2]}));
-  for (const auto& f : files) EXPECT_FALSE(Exists(f)) << f;
-  EXPECT_EQ(Names(Dst("job.zip")), (Strings{"a.txt", "b.txt", "c.txt"}));
-  EXPECT_TRUE(sourcesKeptDuringTheRun);
-}
-
-TEST_F(Compression, AnArchiveThatCannotBeWrittenKeepsEverySource) {
-  files = {Source("a.txt"), Source("b.txt")};
-  j.Exist = 1;
-  rec.onCounter = [&](std::int32_t, std::int32_t) { fs::remove_all(j.To); };
-  Zip_Files(run, svc, files);
-  const Strings texts = rec.Texts();
-  ASSERT_FALSE(texts.empty());
-  EXPECT_EQ(texts.back().rfind("job: Fehler: ", 0), 0u) << texts.back();
-  EXPECT_NE(texts.back().find(" - " + Dst("job.zip")), std::string::npos);
-  EXPECT_TRUE(run.jobError);
-  EXPECT_TRUE(Exists(files[0]));
-  EXPECT_TRUE(Exists(files[1]));
-}
-
 TEST_F(Compression, AStopEndsTheRunAndKeepsWhatWasAdded) {
   files = {Source("a.txt"), Source("b.txt"), Source("c.txt"), Source("d.txt")};
   rec.onCounter = [&](std::int32_t, std::int32_t curr) {
@@ -204,49 +170,101 @@ TEST_F(Compression, AStopEndsTheRunAndKeepsWhatWasAdded) {
   EXPECT_EQ(Names(Dst("job.zip")), (Strings{"a.txt", "b.txt"}));
 }
 
+// The job's password makes AES entries, which a wrong password does not open: nothing is
+// written for them, not even a temporary.
 TEST_F(Compression, PasswordProtectsTheEntries) {
-  files = {Source("a.txt")};
-  j.ZipPwd = "geheim";
+  files = {Source("a.txt", "secret text")};
+  j.ZipPwd = "Pa55";
   Zip_Files(run, svc, files);
-  EXPECT_EQ(svc.zip->CheckZipFile(Dst("job.zip"), "geheim"), 0);
-  EXPECT_EQ(svc.zip->CheckZipFile(Dst("job.zip"), "other"), 4);
+  const std::string archive = Dst("job.zip");
+  EXPECT_EQ(svc.zip->CheckZipFile(archive, "Pa55"), 0);
+  EXPECT_EQ(svc.zip->CheckZipFile(archive, "wrong"), 4);
+  EXPECT_EQ(svc.zip->CheckZipFile(archive, ""), 4);
+  EXPECT_EQ(svc.zip->UnZipEx(archive, tmp / "bad", "*.*", 1, "wrong", 0, 0), 0);
+  ASSERT_EQ(svc.zip->Failures().size(), 1u);
+  EXPECT_EQ(svc.zip->Failures()[0].kind, ZipLibrary::EntryFailure::Kind::Password);
+  EXPECT_FALSE(Exists(tmp / "bad/a.txt"));
+  EXPECT_EQ(TempLeftovers(tmp / "bad"), Strings{});
+  EXPECT_EQ(svc.zip->UnZipEx(archive, tmp / "good", "*.*", 1, "Pa55", 0, 0), 1);
+  EXPECT_EQ(ReadFile(tmp / "good/a.txt"), "secret text");
+  if (!HaveTool("7z")) GTEST_SKIP() << "7z is not installed (p7zip-full, scripts/setup.sh)";
+  EXPECT_EQ(RunTool("7z t -pPa55 " + Quote(archive)).status, 0);
+  EXPECT_NE(RunTool("7z l -slt -pPa55 " + Quote(archive)).output.find("Method = AES-256"), std::string::npos);
+  EXPECT_NE(RunTool("7z t -pnope " + Quote(archive)).status, 0);
 }
 
-// Only an exactly hidden file has its attributes cleared and given back around the call; the
-// first file of "All" mode is never touched.
+// Only an exactly hidden file has its attributes cleared and given back around the call (the
+// first file of "All" mode never), in a run and in a preview; a dry run touches none.
 TEST_F(Compression, OnlyExactlyHiddenFilesAreUnhiddenForTheCall) {
-  files = {Source(".first"), Source(".hidden"), Source("ro-hidden")};
-  svc.fs.SetAttributes(files[0], kAttrHidden);
-  svc.fs.SetAttributes(files[2], kAttrHidden | kAttrReadOnly);
-  faults.Disarm();
-  Zip_Files(run, svc, files);
-  EXPECT_EQ(faults.Calls(FaultOp::SetAttributes), 2);
-  EXPECT_EQ(svc.fs.GetAttributes(files[1]), kAttrHidden);
-  EXPECT_EQ(svc.fs.GetAttributes(files[2]), kAttrHidden | kAttrReadOnly);
-  EXPECT_EQ(Names(Dst("job.zip")), (Strings{".first", ".hidden", "ro-hidden"}));
+  const struct { bool preview, dryRun; int calls; } cases[] = {
+      {true, false, 2}, {false, true, 0}, {true, true, 0}, {false, false, 2}};
+  for (const auto& c : cases) {
+    SCOPED_TRACE(::testing::Message() << c.preview << c.dryRun);
+    fs::remove_all(dst);
+    fs::create_directories(dst);
+    files = {Source(".first"), Source(".hidden"), Source("ro-hidden")};
+    svc.fs.SetAttributes(files[0], kAttrHidden);
+    svc.fs.SetAttributes(files[2], kAttrHidden | kAttrReadOnly);
+    svc.dryRun = c.dryRun;
+    j.Exist = c.dryRun ? 1 : 0;  // 1 would delete the sources
+    faults.Disarm();
+    c.preview ? Zip_Preview(run, svc, files) : Zip_Files(run, svc, files);
+    EXPECT_EQ(faults.Calls(FaultOp::SetAttributes), c.calls);
+    EXPECT_EQ(svc.fs.GetAttributes(files[1]), kAttrHidden);
+    EXPECT_EQ(svc.fs.GetAttributes(files[2]), kAttrHidden | kAttrReadOnly);
+    EXPECT_EQ(Exists(Dst("job.zip")), !c.preview && !c.dryRun);
+    EXPECT_TRUE(Exists(files[0]));
+  }
+  EXPECT_EQ(Names(Dst("job.zip")), (Strings{".first", ".hidden", "ro-hidden"}));  // the run, last
 }
 
-TEST_F(Compression, ADryRunWritesNothing) {
-  files = {Source("a.txt"), Source(".hidden")};
-  j.Exist = 1;
-  svc.dryRun = true;
-  faults.Disarm();
-  Zip_Files(run, svc, files);
-  EXPECT_FALSE(Exists(Dst("job.zip")));
-  EXPECT_TRUE(Exists(files[0]));
-  EXPECT_EQ(faults.Calls(FaultOp::SetAttributes), 0);
+// Extraction deletes an archive only while its name leads to the file that was read.
+TEST_F(Compression, AnArchiveReplacedAfterItWasReadIsKept) {
+  j.Action = 4;
+  j.ZipDelDeComp = 1;
+  std::function<void()> action;
+  rec.onLine = [&](const LoggedLine& l) {  // after the archive was read, before its deletion
+    if ((l.id == 77 || l.id == 78) && action) std::exchange(action, nullptr)();
+  };
+  for (const std::int16_t bin : {0, 1}) {
+    SCOPED_TRACE(bin);
+    Next();
+    fs::remove(Dst("a.txt"));
+    MakeArchive(Src("a.zip"), {{"a.txt", "data"}});
+    MakeArchive(Src("other.zip"), {{"other.txt", "data"}});
+    const std::string replacement = ReadFile(Src("other.zip"));
+    action = [&] { fs::rename(Src("other.zip"), Src("a.zip")); };
+    j.ZipDelDeCompBin = bin;
+    files = {Src("a.zip")};
+    UnZip_Files(run, svc, files);
+    EXPECT_EQ(ReadFile(Src("a.zip")), replacement);
+    EXPECT_EQ(ReadFile(Dst("a.txt")), "data");
+    EXPECT_TRUE(run.jobError);
+    EXPECT_EQ(rec.Texts().back(), "job: Fehler: The file changed after it was read and was kept - " + Src("a.zip"));
+  }
 }
 
-TEST_F(Compression, PreviewAHiddenFileIsUnhiddenBrieflyExceptInADryRun) {
-  files = {Source("a.txt"), Source(".hidden")};
-  faults.Disarm();
-  Zip_Preview(run, svc, files);
-  EXPECT_EQ(faults.Calls(FaultOp::SetAttributes), 2);
-  EXPECT_EQ(svc.fs.GetAttributes(files[1]), kAttrHidden);
-  faults.Disarm();
-  svc.dryRun = true;
-  Zip_Preview(run, svc, files);
-  EXPECT_EQ(faults.Calls(FaultOp::SetAttributes), 0);
+// A link is judged by where it leads once the other links on its way are followed.
+TEST(LinkResolution, FollowsTheLinksOnTheWay) {
+  using Parts = std::vector<std::string>;
+  const std::map<std::string, std::string> links = {
+      {"a/l", ".."}, {"a/b/l1", "../.."}, {"up", "/"}, {"loop1", "loop2"}, {"loop2", "loop1"}};
+  const zipnames::LinkLookup lookup = [&](const Parts& parts) -> std::optional<std::string> {
+    std::string key;
+    for (const auto& p : parts) key += (key.empty() ? "" : "/") + p;
+    const auto it = links.find(key);
+    return it == links.end() ? std::nullopt : std::optional<std::string>(it->second);
+  };
+  struct Case { Parts at; std::string target; bool inside; };
+  for (const Case& c : {Case{{}, "a/l/a/l/../..", false}, Case{{}, "a/l/..", false},
+                        Case{{"a"}, "b/l1/..", false}, Case{{}, "a/l/x", true},
+                        Case{{}, "a/b/l1/a/l", true}, Case{{}, "up/etc", false},
+                        Case{{}, "loop1", false}, Case{{"a"}, "../x", true},
+                        Case{{"a"}, "../../x", false}, Case{{}, "/etc", false},
+                        Case{{}, "", false}, Case{{"a", "b"}, "l1/a/l/../c", false},
+                        Case{{}, std::string("..\0/x", 5), false}}) {
+    EXPECT_EQ(zipnames::LinkResolvesInside(c.at, c.target, lookup), c.inside) << c.target;
+  }
 }
 
 }  // namespace

@@ -10,6 +10,7 @@
 #include <sys/stat.h>
 #include <sys/wait.h>
 
+#include <algorithm>
 #include <cstdio>
 #include <ctime>
 #include <filesystem>
@@ -52,21 +53,17 @@ inline ToolResult Python(const TempDir& dir, const std::string& script) {
   return RunTool(python + " " + Quote(path));
 }
 
-// "name|size|method|YYYY-MM-DD HH:MM:SS" per file entry, in archive order, read by python's
-// zipfile (folders included with their trailing "/").
+// "name|size|method|YYYY-MM-DD HH:MM:SS" per entry, in archive order, read by python's zipfile
+// (folders with their trailing "/"); a last line tells when python failed.
 inline std::vector<std::string> PyEntries(const TempDir& dir, const std::string& archive) {
-  const ToolResult r = Python(dir, "import zipfile,sys\n"
+  const ToolResult r = Python(dir, "import zipfile\n"
                                    "for i in zipfile.ZipFile(" + Quote(archive) + ").infolist():\n"
-                                   "  d=i.date_time\n"
                                    "  print('%s|%d|%d|%04d-%02d-%02d %02d:%02d:%02d' % ((i.filename,"
-                                   " i.file_size, i.compress_type) + tuple(d)))\n");
+                                   " i.file_size, i.compress_type) + tuple(i.date_time)))\n");
   std::vector<std::string> out;
-  std::size_t start = 0;
-  while (start < r.output.size()) {
-    const auto end = r.output.find('\n', start);
+  for (std::size_t start = 0, end; start < r.output.size(); start = end + 1) {
+    end = std::min(r.output.find('\n', start), r.output.size());
     out.push_back(r.output.substr(start, end - start));
-    if (end == std::string::npos) break;
-    start = end + 1;
   }
   if (r.status != 0) out.push_back("python failed: " + r.output);
   return out;

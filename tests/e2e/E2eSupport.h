@@ -39,20 +39,11 @@ using Lines = std::vector<std::string>;
 
 // Writes a file (and its folders); a non-zero `written` becomes its access and write time.
 inline void Put(const fs::path& p, const std::string& data, std::time_t written = 0) {
-  fs::create_directories(p.parent_path());
-  std::ofstream(p, std::ios::binary | std::ios::trunc) << data;
-  if (written != 0) {
-    const struct timespec times[2] = {{written, 0}, {written, 0}};
-    ::utimensat(AT_FDCWD, p.c_str(), times, 0);
-  }
+  orvKestrel::testing::WriteFile(p.string(), data);
+  if (written != 0) orvKestrel::testing::SetModified(p.string(), written);
 }
 
-inline std::string Get(const fs::path& p) {
-  std::ifstream in(p, std::ios::binary);
-  std::stringstream ss;
-  ss << in.rdbuf();
-  return ss.str();
-}
+inline std::string Get(const fs::path& p) { return orvKestrel::testing::ReadFile(p.string()); }
 
 inline Lines SplitLines(const std::string& text) {
   Lines out;

@@ -49,8 +49,6 @@ TEST_F(RunTest, BadCommandLinesExitTwo) {
     EXPECT_EQ(r.out, "") << args.back();
     EXPECT_NE(r.err, "") << args.back();
   }
-  EXPECT_EQ(Kestrel({"run", "--help"}).exitCode, 0);
-  EXPECT_EQ(Kestrel({"daemon", "--help"}).exitCode, 0);
   const RunResult help = Kestrel({"list", "--help"});
   EXPECT_EQ(help.exitCode, 0);
   EXPECT_NE(help.out.find("Examples:"), std::string::npos);

@@ -160,11 +160,5 @@ TEST_F(ErrorTrapTest, DepthNeverFallsBelowZero) {
   EXPECT_NE(lines_[3].find("] ->m : Sub A"), std::string::npos);
 }
 
-TEST(ParamText, JoinsPairs) {
-  EXPECT_EQ(ParamText({}), "()");
-  EXPECT_EQ(ParamText({{"job", kJobParam}, {"Mode", "Single"}, {"sFile", Opt("/d/a.txt")}}),
-            "(job=<job>, Mode=Single, sFile=<Optional>/d/a.txt)");
-}
-
 }  // namespace
 }  // namespace orvKestrel

@@ -13,6 +13,7 @@
 #include <cstdio>
 #include <set>
 #include <thread>
+#include <utility>
 
 namespace orvKestrel {
 namespace {
@@ -84,30 +85,27 @@ class LeftRunning {
   pid_t pid_ = -1;
 };
 
-// Sends one of this process's descriptors into a file while in scope.
+// Sends one of this process's descriptors into a file while in scope; Text() ends that early.
 class Capture {
  public:
-  Capture(int fd, const std::string& file) : fd_(fd), file_(file) {
-    std::fflush(nullptr);
-    saved_ = ::dup(fd);
+  Capture(int fd, const std::string& file) : fd_(fd), file_(file), saved_((std::fflush(nullptr), ::dup(fd))) {
     const int out = ::open(file.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0644);
     ::dup2(out, fd);
     ::close(out);
   }
-  ~Capture() { Restore(); }
+  ~Capture() { Text(); }
+  Capture(const Capture&) = delete;
+  Capture& operator=(const Capture&) = delete;
   std::string Text() {
-    Restore();
+    if (saved_ >= 0) {
+      std::fflush(nullptr);
+      ::dup2(saved_, fd_);
+      ::close(std::exchange(saved_, -1));
+    }
     return ReadFile(file_);
   }
 
  private:
-  void Restore() {
-    if (saved_ < 0) return;
-    std::fflush(nullptr);
-    ::dup2(saved_, fd_);
-    ::close(saved_);
-    saved_ = -1;
-  }
   int fd_;
   std::string file_;
   int saved_;

@@ -15,13 +15,15 @@
 namespace e2e {
 namespace {
 
-// What python's zipfile reads of an archive: every entry's name, time, attributes, CRC, size and
-// method, but not how its data was deflated, which differs between the workers' deflate and the
-// zip library's.
+// What python's zipfile reads of an archive: every entry's name, time, attributes, CRC, size,
+// method, flag bits, versions and extra fields, but not how its data was deflated, which differs
+// between the workers' deflate and the zip library's.
 std::string Listing(const fs::path& archive) {
   const std::string cmd = "python3 -I -c 'import zipfile,sys\n"
                           "for i in zipfile.ZipFile(sys.argv[1]).infolist(): print(i.filename, "
-                          "i.date_time, i.external_attr, i.CRC, i.file_size, i.compress_type)' " +
+                          "i.date_time, i.external_attr, i.CRC, i.file_size, i.compress_type, i.flag_bits, "
+                          "i.create_system, i.create_version, i.extract_version, i.internal_attr, "
+                          "i.extra.hex())' " +
                           orvKestrel::testing::Quote(archive.string()) + " 2>&1";
   std::string out;
   if (FILE* pipe = ::popen(cmd.c_str(), "r")) {
@@ -29,6 +31,7 @@ std::string Listing(const fs::path& archive) {
     for (std::size_t n; (n = std::fread(buf, 1, sizeof buf, pipe)) > 0;) out.append(buf, n);
     ::pclose(pipe);
   }
+  EXPECT_EQ(out.find("Error"), std::string::npos) << archive << ": " << out;  // both fail alike
   return out;
 }
 

@@ -224,6 +224,9 @@ TEST_F(Search, PatternsMatch) {
       {true, false, "a\\b", "/r/a/b/", true}, {true, false, "a\\b", "/r/a/c/b/", false},
       {true, true, "^te", "/data/tests/", true}, {true, true, "^te", "/data/ate/", false},
       {true, true, "x\\^y", "/data/x^y/", true},
+      // Wildcards take names with line breaks.
+      {false, false, "*", "a\nb", true}, {false, false, "*b*", "a\nb\nc", true},
+      {true, false, "x*", "/r/x\ny/", true},
   };
   for (const auto& c : cases) {
     std::string p = c.pattern;

@@ -97,7 +97,7 @@ MATCHER_P3(Counting, file, counter, status, "") {
 }
 
 // One pass over one job "a": its lines, its CurrentJob events ("counter/status", nullptr: not
-// looked at) and a key of its file afterwards.
+// looked at) and a key of its file afterwards. When a schedule fires: Schedules_test.
 TEST_F(RunDriverTest, OnePassByTheJobsKeys) {
   const std::string daily = "IntervalType=1\nIntTimeType=0\nIntervalTime=08:00:00\n";
   const std::string space = "ChkFreeSpace=1\nFreeSpaceVal=1\nCounter=1\nInterval=4\n";
@@ -121,9 +121,7 @@ TEST_F(RunDriverTest, OnePassByTheJobsKeys) {
        "Counter", "3"},
       {"inactive does not count down", "Inactive=1\nCounter=2\n", true, {}, nullptr, "Counter", "2"},
       {"and says so when due", "Inactive=1\nCounter=1\n", true, {"a: Auftrag deaktiviert"}, nullptr, "Counter", "1"},
-      {"a schedule fires", daily + "IntState=14.06.2026\n", false, ran, nullptr, "IntState", "15.06.2026"},
       {"only unscheduled jobs count", daily + "IntState=14.06.2026\n", false, ran, nullptr, "Counter", "<missing>"},
-      {"once a day", daily + "IntState=15.06.2026\n", false, {}, nullptr, "IntState", "15.06.2026"},
       {"free space above the limit", space, false, {}, "4/0", "Counter", "4"},
       {"free space unknown", space, false, ran, "0/0 4/0", "Counter", "4", true},
   };

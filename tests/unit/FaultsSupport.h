@@ -21,6 +21,7 @@
 #include <filesystem>
 #include <map>
 #include <optional>
+#include <ostream>
 #include <set>
 #include <string>
 #include <vector>
@@ -51,6 +52,9 @@ struct Scenario {
   // reports): see CheckInvariants.
   std::set<FaultOp> silentLess = {};
 };
+
+// A scenario by its name in the test names ctest lists, not as bytes.
+inline void PrintTo(const Scenario& s, std::ostream* os) { *os << s.name; }
 
 inline const char* OpName(FaultOp op) {
   static constexpr std::array<const char*, 11> kNames = {

@@ -11,6 +11,7 @@
 #include <cstddef>
 #include <functional>
 #include <mutex>
+#include <thread>
 #include <utility>
 
 namespace orvKestrel::testing {
@@ -29,6 +30,7 @@ class Faults : public FaultPoints {
       const std::scoped_lock lock(mutex_);
       if (++calls_[Index(op)] != n_ || op != op_) return 0;
       action = action_;
+      firedOn_ = std::this_thread::get_id();
       fired_ = true;
     }
     if (action) action();  // outside the lock: it may touch files the engine watches
@@ -40,6 +42,11 @@ class Faults : public FaultPoints {
     return calls_[Index(op)];
   }
   bool Fired() const { return fired_; }
+  // The thread that made the failing call (a worker's, or the run's own).
+  std::thread::id FiredOn() const {
+    const std::scoped_lock lock(mutex_);
+    return firedOn_;
+  }
 
  private:
   void Set(FaultOp op, int n, int err, std::function<void()> action) {
@@ -49,6 +56,7 @@ class Faults : public FaultPoints {
     n_ = n;
     err_ = err;
     action_ = std::move(action);
+    firedOn_ = {};
     fired_ = false;
   }
   static std::size_t Index(FaultOp op) { return static_cast<std::size_t>(op); }
@@ -58,6 +66,7 @@ class Faults : public FaultPoints {
   int n_ = 0;
   std::atomic<int> err_ = 0;
   std::function<void()> action_;
+  std::thread::id firedOn_;
   std::atomic<bool> fired_ = false;
 };
 

@@ -1,12 +1,17 @@
 // Fault injection for the tests: makes the N-th call of one fault point fail with a chosen
 // error, or runs an action just before it. Hand it to the file-system object under test.
+// Workers of a run ask too, so every count is kept under one lock; the fault fires once, on
+// whichever thread makes the n-th call.
 #pragma once
 
 #include "platform/FaultPoints.h"
 
 #include <array>
+#include <atomic>
 #include <cstddef>
 #include <functional>
+#include <mutex>
+#include <thread>
 #include <utility>
 
 namespace orvKestrel::testing {
@@ -14,40 +19,55 @@ namespace orvKestrel::testing {
 class Faults : public FaultPoints {
  public:
   // Arms op: its n-th call from now (1 = the next) fails with err. n = 0 disarms.
-  void Arm(FaultOp op, int n, int err) {
+  void Arm(FaultOp op, int n, int err) { Set(op, n, err, nullptr); }
+  void Disarm() { Arm(FaultOp::Count, 0, 0); }
+  // Runs action just before op's n-th call from now, which then goes ahead: a test's way to
+  // change a file at the last moment before the engine acts on it.
+  void Before(FaultOp op, int n, std::function<void()> action) { Set(op, n, 0, std::move(action)); }
+  int Check(FaultOp op) override {
+    std::function<void()> action;
+    {
+      const std::scoped_lock lock(mutex_);
+      if (++calls_[Index(op)] != n_ || op != op_) return 0;
+      action = action_;
+      firedOn_ = std::this_thread::get_id();
+      fired_ = true;
+    }
+    if (action) action();  // outside the lock: it may touch files the engine watches
+    return err_;
+  }
+  // How many calls of op were counted since the last Arm/Disarm.
+  int Calls(FaultOp op) const {
+    const std::scoped_lock lock(mutex_);
+    return calls_[Index(op)];
+  }
+  bool Fired() const { return fired_; }
+  // The thread that made the failing call (a worker's, or the run's own).
+  std::thread::id FiredOn() const {
+    const std::scoped_lock lock(mutex_);
+    return firedOn_;
+  }
+
+ private:
+  void Set(FaultOp op, int n, int err, std::function<void()> action) {
+    const std::scoped_lock lock(mutex_);
     calls_.fill(0);
     op_ = n > 0 ? op : FaultOp::Count;
     n_ = n;
     err_ = err;
-    action_ = nullptr;
+    action_ = std::move(action);
+    firedOn_ = {};
     fired_ = false;
   }
-  void Disarm() { Arm(FaultOp::Count, 0, 0); }
-  // Runs action just before op's n-th call from now, which then goes ahead: a test's way to
-  // change a file at the last moment before the engine acts on it.
-  void Before(FaultOp op, int n, std::function<void()> action) {
-    Arm(op, n, 0);
-    action_ = std::move(action);
-  }
-  int Check(FaultOp op) override {
-    const int call = ++calls_[Index(op)];
-    if (op != op_ || call != n_) return 0;
-    fired_ = true;
-    if (action_) action_();
-    return err_;
-  }
-  // How many calls of op were counted since the last Arm/Disarm.
-  int Calls(FaultOp op) const { return calls_[Index(op)]; }
-  bool Fired() const { return fired_; }
-
- private:
   static std::size_t Index(FaultOp op) { return static_cast<std::size_t>(op); }
+  mutable std::mutex mutex_;
   std::array<int, static_cast<std::size_t>(FaultOp::Count)> calls_{};
   FaultOp op_ = FaultOp::Count;
   int n_ = 0;
-  int err_ = 0;
+  std::atomic<int> err_ = 0;
   std::function<void()> action_;
-  bool fired_ = false;
+  std::thread::id firedOn_;
+  std::atomic<bool> fired_ = false;
 };
 
 }  // namespace orvKestrel::testing

@@ -5,7 +5,6 @@
 
 #include "Rig.h"
 
-#include <cstring>
 #include <functional>
 #include <regex>
 
@@ -79,9 +78,7 @@ class Actions : public Rig {
   ScopedEnv xdg{"XDG_DATA_HOME", tmp / "xdg"};  // the home trash inside the test's folder
 };
 
-const std::string kCopied = "Kopiert: {s}a.txt nach {d}a.txt";
 const std::string kMoved = "Verschoben: {s}a.txt nach {d}a.txt";
-const std::string kKept = "Keine Aktion (Datei vorhanden): {s}a.txt nach {d}a.txt";
 const std::string kNewer = "Keine Aktion (Neuere Datei existiert): {s}a.txt nach {d}a.txt";
 const std::string kSrcDeleted = "Quelle gelöscht (Datei existiert): {s}a.txt";
 const auto Exist = [](std::int16_t e, std::int16_t sel = 0, CheckState del = 0) {
@@ -93,18 +90,13 @@ const auto Exist = [](std::int16_t e, std::int16_t sel = 0, CheckState del = 0) 
   };
 };
 
+// A new file, policy 0 and policy 4 either way: e2e actions_test (CopyMoveAndDeleteJobs and
+// the synchronisations).
 TEST_F(Actions, CopyByPolicy) {
   const Row rows[] = {
-      {"new", Act::Copy, kNone, {{"s/a.txt", "a"}}, {kCopied}, "d/a.txt=a s/a.txt=a"},
-      {"0 leaves", Act::Copy, kNone, {{"s/a.txt", "new"}, {"d/a.txt", "old"}}, {kKept},
-       "d/a.txt=old s/a.txt=new"},
       {"1 deletes the source, reported twice", Act::Copy, Exist(1),
        {{"s/a.txt", "new"}, {"d/a.txt", "old"}, {"s/b.txt", "b"}},
        {kSrcDeleted, kSrcDeleted, "Kopiert: {s}b.txt nach {d}b.txt"}, "d/a.txt=old d/b.txt=b s/b.txt=b"},
-      {"4 newer replaces", Act::Copy, Exist(4), {{"s/a.txt", "new", kNew}, {"d/a.txt", "old", kMid}},
-       {"Von kopierter Datei überschrieben: {s}a.txt nach {d}a.txt"}, "d/a.txt=new s/a.txt=new"},
-      {"4 older keeps", Act::Copy, Exist(4), {{"s/a.txt", "new", kOld}, {"d/a.txt", "old", kMid}},
-       {kNewer}, "d/a.txt=old s/a.txt=new"},
       {"4 older, selector 1", Act::Copy, Exist(4, 1), {{"s/a.txt", "new", kOld}, {"d/a.txt", "old", kMid}},
        {"Von kopierter Datei überschrieben: {s}a.txt nach {d}a.txt"}, "d/a.txt=new s/a.txt=new"},
       {"4, selector 8 never", Act::Copy, Exist(4, 8), {{"s/a.txt", "new", kNew}, {"d/a.txt", "old", kMid}},
@@ -171,6 +163,8 @@ TEST_F(Actions, MoveByPolicy) {
   for (const Row& r : rows) Check(r);
 }
 
+// A recycle that fails is logged as deleted and as an error: e2e actions_safety_test
+// (ATrashThatCannotBeMadeIsReportedPerFile).
 TEST_F(Actions, Delete) {
   const Row rows[] = {
       {"files and emptied folders, never From", Act::Delete, [](job& j) { j.DelEFol = 1; },
@@ -184,10 +178,6 @@ TEST_F(Actions, Delete) {
       {"a failure, and the list goes on", Act::Delete, kNone, {{"s/b.txt", "b"}},
        {"Fehler: No such file or directory - {s}gone.txt", "Quelle gelöscht (Datei existiert): {s}b.txt"},
        "d/ s/", {"s/gone.txt", "s/b.txt"}},
-      {"a failed recycle is logged as deleted and as an error", Act::Delete, [](job& j) { j.DelType = 1; },
-       {{"s/a.txt", "a"}},
-       {kSrcDeleted, "Fehler: Not moved to the trash: " + std::string(std::strerror(EIO)) + " - {s}a.txt"},
-       "d/ s/a.txt=a", {}, {FaultOp::Trash, 1, EIO}},
       {"synchronisation keeps the secondary root", Act::DeleteSync, [](job& j) { j.DelEFol = 1; },
        {{"d/sub/b.txt", "b"}},
        {"Datei gelöscht (Im primären Verzeichnis nicht vorhanden) {d}sub/b.txt", "Verzeichnis gelöscht: {d}sub"},
@@ -228,24 +218,11 @@ TEST_F(Actions, OnlyCompareActsOnExistingDestinationsOnlyExceptWhenRenaming) {
   }
 }
 
-TEST_F(Actions, SynchronisationPassesEndWithTheirMessages) {
-  const std::string t92 = "Synchronisation 1. Verzeichnis abgeschlossen. Starte 2. Verzeichnis ... ";
-  for (const std::int16_t pass : {1, 2}) {
-    Next();
-    run.syncPass = pass;
-    FileList list{Source("a.txt", "a")};
-    CopyFiles(run, svc, list);
-    if (pass == 1) {
-      EXPECT_EQ(FileLines(), (std::vector<std::string>{Expand(kCopied), t92, t92}));
-    } else {
-      EXPECT_EQ(Lines().back(), "Synchronisation abgeschlossen! ");
-    }
-  }
-  // A move of a synchronisation has no such lines.
-  Next();
+// A move of a synchronisation ends its pass without the lines of a copy's passes (those: e2e
+// actions_test, SynchronisationMakesBothFoldersEqual...).
+TEST_F(Actions, AMoveOfASynchronisationHasNoPassLines) {
   run.syncPass = 1;
-  std::filesystem::remove(Dst("a.txt"));
-  FileList list{Src("a.txt")};
+  FileList list{Source("a.txt", "a")};
   MoveFiles(run, svc, list);
   EXPECT_EQ(FileLines(), std::vector<std::string>{Expand(kMoved)});
 }

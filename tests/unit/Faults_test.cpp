@@ -4,6 +4,7 @@
 #include "FaultsSupport.h"
 
 #include <cerrno>
+#include <tuple>
 
 namespace orvKestrel::testing {
 namespace {
@@ -66,14 +67,20 @@ const FaultKind kKinds[] = {
     {FaultOp::List, {EACCES, EIO}},
 };
 
-class FaultInjection : public ::testing::TestWithParam<Scenario> {};
+// With workers, which call is the n-th differs from run to run (a worker may make it): n runs
+// over the calls of the clean run as with one, and the invariants must hold for each.
+class FaultInjection : public ::testing::TestWithParam<std::tuple<Scenario, int>> {};
 
 TEST_P(FaultInjection, EveryFaultLeavesCompleteFilesAndIsReported) {
-  const Scenario& s = GetParam();
+  const auto& [s, jobs] = GetParam();
   FaultRun clean(s);
-  const RunResult base = clean.Run(FaultOp::Count, 0, 0);
+  const RunResult base = clean.Run(FaultOp::Count, 0, 0, jobs);
   ASSERT_TRUE(base.ok()) << s.name << " clean run:\n" << base.Describe();
   ASSERT_TRUE(base.after != base.before) << s.name << ": the clean run must change the trees";
+  if (jobs > 1) {
+    FaultRun alone(s);
+    ASSERT_EQ(base.after, alone.Run(FaultOp::Count, 0, 0).after) << s.name << ": workers change the result";
+  }
   int injected = 0;
   std::vector<std::string> problems;
   for (const FaultKind& kind : kKinds) {
@@ -81,7 +88,7 @@ TEST_P(FaultInjection, EveryFaultLeavesCompleteFilesAndIsReported) {
     for (int n = 1; n <= calls; ++n) {
       for (const int err : kind.errors) {
         FaultRun run(s);
-        const RunResult r = run.Run(kind.op, n, err);
+        const RunResult r = run.Run(kind.op, n, err, jobs);
         if (!r.fired) continue;
         ++injected;
         if (std::getenv("KESTREL_FAULTS_TRACE")) {
@@ -95,7 +102,7 @@ TEST_P(FaultInjection, EveryFaultLeavesCompleteFilesAndIsReported) {
     }
   }
   RecordProperty("injected", injected);
-  std::printf("[ faults   ] %s: %d faults injected\n", s.name, injected);
+  std::printf("[ faults   ] %s, %d jobs: %d faults injected\n", s.name, jobs, injected);
   EXPECT_GT(injected, 20);
   if (std::getenv("KESTREL_FAULTS_VERBOSE")) {
     for (const std::string& p : problems) std::printf("%s\n", p.c_str());
@@ -104,8 +111,12 @@ TEST_P(FaultInjection, EveryFaultLeavesCompleteFilesAndIsReported) {
                                 << (problems.empty() ? "" : problems.front());
 }
 
-INSTANTIATE_TEST_SUITE_P(Jobs, FaultInjection, ::testing::ValuesIn(kScenarios),
-                         [](const auto& info) { return std::string(info.param.name); });
+INSTANTIATE_TEST_SUITE_P(Jobs, FaultInjection,
+                         ::testing::Combine(::testing::ValuesIn(kScenarios), ::testing::Values(1, 4)),
+                         [](const auto& info) {
+                           return std::string(std::get<0>(info.param).name) + "_jobs" +
+                                  std::to_string(std::get<1>(info.param));
+                         });
 
 }  // namespace
 }  // namespace orvKestrel::testing

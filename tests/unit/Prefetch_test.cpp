@@ -3,7 +3,7 @@
 #include "platform/Prefetch.h"
 #include "platform/SysError.h"
 
-#include "support/TestSupport.h"
+#include "Rig.h"
 
 #include <gtest/gtest.h>
 
@@ -14,15 +14,6 @@
 
 namespace orvKestrel::testing {
 namespace {
-
-std::vector<std::string> Names(const std::string& folder) {
-  std::vector<std::string> out;
-  for (const auto& e : std::filesystem::directory_iterator(folder)) {
-    out.push_back(e.path().filename().string());
-  }
-  std::sort(out.begin(), out.end());
-  return out;
-}
 
 std::size_t OpenDescriptors() {
   return static_cast<std::size_t>(std::distance(std::filesystem::directory_iterator("/proc/self/fd"),

@@ -115,22 +115,11 @@ TEST_F(Search, LinksToFilesAreFilesAndLinksToFoldersAreNotFollowed) {
   EXPECT_EQ(Sorted(), "link.txt real.txt sub/deep.txt");
 }
 
-TEST_F(Search, SubFoldersAreLoggedBeforeTheyAreEnteredOrSkipped) {
+// Hidden folders are walked unless NoHidenFolderScan says otherwise (the lines of the walk and
+// the skip itself: e2e selection_test).
+TEST_F(Search, HiddenFoldersAreWalkedByDefault) {
   for (const char* f : {"a.txt", ".hid/x.txt", ".hid/deeper/y.txt"}) WriteFile(Src(f), "");
-  j.NoHidenFolderScan = 1;
-  EXPECT_EQ(Walk(), std::vector<std::string>{"a.txt"});
-  const auto t16 = Lines(16);
-  ASSERT_EQ(t16.size(), 1u);
-  EXPECT_EQ(t16[0].text, "Suche Dateien ... " + Src(".hid"));
-  EXPECT_TRUE(t16[0].view && t16[0].sameView);
-  EXPECT_FALSE(t16[0].file || t16[0].isLast);
-  rec.lines.clear();
-  j.NoHidenFolderScan = 0;
-  EXPECT_EQ(Walk().size(), 3u);
-  EXPECT_EQ(Lines(16).size(), 2u);
-  rec.lines.clear();
-  Walk(false);
-  EXPECT_TRUE(Lines(16).empty());
+  EXPECT_EQ(Sorted(), ".hid/deeper/y.txt .hid/x.txt a.txt");
 }
 
 TEST_F(Search, AttributeSkipsReadTheSubFolderOnlyWhenAsked) {
@@ -148,32 +137,9 @@ TEST_F(Search, AttributeSkipsReadTheSubFolderOnlyWhenAsked) {
   EXPECT_EQ(Walk(), std::vector<std::string>{"ro/a.txt"});
 }
 
-TEST_F(Search, SearchAnnouncesRewritesThePatternsAndReportsNoFiles) {
-  j.DoFileMatch = 2;
-  j.Filename = "a*";
-  j.DoFolderMatch = 1;
-  j.FolderMatch = "x";
-  orvKestrel::Search(run, svc, true, false);
-  EXPECT_EQ(j.Filename, "^a.*$");
-  EXPECT_EQ(j.FolderMatch, "/x/");
-  EXPECT_TRUE(run.noFiles);
-  ASSERT_EQ(rec.lines.size(), 1u);
-  EXPECT_EQ(rec.lines[0].text, "Suche Dateien ...");
-  EXPECT_EQ(rec.lines[0].id, 16);
-  EXPECT_TRUE(rec.lines[0].file);
-  EXPECT_FALSE(rec.lines[0].sameView);
-
-  WriteFile(Src("a.txt"), "");
-  Next();
-  Fresh().Action = 6;
-  j.DoFileMatch = 2;
-  j.Filename = "a*";
-  orvKestrel::Search(run, svc, true, false);
-  EXPECT_FALSE(run.noFiles);
-  EXPECT_EQ(rec.Texts(), (std::vector<std::string>{"Suche Dateien ...", "job: Überprüfe Dateien ..."}));
-  EXPECT_TRUE(run.files.empty());  // handed on and consumed
-
-  Next();
+// A From that is gone gives no files and no check line (the lines of a search that finds
+// nothing or something: e2e selection_test; the rewriting: PatternRewriting).
+TEST_F(Search, AMissingFromReportsNoFiles) {
   j.From = tmp / "nowhere";
   orvKestrel::Search(run, svc, true, false);
   EXPECT_TRUE(run.noFiles);
@@ -258,6 +224,9 @@ TEST_F(Search, PatternsMatch) {
       {true, false, "a\\b", "/r/a/b/", true}, {true, false, "a\\b", "/r/a/c/b/", false},
       {true, true, "^te", "/data/tests/", true}, {true, true, "^te", "/data/ate/", false},
       {true, true, "x\\^y", "/data/x^y/", true},
+      // Wildcards take names with line breaks.
+      {false, false, "*", "a\nb", true}, {false, false, "*b*", "a\nb\nc", true},
+      {true, false, "x*", "/r/x\ny/", true},
   };
   for (const auto& c : cases) {
     std::string p = c.pattern;

@@ -8,7 +8,7 @@ namespace orvKestrel::actions {
 Lookahead::Lookahead(const JobRun& run, const Services& s, const FileList& list, Kind kind)
     : job_(run.Job()), list_(list), kind_(kind) {
   if (s.jobs > 1 && job_.Exist >= 0 && job_.Exist <= 4 && list.size() > 1) {
-    ahead_ = std::make_unique<CopyAhead>(static_cast<unsigned>(s.jobs), job_.To);
+    ahead_ = std::make_unique<CopyAhead>(static_cast<unsigned>(s.jobs), job_.To, s.fs.Faults());
   }
 }
 

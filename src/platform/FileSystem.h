@@ -149,6 +149,8 @@ class FileSystem {
   // The error a test arranged for op, or 0: for the steps that a library does with its own
   // calls (the zip library writes its archives itself).
   int Injected(FaultOp op) { return orvKestrel::Injected(faults_, op); }
+  // The same for workers that make their own calls (copies made ahead).
+  FaultPoints* Faults() const { return faults_; }
 
   // While a scope is alive the status of a path is read from the disk once: the steps for one
   // file ask about the same two paths several times. Any change made through this object

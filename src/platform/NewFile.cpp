@@ -75,11 +75,12 @@ NewFile::NewFile(int dir, const std::string& folder, TempNames& names, FaultPoin
 NewFile::NewFile(FaultPoints* faults, int dir, UniqueFd fd)
     : faults_(faults), dir_(dir), fd_(std::move(fd)) {}
 
-NewFile NewFile::Unnamed(int dir, const std::string& folder, std::uint32_t permissions) {
+NewFile NewFile::Unnamed(FaultPoints* faults, int dir, const std::string& folder,
+                         std::uint32_t permissions) {
   UniqueFd fd(::openat(dir, folder.c_str(), O_TMPFILE | O_WRONLY | O_CLOEXEC,
                        static_cast<mode_t>(permissions)));
   if (fd.get() < 0) ThrowSys(errno);
-  return NewFile(nullptr, dir, std::move(fd));
+  return NewFile(faults, dir, std::move(fd));
 }
 
 void NewFile::PlaceIn(int dir, const std::string& name, bool replace, TempNames& names) {

@@ -34,9 +34,10 @@ class NewFile {
   NewFile& operator=(NewFile&&) = delete;
 
   // A file without a name in folder (relative to dir), or an error where the file system
-  // cannot make one: never a temporary name. No fault point: for copies made ahead, whose
-  // placing falls back to a plain copy when it fails.
-  static NewFile Unnamed(int dir, const std::string& folder, std::uint32_t permissions);
+  // cannot make one: never a temporary name. For copies made ahead, whose placing falls back to
+  // a plain copy when anything fails.
+  static NewFile Unnamed(FaultPoints* faults, int dir, const std::string& folder,
+                         std::uint32_t permissions);
 
   int fd() const { return fd_.get(); }
   void Write(const char* data, std::size_t n);  // all of it; fault point: Write

@@ -17,8 +17,8 @@ constexpr std::uint64_t kMaxBytes = std::uint64_t{8} << 20;
 
 }  // namespace
 
-CopyAhead::CopyAhead(unsigned workers, std::string anchor)
-    : anchorPath_(std::move(anchor)), window_(2 * std::max(workers, 1u)) {
+CopyAhead::CopyAhead(unsigned workers, std::string anchor, FaultPoints* faults)
+    : anchorPath_(std::move(anchor)), faults_(faults), window_(2 * std::max(workers, 1u)) {
   threads_.reserve(workers);
   for (unsigned i = 0; i < workers; ++i) threads_.emplace_back([this] { Work(); });
 }
@@ -100,7 +100,7 @@ std::optional<PreparedCopy> CopyAhead::Prepare(const CopyOrder& order) {
       return std::nullopt;
     }
   }
-  return PrepareCopy(order.source, anchor, order.move, kMaxBytes);
+  return PrepareCopy(faults_, order.source, anchor, order.move, kMaxBytes);
 }
 
 int CopyAhead::Anchor() {

@@ -35,9 +35,9 @@ class PreparedCopy {
 };
 
 // The copy of source as an unnamed file in the folder anchor (Transfers.cpp); nothing when the
-// source is larger than maxBytes. Throws.
-std::optional<PreparedCopy> PrepareCopy(const std::string& source, int anchor, bool keepOwner,
-                                        std::uint64_t maxBytes);
+// source is larger than maxBytes. Throws, also the faults a test arranged (safe for threads).
+std::optional<PreparedCopy> PrepareCopy(FaultPoints* faults, const std::string& source, int anchor,
+                                        bool keepOwner, std::uint64_t maxBytes);
 
 // One file of the list, as the run expects to treat it.
 struct CopyOrder {
@@ -52,7 +52,8 @@ class CopyAhead {
  public:
   // workers threads; anchor: the destination folder (taken as named) whose file system holds
   // the unnamed files; they are later linked into its folders.
-  CopyAhead(unsigned workers, std::string anchor);
+  // faults: a test's fault points, met by the workers' calls as by the run's.
+  CopyAhead(unsigned workers, std::string anchor, FaultPoints* faults = nullptr);
   ~CopyAhead();  // stops the workers and closes every copy not taken
   CopyAhead(const CopyAhead&) = delete;
   CopyAhead& operator=(const CopyAhead&) = delete;
@@ -82,6 +83,7 @@ class CopyAhead {
   int Anchor();  // opened by the first worker that finds the folder
 
   std::string anchorPath_;
+  FaultPoints* faults_;
   std::size_t window_;
   mutable std::mutex mutex_;
   std::condition_variable work_, done_;

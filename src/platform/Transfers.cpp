@@ -386,12 +386,12 @@ bool FileSystem::SameFile(const std::string& a, const std::string& b) {
 
 namespace orvKestrel {
 
-std::optional<PreparedCopy> PrepareCopy(const std::string& source, int anchor, bool keepOwner,
-                                        std::uint64_t maxBytes) {
-  const OpenSource src = OpenRegular(nullptr, source);
+std::optional<PreparedCopy> PrepareCopy(FaultPoints* faults, const std::string& source, int anchor,
+                                        bool keepOwner, std::uint64_t maxBytes) {
+  const OpenSource src = OpenRegular(faults, source);
   if (static_cast<std::uint64_t>(src.st.st_size) > maxBytes) return std::nullopt;
-  NewFile file = NewFile::Unnamed(anchor, ".", 0600);
-  const FileIdentity read = FillCopy(nullptr, src, file, keepOwner);
+  NewFile file = NewFile::Unnamed(faults, anchor, ".", 0600);
+  const FileIdentity read = FillCopy(faults, src, file, keepOwner);
   return PreparedCopy(std::move(file), read);
 }
 

@@ -61,7 +61,7 @@ TEST_F(Prefetch, ACopyMadeAheadIsNamedOnlyForTheSourceItWasMadeFrom) {
     WriteFile(src_, "contents");
     SetModified(src_, kRead);
     const auto into = fs_.OpenBeneath(to_, "", false);
-    auto ready = PrepareCopy(src_, into->fd(), false, 1 << 20);
+    auto ready = PrepareCopy(nullptr, src_, into->fd(), false, 1 << 20);
     ASSERT_TRUE(ready.has_value());
     if (c.changeSource) {
       // Change times tick coarsely (a jiffy on some file systems): the rewrite comes later.

@@ -62,6 +62,19 @@ class FolderPreview {
  public:
   explicit FolderPreview(Services& s) : s_(s) {}
 
+  // Why the run would refuse the folder sub of root (reached through a link), or "". The answer
+  // for the last folder is kept: its files come one after another, and a preview changes
+  // nothing on the disk.
+  const std::string& RefusedBeneath(const std::string& root, const std::string& sub) {
+    if (!checked_ || root != checkedRoot_ || sub != checkedSub_) {
+      refused_ = s_.fs.RefusedBeneath(root, sub);
+      checkedRoot_ = root;
+      checkedSub_ = sub;
+      checked_ = true;
+    }
+    return refused_;
+  }
+
   // path leaves its folder. With cleanUp the folders left empty are reported upwards to the
   // clean-up's root; with oneLevel only the file's own folder.
   void Gone(const std::string& path, const job& job, bool cleanUp, bool oneLevel = false) {
@@ -94,6 +107,8 @@ class FolderPreview {
   Services& s_;
   std::unordered_map<std::string, long> left_;
   std::unordered_set<std::string> gone_;
+  bool checked_ = false;
+  std::string checkedRoot_, checkedSub_, refused_;
 };
 
 class FilePreview {
@@ -107,7 +122,7 @@ class FilePreview {
         job_.FStruct == 1 ? HandlePreviewFolders(s_, src_, job_) : job_.To;
     const std::string sub = actions::RelativeTo(folder, job_.To);
     if (!sub.empty()) {  // the real run refuses a folder reached through a link
-      const std::string refused = s_.fs.RefusedBeneath(job_.To, sub);
+      const std::string refused = folders_.RefusedBeneath(job_.To, sub);
       if (!refused.empty()) {
         ReportError(refused);
         return true;

@@ -8,42 +8,30 @@ namespace orvKestrel::actions {
 Lookahead::Lookahead(const JobRun& run, const Services& s, const FileList& list, Kind kind)
     : job_(run.Job()), list_(list), kind_(kind) {
   if (s.jobs > 1 && job_.Exist >= 0 && job_.Exist <= 4 && list.size() > 1) {
-    ahead_ = std::make_unique<CopyAhead>(static_cast<unsigned>(s.jobs), job_.To, s.fs.Faults());
+    ahead_ = std::make_unique<CopyAhead>(static_cast<unsigned>(s.jobs), job_.To, s.fs.Faults(),
+                                         &s.fs);
   }
 }
 
 void Lookahead::Reach(std::size_t index) {
+  if (!ahead_ || handed_ > index + CopyAhead::kLookAhead / 2 || handed_ == list_.size()) return;
+  const std::size_t end = std::min(list_.size(), index + 1 + CopyAhead::kLookAhead);
+  std::vector<CopyOrder> orders;
+  for (; handed_ < end; ++handed_) orders.push_back(OrderFor(list_[handed_]));
+  ahead_->Add(std::move(orders));
+}
+
+void Lookahead::Seed(std::size_t index, FileSystem& fs) {
   if (!ahead_) return;
-  for (; learned_ < index; ++learned_) Learn(learned_, false);  // passed without a copy
-  const std::size_t end = std::min(list_.size(), index + 1 + ahead_->Window());
-  for (std::size_t i = ahead_->Added(); i < end; i = ahead_->Added()) {
-    if (i < resumeAt_) {
-      ahead_->SkipTo(std::min(resumeAt_, end));
-    } else {
-      ahead_->Add(OrderFor(list_[i]));
-    }
-  }
+  std::optional<LookedUp> looked = ahead_->Looked(index);
+  if (!looked) return;
+  fs.Seed(looked->changes, std::move(looked->dest));
+  if (looked->source) fs.Seed(looked->changes, std::move(*looked->source));
 }
 
 std::optional<PreparedCopy> Lookahead::Take(std::size_t index) {
   if (!ahead_) return std::nullopt;
-  std::optional<PreparedCopy> copy = ahead_->Take(index);
-  Learn(index, copy.has_value());
-  learned_ = index + 1;
-  return copy;
-}
-
-void Lookahead::Learn(std::size_t index, bool made) {
-  if (index >= pausedFrom_ && index < resumeAt_) return;  // not handed to the workers
-  if (made) {
-    misses_ = pause_ = 0;
-    return;
-  }
-  if (++misses_ < ahead_->Window()) return;
-  misses_ = 0;
-  pause_ = std::min(std::max(2 * pause_, ahead_->Window()), kMaxPause);
-  pausedFrom_ = ahead_->Added();
-  resumeAt_ = pausedFrom_ + pause_;
+  return ahead_->Take(index);
 }
 
 // A new destination is copied unless only existing files count; an existing one is replaced
@@ -57,6 +45,7 @@ CopyOrder Lookahead::OrderFor(const std::string& source) const {
   order.whenMissing = job_.Exist == 2 || job_.OnlyCompare == 0;
   order.whenExists = job_.Exist == 2 || job_.Exist == 3;
   order.move = kind_ == Kind::Move;
+  order.lookSource = job_.Exist == 4 || SetsFileTimes(job_);
   return order;
 }
 

@@ -1,5 +1,8 @@
 // The files ahead of the one in hand, handed to the workers that copy them in advance (--jobs):
-// what the run expects to do with each, guessed from the job alone.
+// what the run expects to do with each, guessed from the job alone. The workers look up each
+// file's destination (and source, where the run asks about it) on the way; the run takes those
+// statuses instead of asking again, so a run of files that need no copy is looked at on two
+// cores.
 #pragma once
 
 #include "actions/Transfer.h"
@@ -14,25 +17,18 @@ class Lookahead {
  public:
   // Nothing is prepared with one job, or for a policy that never copies.
   Lookahead(const JobRun& run, const Services& s, const FileList& list, Kind kind);
-  // Called for each file in list order before it is handled: the files up to the window
-  // beyond it go to the workers.
+  // Called for each file in list order before it is handled: the files up to the look-ahead
+  // beyond it go to the workers, a batch at a time.
   void Reach(std::size_t index);
+  // Gives fs, inside its status scope, what the workers looked up for file index.
+  void Seed(std::size_t index, FileSystem& fs);
   // The copy made for file index, when there is one; the files before it are dropped.
   std::optional<PreparedCopy> Take(std::size_t index);
 
  private:
   CopyOrder OrderFor(const std::string& source) const;
-  void Learn(std::size_t index, bool made);  // whether the workers' guess for index paid
 
-  // A window of files in a row that needed no copy (a synchronisation of unchanged folders)
-  // pauses the workers for a stretch, doubled each time up to kMaxPause files: their guesses
-  // there would cost a look at every destination and buy nothing.
-  static constexpr std::size_t kMaxPause = 1024;
-  std::size_t learned_ = 0;  // the files before it were counted
-  std::size_t misses_ = 0;
-  std::size_t pause_ = 0;
-  std::size_t pausedFrom_ = 0, resumeAt_ = 0;  // files not handed to the workers
-
+  std::size_t handed_ = 0;  // the files before it went to the workers
   const job& job_;
   const FileList& list_;
   Kind kind_;

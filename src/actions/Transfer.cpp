@@ -281,6 +281,7 @@ void TransferFiles(JobRun& run, Services& s, FileList& sArray, Kind kind) {
     ahead.Reach(index);
     try {
       const FileSystem::StatusScope once(s.fs);
+      ahead.Seed(index, s.fs);
       FileTransfer(run, s, kind, src, folders, ahead, index).Run();
     } catch (...) {
       folders.Forget();  // the folder may be what failed

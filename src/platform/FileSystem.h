@@ -7,6 +7,7 @@
 #include "platform/ErrorOr.h"
 #include "platform/FaultPoints.h"
 
+#include <atomic>
 #include <chrono>
 #include <cstdint>
 #include <ctime>
@@ -80,6 +81,16 @@ struct FileStat {
   std::uint64_t size = 0;
   FileTimes times;
 };
+
+// What a look-up of a path (links followed) found, or the errno of its failure.
+struct PathStatus {
+  std::string path;
+  int err = 0;
+  FileStat stat;
+  std::uint64_t device = 0;
+};
+// The look-up itself: no state, so workers may call it at once.
+PathStatus StatusOf(const std::string& path);
 
 // A destination folder opened beneath the job's destination: what is written through it stays
 // inside, whatever links were planted on the way. Closes its descriptor with the object.
@@ -167,6 +178,13 @@ class FileSystem {
    private:
     FileSystem& fs_;
   };
+
+  // How many changes were made through this object; a status read while it stayed the same is
+  // still what the run itself left there. Safe to read from any thread.
+  std::uint64_t Changes() const { return changes_.load(std::memory_order_acquire); }
+  // A status a worker looked up when Changes() was `changes`: taken as read by this object
+  // inside the current scope, unless the run has changed something since.
+  void Seed(std::uint64_t changes, PathStatus status);
 
   // --- queries (Folders.cpp) ---
   bool FileExists(const std::string& path);    // a regular file (links followed)
@@ -268,14 +286,9 @@ class FileSystem {
  private:
   void Gate(FaultOp op);  // throws the armed fault
   std::string ReadAll(int fd, std::size_t limit);  // to the end; more than limit bytes throws
-  // The status of path (links followed), or the errno of the failed look-up.
-  struct Status {
-    std::string path;
-    int err = 0;
-    FileStat stat;
-  };
-  const Status& Look(const std::string& path);
+  const PathStatus& Look(const std::string& path);
   void Changed(bool folders) {  // every change through this object makes what was read stale
+    changes_.fetch_add(1, std::memory_order_acq_rel);
     known_.clear();
     free_.reset();
     if (folders) folder_.reset();
@@ -312,8 +325,9 @@ class FileSystem {
   TempNames tempNames_;
   std::uint64_t folderRemovals_ = 0;
   int scopes_ = 0;
-  std::vector<Status> known_;  // only while a StatusScope is alive; a few paths at most
-  Status last_;                // the look-up outside a scope
+  std::vector<PathStatus> known_;  // only while a StatusScope is alive; a few paths at most
+  PathStatus last_;                // the look-up outside a scope
+  std::atomic<std::uint64_t> changes_{0};
   std::optional<FreeFigure> free_;
   std::optional<SeenFolder> folder_;  // forgotten by what can remove or rename a folder
 };

@@ -5,6 +5,7 @@
 #include <dirent.h>
 #include <fcntl.h>
 #include <sys/stat.h>
+#include <sys/sysmacros.h>
 
 #include <algorithm>
 #include <cctype>
@@ -70,14 +71,8 @@ void FileSystem::Gate(FaultOp op) {
   orvKestrel::Gate(faults_, op);
 }
 
-const FileSystem::Status& FileSystem::Look(const std::string& path) {
-  if (scopes_ > 0) {
-    for (const Status& s : known_) {
-      if (s.path == path) return s;
-    }
-  }
-  Status& s = scopes_ > 0 ? known_.emplace_back() : last_;
-  s = Status{path, 0, {}};
+PathStatus StatusOf(const std::string& path) {
+  PathStatus s{path, 0, {}, 0};
   struct statx sx {};
   if (::statx(AT_FDCWD, path.c_str(), 0, STATX_BASIC_STATS | STATX_BTIME, &sx) != 0) {
     s.err = errno;
@@ -89,17 +84,36 @@ const FileSystem::Status& FileSystem::Look(const std::string& path) {
   s.stat.times.accessed = sx.stx_atime.tv_sec;
   s.stat.times.written = sx.stx_mtime.tv_sec;
   s.stat.times.created = (sx.stx_mask & STATX_BTIME) ? sx.stx_btime.tv_sec : sx.stx_ctime.tv_sec;
+  s.device = makedev(sx.stx_dev_major, sx.stx_dev_minor);
   return s;
 }
 
+const PathStatus& FileSystem::Look(const std::string& path) {
+  if (scopes_ > 0) {
+    for (const PathStatus& s : known_) {
+      if (s.path == path) return s;
+    }
+    return known_.emplace_back(StatusOf(path));
+  }
+  return last_ = StatusOf(path);
+}
+
+void FileSystem::Seed(std::uint64_t changes, PathStatus status) {
+  if (scopes_ == 0 || changes != Changes()) return;
+  for (const PathStatus& s : known_) {
+    if (s.path == status.path) return;
+  }
+  known_.push_back(std::move(status));
+}
+
 bool FileSystem::FileExists(const std::string& path) {
-  const Status& s = Look(path);
+  const PathStatus& s = Look(path);
   return s.err == 0 && s.stat.isFile;
 }
 
 bool FileSystem::FolderExists(const std::string& path) {
   if (path.empty()) return false;
-  const Status& s = Look(path);
+  const PathStatus& s = Look(path);
   return s.err == 0 && s.stat.isDir;
 }
 
@@ -138,7 +152,7 @@ std::optional<std::vector<DirEntry>> FileSystem::ListFolder(const std::string& p
 }
 
 ErrorOr<FileStat> FileSystem::Stat(const std::string& path) {
-  const Status& s = Look(path);
+  const PathStatus& s = Look(path);
   if (s.err != 0) return SysError(s.err);
   return s.stat;
 }

@@ -17,8 +17,10 @@ constexpr std::uint64_t kMaxBytes = std::uint64_t{8} << 20;
 
 }  // namespace
 
-CopyAhead::CopyAhead(unsigned workers, std::string anchor, FaultPoints* faults)
-    : anchorPath_(std::move(anchor)), faults_(faults), window_(2 * std::max(workers, 1u)) {
+CopyAhead::CopyAhead(unsigned workers, std::string anchor, FaultPoints* faults,
+                     const FileSystem* run)
+    : anchorPath_(std::move(anchor)), faults_(faults), run_(run),
+      window_(2 * std::max(workers, 1u)) {
   threads_.reserve(workers);
   for (unsigned i = 0; i < workers; ++i) threads_.emplace_back([this] { Work(); });
 }
@@ -29,41 +31,54 @@ CopyAhead::~CopyAhead() {
     stopping_ = true;
   }
   work_.notify_all();
+  near_.notify_all();
   threads_.clear();  // joins
 }
 
-void CopyAhead::Add(CopyOrder order) {
+void CopyAhead::Add(std::vector<CopyOrder> orders) {
   {
     const std::lock_guard lock(mutex_);
-    auto slot = std::make_shared<Slot>();
-    slot->index = added_++;
-    slot->order = std::move(order);
-    slots_.push_back(std::move(slot));
+    for (CopyOrder& order : orders) {
+      auto slot = std::make_shared<Slot>();
+      slot->index = added_++;
+      slot->order = std::move(order);
+      slots_.push_back(std::move(slot));
+    }
   }
-  work_.notify_one();
+  work_.notify_all();
 }
 
-void CopyAhead::SkipTo(std::size_t index) {
-  const std::lock_guard lock(mutex_);
-  added_ = std::max(added_, index);
-}
-
-std::size_t CopyAhead::Added() const {
-  const std::lock_guard lock(mutex_);
-  return added_;
+std::shared_ptr<CopyAhead::Slot> CopyAhead::Drop(std::size_t index) {
+  if (index > reached_) {
+    reached_ = index;
+    near_.notify_all();
+  }
+  std::shared_ptr<Slot> slot;
+  while (!slots_.empty() && slots_.front()->index < index) {
+    slots_.pop_front();
+    if (claimed_ > 0) --claimed_;  // claimed slots are always the first ones
+  }
+  if (!slots_.empty() && slots_.front()->index == index) slot = slots_.front();
+  return slot;
 }
 
 std::optional<PreparedCopy> CopyAhead::Take(std::size_t index) {
-  std::shared_ptr<Slot> slot;
   std::unique_lock lock(mutex_);
-  while (!slots_.empty() && slots_.front()->index <= index) {
-    if (slots_.front()->index == index) slot = slots_.front();
+  const std::shared_ptr<Slot> slot = Drop(index);
+  if (slot) {
     slots_.pop_front();
-    if (claimed_ > 0) --claimed_;  // claimed slots are always the first ones
+    if (claimed_ > 0) --claimed_;
   }
   if (!slot || slot->state == State::Queued) return std::nullopt;
   done_.wait(lock, [&] { return slot->state == State::Done; });
   return std::move(slot->copy);
+}
+
+std::optional<LookedUp> CopyAhead::Looked(std::size_t index) {
+  std::unique_lock lock(mutex_);
+  const std::shared_ptr<Slot> slot = Drop(index);
+  if (!slot) return std::nullopt;
+  return slot->looked;
 }
 
 void CopyAhead::Work() {
@@ -74,31 +89,49 @@ void CopyAhead::Work() {
     const std::shared_ptr<Slot> slot = slots_[claimed_++];
     slot->state = State::Working;
     lock.unlock();
+    LookedUp looked = LookUp(slot->order);
+    lock.lock();
+    slot->looked = std::move(looked);
+    Finish(*slot, lock);
+  }
+}
+
+// Makes the slot's copy when one is wanted, once the run is within the window of it: copies
+// hold memory and disk space, look-ups do not.
+void CopyAhead::Finish(Slot& slot, std::unique_lock<std::mutex>& lock) {
+  const bool exists = slot.looked && slot.looked->dest.err == 0;
+  if (slot.looked && (exists ? slot.order.whenExists : slot.order.whenMissing)) {
+    near_.wait(lock, [&] { return stopping_ || slot.index < reached_ + window_; });
+    if (stopping_) return;
+    lock.unlock();
     std::optional<PreparedCopy> copy;
     try {
-      if (auto made = Prepare(slot->order)) copy.emplace(std::move(*made));
+      if (auto made = Prepare(slot.order, *slot.looked)) copy.emplace(std::move(*made));
     } catch (...) {
       // Not reported here: the run's thread meets the same failure when it copies the file.
     }
     lock.lock();
-    if (copy) slot->copy.emplace(std::move(*copy));
-    slot->state = State::Done;
-    done_.notify_all();
+    if (copy) slot.copy.emplace(std::move(*copy));
   }
+  slot.state = State::Done;
+  done_.notify_all();
 }
 
-std::optional<PreparedCopy> CopyAhead::Prepare(const CopyOrder& order) {
+// The change count is read first: a change the run makes after it makes these statuses stale.
+LookedUp CopyAhead::LookUp(const CopyOrder& order) const {
+  LookedUp looked;
+  looked.changes = run_ ? run_->Changes() : 0;
+  looked.dest = StatusOf(order.dest);
+  if (order.lookSource || order.move) looked.source = StatusOf(order.source);
+  return looked;
+}
+
+std::optional<PreparedCopy> CopyAhead::Prepare(const CopyOrder& order, const LookedUp& looked) {
   const int anchor = Anchor();
   if (anchor < 0) return std::nullopt;
-  struct stat st {};
-  const bool exists = ::stat(order.dest.c_str(), &st) == 0;
-  if (exists ? !order.whenExists : !order.whenMissing) return std::nullopt;
-  if (order.move) {
-    // A move within one file system is a rename: nothing to copy.
-    if (::stat(order.source.c_str(), &st) != 0 ||
-        static_cast<std::uint64_t>(st.st_dev) == anchorDevice_) {
-      return std::nullopt;
-    }
+  // A move within one file system is a rename: nothing to copy.
+  if (order.move && (looked.source->err != 0 || looked.source->device == anchorDevice_)) {
+    return std::nullopt;
   }
   return PrepareCopy(faults_, order.source, anchor, order.move, kMaxBytes);
 }

@@ -46,6 +46,14 @@ struct CopyOrder {
   bool whenMissing = false;  // a copy is expected when dest does not exist
   bool whenExists = false;   // and when it does (a replacing or renaming policy)
   bool move = false;         // only a source on another file system than the anchor is copied
+  bool lookSource = false;   // the run will ask about the source's status too
+};
+
+// The statuses a worker looked up for one file, and the run's change count before it did.
+struct LookedUp {
+  std::uint64_t changes = 0;
+  PathStatus dest;
+  std::optional<PathStatus> source;
 };
 
 class CopyAhead {
@@ -53,43 +61,55 @@ class CopyAhead {
   // workers threads; anchor: the destination folder (taken as named) whose file system holds
   // the unnamed files; they are later linked into its folders.
   // faults: a test's fault points, met by the workers' calls as by the run's.
-  CopyAhead(unsigned workers, std::string anchor, FaultPoints* faults = nullptr);
+  // run: the run's file system, whose change count dates what the workers look up.
+  CopyAhead(unsigned workers, std::string anchor, FaultPoints* faults = nullptr,
+            const FileSystem* run = nullptr);
   ~CopyAhead();  // stops the workers and closes every copy not taken
   CopyAhead(const CopyAhead&) = delete;
   CopyAhead& operator=(const CopyAhead&) = delete;
 
-  // How many files may be handed to the workers ahead of the one in hand.
+  // How many files ahead of the one in hand may have a copy made.
   std::size_t Window() const { return window_; }
-  // The next file of the list; files are numbered from 0 in the order they are added.
-  void Add(CopyOrder order);
-  // Passes over the files up to index (excluded): the run's thread copies them itself.
-  void SkipTo(std::size_t index);
-  std::size_t Added() const;  // the number of the next file to add
+  // How many files may be handed to the workers ahead of the one in hand: they look up files
+  // further ahead than they copy, and are woken once per batch of files, not once per file.
+  static constexpr std::size_t kLookAhead = 64;
+  // The next files of the list; files are numbered from 0 in the order they are added.
+  void Add(std::vector<CopyOrder> orders);
   // The copy of file index when it was made (waits while a worker is making it); nothing
   // otherwise, and a file not begun yet is left to the caller. The files before index are
   // dropped: indexes are asked in increasing order.
   std::optional<PreparedCopy> Take(std::size_t index);
+  // What a worker looked up for file index; nothing when no worker is through with that yet
+  // (the caller looks itself: cheaper than waiting). The files before index are dropped, as
+  // by Take.
+  std::optional<LookedUp> Looked(std::size_t index);
 
  private:
-  enum class State { Queued, Working, Done };
+  enum class State { Queued, Working, Done };  // Working: looked up, its copy not made yet
   struct Slot {
     std::size_t index;
     CopyOrder order;
     State state = State::Queued;
+    std::optional<LookedUp> looked;  // set before the copy is begun
     std::optional<PreparedCopy> copy;
   };
   void Work();
-  std::optional<PreparedCopy> Prepare(const CopyOrder& order);
+  void Finish(Slot& slot, std::unique_lock<std::mutex>& lock);
+  std::shared_ptr<Slot> Drop(std::size_t index);  // the slots before index; slot index if there
+  LookedUp LookUp(const CopyOrder& order) const;
+  std::optional<PreparedCopy> Prepare(const CopyOrder& order, const LookedUp& looked);
   int Anchor();  // opened by the first worker that finds the folder
 
   std::string anchorPath_;
   FaultPoints* faults_;
+  const FileSystem* run_;
   std::size_t window_;
   mutable std::mutex mutex_;
-  std::condition_variable work_, done_;
+  std::condition_variable work_, done_, near_;
   std::deque<std::shared_ptr<Slot>> slots_;  // not taken yet; a worker keeps its own
   std::size_t claimed_ = 0;  // the slots at the front that a worker has looked at
   std::size_t added_ = 0;
+  std::size_t reached_ = 0;  // the file the run has in hand
   bool stopping_ = false;
   std::mutex anchorMutex_;
   UniqueFd anchor_;

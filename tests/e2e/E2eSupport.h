@@ -19,6 +19,7 @@
 
 #include <algorithm>
 #include <chrono>
+#include <cstdio>
 #include <cstdlib>
 #include <ctime>
 #include <filesystem>
@@ -207,6 +208,47 @@ inline Tree Files(const fs::path& root) {
   for (const auto& e : fs::recursive_directory_iterator(root)) {
     std::error_code ec;
     if (e.is_regular_file(ec) && !e.is_symlink(ec)) out[fs::relative(e.path(), root).string()] = Get(e.path());
+  }
+  return out;
+}
+
+// What python's zipfile reads of each entry of an archive: name, time, attributes, CRC, size,
+// method, flags, versions and extra fields, not how its data was deflated (which differs
+// between the workers' deflate and the zip library's).
+inline std::string ZipListing(const fs::path& archive) {
+  const std::string cmd = "python3 -I -c 'import zipfile,sys\n"
+                          "for i in zipfile.ZipFile(sys.argv[1]).infolist(): print(i.filename, "
+                          "i.date_time, i.external_attr, i.CRC, i.file_size, i.compress_type, i.flag_bits, "
+                          "i.create_system, i.create_version, i.extract_version, i.internal_attr, "
+                          "i.extra.hex())' " + Quote(archive.string()) + " 2>&1";
+  std::string out;
+  if (FILE* pipe = ::popen(cmd.c_str(), "r")) {
+    char buf[4096];
+    for (std::size_t n; (n = std::fread(buf, 1, sizeof buf, pipe)) > 0;) out.append(buf, n);
+    ::pclose(pipe);
+  }
+  EXPECT_EQ(out.find("Error"), std::string::npos) << archive << ": " << out;  // both fail alike
+  return out;
+}
+
+// Every entry below root (links not followed): folders as "dir/" -> "", files -> contents (an
+// archive: its ZipListing). With `stat` also each entry's mode and the write time to the
+// nanosecond, but not of an archive (written now) and of folders only with folderTimes (making
+// an entry in a folder changes its time).
+inline Tree Listing(const fs::path& root, bool stat = false, bool folderTimes = true) {
+  Tree out;
+  if (!fs::exists(root)) return out;
+  for (const auto& e : fs::recursive_directory_iterator(root)) {
+    struct stat st {};
+    ::lstat(e.path().c_str(), &st);
+    const bool dir = S_ISDIR(st.st_mode), zip = S_ISREG(st.st_mode) && e.path().extension() == ".zip",
+               file = S_ISREG(st.st_mode) && !zip;
+    std::string v = file ? Get(e.path()) : zip ? ZipListing(e.path()) : "";
+    if (stat) v += "@" + std::to_string(st.st_mode);
+    if (stat && (file || (dir && folderTimes))) {
+      v += " " + std::to_string(st.st_mtim.tv_sec) + "." + std::to_string(st.st_mtim.tv_nsec);
+    }
+    out[fs::relative(e.path(), root).string() + (dir ? "/" : "")] = v;
   }
   return out;
 }

@@ -7,26 +7,6 @@ namespace {
 
 using Dates = JobFolderTest;
 
-TEST_F(Dates, BadFormatsAndImpossibleDaysAreRefusedNamingTheOption) {
-  const std::pair<std::string, std::string> bad[] = {
-      {"--date-format", "%"}, {"--date-format", "%H:%M"}, {"--date-format", "%d.%m"}, {"--date-format", "plain"},
-      {"--now", "2026-02-30 10:00:00"}, {"--now", "2026-13-01 10:00:00"}, {"--now", "yesterday"}};
-  // Each command takes the options through the same check: one command per row, in turn.
-  const char* commands[] = {"run", "list", "check"};
-  for (std::size_t i = 0; i < std::size(bad); ++i) {
-    const auto& [option, value] = bad[i];
-    SCOPED_TRACE(std::string(commands[i % 3]) + " " + option + " " + value);
-    const RunResult r = Kestrel({commands[i % 3], "jobs", option, value});
-    EXPECT_EQ(r.exitCode, 2);
-    EXPECT_NE(r.err.find(option), std::string::npos) << r.err;
-    EXPECT_NE(r.err.find("\"" + value + "\""), std::string::npos) << r.err;
-  }
-  for (const char* good : {"%d.%m.%Y", "%Y-%m-%d", "%m/%d/%y", "%x", "%F"}) {
-    EXPECT_EQ(Kestrel({"run", "jobs", "--date-format", good}).exitCode, 0) << good;
-  }
-  EXPECT_EQ(Kestrel({"run", "jobs", "--now", "2028-02-29 10:00:00"}).exitCode, 0);
-}
-
 TEST_F(Dates, AStateInAnotherFormatNeverStopsTheSchedule) {
   const struct {
     std::string state, format;

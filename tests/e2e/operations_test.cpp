@@ -1,5 +1,6 @@
 // What the host adds for operators: summaries, the text view, --log and --quiet, exit codes 3 to
-// 5, --progress, --metrics, output files that cannot be written and the lock of the job folder.
+// 5, the terminal's progress line, --metrics, output files that cannot be written and the lock
+// of the job folder.
 #include <sys/file.h>
 
 #include <regex>
@@ -127,30 +128,6 @@ TEST_F(Operations, ExitCodesSayWhyAPassFellShort) {
       EXPECT_EQ(metrics[at + gauge.size()], c.name == "fails" ? '4' : '0') << metrics;
     }
     EXPECT_TRUE(c.name != "nofolder" || Kestrel({"run-one", "jobs/nofolder.kjb"}).exitCode == 4);
-  }
-}
-
-// The job's program holds the pass until the file "go" appears: a status line on stderr comes
-// while it waits when asked for, and only then.
-TEST_F(Operations, ProgressLinesOnlyWhenAsked) {
-  const fs::path go = dir_ / "go", err = dir_ / "err", out = dir_ / "out";
-  Put(dir_ / "wait.sh", "#!/bin/sh\nfor i in $(seq 2000); do [ -e \"$1\" ] && exit 0; sleep 0.05; done\n");
-  fs::permissions(dir_ / "wait.sh", fs::perms::owner_all);
-  WriteJob(kDue + ("ExecDo=1\nExecution=0\nExecWait=1\nExecMaxSec=600\nExecPath=" + (dir_ / "wait.sh").string() +
-                   "\nExecParam=" + go.string() + "\n"));
-  const std::string line = "kestrel: progress: a.kjb: file ";
-  for (const bool asked : {true, false}) {
-    fs::remove(go);
-    std::vector<std::string> args{"run", "jobs"};
-    if (asked) args.insert(args.end(), {"--progress", "1"});
-    const pid_t pid = StartKestrel(args, dir_.root(), {.outFile = out.string(), .errFile = err.string()});
-    ASSERT_TRUE(Eventually([&] { return Get(out).find("a: Starte Auftrag") != std::string::npos; }));
-    // Unasked, two seconds of waiting must give no line; asked, the line itself ends the wait.
-    if (!asked) std::this_thread::sleep_for(std::chrono::seconds(2));
-    EXPECT_TRUE(!asked || Eventually([&] { return Get(err).find(line) != std::string::npos; })) << Get(err);
-    Put(go, "");
-    EXPECT_EQ(WaitFor(pid).exitCode, 0);
-    EXPECT_EQ(Get(err).find(line) != std::string::npos, asked) << Get(err);
   }
 }
 

@@ -38,29 +38,49 @@ class RunTest : public JobFolderTest {
   }
 };
 
-TEST_F(RunTest, BadCommandLinesExitTwo) {
-  for (const std::vector<std::string>& args : std::vector<std::vector<std::string>>{
-           {"run"}, {"run", ""}, {"run", "jobs", "--bogus"}, {"run", "jobs", "--events", "xml"},
-           {"run", "jobs", "--on-error", "maybe"}, {"run-one", "jobs/a.kjb", "--verbose"},
-           {"daemon", "jobs", "--every", "0"}, {"run", "jobs", "--log", (dir_ / "no/such/log.txt").string()},
-           {"list"}, {"list", ".", "--events", "xml"}}) {
-    const RunResult r = Kestrel(args);
-    EXPECT_EQ(r.exitCode, 2) << args.back();
-    EXPECT_EQ(r.out, "") << args.back();
-    EXPECT_NE(r.err, "") << args.back();
+// Command lines and what they give: the exit code, a part of stdout and the parts of stderr
+// (empty: nothing there). A bad one exits 2 naming what is wrong; a missing or empty job folder
+// is no error. The date options go through one check in each command.
+TEST_F(RunTest, CommandLines) {
+  const std::string noLog = (dir_ / "no/such/log.txt").string(), missing = (dir_ / "missing").string();
+  const struct {
+    Lines args;
+    int exit;
+    std::string out;
+    Lines err;
+  } cases[] = {
+      {{"run"}, 2, "", {"JOBDIR"}},
+      {{"run", ""}, 2, "", {"JOBDIR"}},
+      {{"run", "jobs", "--bogus"}, 2, "", {"--bogus"}},
+      {{"run", "jobs", "--events", "xml"}, 2, "", {"xml"}},
+      {{"run", "jobs", "--on-error", "maybe"}, 2, "", {"maybe"}},
+      {{"run-one", "jobs/a.kjb", "--verbose"}, 2, "", {"--verbose"}},
+      {{"daemon", "jobs", "--every", "0"}, 2, "", {"--every"}},
+      {{"run", "jobs", "--log", noLog}, 2, "", {noLog}},
+      {{"list"}, 2, "", {"JOBDIR"}},
+      {{"list", ".", "--events", "xml"}, 2, "", {"xml"}},
+      {{"run", "jobs", "--date-format", "%"}, 2, "", {"--date-format", "\"%\""}},
+      {{"list", "jobs", "--date-format", "%H:%M"}, 2, "", {"--date-format", "\"%H:%M\""}},
+      {{"check", "jobs", "--date-format", "%d.%m"}, 2, "", {"--date-format", "\"%d.%m\""}},
+      {{"run", "jobs", "--date-format", "plain"}, 2, "", {"--date-format", "\"plain\""}},
+      {{"list", "jobs", "--now", "2026-02-30 10:00:00"}, 2, "", {"--now", "\"2026-02-30 10:00:00\""}},
+      {{"check", "jobs", "--now", "2026-13-01 10:00:00"}, 2, "", {"--now", "\"2026-13-01 10:00:00\""}},
+      {{"run", "jobs", "--now", "yesterday"}, 2, "", {"--now", "\"yesterday\""}},
+      {{"list", "--help"}, 0, "Examples:", {}},
+      {{"run", "jobs", "--events", "jsonl", "--now", "2028-02-29 10:00:00"}, 0, "", {}},
+      {{"run", missing, "--events", "jsonl"}, 0, "", {}},
+      {{"list", "jobs", "--events", "jsonl"}, 0, "", {}},
+      {{"list", missing, "--events", "jsonl"}, 0, "", {}},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(::testing::PrintToString(c.args));
+    const RunResult r = Kestrel(c.args);
+    EXPECT_EQ(r.exitCode, c.exit);
+    EXPECT_TRUE(c.out.empty() ? r.out.empty() : r.out.find(c.out) != std::string::npos) << r.out;
+    EXPECT_TRUE(c.err.empty() ? r.err.empty() : Count({r.err}, "", c.err) == 1) << r.err;
   }
-  const RunResult help = Kestrel({"list", "--help"});
-  EXPECT_EQ(help.exitCode, 0);
-  EXPECT_NE(help.out.find("Examples:"), std::string::npos);
-}
-
-TEST_F(RunTest, AMissingOrEmptyJobFolderIsNoError) {
-  for (const char* command : {"run", "list"}) {
-    for (const fs::path& folder : {jobs(), dir_ / "missing"}) {
-      const RunResult r = Kestrel({command, folder.string(), "--events", "jsonl"});
-      EXPECT_EQ(r.exitCode, 0) << command << folder;
-      EXPECT_EQ(r.out + r.err, "") << command << folder;
-    }
+  for (const char* good : {"%d.%m.%Y", "%Y-%m-%d", "%m/%d/%y", "%x", "%F"}) {
+    EXPECT_EQ(Kestrel({"run", "jobs", "--date-format", good}).exitCode, 0) << good;
   }
 }
 
@@ -73,9 +93,13 @@ TEST_F(RunTest, JsonlStreamAndJobFileAfterwards) {
                   "\"IntervalType\":0,\"IntervalTimeType\":0,\"IntervalTime\":\"00:00:00\",\"IntervalDate\":"
                   "\"22.11.2026\",\"IntervalWeekDay\":0,\"IntervalMonthDay\":1}"});
   EXPECT_EQ(Value(jobs() / "a.kjb", "Counter"), "1");
-  // Given with a trailing "/" the folder is the same.
-  r = Kestrel(At({"run", "jobs/", "--events", "jsonl"}));
+  // Given with a trailing "/" the folder is the same; the trace names each procedure.
+  r = Kestrel(At({"run", "jobs/", "--events", "jsonl", "--trace", (dir_ / "trace.txt").string()}));
   EXPECT_EQ(r.exitCode, 0) << r.err;
+  for (const char* part : {" START FAILSAFE 6.60 LITE 22.11.2026,10:00:0",
+                           "] ->clsKestrel : Sub ExecuteAllJobs : (sJobDir=jobs/, ", "] <-\tclsKestrel : Sub DriveJob : "}) {
+    EXPECT_NE(Get(dir_ / "trace.txt").find(part), std::string::npos) << part;
+  }
   const auto lines = DriverEvents(r.out);
   ASSERT_EQ(lines.size(), 4u) << r.out;
   EXPECT_EQ(lines[1], "{\"event\":\"LogMessage\",\"LogMsg\":\"a: Starte Auftrag\",\"MsgID\":3,\"bView\":true,"
@@ -169,7 +193,10 @@ TEST_F(RunTest, TrapErrorsGoToStderrAndTheErrorLog) {
   fs::remove(dir_ / "error.log");
   EXPECT_EQ(Kestrel({"run", "jobs", "--error-log", "trap.txt"}).exitCode, 3);
   EXPECT_NE(Get(dir_ / "trap.txt").find("program error"), std::string::npos);
-  for (const char* command : {"list", "check"}) EXPECT_EQ(Kestrel({command, "jobs"}).exitCode, 1) << command;
+  const RunResult list = Kestrel({"list", "jobs", "--events", "jsonl"});
+  EXPECT_TRUE(list.exitCode == 1 && list.out.empty()) << list.out;
+  EXPECT_TRUE(list.err.find("a.kjb") != std::string::npos && list.err.find("Counter") != std::string::npos) << list.err;
+  EXPECT_EQ(Kestrel({"check", "jobs"}).exitCode, 1);
   EXPECT_FALSE(fs::exists(dir_ / "error.log"));
   WriteJob(kDue);
   const RunResult clean = Kestrel({"run", "jobs", "--error-log", "none.txt"});
@@ -178,36 +205,38 @@ TEST_F(RunTest, TrapErrorsGoToStderrAndTheErrorLog) {
   EXPECT_FALSE(fs::exists(dir_ / "none.txt"));
 }
 
-TEST_F(RunTest, TraceFile) {
-  WriteJob("DoPreview=0\nCounter=1\n");
-  const RunResult r = Kestrel(At({"run", "jobs", "--trace", (dir_ / "trace.txt").string()}));
-  EXPECT_EQ(r.exitCode, 0) << r.err;
-  const std::string trace = Get(dir_ / "trace.txt");
-  for (const char* part : {" START FAILSAFE 6.60 LITE 22.11.2026,10:00:0",
-                           "] ->clsKestrel : Sub ExecuteAllJobs : (sJobDir=jobs/, ",
-                           "] <-\tclsKestrel : Sub DriveJob : "}) {
-    EXPECT_NE(trace.find(part), std::string::npos) << part;
-  }
-}
-
 // The job's program holds the pass until the file "go" appears. The job's first line reaches
 // the reader of stdout while the pass waits (its output is buffered, but never held back over a
-// wait); a SIGINT then ends the job with "t2", never with "t6".
-TEST_F(RunTest, SigintDuringAPassStopsItWith130) {
-  const fs::path go = dir_ / "go", out = dir_ / "out";
+// wait). Asked for, a status line comes on stderr while it waits, and only then; a SIGINT ends
+// the job with "t2", never with "t6", and the pass with 130.
+TEST_F(RunTest, AHeldPassShowsProgressOnlyWhenAskedAndStopsOnSigint) {
+  const fs::path go = dir_ / "go", out = dir_ / "out", err = dir_ / "err";
   WriteJob(Program("for i in $(seq 2000); do [ -e \"$1\" ] && exit 0; sleep 0.05; done\n", go.string(),
                    "Execution=0\nExecMaxSec=600\n"));
-  const pid_t pid = StartKestrel(At({"run", "jobs", "--events", "jsonl"}), dir_.root(), {.outFile = out.string()});
-  ASSERT_TRUE(Eventually([&] { return Catches(pid, SIGINT); }));
-  ASSERT_TRUE(Eventually([&] { return Get(out).find("a: Starte Auftrag") != std::string::npos; }));
-  ASSERT_EQ(::kill(pid, SIGINT), 0);
-  // The handler is installed to run once: when it no longer catches, it has seen the signal.
-  ASSERT_TRUE(Eventually([&] { return !Catches(pid, SIGINT); }));
-  Put(go, "");
-  EXPECT_EQ(WaitFor(pid).exitCode, 130);
-  EXPECT_NE(Get(out).find("\"LogMsg\":\"a: Aktion 'Aufträge ausführen' abgebrochen\",\"MsgID\":2"),
-            std::string::npos);
-  EXPECT_EQ(Get(out).find("Auftrag ausgeführt"), std::string::npos);
+  const std::string progress = "kestrel: progress: a.kjb: file ";
+  const auto said = [](const fs::path& file, const std::string& text) { return Get(file).find(text) != std::string::npos; };
+  for (const bool asked : {false, true}) {
+    SCOPED_TRACE(asked);
+    fs::remove(go);
+    Lines args = At({"run", "jobs", "--events", "jsonl"});
+    if (asked) args.insert(args.end(), {"--progress", "1"});
+    const pid_t pid = StartKestrel(args, dir_.root(), {.outFile = out.string(), .errFile = err.string()});
+    ASSERT_TRUE(Eventually([&] { return Catches(pid, SIGINT); }));
+    ASSERT_TRUE(Eventually([&] { return said(out, "a: Starte Auftrag"); }));
+    // Unasked, two seconds of waiting must give no line; asked, the line itself ends the wait.
+    if (!asked) std::this_thread::sleep_for(std::chrono::seconds(2));
+    EXPECT_TRUE(!asked || Eventually([&] { return said(err, progress); })) << Get(err);
+    if (asked) {
+      ASSERT_EQ(::kill(pid, SIGINT), 0);
+      // The handler is installed to run once: when it no longer catches, it has seen the signal.
+      ASSERT_TRUE(Eventually([&] { return !Catches(pid, SIGINT); }));
+    }
+    Put(go, "");
+    EXPECT_EQ(WaitFor(pid).exitCode, asked ? 130 : 0);
+    EXPECT_EQ(said(err, progress), asked) << Get(err);
+    EXPECT_EQ(said(out, "\"LogMsg\":\"a: Aktion 'Aufträge ausführen' abgebrochen\",\"MsgID\":2"), asked);
+    EXPECT_EQ(said(out, "Auftrag ausgeführt"), !asked);
+  }
 }
 
 // Passes follow each other at the interval; SIGHUP reopens the log (after a rotation); SIGTERM

@@ -27,19 +27,6 @@
 
 namespace orvKestrel::testing {
 
-// Deterministic bytes that do not compress to nothing.
-inline std::string Bytes(std::size_t n, unsigned seed) {
-  std::string out(n, '\0');
-  std::uint32_t x = seed * 2654435761u + 1;
-  for (char& c : out) {
-    x ^= x << 13;
-    x ^= x >> 17;
-    x ^= x << 5;
-    c = static_cast<char>(x % 61 + 'A');
-  }
-  return out;
-}
-
 struct Scenario {
   const char* name;
   const char* keys;                             // the job's own keys
@@ -54,13 +41,6 @@ struct Scenario {
 
 // A scenario by its name in the test names ctest lists, not as bytes.
 inline void PrintTo(const Scenario& s, std::ostream* os) { *os << s.name; }
-
-inline const char* OpName(FaultOp op) {
-  static constexpr std::array<const char*, 11> kNames = {
-      "open", "read", "write", "rename", "unlink", "copy", "statvfs", "set times",
-      "set attributes", "trash", "list"};
-  return kNames[static_cast<std::size_t>(op)];
-}
 
 // Every file below root/src and root/dst, relative to root, with its contents. An archive
 // stands for its entries and their contents: its bytes may differ between two runs that put

@@ -50,33 +50,28 @@ job Sleeper(const std::string& pidFile, int wait, int maxSec) {
   return Program("echo", "$$ > " + pidFile + "; exec sleep 5", wait, maxSec);
 }
 
-// The state letter of a process ('Z' for a zombie), or 0 when it is gone.
-char ProcState(pid_t pid) {
-  const std::string stat = ReadFile("/proc/" + std::to_string(pid) + "/stat");
-  const auto close = stat.rfind(')');
-  return close == std::string::npos || close + 2 >= stat.size() ? 0 : stat[close + 2];
-}
-
 // The program whose pid a Sleeper wrote; killed when the test ends.
 class LeftRunning {
  public:
   explicit LeftRunning(const std::string& pidFile) {
     for (int i = 0; i < 200 && pid_ < 0; ++i, std::this_thread::sleep_for(5ms)) {
-      const std::string text = ReadFile(pidFile);
-      if (!text.empty() && text.back() == '\n') pid_ = std::stoi(text);
+      if (const std::string text = ReadFile(pidFile); text.ends_with('\n')) pid_ = std::stoi(text);
     }
   }
   ~LeftRunning() {
     if (pid_ > 0) ::kill(pid_, SIGKILL);
   }
-  bool Running() const { return pid_ > 0 && ProcState(pid_) != 0 && ProcState(pid_) != 'Z'; }
+  // Its state letter ('Z' for a zombie), or 0 when it is gone.
+  char State() const {
+    const std::string stat = ReadFile("/proc/" + std::to_string(pid_) + "/stat");
+    const auto close = stat.rfind(')');
+    return pid_ <= 0 || close == std::string::npos || close + 2 >= stat.size() ? 0 : stat[close + 2];
+  }
   // Kills it and answers whether it then vanished, i.e. was reaped and left no zombie.
   bool KillAndVanish() {
     ::kill(pid_, SIGKILL);
-    for (int i = 0; i < 200; ++i, std::this_thread::sleep_for(5ms)) {
-      if (ProcState(pid_) == 0) return true;
-    }
-    return false;
+    for (int i = 0; i < 200 && State() != 0; ++i) std::this_thread::sleep_for(5ms);
+    return State() == 0;
   }
 
  private:
@@ -116,7 +111,8 @@ TEST(clsCmd, WaitsForTheProgramUpToItsLimitAndNeverKillsIt) {
     EXPECT_TRUE(rec.boxes.empty());
     if (!c.sleeper) continue;
     LeftRunning program(dir / "pid");
-    ASSERT_TRUE(program.Running());
+    ASSERT_NE(program.State(), 0);
+    ASSERT_NE(program.State(), 'Z');
     if (c.wait == 0 || c.pastLimit) {
       EXPECT_TRUE(program.KillAndVanish()) << "left a zombie";
     }

@@ -97,7 +97,8 @@ TEST_F(ErrorTrapTest, AnswersDecideHowTheProcedureGoesOn) {
   EXPECT_THAT(ReadFile(dir_ / "error.log"), ::testing::HasSubstr("#51 (boom)"));
 }
 
-// Parameters are rebuilt at leave: the outer procedure's value changed in between.
+// Parameters are rebuilt at leave: the outer procedure's value changed in between. The depth
+// never falls below zero.
 TEST_F(ErrorTrapTest, TraceLinesOfNestedProcedures) {
   Trace();
   {
@@ -123,17 +124,13 @@ TEST_F(ErrorTrapTest, TraceLinesOfNestedProcedures) {
   EXPECT_THAT(lines_[4], MatchesRegex(stamp + "<-\tmodDiskFree : Function GetDiskFree : \\(\\)\r\n"));
   EXPECT_THAT(lines_[5], MatchesRegex("\\[" + app + "\\] \\[00004\\] \\[00000\\.[0-9]{3}\\] "
                                       "<-clsKestrel : Sub ExecuteAllJobs : \\(sJobDir=/j/, bVerbose=<Optional>True\\)\r\n"));
-}
-
-TEST_F(ErrorTrapTest, DepthNeverFallsBelowZero) {
-  Trace();
+  // A leave without an enter pushes the next enter neither left of column 0 nor right.
   trap_.Leave("m", "Sub Unmatched", "()");
   trap_.Leave("m", "Sub Unmatched", "()");
   trap_.Enter("m", "Sub A", "()");
-  ASSERT_EQ(lines_.size(), 4u);
-  EXPECT_NE(lines_[2].find("] <-m : Sub Unmatched"), std::string::npos);
-  // A leave without an enter does not push the next enter to the left of column 0 or right.
-  EXPECT_NE(lines_[3].find("] ->m : Sub A"), std::string::npos);
+  ASSERT_EQ(lines_.size(), 9u);
+  EXPECT_NE(lines_[7].find("] <-m : Sub Unmatched"), std::string::npos);
+  EXPECT_NE(lines_[8].find("] ->m : Sub A"), std::string::npos);
 }
 
 }  // namespace

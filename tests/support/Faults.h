@@ -7,8 +7,6 @@
 #include "platform/FaultPoints.h"
 
 #include <array>
-#include <atomic>
-#include <cstddef>
 #include <functional>
 #include <mutex>
 #include <thread>
@@ -25,24 +23,22 @@ class Faults : public FaultPoints {
   // change a file at the last moment before the engine acts on it.
   void Before(FaultOp op, int n, std::function<void()> action) { Set(op, n, 0, std::move(action)); }
   int Check(FaultOp op) override {
-    std::function<void()> action;
-    {
-      const std::scoped_lock lock(mutex_);
-      if (++calls_[Index(op)] != n_ || op != op_) return 0;
-      action = action_;
-      firedOn_ = std::this_thread::get_id();
-      fired_ = true;
-    }
+    std::unique_lock lock(mutex_);
+    if (++calls_[static_cast<std::size_t>(op)] != n_ || op != op_) return 0;
+    firedOn_ = std::this_thread::get_id();
+    const auto action = action_;
+    const int err = err_;
+    lock.unlock();
     if (action) action();  // outside the lock: it may touch files the engine watches
-    return err_;
+    return err;
   }
   // How many calls of op were counted since the last Arm/Disarm.
   int Calls(FaultOp op) const {
     const std::scoped_lock lock(mutex_);
-    return calls_[Index(op)];
+    return calls_[static_cast<std::size_t>(op)];
   }
-  bool Fired() const { return fired_; }
-  // The thread that made the failing call (a worker's, or the run's own).
+  bool Fired() const { return FiredOn() != std::thread::id{}; }
+  // The thread that made the failing call (a worker's, or the run's own); none before it fired.
   std::thread::id FiredOn() const {
     const std::scoped_lock lock(mutex_);
     return firedOn_;
@@ -57,17 +53,13 @@ class Faults : public FaultPoints {
     err_ = err;
     action_ = std::move(action);
     firedOn_ = {};
-    fired_ = false;
   }
-  static std::size_t Index(FaultOp op) { return static_cast<std::size_t>(op); }
   mutable std::mutex mutex_;
   std::array<int, static_cast<std::size_t>(FaultOp::Count)> calls_{};
   FaultOp op_ = FaultOp::Count;
-  int n_ = 0;
-  std::atomic<int> err_ = 0;
+  int n_ = 0, err_ = 0;
   std::function<void()> action_;
   std::thread::id firedOn_;
-  std::atomic<bool> fired_ = false;
 };
 
 }  // namespace orvKestrel::testing

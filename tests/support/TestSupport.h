@@ -18,6 +18,7 @@
 #include <sstream>
 #include <stdexcept>
 #include <string>
+#include <tuple>
 #include <vector>
 
 namespace orvKestrel::testing {
@@ -33,8 +34,7 @@ class TempDir {
   }
   ~TempDir() {
     std::error_code ec;
-    std::filesystem::permissions(path_, std::filesystem::perms::owner_all,
-                                 std::filesystem::perm_options::add, ec);
+    std::filesystem::permissions(path_, std::filesystem::perms::owner_all, std::filesystem::perm_options::add, ec);
     std::filesystem::remove_all(path_, ec);
   }
   TempDir(const TempDir&) = delete;
@@ -87,13 +87,8 @@ inline std::time_t WriteTime(const std::string& path) {
 // Seconds since the epoch of a local date and time.
 inline std::time_t LocalTime(int y, int mo, int d, int h = 0, int mi = 0, int s = 0) {
   std::tm tm{};
-  tm.tm_year = y - 1900;
-  tm.tm_mon = mo - 1;
-  tm.tm_mday = d;
-  tm.tm_hour = h;
-  tm.tm_min = mi;
-  tm.tm_sec = s;
-  tm.tm_isdst = -1;
+  std::tie(tm.tm_year, tm.tm_mon, tm.tm_mday, tm.tm_hour, tm.tm_min, tm.tm_sec, tm.tm_isdst) =
+      std::tuple(y - 1900, mo - 1, d, h, mi, s, -1);  // -1: the zone decides on summer time
   return std::mktime(&tm);
 }
 
@@ -205,15 +200,13 @@ class RecordingEvents : public IKestrelEvents {
     counters.emplace_back(lAllFiles, lCurrFile);
     if (onCounter) onCounter(lAllFiles, lCurrFile);
   }
-  // The texts of the logged lines, in order.
-  std::vector<std::string> Texts() const {
-    std::vector<std::string> out;
-    for (const auto& l : lines) out.push_back(l.text);
-    return out;
-  }
-  std::vector<std::int16_t> Ids() const {
-    std::vector<std::int16_t> out;
-    for (const auto& l : lines) out.push_back(l.id);
+  // The texts (numbers) of the logged lines, in order.
+  std::vector<std::string> Texts() const { return Each(&LoggedLine::text); }
+  std::vector<std::int16_t> Ids() const { return Each(&LoggedLine::id); }
+  template <class T>
+  std::vector<T> Each(T LoggedLine::*field) const {
+    std::vector<T> out;
+    for (const auto& l : lines) out.push_back(l.*field);
     return out;
   }
   std::vector<LoggedLine> lines;

@@ -22,22 +22,17 @@ class Compression : public Rig {
   void SetUp() override {
     if (!HaveTool("python3")) GTEST_SKIP() << "python3 is not installed (scripts/setup.sh)";
   }
-  // Entry names of an archive as python's zipfile reads them.
-  Strings Names(const std::string& archive) {
-    Strings names;
-    for (const auto& e : PyEntries(tmp, archive)) names.push_back(e.substr(0, e.find('|')));
-    return names;
-  }
   struct Row {
+    bool preview;
     const char* name;
     std::function<void(job&)> set;
-    // "s/..." and "d/..." files: "DIR" a folder, "zip:a,b" an archive of those entries.
+    // "s/..." and "d/..." files: "DIR" a folder, "zip:a" an archive of the entry a.
     std::vector<std::pair<const char*, const char*>> files;
     Strings lines;          // {s} and {d} stand for the folders; see ExpectLines
     std::string after;      // the trees afterwards; a preview must leave them as they were
     const char* counters = nullptr;  // "all/current ...", nullptr: not looked at
   };
-  void Check(const Row& r, bool preview) {
+  void Check(const Row& r) {
     SCOPED_TRACE(r.name);
     for (const std::string& root : {src, dst}) {
       fs::remove_all(root);
@@ -53,32 +48,21 @@ class Compression : public Rig {
       if (text == "DIR") {
         fs::create_directories(path);
       } else if (text.starts_with("zip:")) {
-        std::map<std::string, std::string> entries;
-        for (const auto& name : Split(text.substr(4))) entries[name] = name;
-        MakeArchive(path, entries);
+        MakeArchive(path, {{text.substr(4), text.substr(4)}});
       } else {
         WriteFile(path, text);
       }
       if (rel[0] == 's') files.push_back(path);
     }
     const std::string before = Tree();
-    preview ? Zip_Preview(run, svc, files) : Zip_Files(run, svc, files);
+    r.preview ? Zip_Preview(run, svc, files) : Zip_Files(run, svc, files);
     ExpectLines(r.lines, Lines());
-    EXPECT_EQ(Tree(), preview ? before : r.after);
+    EXPECT_EQ(Tree(), r.preview ? before : r.after);
     if (r.counters != nullptr) {
       std::string text;
       for (const auto& [all, curr] : rec.counters) text += (text.empty() ? "" : " ") + std::to_string(all) + "/" + std::to_string(curr);
       EXPECT_EQ(text, r.counters);
     }
-  }
-  static Strings Split(const std::string& list) {
-    Strings out;
-    for (std::size_t at = 0; at <= list.size();) {
-      const auto comma = std::min(list.find(',', at), list.size());
-      out.push_back(list.substr(at, comma - at));
-      at = comma + 1;
-    }
-    return out;
   }
 };
 
@@ -86,79 +70,69 @@ const auto kAll = [](job&) {};
 const auto kExist = [](std::int16_t e) { return [=](job& j) { j.Exist = e; }; };
 const auto kSingle = [](std::int16_t e) { return [=](job& j) { j.ZipAll = 1, j.Exist = e; }; };
 
-// "All" mode: one archive named after the job; its first file gets no line of its own.
-TEST_F(Compression, AllModeByPolicy) {
+// Each row: the files, the job's keys, the lines, the trees afterwards (a preview must leave
+// them as they were).
+TEST_F(Compression, ByModePolicyAndPreview) {
   const Row rows[] = {
-      {"one file", kAll, {{"s/a.txt", "a"}}, {"Datei gefunden: 1"}, "d/job.zip=[a.txt] s/a.txt=a", ""},
-      {"further files", kAll, {{"s/a.txt", "a"}, {"s/sub/b.txt", "b"}, {"s/sub/deep/c.txt", "c"}},
+      // "All" mode: one archive named after the job; its first file gets no line of its own.
+      {false, "one file", kAll, {{"s/a.txt", "a"}}, {"Datei gefunden: 1"}, "d/job.zip=[a.txt] s/a.txt=a", ""},
+      {false, "further files", kAll, {{"s/a.txt", "a"}, {"s/sub/b.txt", "b"}, {"s/sub/deep/c.txt", "c"}},
        {"Dateien gefunden: 3", "Hinzufügen: {s}sub/b.txt nach {d}job.zip",
         "Hinzufügen: {s}sub/deep/c.txt nach {d}job.zip"},
        "d/job.zip=[a.txt,b.txt,c.txt] s/a.txt=a s/sub/b.txt=b s/sub/deep/c.txt=c", "3/2 3/3"},
       // The inner structure is taken from the parent of From (e2e), or below From when it ends
       // in "/".
-      {"inner structure below From", [](job& j) { j.ZipIntStruct = 1, j.From += "/"; },
+      {false, "inner structure below From", [](job& j) { j.ZipIntStruct = 1, j.From += "/"; },
        {{"s/a.txt", "a"}, {"s/sub/b.txt", "b"}}, {"..."}, "d/job.zip=[a.txt,sub/b.txt] s/a.txt=a s/sub/b.txt=b"},
-      {"0 with an archive does nothing", [](job& j) { j.ZipDelComp = 1; },
+      {false, "0 with an archive does nothing", [](job& j) { j.ZipDelComp = 1; },
        {{"s/a.txt", "a"}, {"s/b.txt", "b"}, {"d/job.zip", "not touched"}},
        {"Dateien gefunden: 2", "{d}job.zip existiert - Keine Aktion: "}, "d/job.zip=not touched s/a.txt=a s/b.txt=b"},
-      {"4 adds", kExist(4), {{"s/a.txt", "a"}, {"s/b.txt", "b"}, {"d/job.zip", "zip:old.txt"}}, {"..."},
+      {false, "4 adds", kExist(4), {{"s/a.txt", "a"}, {"s/b.txt", "b"}, {"d/job.zip", "zip:old.txt"}}, {"..."},
        "d/job.zip=[old.txt,a.txt,b.txt] s/a.txt=a s/b.txt=b"},
-      {"3 replaces", kExist(3), {{"s/a.txt", "a"}, {"s/b.txt", "b"}, {"d/job.zip", "zip:old.txt"}},
+      {false, "3 replaces", kExist(3), {{"s/a.txt", "a"}, {"s/b.txt", "b"}, {"d/job.zip", "zip:old.txt"}},
        {"Dateien gefunden: 2", "Gelöscht: {d}job.zip - Erstelle neue Zip Datei: {d}job.zip",
         "Hinzufügen: {s}b.txt nach {d}job.zip"},
        "d/job.zip=[a.txt,b.txt] s/a.txt=a s/b.txt=b"},
-      {"2 writes a free name", [](job& j) { j.Exist = 2, j.PickRenamer = 1; },
+      {false, "2 writes a free name", [](job& j) { j.Exist = 2, j.PickRenamer = 1; },
        {{"s/a.txt", "a"}, {"d/job.zip", "older"}}, {"..."}, "d/job.zip=older d/job_1.zip=[a.txt] s/a.txt=a"},
       // A folder stands for any path the library cannot read as a file.
-      {"what cannot be added is an error in a new archive", kAll, {{"s/a.txt", "a"}, {"s/folder.d", "DIR"}},
+      {false, "what cannot be added is an error in a new archive", kAll, {{"s/a.txt", "a"}, {"s/folder.d", "DIR"}},
        {"...", "Fehler: {s}folder.d"}, "d/job.zip=[a.txt] s/a.txt=a s/folder.d/"},
-      {"else it is not added", kExist(4), {{"s/a.txt", "a"}, {"s/folder.d", "DIR"}, {"d/job.zip", "zip:a.txt"}},
+      {false, "else it is not added", kExist(4), {{"s/a.txt", "a"}, {"s/folder.d", "DIR"}, {"d/job.zip", "zip:a.txt"}},
        {"...", "Nicht hinzugefügt: {s}folder.d"}, "d/job.zip=[a.txt] s/a.txt=a s/folder.d/"},
-  };
-  for (const Row& r : rows) Check(r, false);
-}
-
-// "Single" mode: an archive per file, named after it.
-TEST_F(Compression, SingleMode) {
-  const Row rows[] = {
-      {"names", kSingle(0), {{"s/report.txt", "r"}, {"s/README", "R"}, {"s/x.txt/a.txt", "a"}},
+      // "Single" mode: an archive per file, named after it.
+      {false, "names", kSingle(0), {{"s/report.txt", "r"}, {"s/README", "R"}, {"s/x.txt/a.txt", "a"}},
        {"Dateien gefunden: 3", "Erstelle neue Zip Datei: {s}report.txt nach {d}report.zip",
         "Erstelle neue Zip Datei: {s}README nach {d}README", "Erstelle neue Zip Datei: {s}x.txt/a.txt nach {d}a.zip"},
        "d/README=[README] d/a.zip=[a.txt] d/report.zip=[report.txt] s/README=R s/report.txt=r s/x.txt/a.txt=a",
        "3/1 3/2 3/3"},
-      {"a zero result reads as replaced and keeps the source", [](job& j) { j.ZipAll = j.ZipDelComp = 1; },
+      {false, "a zero result reads as replaced and keeps the source", [](job& j) { j.ZipAll = j.ZipDelComp = 1; },
        {{"s/folder.d", "DIR"}, {"s/b.txt", "b"}},
        {"Dateien gefunden: 2", "Ersetzt: {s}folder.d nach {d}folder.zip",
         "Erstelle neue Zip Datei: {s}b.txt nach {d}b.zip", "..."},
        "d/b.zip=[b.txt] s/folder.d/"},
-      {"the folder structure keeps the extension", [](job& j) { j.ZipAll = j.ZipExtStruct = 1; },
+      {false, "the folder structure keeps the extension", [](job& j) { j.ZipAll = j.ZipExtStruct = 1; },
        {{"s/sub/report.txt", "r"}}, {"..."}, "d/sub/report.txt.zip=[report.txt] s/sub/report.txt=r"},
-  };
-  for (const Row& r : rows) Check(r, false);
-}
-
-// Previews change nothing; only Exist 1 previews deletions (ZipDelComp alone does not,
-// although the run deletes).
-TEST_F(Compression, Preview) {
-  const Row rows[] = {
-      {"all mode", kAll, {{"s/a.txt", "a"}, {"s/b.txt", "b"}, {"s/c.txt", "c"}},
+      // Previews change nothing; only Exist 1 previews deletions (ZipDelComp alone does not,
+      // although the run deletes).
+      {true, "all mode", kAll, {{"s/a.txt", "a"}, {"s/b.txt", "b"}, {"s/c.txt", "c"}},
        {"Dateien gefunden: 3", "Würde zu Zip hinzugefügt: {s}b.txt nach {d}job.zip",
         "Würde zu Zip hinzugefügt: {s}c.txt nach {d}job.zip"}, "", "3/2 3/3"},
-      {"ZipDelComp does not", [](job& j) { j.ZipDelComp = 1; }, {{"s/a.txt", "a"}, {"s/b.txt", "b"}},
+      {true, "ZipDelComp does not", [](job& j) { j.ZipDelComp = 1; }, {{"s/a.txt", "a"}, {"s/b.txt", "b"}},
        {"Dateien gefunden: 2", "Würde zu Zip hinzugefügt: {s}b.txt nach {d}job.zip"}, ""},
-      {"0 with an archive ends the preview", kAll, {{"s/a.txt", "a"}, {"s/b.txt", "b"}, {"d/job.zip", "x"}},
+      {true, "0 with an archive ends the preview", kAll, {{"s/a.txt", "a"}, {"s/b.txt", "b"}, {"d/job.zip", "x"}},
        {"Dateien gefunden: 2", "{d}job.zipDatei existiert: "}, ""},
-      {"3 names the archive it would delete", kExist(3), {{"s/a.txt", "a"}, {"d/job.zip", "x"}},
+      {true, "3 names the archive it would delete", kExist(3), {{"s/a.txt", "a"}, {"d/job.zip", "x"}},
        {"Datei gefunden: 1", "Würde gelöscht: {d}job.zip - Erstelle neue Zip Datei: {d}job.zip"}, ""},
-      {"single, 3", kSingle(3), {{"s/a.txt", "a"}, {"d/a.zip", "x"}},
+      {true, "single, 3", kSingle(3), {{"s/a.txt", "a"}, {"d/a.zip", "x"}},
        {"Datei gefunden: 1", "Würde gelöscht: {d}a.zip", "Zip würde erstellt: {s}a.txt nach {d}a.zip"}, ""},
-      {"single names, making no folder", kSingle(0), {{"s/README", "R"}, {"s/sub/r.txt", "r"}},
+      {true, "single names, making no folder", kSingle(0), {{"s/README", "R"}, {"s/sub/r.txt", "r"}},
        {"Dateien gefunden: 2", "Zip würde erstellt: {s}README nach {d}README",
         "Zip würde erstellt: {s}sub/r.txt nach {d}r.zip"}, ""},
-      {"single with the structure", [](job& j) { j.ZipAll = j.ZipExtStruct = 1; }, {{"s/sub/r.txt", "r"}},
+      {true, "single with the structure", [](job& j) { j.ZipAll = j.ZipExtStruct = 1; }, {{"s/sub/r.txt", "r"}},
        {"...", "Zip würde erstellt: {s}sub/r.txt nach {d}sub/r.txt.zip"}, ""},
   };
-  for (const Row& r : rows) Check(r, true);
+  for (const Row& r : rows) Check(r);
 }
 
 TEST_F(Compression, AStopEndsTheRunAndKeepsWhatWasAdded) {
@@ -167,7 +141,7 @@ TEST_F(Compression, AStopEndsTheRunAndKeepsWhatWasAdded) {
     if (curr == 3) driver.StopMsg(true);
   };
   Zip_Files(run, svc, files);
-  EXPECT_EQ(Names(Dst("job.zip")), (Strings{"a.txt", "b.txt"}));
+  EXPECT_EQ(Tree(), "d/job.zip=[a.txt,b.txt] s/a.txt=data s/b.txt=data s/c.txt=data s/d.txt=data");
 }
 
 // The job's password makes AES entries, which a wrong password does not open: nothing is
@@ -215,7 +189,7 @@ TEST_F(Compression, OnlyExactlyHiddenFilesAreUnhiddenForTheCall) {
     EXPECT_EQ(Exists(Dst("job.zip")), !c.preview && !c.dryRun);
     EXPECT_TRUE(Exists(files[0]));
   }
-  EXPECT_EQ(Names(Dst("job.zip")), (Strings{".first", ".hidden", "ro-hidden"}));  // the run, last
+  EXPECT_EQ(Tree(), "d/job.zip=[.first,.hidden,ro-hidden] s/.first=data s/.hidden=data s/ro-hidden=data");  // the run, last
 }
 
 // Extraction deletes an archive only while its name leads to the file that was read.

@@ -12,10 +12,10 @@
 
 #include <algorithm>
 #include <cstdio>
-#include <ctime>
 #include <filesystem>
 #include <map>
 #include <optional>
+#include <sstream>
 #include <string>
 #include <vector>
 
@@ -53,29 +53,19 @@ inline ToolResult Python(const TempDir& dir, const std::string& script) {
   return RunTool(python + " " + Quote(path));
 }
 
-// "name|size|method|YYYY-MM-DD HH:MM:SS" per entry, in archive order, read by python's zipfile
-// (folders with their trailing "/"); a last line tells when python failed.
+// "name|size|method|seconds since the epoch of the local time stored" per entry, in archive
+// order, read by python's zipfile (folders with their trailing "/"); a last line tells when
+// python failed.
 inline std::vector<std::string> PyEntries(const TempDir& dir, const std::string& archive) {
-  const ToolResult r = Python(dir, "import zipfile\n"
+  const ToolResult r = Python(dir, "import time, zipfile\n"
                                    "for i in zipfile.ZipFile(" + Quote(archive) + ").infolist():\n"
-                                   "  print('%s|%d|%d|%04d-%02d-%02d %02d:%02d:%02d' % ((i.filename,"
-                                   " i.file_size, i.compress_type) + tuple(i.date_time)))\n");
+                                   "  print('%s|%d|%d|%d' % (i.filename, i.file_size, i.compress_type,"
+                                   " time.mktime(i.date_time + (0, 0, -1))))\n");
   std::vector<std::string> out;
-  for (std::size_t start = 0, end; start < r.output.size(); start = end + 1) {
-    end = std::min(r.output.find('\n', start), r.output.size());
-    out.push_back(r.output.substr(start, end - start));
-  }
+  std::istringstream lines(r.output);
+  for (std::string line; std::getline(lines, line);) out.push_back(line);
   if (r.status != 0) out.push_back("python failed: " + r.output);
   return out;
-}
-
-// Local time text as zip entries store it.
-inline std::string LocalStamp(std::time_t t) {
-  std::tm tm{};
-  localtime_r(&t, &tm);
-  char buf[32];
-  std::strftime(buf, sizeof buf, "%Y-%m-%d %H:%M:%S", &tm);
-  return buf;
 }
 
 // Files left anywhere below folder whose name marks them as temporary.

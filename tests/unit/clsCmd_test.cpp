@@ -10,10 +10,8 @@
 #include <gtest/gtest.h>
 
 #include <chrono>
-#include <cstdio>
 #include <set>
 #include <thread>
-#include <utility>
 
 namespace orvKestrel {
 namespace {
@@ -52,63 +50,32 @@ job Sleeper(const std::string& pidFile, int wait, int maxSec) {
   return Program("echo", "$$ > " + pidFile + "; exec sleep 5", wait, maxSec);
 }
 
-// The state letter of a process ('Z' for a zombie), or 0 when it is gone.
-char ProcState(pid_t pid) {
-  const std::string stat = ReadFile("/proc/" + std::to_string(pid) + "/stat");
-  const auto close = stat.rfind(')');
-  return close == std::string::npos || close + 2 >= stat.size() ? 0 : stat[close + 2];
-}
-
 // The program whose pid a Sleeper wrote; killed when the test ends.
 class LeftRunning {
  public:
   explicit LeftRunning(const std::string& pidFile) {
     for (int i = 0; i < 200 && pid_ < 0; ++i, std::this_thread::sleep_for(5ms)) {
-      const std::string text = ReadFile(pidFile);
-      if (!text.empty() && text.back() == '\n') pid_ = std::stoi(text);
+      if (const std::string text = ReadFile(pidFile); text.ends_with('\n')) pid_ = std::stoi(text);
     }
   }
   ~LeftRunning() {
     if (pid_ > 0) ::kill(pid_, SIGKILL);
   }
-  bool Running() const { return pid_ > 0 && ProcState(pid_) != 0 && ProcState(pid_) != 'Z'; }
+  // Its state letter ('Z' for a zombie), or 0 when it is gone.
+  char State() const {
+    const std::string stat = ReadFile("/proc/" + std::to_string(pid_) + "/stat");
+    const auto close = stat.rfind(')');
+    return pid_ <= 0 || close == std::string::npos || close + 2 >= stat.size() ? 0 : stat[close + 2];
+  }
   // Kills it and answers whether it then vanished, i.e. was reaped and left no zombie.
   bool KillAndVanish() {
     ::kill(pid_, SIGKILL);
-    for (int i = 0; i < 200; ++i, std::this_thread::sleep_for(5ms)) {
-      if (ProcState(pid_) == 0) return true;
-    }
-    return false;
+    for (int i = 0; i < 200 && State() != 0; ++i) std::this_thread::sleep_for(5ms);
+    return State() == 0;
   }
 
  private:
   pid_t pid_ = -1;
-};
-
-// Sends one of this process's descriptors into a file while in scope; Text() ends that early.
-class Capture {
- public:
-  Capture(int fd, const std::string& file) : fd_(fd), file_(file), saved_((std::fflush(nullptr), ::dup(fd))) {
-    const int out = ::open(file.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0644);
-    ::dup2(out, fd);
-    ::close(out);
-  }
-  ~Capture() { Text(); }
-  Capture(const Capture&) = delete;
-  Capture& operator=(const Capture&) = delete;
-  std::string Text() {
-    if (saved_ >= 0) {
-      std::fflush(nullptr);
-      ::dup2(saved_, fd_);
-      ::close(std::exchange(saved_, -1));
-    }
-    return ReadFile(file_);
-  }
-
- private:
-  int fd_;
-  std::string file_;
-  int saved_;
 };
 
 // How long the call waits is read from what happened in which order (the program still running
@@ -144,27 +111,36 @@ TEST(clsCmd, WaitsForTheProgramUpToItsLimitAndNeverKillsIt) {
     EXPECT_TRUE(rec.boxes.empty());
     if (!c.sleeper) continue;
     LeftRunning program(dir / "pid");
-    ASSERT_TRUE(program.Running());
+    ASSERT_NE(program.State(), 0);
+    ASSERT_NE(program.State(), 'Z');
     if (c.wait == 0 || c.pastLimit) {
       EXPECT_TRUE(program.KillAndVanish()) << "left a zombie";
     }
   }
 }
 
-TEST(clsCmd, WaitEndsWhenTheWholeCommandLineEnds) {
-  TempDir dir;
-  RecordingHost rec;
-  Host host = rec.Make();
-  job j = Program("sleep", "0.3; echo done > " + dir / "out", 1, 30);
-  const std::time_t start = host.clock.Now();
-  clsCmd(host).ShellAndWait(j);
-  EXPECT_EQ(ReadFile(dir / "out"), "done\n");
-  const std::time_t took = host.clock.Now() - start;
-  EXPECT_LT(took, 30);  // not held to the limit
-  EXPECT_GE(rec.yields, 1);
-  // Blocks between passes instead of spinning: a few passes per second it waited, however
-  // long a busy machine made that.
-  EXPECT_LE(rec.yields, 20 * (took + 1));
+// The program's stdout goes to this process's stdout, or to stderr where the host says so.
+TEST(clsCmd, WaitEndsWhenTheWholeCommandLineEndsAndOutputGoesWhereTheHostSays) {
+  for (const bool toStderr : {false, true}) {
+    SCOPED_TRACE(toStderr);
+    RecordingHost rec;
+    Host host = rec.Make();
+    host.programStdoutToStderr = toStderr;
+    job j = Program("sleep", "0.3; echo out; echo err >&2", 1, 30);
+    ::testing::internal::CaptureStdout();
+    ::testing::internal::CaptureStderr();
+    const std::time_t start = host.clock.Now();
+    clsCmd(host).ShellAndWait(j);
+    const std::string errText = ::testing::internal::GetCapturedStderr();
+    EXPECT_EQ(::testing::internal::GetCapturedStdout(), toStderr ? "" : "out\n");
+    EXPECT_EQ(errText, toStderr ? "out\nerr\n" : "err\n");
+    const std::time_t took = host.clock.Now() - start;
+    EXPECT_LT(took, 30);  // not held to the limit
+    EXPECT_GE(rec.yields, 1);
+    // Blocks between passes instead of spinning: a few passes per second it waited, however
+    // long a busy machine made that.
+    EXPECT_LE(rec.yields, 20 * (took + 1));
+  }
 }
 
 TEST(clsCmd, PathWithBlanksIsSplitByTheShell) {
@@ -199,25 +175,15 @@ TEST(clsCmd, StartFailureShowsTheMessageOnceAndReturns) {
     SCOPED_TRACE(c.name);
     RecordingHost rec;
     job j = Program(c.path, c.param, c.wait, 5);
-    {
-      Capture shellSays(2, dir / "stderr");  // the shell's own complaint
-      EXPECT_NO_THROW(clsCmd(rec.Make()).ShellAndWait(j));
-    }
+    ::testing::internal::CaptureStderr();  // the shell's own complaint
+    EXPECT_NO_THROW(clsCmd(rec.Make()).ShellAndWait(j));
+    ::testing::internal::GetCapturedStderr();
     ASSERT_EQ(rec.boxes.size(), 1u);
     EXPECT_EQ(rec.boxes[0].title, "External program error");
     EXPECT_EQ(rec.boxes[0].text,
               "Problems while executing\r\n" + c.path + "\r\nProgram has not been started!");
     EXPECT_EQ(rec.boxes[0].buttons, MessageBoxRequest::Buttons::OkOnly);
   }
-  // Without a message box the same message goes to standard error.
-  job j = Program(dir / "nothing-here", "", 1, 5);
-  Capture err(2, dir / "stderr");
-  clsCmd().ShellAndWait(j);
-  const std::string text = err.Text();
-  EXPECT_NE(text.find("kestrel: External program error: Problems while executing / " +
-                      dir / "nothing-here" + " / Program has not been started!\n"),
-            std::string::npos)
-      << text;
 }
 
 TEST(clsCmd, ProgramInheritsNoDescriptorButTheStandardOnes) {
@@ -235,22 +201,6 @@ TEST(clsCmd, ProgramInheritsNoDescriptorButTheStandardOnes) {
   for (std::string name; in >> name;) fds.insert(name);
   // 0 to 2, and 3 for the folder that ls itself reads.
   EXPECT_EQ(fds, (std::set<std::string>{"0", "1", "2", "3"}));
-}
-
-TEST(clsCmd, ProgramOutputGoesWhereTheHostSays) {
-  TempDir dir;
-  for (const bool toStderr : {false, true}) {
-    SCOPED_TRACE(toStderr);
-    Host host;
-    host.programStdoutToStderr = toStderr;
-    job j = Program("echo", "out; echo err >&2", 1, 5);
-    Capture out(1, dir / "stdout");
-    Capture err(2, dir / "stderr");
-    clsCmd(host).ShellAndWait(j);
-    const std::string errText = err.Text();
-    EXPECT_EQ(out.Text(), toStderr ? "" : "out\n");
-    EXPECT_EQ(errText, toStderr ? "out\nerr\n" : "err\n");
-  }
 }
 
 TEST(clsCmd, CallIsTraced) {

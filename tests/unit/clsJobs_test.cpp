@@ -66,13 +66,16 @@ TEST(GetJobs, ConvertsValues) {
   EXPECT_EQ(jobs.GetJobs(dir.str() + "/", "b.kjb").at(0).ZipGrade, "4");
 }
 
+// A folder gives its job files in listing order (no hidden one, no folder; a link is read);
+// a named file goes through the same test, and a missing one reads as a record of defaults,
+// like any missing key. Without a trailing separator, "jobs" + "*" lists the parent's names
+// beginning with "jobs"; the name is then joined to "jobs", where no such file is: one record
+// of defaults, nothing from inside the folder.
 TEST(GetJobs, TakesJobFilesInListingOrder) {
   TempDir dir;
-  WriteJob(dir, "x.txt");
-  WriteJob(dir, "b.kjb");
-  WriteJob(dir, "A.KJB");
-  WriteJob(dir, ".hidden.kjb");
-  WriteJob(dir, "noext");
+  for (const char* name : {"x.txt", "b.kjb", "A.KJB", ".hidden.kjb", "noext", "jobs/inside.kjb", "jobs-old.kjb"}) {
+    WriteJob(dir, name);
+  }
   std::filesystem::create_directories(dir / "folder.kjb");
   std::filesystem::create_symlink(dir / "b.kjb", dir / "link.kjb");
   clsJobs jobs(FixedHost());
@@ -82,34 +85,14 @@ TEST(GetJobs, TakesJobFilesInListingOrder) {
     if (name != ".hidden.kjb" && name != "folder.kjb") expected.push_back(name == "link.kjb" ? "b.kjb" : name);
   }
   EXPECT_EQ(Names(got), expected);
-  EXPECT_EQ(got.size(), 3u);
-}
-
-TEST(GetJobs, ANamedFileGoesThroughTheSameTest) {
-  TempDir dir;
-  WriteJob(dir, "x.txt");
-  WriteJob(dir, "b.kjb");
-  WriteJob(dir, "c.kjb");
-  clsJobs jobs(FixedHost());
-  EXPECT_EQ(Names(jobs.GetJobs(dir.str() + "/", "c.kjb")), std::vector<std::string>{"c.kjb"});
+  EXPECT_EQ(got.size(), 4u);
+  EXPECT_EQ(Names(jobs.GetJobs(dir.str() + "/", "A.KJB")), std::vector<std::string>{"A.KJB"});
   EXPECT_TRUE(jobs.GetJobs(dir.str() + "/", "x.txt").empty());
-  // A named file that is missing reads as a record of defaults, like any missing key.
   const std::vector<job> missing = jobs.GetJobs(dir.str() + "/", "gone.kjb");
   ASSERT_EQ(missing.size(), 1u);
   EXPECT_EQ(missing[0].JobName, "");
   EXPECT_EQ(missing[0].DoPreview, 1);
-}
-
-TEST(GetJobs, WithoutTrailingSeparatorTheParentIsListed) {
-  TempDir dir;
-  WriteJob(dir, "jobs/inside.kjb");
-  WriteJob(dir, "jobs-old.kjb");
-  WriteJob(dir, "other.kjb");
-  clsJobs jobs(FixedHost());
-  // "jobs" + "*" lists the parent's names beginning with "jobs"; the name is then joined to
-  // "jobs", where no such file is: one record of defaults, nothing from inside the folder.
-  const std::vector<job> got = jobs.GetJobs(dir / "jobs");
-  EXPECT_EQ(Names(got), std::vector<std::string>{""});
+  EXPECT_EQ(Names(jobs.GetJobs(dir / "jobs")), std::vector<std::string>{""});
 }
 
 // The third of five job files has a bad number: Abort stops the listing there (naming file, key

@@ -55,7 +55,9 @@ class Parallel : public JobFolderTest {
   Outcome Run(const Case& c, int jobs) {
     FreshTrees();
     if (c.prepare) c.prepare();
-    WriteJob("SubFolder=1\nFStruct=1\nInterval=1\nCounter=1\n" + c.keys, "a", src(), to_);
+    const bool flat = c.keys.find("FStruct=0") != std::string::npos;
+    WriteJob(std::string(flat ? "" : "FStruct=1\n") + "SubFolder=1\nInterval=1\nCounter=1\n" + c.keys,
+             "a", src(), to_);
     Lines options{"--jobs", std::to_string(jobs)};
     options.insert(options.end(), c.options.begin(), c.options.end());
     const RunResult r = RunJobs(options);
@@ -111,6 +113,17 @@ TEST_F(Parallel, OneWorkerAndFourGiveTheSameStreamAndTrees) {
     cases.push_back({sync + preview, {"--preview-jobs"}});
   }
   ExpectSameWithFour(cases, 12, 1);
+  // Flattened, two sources meet at one name: the second is judged by what the first left there,
+  // not by what the workers found before it.
+  const auto twins = [this] {
+    for (int i : {0, 1, 2, 5}) Put(src() / ("d1/f" + std::to_string(i) + ".txt"), "twin", kNew);
+  };
+  std::vector<Case> flat;
+  for (const std::string exist : {"Exist=0\n", "Exist=2\nPickRenamer=1\nRenameTxt=_\n",
+                                  "Exist=3\n", "Exist=4\nExtFileTime=1\n"}) {
+    flat.push_back({"Action=0\nFStruct=0\n" + exist + run, {}, twins});
+  }
+  ExpectSameWithFour(flat, 12);
   // Moves once more into another file system, where they copy and delete.
   const std::string other = orvKestrel::testing::OtherFileSystemThan(fs::temp_directory_path());
   if (other.empty()) return (void)std::printf("[ parallel ] no second file system: moves across not tested\n");

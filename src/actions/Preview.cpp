@@ -46,6 +46,7 @@
 #include "selection/Selection.h"
 
 #include <algorithm>
+#include <optional>
 #include <unordered_map>
 #include <unordered_set>
 
@@ -66,13 +67,10 @@ class FolderPreview {
   // for the last folder is kept: its files come one after another, and a preview changes
   // nothing on the disk.
   const std::string& RefusedBeneath(const std::string& root, const std::string& sub) {
-    if (!checked_ || root != checkedRoot_ || sub != checkedSub_) {
-      refused_ = s_.fs.RefusedBeneath(root, sub);
-      checkedRoot_ = root;
-      checkedSub_ = sub;
-      checked_ = true;
+    if (!checked_ || checked_->root != root || checked_->sub != sub) {
+      checked_ = Checked{root, sub, s_.fs.RefusedBeneath(root, sub)};
     }
-    return refused_;
+    return checked_->refused;
   }
 
   // path leaves its folder. With cleanUp the folders left empty are reported upwards to the
@@ -107,8 +105,10 @@ class FolderPreview {
   Services& s_;
   std::unordered_map<std::string, long> left_;
   std::unordered_set<std::string> gone_;
-  bool checked_ = false;
-  std::string checkedRoot_, checkedSub_, refused_;
+  struct Checked {
+    std::string root, sub, refused;
+  };
+  std::optional<Checked> checked_;
 };
 
 class FilePreview {

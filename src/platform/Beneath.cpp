@@ -40,26 +40,26 @@ int OpenBelow(int dir, const std::string& rel) {
   return ::openat(dir, rel.c_str(), kFolderFlags | O_NOFOLLOW);
 }
 
-[[noreturn]] void Refuse(int err, const std::string& level) {
+KestrelError Refusal(int err, const std::string& level) {
   if (err == ELOOP || err == EXDEV) {
-    throw KestrelError(ELOOP, "The destination goes through a link: " + level);
+    return KestrelError(ELOOP, "The destination goes through a link: " + level);
   }
-  if (err == ENOTDIR) throw KestrelError(ENOTDIR, "The destination is not a folder: " + level);
-  ThrowSys(err);
+  if (err == ENOTDIR) return KestrelError(ENOTDIR, "The destination is not a folder: " + level);
+  return SysError(err);
 }
 
 // Level by level from root: the slow way, taken when a level is missing or refused.
-std::shared_ptr<const DestFolder> WalkLevels(std::shared_ptr<const DestFolder> at,
-                                             const std::string& sub, bool create) {
+ErrorOr<std::shared_ptr<const DestFolder>> WalkLevels(std::shared_ptr<const DestFolder> at,
+                                                       const std::string& sub, bool create) {
   for (const std::string_view part : paths::PathParts(sub)) {
     const std::string name(part);
     const std::string path = paths::BuildPath(at->path(), name);
     int fd = OpenBelow(at->fd(), name);
     if (fd < 0 && errno == ENOENT && create) {
-      if (::mkdirat(at->fd(), name.c_str(), 0777) != 0 && errno != EEXIST) ThrowSys(errno);
+      if (::mkdirat(at->fd(), name.c_str(), 0777) != 0 && errno != EEXIST) return SysError(errno);
       fd = OpenBelow(at->fd(), name);
     }
-    if (fd < 0) Refuse(errno, path);
+    if (fd < 0) return Refusal(errno, path);
     at = std::make_shared<const DestFolder>(fd, path);
   }
   return at;
@@ -71,10 +71,11 @@ DestFolder::~DestFolder() {
   if (fd_ >= 0) ::close(fd_);
 }
 
-std::shared_ptr<const DestFolder> FileSystem::OpenBeneath(const std::string& root,
-                                                           const std::string& sub, bool create) {
+ErrorOr<std::shared_ptr<const DestFolder>> FileSystem::TryOpenBeneath(const std::string& root,
+                                                                       const std::string& sub,
+                                                                       bool create) {
   const int rootFd = ::open(root.empty() ? "." : root.c_str(), kFolderFlags);
-  if (rootFd < 0) ThrowSys(errno);
+  if (rootFd < 0) return SysError(errno);
   auto top = std::make_shared<const DestFolder>(rootFd, root);
   if (sub.empty()) return top;
   const int fd = OpenBelow(rootFd, sub);
@@ -83,13 +84,16 @@ std::shared_ptr<const DestFolder> FileSystem::OpenBeneath(const std::string& roo
   return WalkLevels(std::move(top), sub, create);
 }
 
+std::shared_ptr<const DestFolder> FileSystem::OpenBeneath(const std::string& root,
+                                                           const std::string& sub, bool create) {
+  return TryOpenBeneath(root, sub, create).Value();
+}
+
 std::string FileSystem::RefusedBeneath(const std::string& root, const std::string& sub) {
-  try {
-    OpenBeneath(root, sub, false);
-  } catch (const KestrelError& err) {
-    if (err.Number() == ELOOP || err.Number() == ENOTDIR) return err.Description();
-  }
-  return {};
+  const auto opened = TryOpenBeneath(root, sub, false);
+  if (opened) return {};
+  const int err = opened.Error().Number();
+  return err == ELOOP || err == ENOTDIR ? opened.Error().Description() : std::string();
 }
 
 void FileSystem::DeleteFile(const DestFolder& folder, const std::string& name, bool force) {

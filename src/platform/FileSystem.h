@@ -287,6 +287,8 @@ class FileSystem {
   void Gate(FaultOp op);  // throws the armed fault
   std::string ReadAll(int fd, std::size_t limit);  // to the end; more than limit bytes throws
   const PathStatus& Look(const std::string& path);
+  ErrorOr<std::shared_ptr<const DestFolder>> TryOpenBeneath(const std::string& root,
+                                                            const std::string& sub, bool create);
   void Changed(bool folders) {  // every change through this object makes what was read stale
     changes_.fetch_add(1, std::memory_order_acq_rel);
     known_.clear();

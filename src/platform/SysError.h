@@ -25,7 +25,7 @@ inline constexpr int kErrInvalidCall = 5;
 
 // An error of an operating-system call: number = errno, description = its text.
 KestrelError SysError(int err);
-// The same with the operation's path, for error lines that say what failed.
+// Throws SysError(err).
 [[noreturn]] void ThrowSys(int err);
 
 }  // namespace orvKestrel

@@ -113,20 +113,6 @@ TEST(Regressions, AFileWithALongestNameIsStillReplacedAtomically) {
   EXPECT_EQ(Names(dir.str()), std::vector<std::string>{std::string(251, 'j') + ".kjb"});
 }
 
-// The info entry of a trashed file is its name + ".trashinfo": for names beyond 245 bytes no
-// valid name, and such a file could not be deleted to the recycle bin at all.
-TEST_F(Regression, AFileWithALongestNameGoesToTheTrash) {
-  const ScopedEnv xdg("XDG_DATA_HOME", tmp / "xdg");
-  const std::string name(255, 'n');
-  const std::string file = Source(name, "data");
-  EXPECT_NO_THROW(svc.fs.Trash(file));
-  EXPECT_FALSE(Exists(file));
-  const std::string kept = tmp / ("xdg/Trash/files/" + name.substr(0, 230));
-  EXPECT_EQ(ReadFile(kept), "data");
-  EXPECT_NE(ReadFile(tmp / ("xdg/Trash/info/" + name.substr(0, 230) + ".trashinfo")).find(name),
-            std::string::npos);
-}
-
 // A source that grew while it was copied was copied as far as the copy read it, and that torn
 // copy was put in place as if it were the file.
 TEST_F(Regression, AFileThatChangesWhileItIsCopiedIsNotPutInPlace) {

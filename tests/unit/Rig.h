@@ -27,7 +27,12 @@ namespace orvKestrel::testing {
 
 inline constexpr std::time_t kOld = 1'600'000'000;
 inline constexpr std::time_t kNew = 1'700'000'000;
-inline const std::string kBig(3 * 1024 * 1024, 'x');  // larger than one copy step
+// Larger than one copy step, of an odd length, and no two steps alike.
+inline const std::string kBig = [] {
+  std::string data(3 * 1024 * 1024 + 17, '\0');
+  for (std::size_t i = 0; i < data.size(); ++i) data[i] = static_cast<char>(i * 31 % 251);
+  return data;
+}();
 
 // The names directly in a folder, sorted.
 inline std::vector<std::string> Names(const std::string& folder) {

@@ -116,7 +116,8 @@ TEST_F(Actions, CopyByPolicy) {
 }
 
 // A file that fails gets its error line and leaves no partial file nor a temporary; the list
-// goes on, and a source is never deleted after a failed replacement. (A destination that is
+// goes on, a failed replacement keeps the old destination (it was once deleted first), and a
+// source is never deleted after a failed replacement. (A destination that is
 // the source itself: the e2e safety rows, by hard link, linked folder and bind mount.)
 TEST_F(Actions, Failures) {
   const Row rows[] = {
@@ -129,7 +130,11 @@ TEST_F(Actions, Failures) {
       {"vanished", Act::Copy, kNone, {{"s/b.txt", "b"}},
        {"job: Fehler: No such file or directory -  Move files {s}gone.txt", "Kopiert: {s}b.txt nach {d}b.txt"},
        "d/b.txt=b s/b.txt=b", {"s/gone.txt", "s/b.txt"}},
-      {"failed replacement keeps the source", Act::Copy, Exist(4, 0, 1),
+      {"3: a failed replacement keeps the old destination", Act::Copy, Exist(3),
+       {{"s/a.txt", "BIG", kNew}, {"d/a.txt", "old", kOld}},
+       {"job: Fehler: Input/output error -  Move files {s}a.txt"}, "d/a.txt=old s/a.txt=BIG", {},
+       {FaultOp::Rename, 1, EIO}},
+      {"4: a failed replacement keeps the source", Act::Copy, Exist(4, 0, 1),
        {{"s/a.txt", "BIG", kNew}, {"d/a.txt", "old", kOld}},
        {"job: Fehler: Input/output error -  Move files {s}a.txt"}, "d/a.txt=old s/a.txt=BIG", {},
        {FaultOp::Write, 2, EIO}},

@@ -66,7 +66,7 @@ TEST_F(FileOpsTest, CopyAndMoveRefuseWhatTheyCannotDo) {
 
 TEST_F(FileOpsTest, FailedCopyLeavesNoPartialFileAndTheOldDestinationIntact) {
   const std::string a = Source("a.txt", kBig);
-  for (const FaultOp op : {FaultOp::Write, FaultOp::Read, FaultOp::Rename, FaultOp::SetTimes}) {
+  for (const FaultOp op : {FaultOp::Open, FaultOp::Write, FaultOp::Read, FaultOp::Rename, FaultOp::SetTimes}) {
     const int n = op == FaultOp::Write || op == FaultOp::Read ? 2 : 1;
     for (const bool overwrite : {false, true}) {
       SCOPED_TRACE(std::to_string(static_cast<int>(op)) + (overwrite ? " overwrite" : ""));

@@ -31,28 +31,6 @@ TEST(Regressions, ProfileWriteKeepsTheMeaningOfTheOtherLines) {
 
 class Regression : public Rig {};
 
-// Overwriting deleted the old destination before copying: a copy that then failed lost it.
-TEST_F(Regression, AFailedCopyOntoAnExistingFileLeavesItAsItWas) {
-  for (const FaultOp op : {FaultOp::Open, FaultOp::Read, FaultOp::Write, FaultOp::Rename}) {
-    SCOPED_TRACE(static_cast<int>(op));
-    for (const std::int16_t exist : {3, 4}) {
-      j.Exist = exist;
-      j.ExtFileTime = 1;  // compare write times
-      Source("a.txt", "newer, longer contents", kNew);  // replaces under 4 as well
-      Dest("a.txt", "old contents", kOld);
-      faults.Arm(op, 1, ENOSPC);
-      FileList list{Src("a.txt")};
-      CopyFiles(run, svc, list);
-      EXPECT_TRUE(faults.Fired()) << ::testing::PrintToString(Lines());
-      faults.Disarm();
-      EXPECT_EQ(ReadFile(Dst("a.txt")), "old contents");
-      EXPECT_TRUE(run.jobError);
-      run.jobError = false;
-    }
-  }
-  EXPECT_EQ(Names(dst), std::vector<std::string>{"a.txt"});  // no temporary file left
-}
-
 // The removal pass of a synchronisation took a primary folder it could not list for an empty
 // one, and deleted the secondary's copies of everything in it.
 TEST_F(Regression, SyncRemovesNothingBelowAPrimaryFolderItCannotList) {

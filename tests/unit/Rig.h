@@ -19,7 +19,6 @@
 
 #include <algorithm>
 #include <filesystem>
-#include <map>
 #include <string>
 #include <vector>
 
@@ -41,16 +40,6 @@ inline std::vector<std::string> Names(const std::string& folder) {
     out.push_back(e.path().filename().string());
   }
   std::sort(out.begin(), out.end());
-  return out;
-}
-
-// Every entry below root with its contents and write time: a preview must leave it as it was.
-inline std::map<std::string, std::string> Snapshot(const std::string& root) {
-  std::map<std::string, std::string> out;
-  for (const auto& e : std::filesystem::recursive_directory_iterator(root)) {
-    const std::string path = e.path().string();
-    out[path] = (e.is_directory() ? "<dir>" : ReadFile(path)) + "@" + std::to_string(WriteTime(path));
-  }
   return out;
 }
 

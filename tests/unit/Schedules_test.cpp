@@ -42,10 +42,7 @@ void Check(const Row& r) {
   Host host;
   host.clock = Clock::FixedAt(r.now);
   host.shortDateFormat = r.dateFormat;
-  host.messageBox = [&](const MessageBoxRequest&) {
-    ++errors;
-    return BoxAnswer::Abort;
-  };
+  host.messageBox = [&](const MessageBoxRequest&) { return ++errors, BoxAnswer::Abort; };
   testing::RecordingEvents events;
   clsKestrel kestrel(host);
   kestrel.Connect(&events);

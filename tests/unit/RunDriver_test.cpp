@@ -232,30 +232,23 @@ TEST_F(RunDriverTest, DueFlagCarriesOverToAJobWhoseScheduleIsNotTested) {
   EXPECT_TRUE(ev.jobs.empty());
 }
 
+// One job runs now, inactive or not, without writing its state or sending CurrentJob events;
+// its closing line reads the job-error flag, which only ExecuteAllJobs clears. (Nothing to
+// find ends "Keine Dateien gefunden": e2e selection_test, ids 7 and 6.)
 TEST_F(RunDriverTest, OneJobNowWithoutStateOrEvents) {
   const std::string path = Job("a", "Inactive=1\nCounter=1\n");
   e.ExecuteOneJob("a.kjb", jobs, "", true, false);
   EXPECT_TRUE(ev.lines.empty());
   EXPECT_TRUE(ev.jobs.empty());
-
   Job("a", "Counter=7\nRunOnce=1\n");
   const std::string before = ReadFile(path);
-  RunOne("a.kjb");
-  EXPECT_THAT(ev.Texts(), ElementsAre("a: Starte Auftrag", "a: Auftrag ausgeführt"));
-  EXPECT_TRUE(ev.jobs.empty());
-  EXPECT_EQ(ReadFile(path), before);
-}
-
-TEST_F(RunDriverTest, ClosingLineReadsTheFlagsOfTheFileStep) {
-  Job("a", "");
-  // The job-error flag survives into ExecuteOneJob: only ExecuteAllJobs clears it.
   e.jobError = true;
   RunOne("a.kjb");
-  EXPECT_THAT(ev.lines,
-              ElementsAre(Line("a: Starte Auftrag", 3, true, true, false),
-                          Line("a: Auftrag ausgeführt (mit Fehler)", 28, true, true, true)));
+  EXPECT_THAT(ev.lines, ElementsAre(Line("a: Starte Auftrag", 3, true, true, false),
+                                    Line("a: Auftrag ausgeführt (mit Fehler)", 28, true, true, true)));
   EXPECT_TRUE(e.jobEndedWithError);
-  // Nothing to find ends "Keine Dateien gefunden": e2e selection_test (ids 7 and 6).
+  EXPECT_TRUE(ev.jobs.empty());
+  EXPECT_EQ(ReadFile(path), before);
 }
 
 // What the e2e dry run does not show: a schedule's state is not written either, and nothing

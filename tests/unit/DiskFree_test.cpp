@@ -9,6 +9,7 @@
 #include "platform/SysError.h"
 #include "support/Faults.h"
 #include "support/TestSupport.h"
+#include "unit/Rig.h"
 
 namespace orvKestrel {
 namespace {
@@ -56,21 +57,7 @@ TEST(Drives, MountPointsAndFreeBytes) {
   EXPECT_EQ(trap.ErrorCount(), 0);
 }
 
-class CheckFreeSpaceTest : public ::testing::Test {
- protected:
-  CheckFreeSpaceTest() {
-    e.host.messageBox = [this](const MessageBoxRequest&) {
-      ++asked;
-      return answer;
-    };
-  }
-  TempDir dir;
-  testing::CurrentDir cwd{dir.str()};  // error.log lands here
-  testing::Faults faults;
-  Services e{Host{}, &faults};
-  BoxAnswer answer = BoxAnswer::Abort;
-  int asked = 0;
-};
+using CheckFreeSpaceTest = testing::Rig;
 
 // 0 and below are taken as 1 megabyte, in the caller's value too. A drive that cannot be
 // queried reports -1: below any limit, so the trigger fires (a whole job: RunDriverTest "free
@@ -87,16 +74,17 @@ TEST_F(CheckFreeSpaceTest, BelowTheLimitOnly) {
   } rows[] = {{0, false, BoxAnswer::Abort, false, 1, 0},      {-5, false, BoxAnswer::Abort, false, 1, 0},
               {2047, true, BoxAnswer::Abort, true, 2047, 0},  {2048, true, BoxAnswer::Abort, false, 2048, 1},
               {2048, true, BoxAnswer::Ignore, true, 2048, 2}, {100000, false, BoxAnswer::Ignore, false, 100000, 3}};
+  int asked = 0;
   for (const auto& r : rows) {
     SCOPED_TRACE(r.limit);
     if (r.noInfo) faults.Arm(FaultOp::Statvfs, 1, EIO);
-    answer = r.answer;
+    svc.host.messageBox = [&](const MessageBoxRequest&) { return ++asked, r.answer; };
     std::int32_t limit = r.limit;
-    EXPECT_EQ(CheckFreeSpace(e, limit, dir.str()), r.below);
+    EXPECT_EQ(CheckFreeSpace(svc, limit, src), r.below);
     EXPECT_EQ(limit, r.limitAfter);
     EXPECT_EQ(asked, r.asked);
   }
-  EXPECT_NE(testing::ReadFile(dir / "error.log").find("#6 (Overflow)"), std::string::npos);
+  EXPECT_NE(testing::ReadFile(tmp / "error.log").find("#6 (Overflow)"), std::string::npos);
 }
 
 }  // namespace

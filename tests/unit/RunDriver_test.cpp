@@ -9,6 +9,7 @@
 #include "engine/Engine.h"
 #include "support/Faults.h"
 #include "support/TestSupport.h"
+#include "unit/Rig.h"
 
 namespace orvKestrel {
 namespace {
@@ -17,7 +18,6 @@ using ::testing::ElementsAre;
 using testing::KeyValue;
 using testing::LocalTime;
 using testing::ReadFile;
-using testing::TempDir;
 using testing::WriteFile;
 
 // Records the events and the driver's own lines (what the file step logs in between is its own
@@ -35,20 +35,14 @@ class Events : public testing::RecordingEvents {
   std::function<void()> onLog;
 };
 
-class RunDriverTest : public ::testing::Test {
+class RunDriverTest : public testing::Rig {
  protected:
   RunDriverTest() {
-    std::filesystem::create_directories(src);
-    std::filesystem::create_directories(dst);
-    std::filesystem::create_directories(jobs);
     // Something to find, so that the file step ends as "done" and not as "nothing found".
     WriteFile(src + "/f.txt", "f");
-    e.svc.events = &ev;
-    e.svc.host.clock = Clock::FixedAt(LocalTime(2026, 6, 15, 12, 0));
-    e.svc.host.messageBox = [this](const MessageBoxRequest&) {
-      ++errors;
-      return BoxAnswer::Abort;
-    };
+    svc.events = &ev;
+    svc.host.clock = Clock::FixedAt(LocalTime(2026, 6, 15, 12, 0));
+    svc.host.messageBox = [this](const MessageBoxRequest&) { return ++errors, BoxAnswer::Abort; };
   }
   // A job file named after the job, with paths that exist and DoPreview 0; the first of two
   // keys counts, so extra may say otherwise.
@@ -60,24 +54,18 @@ class RunDriverTest : public ::testing::Test {
   std::string Value(const std::string& name, const std::string& key) {
     return KeyValue(ReadFile(jobs + name + ".kjb"), key).value_or("<missing>");
   }
-  void Pass(bool verbose = false, bool preview = false) {
+  void Pass(bool verbose = false) {
     ev.lines.clear();
     ev.jobs.clear();
-    e.ExecuteAllJobs(jobs, "", verbose, preview, false);
+    driver.ExecuteAllJobs(jobs, "", verbose, false, false);
   }
   void RunOne(const std::string& file) {
     ev.lines.clear();
     ev.jobs.clear();
-    e.ExecuteOneJob(file, jobs, "", false, false);
+    driver.ExecuteOneJob(file, jobs, "", false, false);
   }
 
-  TempDir dir;
-  testing::CurrentDir cwd{dir.str()};
-  const std::string src = dir / "src";
-  const std::string dst = dir / "dst";
-  const std::string jobs = dir / "jobs/";
-  testing::Faults faults;
-  Engine e{Host{}, &faults};
+  const std::string jobs = tmp / "jobs/";
   Events ev;
   int errors = 0;
 };
@@ -109,11 +97,11 @@ TEST_F(RunDriverTest, OnePassByTheJobsKeys) {
   } rows[] = {
       {"counter 0 never runs", "", false, {}, nullptr, "Counter", "-1"},
       {"and keeps falling", "Counter=-2\n", false, {}, nullptr, "Counter", "-3"},
-      {"a delete job needs no destination", "To=" + dir / "missing\nAction=2\nCounter=1\n", false, ran,
+      {"a delete job needs no destination", "To=" + tmp / "missing\nAction=2\nCounter=1\n", false, ran,
        nullptr, "Counter", "0"},
-      {"missing paths are state 2", "To=" + dir / "missing\nCounter=1\nInterval=3\n", true,
+      {"missing paths are state 2", "To=" + tmp / "missing\nCounter=1\nInterval=3\n", true,
        {"a: Pfade ungültig"}, "0/2 3/2", "Counter", "3"},
-      {"and silent without verbose", "To=" + dir / "missing\nCounter=1\nInterval=3\n", false, {}, nullptr,
+      {"and silent without verbose", "To=" + tmp / "missing\nCounter=1\nInterval=3\n", false, {}, nullptr,
        "Counter", "3"},
       {"inactive does not count down", "Inactive=1\nCounter=2\n", true, {}, nullptr, "Counter", "2"},
       {"and says so when due", "Inactive=1\nCounter=1\n", true, {"a: Auftrag deaktiviert"}, nullptr, "Counter", "1"},
@@ -212,7 +200,7 @@ TEST_F(RunDriverTest, DueFlagCarriesOverToAJobWhoseScheduleIsNotTested) {
       if (aFirst) Job("a", "Counter=5\n");
       Job(name, carrier);
       if (!aFirst) Job("a", "Counter=5\n");
-      const auto listed = e.GetJobs(jobs);
+      const auto listed = driver.GetJobs(jobs);
       if (listed.size() == 2 && listed[0].JobName == "a") {
         b = name;
         break;
@@ -237,16 +225,16 @@ TEST_F(RunDriverTest, DueFlagCarriesOverToAJobWhoseScheduleIsNotTested) {
 // find ends "Keine Dateien gefunden": e2e selection_test, ids 7 and 6.)
 TEST_F(RunDriverTest, OneJobNowWithoutStateOrEvents) {
   const std::string path = Job("a", "Inactive=1\nCounter=1\n");
-  e.ExecuteOneJob("a.kjb", jobs, "", true, false);
+  driver.ExecuteOneJob("a.kjb", jobs, "", true, false);
   EXPECT_TRUE(ev.lines.empty());
   EXPECT_TRUE(ev.jobs.empty());
   Job("a", "Counter=7\nRunOnce=1\n");
   const std::string before = ReadFile(path);
-  e.jobError = true;
+  driver.jobError = true;
   RunOne("a.kjb");
   EXPECT_THAT(ev.lines, ElementsAre(Line("a: Starte Auftrag", 3, true, true, false),
                                     Line("a: Auftrag ausgeführt (mit Fehler)", 28, true, true, true)));
-  EXPECT_TRUE(e.jobEndedWithError);
+  EXPECT_TRUE(driver.jobEndedWithError);
   EXPECT_TRUE(ev.jobs.empty());
   EXPECT_EQ(ReadFile(path), before);
 }
@@ -256,7 +244,7 @@ TEST_F(RunDriverTest, OneJobNowWithoutStateOrEvents) {
 TEST_F(RunDriverTest, DryRunWritesNoScheduleState) {
   Job("c", "IntervalType=1\nIntervalTime=00:00:01\n");
   const std::string before = ReadFile(jobs + "c.kjb");
-  e.svc.dryRun = true;
+  driver.svc.dryRun = true;
   Pass();
   Pass();
   EXPECT_EQ(ReadFile(jobs + "c.kjb"), before);
@@ -266,7 +254,7 @@ TEST_F(RunDriverTest, DryRunWritesNoScheduleState) {
 TEST_F(RunDriverTest, StopEndsTheRunAfterTheCurrentJob) {
   Job("a", "Counter=1\n");
   Job("b", "Counter=1\n");
-  ev.onLog = [this] { e.StopMsg(true); };
+  ev.onLog = [this] { driver.StopMsg(true); };
   Pass();
   ASSERT_EQ(ev.lines.size(), 2u);
   const std::string name = ev.lines[0].text.substr(0, 1);
@@ -277,7 +265,7 @@ TEST_F(RunDriverTest, StopEndsTheRunAfterTheCurrentJob) {
 
   // A stop requested between runs is forgotten.
   ev.onLog = nullptr;
-  e.StopMsg(true);
+  driver.StopMsg(true);
   Job("a", "Counter=1\n");
   Job("b", "Counter=1\n");
   Pass();

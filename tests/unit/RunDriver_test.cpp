@@ -272,24 +272,5 @@ TEST_F(RunDriverTest, StopEndsTheRunAfterTheCurrentJob) {
   EXPECT_EQ(ev.lines.size(), 4u);
 }
 
-TEST(Events, CounterCarriesCountsAndEveryLineYieldsFirst) {
-  Engine e{Host{}};
-  int yields = 0;
-  std::vector<int> yieldsAtLine;
-  testing::RecordingEvents ev;
-  ev.onLine = [&](const testing::LoggedLine&) { yieldsAtLine.push_back(yields); };
-  e.svc.host.yield = [&] { ++yields; };
-  e.svc.events = &ev;
-  e.svc.KestrelCounter(0, 0);
-  e.svc.KestrelCounter(9, 0);
-  EXPECT_THAT(ev.counters, ElementsAre(std::pair(1, 1), std::pair(10, 1)));
-  e.LoadLogMessages("");
-  e.SetMsgIDs();
-  e.svc.Log(3, "a", true, true, false);
-  e.svc.Log(6, "b", true, true, true, true);
-  EXPECT_THAT(yieldsAtLine, ElementsAre(1, 2));
-  EXPECT_THAT(ev.lines, ElementsAre(Line("a", 3, true, true, false), Line("b", 6, true, true, true)));
-}
-
 }  // namespace
 }  // namespace orvKestrel

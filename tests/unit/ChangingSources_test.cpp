@@ -39,10 +39,6 @@ class ChangingSources : public Rig {
     const Strings t = rec.Texts();
     return std::find(t.begin(), t.end(), text) != t.end();
   }
-  // Acts once, just before the n-th call of op from now.
-  void At(FaultOp op, int n, std::function<void()> act) {
-    faults.Before(op, n, std::move(act));
-  }
 };
 
 // A file rewritten while the commit reads it is left out of the archive (which keeps what it
@@ -71,7 +67,7 @@ TEST_F(ChangingSources, AFileChangedWhileItIsReadIsNotStoredNorDeleted) {
     j.ZipDelComp = 1;
     rec.lines.clear();
     run.jobError = false;
-    At(FaultOp::Read, 2, [&] { Scribble(big); });  // the second step of the big file
+    faults.Before(FaultOp::Read, 2, [&] { Scribble(big); });  // the second step of the big file
     Zip_Files(run, svc, files);
     faults.Disarm();
 
@@ -101,7 +97,7 @@ TEST_F(ChangingSources, AFileChangedAfterItWasReadIsKept) {
     const std::string b = Source("b.txt", "b");
     files = {a, b};
     rec.lines.clear();
-    At(FaultOp::Unlink, 1, [&] { WriteFile(a, "line 1\nline 2\n"); });
+    faults.Before(FaultOp::Unlink, 1, [&] { WriteFile(a, "line 1\nline 2\n"); });
     Zip_Files(run, svc, files);
     faults.Disarm();
     EXPECT_EQ(ReadFile(a), "line 1\nline 2\n");
@@ -121,7 +117,7 @@ TEST_F(ChangingSources, SourcesStayUnlessTheArchiveHoldsThemAsRead) {
   const std::string a = Source("a.txt", "a");
   files = {a};
   // Opens: the file when staged, when read, then the archive read back.
-  At(FaultOp::Open, 3, [&] { WriteFile(Dst("a.zip"), "not an archive any more"); });
+  faults.Before(FaultOp::Open, 3, [&] { WriteFile(Dst("a.zip"), "not an archive any more"); });
   Zip_Files(run, svc, files);
   faults.Disarm();
   EXPECT_TRUE(Exists(a));

@@ -182,34 +182,16 @@ TEST_F(Filters, EachActionIsAnnouncedAsAProgressLine) {
   }
 }
 
-// ProcessFiles: the filters run in order on each other's survivors; an emptied list never
-// reaches the action; a stop erases the list without a word.
+// ProcessFiles: the filters run in order on each other's survivors; a stop erases the list
+// without a word. (The check line, and an emptied list that never reaches the action: e2e
+// selection_test, OnlyTheSelectedFilesReachTheAction.)
 TEST_F(Filters, ProcessFilesHandsOnOnlyWhatSurvives) {
-  FileList list = Make({"a.txt:1"});
-  ProcessFiles(run, svc, list);
-  EXPECT_EQ(rec.Texts(), std::vector<std::string>{"job: Überprüfe Dateien ..."});
-  EXPECT_EQ(rec.lines[0].id, 17);
-  EXPECT_FALSE(run.noFiles);
-  EXPECT_TRUE(list.empty());
-  EXPECT_TRUE(Exists(Src("a.txt")));
-
-  const auto ids = [&] { return rec.Ids(); };
-  Next();
-  Fresh().Action = 0;
-  j.FileAge = 3;
-  j.DateFrom = j.DateTo = "02.01.2020";
-  list = Make({"a.txt@" + std::to_string(LocalTime(2020, 1, 1, 12, 0, 0))});
-  ProcessFiles(run, svc, list);
-  EXPECT_EQ(ids(), std::vector<std::int16_t>{17});
-  EXPECT_TRUE(run.noFiles);
-
-  Next();
-  Fresh().Action = 4;
+  j.Action = 4;
   j.Ext = "txt, log";  // the extension filter, after the zip filter, would rewrite this
   j.ExtOpt = 2;
-  list = Make({"a.txt"});
+  FileList list = Make({"a.txt"});
   ProcessFiles(run, svc, list);
-  EXPECT_TRUE(run.noFiles);
+  EXPECT_TRUE(run.noFiles);  // the extraction takes archives only
   EXPECT_EQ(j.Ext, "txt, log");
 
   Next();
@@ -220,8 +202,8 @@ TEST_F(Filters, ProcessFilesHandsOnOnlyWhatSurvives) {
   list = Make({"a.zip:1", "b.zip:500", "c.txt:1"});
   ProcessFiles(run, svc, list);
   EXPECT_EQ(j.Ext, "zip,doc");
-  const auto got = ids();
-  EXPECT_EQ(std::count(got.begin(), got.end(), 70), 1);
+  const auto ids = rec.Ids();
+  EXPECT_EQ(std::count(ids.begin(), ids.end(), 70), 1);
   EXPECT_FALSE(run.noFiles);
 
   Next();

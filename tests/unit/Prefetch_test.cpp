@@ -20,23 +20,7 @@ std::size_t OpenDescriptors() {
                                                 std::filesystem::directory_iterator()));
 }
 
-constexpr std::time_t kRead = 1'600'000'000;
-
-class Prefetch : public ::testing::Test {
- protected:
-  Prefetch() {
-    std::filesystem::create_directories(to_);
-    WriteFile(src_, "contents");
-    ::chmod(src_.c_str(), 0640);
-    SetModified(src_, kRead);
-  }
-  std::string Dest() const { return to_ + "/a.txt"; }
-
-  TempDir dir_;
-  FileSystem fs_;
-  std::string src_ = dir_ / "src.txt";
-  std::string to_ = dir_ / "to";
-};
+using Prefetch = Rig;
 
 TEST_F(Prefetch, ACopyMadeAheadIsNamedOnlyForTheSourceItWasMadeFrom) {
   struct Case {
@@ -54,48 +38,47 @@ TEST_F(Prefetch, ACopyMadeAheadIsNamedOnlyForTheSourceItWasMadeFrom) {
       {"replacing a rewritten source", true, true, true, "CONTENTS", 0},
       {"an existing name is kept", false, true, false, "old", EEXIST},
   };
+  const std::string a = Src("a.txt");
   for (const Case& c : cases) {
     SCOPED_TRACE(c.name);
-    std::filesystem::remove_all(to_);
-    std::filesystem::create_directories(to_);
-    WriteFile(src_, "contents");
-    SetModified(src_, kRead);
-    const auto into = fs_.OpenBeneath(to_, "", false);
-    auto ready = PrepareCopy(nullptr, src_, into->fd(), false, 1 << 20);
+    std::filesystem::remove_all(dst);
+    std::filesystem::create_directories(dst);
+    Source("a.txt", "contents", kOld);
+    ::chmod(a.c_str(), 0640);
+    const auto into = svc.fs.OpenBeneath(dst, "", false);
+    auto ready = PrepareCopy(nullptr, a, into->fd(), false, 1 << 20);
     ASSERT_TRUE(ready.has_value());
     if (c.changeSource) {
       // Change times tick coarsely (a jiffy on some file systems): the rewrite comes later.
       std::this_thread::sleep_for(std::chrono::milliseconds(20));
-      WriteFile(src_, "CONTENTS");
-      SetModified(src_, kRead);  // the same length and time: only the change time tells
+      Source("a.txt", "CONTENTS", kOld);  // the same length and time: only the change time tells
     }
-    if (c.existing) WriteFile(Dest(), "old");
+    if (c.existing) WriteFile(Dst("a.txt"), "old");
     int error = 0;
     try {
-      fs_.CopyFile(src_, *into, "a.txt", c.overwrite, &*ready);
+      svc.fs.CopyFile(a, *into, "a.txt", c.overwrite, &*ready);
     } catch (const KestrelError& e) {
       error = e.Number();
     }
     EXPECT_EQ(error, c.error);
-    EXPECT_EQ(ReadFile(Dest()), c.expected);
-    EXPECT_EQ(Names(to_), std::vector<std::string>{"a.txt"});
+    EXPECT_EQ(ReadFile(Dst("a.txt")), c.expected);
+    EXPECT_EQ(Names(dst), std::vector<std::string>{"a.txt"});
     if (error == 0) {
-      EXPECT_EQ(ModeOf(Dest()), 0640u);
-      EXPECT_EQ(WriteTime(Dest()), kRead);
+      EXPECT_EQ(ModeOf(Dst("a.txt")), 0640u);
+      EXPECT_EQ(WriteTime(Dst("a.txt")), kOld);
     }
   }
 }
 
 TEST_F(Prefetch, UnusedCopiesLeaveNothingAndGuessesSkipWhatWillNotBeCopied) {
   const std::size_t before = OpenDescriptors();
-  for (int i = 0; i < 8; ++i) WriteFile(dir_ / ("s" + std::to_string(i)), "file " + std::to_string(i));
-  WriteFile(to_ + "/s3", "there");
+  for (int i = 0; i < 8; ++i) Source("s" + std::to_string(i), "file " + std::to_string(i));
+  Dest("s3", "there");
   {
-    CopyAhead ahead(3, to_);
+    CopyAhead ahead(3, dst);
     std::vector<CopyOrder> orders;
     for (int i = 0; i < 8; ++i) {
-      orders.push_back({dir_ / ("s" + std::to_string(i)), to_ + "/s" + std::to_string(i), true,
-                        false, i == 5});
+      orders.push_back({Src("s" + std::to_string(i)), Dst("s" + std::to_string(i)), true, false, i == 5});
     }
     ahead.Add(std::move(orders));
     for (int i : {1, 3, 5, 6}) {
@@ -110,7 +93,7 @@ TEST_F(Prefetch, UnusedCopiesLeaveNothingAndGuessesSkipWhatWillNotBeCopied) {
     }
     EXPECT_FALSE(ahead.Take(2).has_value()) << "an earlier file was dropped";
   }  // files 7 and the copies not taken are closed here
-  EXPECT_EQ(Names(to_), std::vector<std::string>{"s3"});
+  EXPECT_EQ(Names(dst), std::vector<std::string>{"s3"});
   EXPECT_EQ(OpenDescriptors(), before);
 }
 

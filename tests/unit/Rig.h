@@ -19,7 +19,6 @@
 
 #include <algorithm>
 #include <filesystem>
-#include <map>
 #include <string>
 #include <vector>
 
@@ -27,7 +26,12 @@ namespace orvKestrel::testing {
 
 inline constexpr std::time_t kOld = 1'600'000'000;
 inline constexpr std::time_t kNew = 1'700'000'000;
-inline const std::string kBig(3 * 1024 * 1024, 'x');  // larger than one copy step
+// Larger than one copy step, of an odd length, and no two steps alike.
+inline const std::string kBig = [] {
+  std::string data(3 * 1024 * 1024 + 17, '\0');
+  for (std::size_t i = 0; i < data.size(); ++i) data[i] = static_cast<char>(i * 31 % 251);
+  return data;
+}();
 
 // The names directly in a folder, sorted.
 inline std::vector<std::string> Names(const std::string& folder) {
@@ -36,16 +40,6 @@ inline std::vector<std::string> Names(const std::string& folder) {
     out.push_back(e.path().filename().string());
   }
   std::sort(out.begin(), out.end());
-  return out;
-}
-
-// Every entry below root with its contents and write time: a preview must leave it as it was.
-inline std::map<std::string, std::string> Snapshot(const std::string& root) {
-  std::map<std::string, std::string> out;
-  for (const auto& e : std::filesystem::recursive_directory_iterator(root)) {
-    const std::string path = e.path().string();
-    out[path] = (e.is_directory() ? "<dir>" : ReadFile(path)) + "@" + std::to_string(WriteTime(path));
-  }
   return out;
 }
 

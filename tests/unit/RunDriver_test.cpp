@@ -9,6 +9,7 @@
 #include "engine/Engine.h"
 #include "support/Faults.h"
 #include "support/TestSupport.h"
+#include "unit/Rig.h"
 
 namespace orvKestrel {
 namespace {
@@ -17,7 +18,6 @@ using ::testing::ElementsAre;
 using testing::KeyValue;
 using testing::LocalTime;
 using testing::ReadFile;
-using testing::TempDir;
 using testing::WriteFile;
 
 // Records the events and the driver's own lines (what the file step logs in between is its own
@@ -35,20 +35,14 @@ class Events : public testing::RecordingEvents {
   std::function<void()> onLog;
 };
 
-class RunDriverTest : public ::testing::Test {
+class RunDriverTest : public testing::Rig {
  protected:
   RunDriverTest() {
-    std::filesystem::create_directories(src);
-    std::filesystem::create_directories(dst);
-    std::filesystem::create_directories(jobs);
     // Something to find, so that the file step ends as "done" and not as "nothing found".
     WriteFile(src + "/f.txt", "f");
-    e.svc.events = &ev;
-    e.svc.host.clock = Clock::FixedAt(LocalTime(2026, 6, 15, 12, 0));
-    e.svc.host.messageBox = [this](const MessageBoxRequest&) {
-      ++errors;
-      return BoxAnswer::Abort;
-    };
+    svc.events = &ev;
+    svc.host.clock = Clock::FixedAt(LocalTime(2026, 6, 15, 12, 0));
+    svc.host.messageBox = [this](const MessageBoxRequest&) { return ++errors, BoxAnswer::Abort; };
   }
   // A job file named after the job, with paths that exist and DoPreview 0; the first of two
   // keys counts, so extra may say otherwise.
@@ -60,24 +54,18 @@ class RunDriverTest : public ::testing::Test {
   std::string Value(const std::string& name, const std::string& key) {
     return KeyValue(ReadFile(jobs + name + ".kjb"), key).value_or("<missing>");
   }
-  void Pass(bool verbose = false, bool preview = false) {
+  void Pass(bool verbose = false) {
     ev.lines.clear();
     ev.jobs.clear();
-    e.ExecuteAllJobs(jobs, "", verbose, preview, false);
+    driver.ExecuteAllJobs(jobs, "", verbose, false, false);
   }
   void RunOne(const std::string& file) {
     ev.lines.clear();
     ev.jobs.clear();
-    e.ExecuteOneJob(file, jobs, "", false, false);
+    driver.ExecuteOneJob(file, jobs, "", false, false);
   }
 
-  TempDir dir;
-  testing::CurrentDir cwd{dir.str()};
-  const std::string src = dir / "src";
-  const std::string dst = dir / "dst";
-  const std::string jobs = dir / "jobs/";
-  testing::Faults faults;
-  Engine e{Host{}, &faults};
+  const std::string jobs = tmp / "jobs/";
   Events ev;
   int errors = 0;
 };
@@ -90,10 +78,6 @@ MATCHER_P5(Line, text, id, view, file, same, "") {
 MATCHER_P4(Current, file, index, counter, status, "") {
   return arg.sFileName == file && arg.lIndex == index && arg.lCounter == counter &&
          arg.iStatus == status;
-}
-
-MATCHER_P3(Counting, file, counter, status, "") {
-  return arg.sFileName == file && arg.lCounter == counter && arg.iStatus == status;
 }
 
 // One pass over one job "a": its lines, its CurrentJob events ("counter/status", nullptr: not
@@ -113,17 +97,19 @@ TEST_F(RunDriverTest, OnePassByTheJobsKeys) {
   } rows[] = {
       {"counter 0 never runs", "", false, {}, nullptr, "Counter", "-1"},
       {"and keeps falling", "Counter=-2\n", false, {}, nullptr, "Counter", "-3"},
-      {"a delete job needs no destination", "To=" + dir / "missing\nAction=2\nCounter=1\n", false, ran,
+      {"a delete job needs no destination", "To=" + tmp / "missing\nAction=2\nCounter=1\n", false, ran,
        nullptr, "Counter", "0"},
-      {"missing paths are state 2", "To=" + dir / "missing\nCounter=1\nInterval=3\n", true,
+      {"missing paths are state 2", "To=" + tmp / "missing\nCounter=1\nInterval=3\n", true,
        {"a: Pfade ungültig"}, "0/2 3/2", "Counter", "3"},
-      {"and silent without verbose", "To=" + dir / "missing\nCounter=1\nInterval=3\n", false, {}, nullptr,
+      {"and silent without verbose", "To=" + tmp / "missing\nCounter=1\nInterval=3\n", false, {}, nullptr,
        "Counter", "3"},
       {"inactive does not count down", "Inactive=1\nCounter=2\n", true, {}, nullptr, "Counter", "2"},
       {"and says so when due", "Inactive=1\nCounter=1\n", true, {"a: Auftrag deaktiviert"}, nullptr, "Counter", "1"},
       {"only unscheduled jobs count", daily + "IntState=14.06.2026\n", false, ran, nullptr, "Counter", "<missing>"},
       {"free space above the limit", space, false, {}, "4/0", "Counter", "4"},
       {"free space unknown", space, false, ran, "0/0 4/0", "Counter", "4", true},
+      // A preview job is left out of ordinary runs (taken in with --preview-jobs: e2e actions_test).
+      {"preview job", "DoPreview=1\nCounter=1\n", true, {}, "", "Counter", "1"},
   };
   for (const auto& r : rows) {
     SCOPED_TRACE(r.name);
@@ -162,18 +148,6 @@ TEST_F(RunDriverTest, RunOnceIsMarkedBeforeItRunsAndThenReportedInactive) {
   EXPECT_THAT(ev.jobs, ElementsAre(Current("a.kjb", 0, 0, 5)));
   Pass(false);
   EXPECT_TRUE(ev.lines.empty());
-}
-
-TEST_F(RunDriverTest, PreviewJobsAreLeftOutOfOrdinaryRuns) {
-  const std::string path = dir / "jobs/a.kjb";
-  WriteFile(path, "[Job]\nName=a\nFrom=" + src + "\nTo=" + dst + "\nCounter=1\n");
-  const std::string before = ReadFile(path);
-  Pass();
-  EXPECT_TRUE(ev.lines.empty());
-  EXPECT_TRUE(ev.jobs.empty());
-  EXPECT_EQ(ReadFile(path), before);
-  // Taken in with --preview-jobs: e2e actions_test (Preview) and the start line of
-  // PreviewStartLineByAction.
 }
 
 TEST_F(RunDriverTest, PreviewStartLineByAction) {
@@ -226,7 +200,7 @@ TEST_F(RunDriverTest, DueFlagCarriesOverToAJobWhoseScheduleIsNotTested) {
       if (aFirst) Job("a", "Counter=5\n");
       Job(name, carrier);
       if (!aFirst) Job("a", "Counter=5\n");
-      const auto listed = e.GetJobs(jobs);
+      const auto listed = driver.GetJobs(jobs);
       if (listed.size() == 2 && listed[0].JobName == "a") {
         b = name;
         break;
@@ -246,30 +220,23 @@ TEST_F(RunDriverTest, DueFlagCarriesOverToAJobWhoseScheduleIsNotTested) {
   EXPECT_TRUE(ev.jobs.empty());
 }
 
+// One job runs now, inactive or not, without writing its state or sending CurrentJob events;
+// its closing line reads the job-error flag, which only ExecuteAllJobs clears. (Nothing to
+// find ends "Keine Dateien gefunden": e2e selection_test, ids 7 and 6.)
 TEST_F(RunDriverTest, OneJobNowWithoutStateOrEvents) {
   const std::string path = Job("a", "Inactive=1\nCounter=1\n");
-  e.ExecuteOneJob("a.kjb", jobs, "", true, false);
+  driver.ExecuteOneJob("a.kjb", jobs, "", true, false);
   EXPECT_TRUE(ev.lines.empty());
   EXPECT_TRUE(ev.jobs.empty());
-
   Job("a", "Counter=7\nRunOnce=1\n");
   const std::string before = ReadFile(path);
+  driver.jobError = true;
   RunOne("a.kjb");
-  EXPECT_THAT(ev.Texts(), ElementsAre("a: Starte Auftrag", "a: Auftrag ausgeführt"));
+  EXPECT_THAT(ev.lines, ElementsAre(Line("a: Starte Auftrag", 3, true, true, false),
+                                    Line("a: Auftrag ausgeführt (mit Fehler)", 28, true, true, true)));
+  EXPECT_TRUE(driver.jobEndedWithError);
   EXPECT_TRUE(ev.jobs.empty());
   EXPECT_EQ(ReadFile(path), before);
-}
-
-TEST_F(RunDriverTest, ClosingLineReadsTheFlagsOfTheFileStep) {
-  Job("a", "");
-  // The job-error flag survives into ExecuteOneJob: only ExecuteAllJobs clears it.
-  e.jobError = true;
-  RunOne("a.kjb");
-  EXPECT_THAT(ev.lines,
-              ElementsAre(Line("a: Starte Auftrag", 3, true, true, false),
-                          Line("a: Auftrag ausgeführt (mit Fehler)", 28, true, true, true)));
-  EXPECT_TRUE(e.jobEndedWithError);
-  // Nothing to find ends "Keine Dateien gefunden": e2e selection_test (ids 7 and 6).
 }
 
 // What the e2e dry run does not show: a schedule's state is not written either, and nothing
@@ -277,7 +244,7 @@ TEST_F(RunDriverTest, ClosingLineReadsTheFlagsOfTheFileStep) {
 TEST_F(RunDriverTest, DryRunWritesNoScheduleState) {
   Job("c", "IntervalType=1\nIntervalTime=00:00:01\n");
   const std::string before = ReadFile(jobs + "c.kjb");
-  e.svc.dryRun = true;
+  driver.svc.dryRun = true;
   Pass();
   Pass();
   EXPECT_EQ(ReadFile(jobs + "c.kjb"), before);
@@ -287,7 +254,7 @@ TEST_F(RunDriverTest, DryRunWritesNoScheduleState) {
 TEST_F(RunDriverTest, StopEndsTheRunAfterTheCurrentJob) {
   Job("a", "Counter=1\n");
   Job("b", "Counter=1\n");
-  ev.onLog = [this] { e.StopMsg(true); };
+  ev.onLog = [this] { driver.StopMsg(true); };
   Pass();
   ASSERT_EQ(ev.lines.size(), 2u);
   const std::string name = ev.lines[0].text.substr(0, 1);
@@ -298,30 +265,11 @@ TEST_F(RunDriverTest, StopEndsTheRunAfterTheCurrentJob) {
 
   // A stop requested between runs is forgotten.
   ev.onLog = nullptr;
-  e.StopMsg(true);
+  driver.StopMsg(true);
   Job("a", "Counter=1\n");
   Job("b", "Counter=1\n");
   Pass();
   EXPECT_EQ(ev.lines.size(), 4u);
-}
-
-TEST(Events, CounterCarriesCountsAndEveryLineYieldsFirst) {
-  Engine e{Host{}};
-  int yields = 0;
-  std::vector<int> yieldsAtLine;
-  testing::RecordingEvents ev;
-  ev.onLine = [&](const testing::LoggedLine&) { yieldsAtLine.push_back(yields); };
-  e.svc.host.yield = [&] { ++yields; };
-  e.svc.events = &ev;
-  e.svc.KestrelCounter(0, 0);
-  e.svc.KestrelCounter(9, 0);
-  EXPECT_THAT(ev.counters, ElementsAre(std::pair(1, 1), std::pair(10, 1)));
-  e.LoadLogMessages("");
-  e.SetMsgIDs();
-  e.svc.Log(3, "a", true, true, false);
-  e.svc.Log(6, "b", true, true, true, true);
-  EXPECT_THAT(yieldsAtLine, ElementsAre(1, 2));
-  EXPECT_THAT(ev.lines, ElementsAre(Line("a", 3, true, true, false), Line("b", 6, true, true, true)));
 }
 
 }  // namespace

@@ -97,5 +97,22 @@ TEST_F(Prefetch, UnusedCopiesLeaveNothingAndGuessesSkipWhatWillNotBeCopied) {
   EXPECT_EQ(OpenDescriptors(), before);
 }
 
+// What the workers looked up stands in for the run's own look only while the run has changed
+// nothing since: a file it wrote meanwhile is never judged by the older look.
+TEST_F(Prefetch, LookedUpStatusesCountOnlyWhileTheRunChangedNothing) {
+  FileSystem fs;
+  const FileSystem::StatusScope scope(fs);
+  const std::string made = Dst("made.txt"), absent = Dst("absent.txt");
+  const std::uint64_t before = fs.Changes();
+  const PathStatus stale = StatusOf(made);
+  PathStatus claimed{absent, 0, {}, 0};  // a worker's word for a file that is not there
+  claimed.stat.isFile = true;
+  fs.Seed(before, claimed);
+  EXPECT_TRUE(fs.FileExists(absent)) << "a current look is taken as it is";
+  fs.WriteFileAtomic(made, "x");
+  fs.Seed(before, stale);
+  EXPECT_TRUE(fs.FileExists(made)) << "a look older than the run's change is not";
+}
+
 }  // namespace
 }  // namespace orvKestrel::testing

@@ -99,8 +99,8 @@ void CopyAhead::Work() {
 // Makes the slot's copy when one is wanted, once the run is within the window of it: copies
 // hold memory and disk space, look-ups do not.
 void CopyAhead::Finish(Slot& slot, std::unique_lock<std::mutex>& lock) {
-  const bool exists = slot.looked && slot.looked->dest.err == 0;
-  if (slot.looked && (exists ? slot.order.whenExists : slot.order.whenMissing)) {
+  const bool exists = slot.looked->dest.err == 0;  // Work looks the slot up before this
+  if (exists ? slot.order.whenExists : slot.order.whenMissing) {
     near_.wait(lock, [&] { return stopping_ || slot.index < reached_ + window_; });
     if (stopping_) return;
     lock.unlock();

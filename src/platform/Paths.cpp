@@ -42,7 +42,26 @@ std::string GetParentFolderName(std::string_view path) {
   return std::string(path.substr(0, pos));
 }
 
+namespace {
+
+// Already absolute and clean: no empty, "." or ".." part and no trailing separator. Most paths a
+// run builds are, and are asked about once per file.
+bool IsCleanAbsolute(std::string_view path) {
+  if (path.size() < 2 || path.front() != '/' || path.back() == '/') return false;
+  for (std::size_t at = 0; at != std::string_view::npos;) {
+    const std::size_t next = path.find('/', at + 1);
+    const std::size_t end = next == std::string_view::npos ? path.size() : next;
+    const std::string_view part = path.substr(at + 1, end - at - 1);
+    if (part.empty() || part == "." || part == "..") return false;
+    at = next;
+  }
+  return true;
+}
+
+}  // namespace
+
 std::string GetAbsolutePathName(std::string_view path) {
+  if (IsCleanAbsolute(path)) return std::string(path);
   std::string full;
   if (path.empty() || path.front() != '/') {
     std::vector<char> buf(4096);

@@ -284,5 +284,15 @@ TEST_F(FileOpsTest, FailedTrashLeavesTheFileAndNoInfoEntry) {
   EXPECT_TRUE(!Exists(trash + "/info") || Names(trash + "/info").empty());
 }
 
+// Clean absolute paths come back as they are; the rest are made absolute and clean.
+TEST(AbsolutePath, CleansOnlyWhatNeedsIt) {
+  const std::string cwd = std::filesystem::current_path().string();
+  const std::pair<std::string, std::string> rows[] = {
+      {"/a/b", "/a/b"},  {"/a//b/", "/a/b"}, {"/a/./b/../c", "/a/c"}, {"/a/..", "/"},
+      {"/", "/"},        {"//", "/"},        {"/a/.b/..c", "/a/.b/..c"}, {"x/y", cwd + "/x/y"},
+  };
+  for (const auto& [in, out] : rows) EXPECT_EQ(paths::GetAbsolutePathName(in), out) << in;
+}
+
 }  // namespace
 }  // namespace orvKestrel::testing

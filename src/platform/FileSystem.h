@@ -91,6 +91,8 @@ struct PathStatus {
 };
 // The look-up itself: no state, so workers may call it at once.
 PathStatus StatusOf(const std::string& path);
+// The same for name in an open folder; path is what the status is reported for.
+PathStatus StatusAt(int folder, const char* name, std::string path);
 
 // A destination folder opened beneath the job's destination: what is written through it stays
 // inside, whatever links were planted on the way. Closes its descriptor with the object.

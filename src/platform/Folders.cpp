@@ -71,10 +71,10 @@ void FileSystem::Gate(FaultOp op) {
   orvKestrel::Gate(faults_, op);
 }
 
-PathStatus StatusOf(const std::string& path) {
-  PathStatus s{path, 0, {}, 0};
+PathStatus StatusAt(int folder, const char* name, std::string path) {
+  PathStatus s{std::move(path), 0, {}, 0};
   struct statx sx {};
-  if (::statx(AT_FDCWD, path.c_str(), 0, STATX_BASIC_STATS | STATX_BTIME, &sx) != 0) {
+  if (::statx(folder, name, 0, STATX_BASIC_STATS | STATX_BTIME, &sx) != 0) {
     s.err = errno;
     return s;
   }
@@ -86,6 +86,10 @@ PathStatus StatusOf(const std::string& path) {
   s.stat.times.created = (sx.stx_mask & STATX_BTIME) ? sx.stx_btime.tv_sec : sx.stx_ctime.tv_sec;
   s.device = makedev(sx.stx_dev_major, sx.stx_dev_minor);
   return s;
+}
+
+PathStatus StatusOf(const std::string& path) {
+  return StatusAt(AT_FDCWD, path.c_str(), path);
 }
 
 const PathStatus& FileSystem::Look(const std::string& path) {

@@ -82,6 +82,7 @@ std::optional<LookedUp> CopyAhead::Looked(std::size_t index) {
 }
 
 void CopyAhead::Work() {
+  FolderStatuses dests, sources;
   std::unique_lock lock(mutex_);
   for (;;) {
     work_.wait(lock, [&] { return stopping_ || claimed_ < slots_.size(); });
@@ -89,7 +90,7 @@ void CopyAhead::Work() {
     const std::shared_ptr<Slot> slot = slots_[claimed_++];
     slot->state = State::Working;
     lock.unlock();
-    LookedUp looked = LookUp(slot->order);
+    LookedUp looked = LookUp(slot->order, dests, sources);
     lock.lock();
     slot->looked = std::move(looked);
     Finish(*slot, lock);
@@ -117,12 +118,28 @@ void CopyAhead::Finish(Slot& slot, std::unique_lock<std::mutex>& lock) {
   done_.notify_all();
 }
 
+PathStatus FolderStatuses::Of(const std::string& path, std::uint64_t changes) {
+  const auto slash = path.rfind('/');
+  if (slash == std::string::npos || slash == 0) return StatusOf(path);
+  const std::string_view folder(path.data(), slash), name(path.data() + slash + 1);
+  if (name.empty() || name == "." || name == "..") return StatusOf(path);
+  if (folder != folder_) {
+    folder_ = folder;
+    changes_ = changes;
+    fd_ = UniqueFd(::open(folder_.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC));
+  }
+  // A folder opened before the run's last change may no longer be the one its path names.
+  if (fd_.get() < 0 || changes != changes_) return StatusOf(path);
+  return StatusAt(fd_.get(), path.c_str() + slash + 1, path);
+}
+
 // The change count is read first: a change the run makes after it makes these statuses stale.
-LookedUp CopyAhead::LookUp(const CopyOrder& order) const {
+LookedUp CopyAhead::LookUp(const CopyOrder& order, FolderStatuses& dests,
+                           FolderStatuses& sources) const {
   LookedUp looked;
   looked.changes = run_ ? run_->Changes() : 0;
-  looked.dest = StatusOf(order.dest);
-  if (order.lookSource || order.move) looked.source = StatusOf(order.source);
+  looked.dest = dests.Of(order.dest, looked.changes);
+  if (order.lookSource || order.move) looked.source = sources.Of(order.source, looked.changes);
   return looked;
 }
 

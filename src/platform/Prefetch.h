@@ -39,6 +39,19 @@ class PreparedCopy {
 std::optional<PreparedCopy> PrepareCopy(FaultPoints* faults, const std::string& source, int anchor,
                                         bool keepOwner, std::uint64_t maxBytes);
 
+// A worker's look-ups, one folder at a time: the folder is opened once and each name is looked up
+// in it, so the kernel resolves one part of the path per file instead of all of them.
+class FolderStatuses {
+ public:
+  // changes: the run's change count, read before this look-up.
+  PathStatus Of(const std::string& path, std::uint64_t changes);
+
+ private:
+  std::string folder_;
+  std::uint64_t changes_ = 0;  // the run's change count when the folder was opened
+  UniqueFd fd_;
+};
+
 // One file of the list, as the run expects to treat it.
 struct CopyOrder {
   std::string source;
@@ -96,7 +109,7 @@ class CopyAhead {
   void Work();
   void Finish(Slot& slot, std::unique_lock<std::mutex>& lock);
   std::shared_ptr<Slot> Drop(std::size_t index);  // the slots before index; slot index if there
-  LookedUp LookUp(const CopyOrder& order) const;
+  LookedUp LookUp(const CopyOrder& order, FolderStatuses& dests, FolderStatuses& sources) const;
   std::optional<PreparedCopy> Prepare(const CopyOrder& order, const LookedUp& looked);
   int Anchor();  // opened by the first worker that finds the folder
 

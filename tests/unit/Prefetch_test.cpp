@@ -112,6 +112,15 @@ TEST_F(Prefetch, LookedUpStatusesCountOnlyWhileTheRunChangedNothing) {
   fs.WriteFileAtomic(made, "x");
   fs.Seed(before, stale);
   EXPECT_TRUE(fs.FileExists(made)) << "a look older than the run's change is not";
+
+  // A worker's open folder is used only while the run changed nothing since it was opened: the
+  // run may have put another folder in its place.
+  Dest("sub/f.txt", "old");
+  FolderStatuses worker;
+  EXPECT_EQ(worker.Of(Dst("sub/f.txt"), 1).stat.size, 3u);
+  std::filesystem::rename(Dst("sub"), Dst("gone"));
+  Dest("sub/f.txt", "newer");
+  EXPECT_EQ(worker.Of(Dst("sub/f.txt"), 2).stat.size, 5u);
 }
 
 }  // namespace

@@ -140,9 +140,10 @@ class SourceFile {
 
  private:
   friend class FileSystem;
-  SourceFile(FaultPoints* faults, int fd, const FileIdentity& opened);
+  SourceFile(FaultPoints* faults, int fd, const FileIdentity& opened, std::string path);
   FaultPoints* faults_;
   int fd_;
+  std::string path_;  // for messages
   FileIdentity opened_;
   std::uint64_t read_ = 0;
 };
@@ -284,8 +285,9 @@ class FileSystem {
   bool SameDrive(const std::string& a, const std::string& b);
 
  private:
-  void Gate(FaultOp op);  // throws the armed fault
-  std::string ReadAll(int fd, std::size_t limit);  // to the end; more than limit bytes throws
+  // Throws the armed fault, as the error of call on path.
+  void Gate(FaultOp op, const char* call, const std::string& path);
+  std::string ReadAll(int fd, const std::string& path, std::size_t limit);  // to the end; more than limit bytes throws
   const PathStatus& Look(const std::string& path);
   ErrorOr<std::shared_ptr<const DestFolder>> TryOpenBeneath(const std::string& root,
                                                             const std::string& sub, bool create);
@@ -318,10 +320,12 @@ class FileSystem {
     std::string path;
     std::chrono::steady_clock::time_point at;
   };
-  FileIdentity CopyAt(const std::string& source, int dir, const std::string& folder,
-                      const std::string& name, bool overwrite, PreparedCopy* ready = nullptr);
-  void MoveAt(const std::string& source, int dir, const std::string& folder,
-              const std::string& name, PreparedCopy* ready = nullptr);
+  // dir's path is where ("" for AT_FDCWD), for errors.
+  FileIdentity CopyAt(const std::string& source, int dir, const std::string& where,
+                      const std::string& folder, const std::string& name, bool overwrite,
+                      PreparedCopy* ready = nullptr);
+  void MoveAt(const std::string& source, int dir, const std::string& where,
+              const std::string& folder, const std::string& name, PreparedCopy* ready = nullptr);
 
   FaultPoints* faults_;
   TempNames tempNames_;

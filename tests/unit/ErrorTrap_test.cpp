@@ -52,7 +52,7 @@ TEST_F(ErrorTrapTest, ErrorLogLineAndQuestion) {
   Answer({BoxAnswer::Abort});
   Proc p(trap_, "clsKestrel", "Sub CopyFiles");
   const int line = __LINE__ + 1;
-  EXPECT_FALSE(p.Do([&] { ThrowSys(ENOENT); }));
+  EXPECT_FALSE(p.Do([&] { ThrowSys(ENOENT, "open", "a"); }));
   const std::string report = "OrvDev FailSafe reports " + App() +
                              " program error #2 (No such file or directory) occurred in module "
                              "clsKestrel, Sub CopyFiles, line " + std::to_string(line) + ".";

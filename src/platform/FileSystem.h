@@ -218,6 +218,7 @@ class FileSystem {
 
   // --- times (FileTimes.cpp) ---
   FileTimes GetTimes(const std::string& path);
+  ErrorOr<FileTimes> TryGetTimes(const std::string& path);  // an error when unreadable
   // Sets last access and last write; the creation time cannot be set here and is left as it is.
   void SetTimes(const std::string& path, std::time_t accessed, std::time_t written);
 

@@ -10,11 +10,13 @@
 
 namespace orvKestrel {
 
-FileTimes FileSystem::GetTimes(const std::string& path) {
+FileTimes FileSystem::GetTimes(const std::string& path) { return TryGetTimes(path).Value(); }
+
+ErrorOr<FileTimes> FileSystem::TryGetTimes(const std::string& path) {
   struct statx sx {};
   if (::statx(AT_FDCWD, path.c_str(), 0, STATX_ATIME | STATX_MTIME | STATX_CTIME | STATX_BTIME,
               &sx) != 0) {
-    ThrowSys(errno, "statx", path);
+    return SysError(errno, "statx", path);
   }
   FileTimes t;
   t.accessed = sx.stx_atime.tv_sec;

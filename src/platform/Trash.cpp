@@ -62,14 +62,14 @@ std::string TopFolder(std::string folder, dev_t dev) {
 // Only below a home that exists: without one (unset, or the name of nothing, as the homes of
 // service accounts often are) no trash is made, and a recycle fails instead of building a home
 // of its own. A data folder named explicitly is made as needed, as such folders are.
-std::string HomeTrash() {
+ErrorOr<std::string> HomeTrash() {
   const char* xdg = std::getenv("XDG_DATA_HOME");
   if (xdg != nullptr && xdg[0] == '/') return paths::BuildPath(xdg, "Trash");
   const char* home = std::getenv("HOME");
   struct stat st {};
-  if (home == nullptr) throw KestrelError(ENOENT, "No trash: HOME is not set", "getenv", "");
+  if (home == nullptr) return KestrelError(ENOENT, "No trash: HOME is not set", "getenv", "");
   if (home[0] != '/' || ::stat(home, &st) != 0 || !S_ISDIR(st.st_mode)) {
-    throw KestrelError(ENOENT, std::string("No trash: no home folder ") + home, "stat", home);
+    return KestrelError(ENOENT, std::string("No trash: no home folder ") + home, "stat", home);
   }
   return paths::BuildPath(home, ".local/share/Trash");
 }
@@ -93,7 +93,7 @@ std::string TopTrash(const std::string& top) {
 }
 
 TrashDirs ChooseTrash(const std::string& file, dev_t dev) {
-  const std::string home = HomeTrash();
+  const std::string home = HomeTrash().Value();
   std::string trash = home;
   if (DeviceOf(home) != dev) trash = TopTrash(TopFolder(paths::GetParentFolderName(file), dev));
   TrashDirs dirs{trash + "/files", trash + "/info"};
@@ -206,12 +206,9 @@ bool IsTopFolder(const std::string& folder) {
 bool FileSystem::IsTrashFolder(const std::string& path, std::string_view name) {
   if (name == "Trash") {
     struct stat folder {}, home {};
-    try {
-      return ::lstat(path.c_str(), &folder) == 0 && ::stat(HomeTrash().c_str(), &home) == 0 &&
-             SameObject(folder, home);
-    } catch (const KestrelError&) {
-      return false;  // no home, so no home trash
-    }
+    const ErrorOr<std::string> trash = HomeTrash();  // no home, so no home trash
+    return trash && ::lstat(path.c_str(), &folder) == 0 &&
+           ::stat(trash.Value().c_str(), &home) == 0 && SameObject(folder, home);
   }
   return IsTopTrashName(name) && IsTopFolder(paths::GetParentFolderName(path));
 }

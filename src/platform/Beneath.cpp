@@ -102,18 +102,18 @@ std::string FileSystem::RefusedBeneath(const std::string& root, const std::strin
 
 void FileSystem::DeleteFile(const DestFolder& folder, const std::string& name, bool force) {
   const Changing changing(*this);
-  const std::string path = paths::BuildPath(folder.path(), name);
-  if (name.empty()) ThrowSys(EINVAL, "unlinkat", path);
-  Gate(FaultOp::Unlink, "unlinkat", path);
+  const auto path = [&] { return paths::BuildPath(folder.path(), name); };  // for errors only
+  if (name.empty()) ThrowSys(EINVAL, "unlinkat", path());
+  orvKestrel::Gate(faults_, FaultOp::Unlink, "unlinkat", path);
   struct stat st {};
   if (::fstatat(folder.fd(), name.c_str(), &st, AT_SYMLINK_NOFOLLOW) != 0) {
-    ThrowSys(errno, "fstatat", path);
+    ThrowSys(errno, "fstatat", path());
   }
-  if (S_ISDIR(st.st_mode)) ThrowSys(EISDIR, "fstatat", path);
+  if (S_ISDIR(st.st_mode)) ThrowSys(EISDIR, "fstatat", path());
   if (!force && !S_ISLNK(st.st_mode) && (st.st_mode & S_IWUSR) == 0) {
-    ThrowSys(EACCES, "fstatat", path);
+    ThrowSys(EACCES, "fstatat", path());
   }
-  if (::unlinkat(folder.fd(), name.c_str(), 0) != 0) ThrowSys(errno, "unlinkat", path);
+  if (::unlinkat(folder.fd(), name.c_str(), 0) != 0) ThrowSys(errno, "unlinkat", path());
 }
 
 }  // namespace orvKestrel

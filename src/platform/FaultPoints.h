@@ -5,8 +5,10 @@
 
 #include "platform/SysError.h"
 
+#include <concepts>
 #include <cstdint>
 #include <string>
+#include <utility>
 
 namespace orvKestrel {
 
@@ -30,6 +32,11 @@ inline int Injected(FaultPoints* points, FaultOp op) { return points ? points->C
 // for.
 inline void Gate(FaultPoints* points, FaultOp op, const char* call, const std::string& path) {
   if (const int err = Injected(points, op)) ThrowSys(err, call, path);
+}
+// The same with a path that has to be built: only when the fault fires, not on every call.
+template <std::invocable F>
+void Gate(FaultPoints* points, FaultOp op, const char* call, F&& path) {
+  if (const int err = Injected(points, op)) ThrowSys(err, call, std::forward<F>(path)());
 }
 
 }  // namespace orvKestrel

@@ -65,7 +65,7 @@ void PlaceName(int dir, const std::string& where, const std::string& tmp, const 
 NewFile::NewFile(int dir, std::string where, const std::string& folder, TempNames& names,
                  FaultPoints* faults, std::uint32_t permissions, bool unnamed)
     : faults_(faults), dir_(dir), where_(std::move(where)), folder_(folder) {
-  Gate(faults_, FaultOp::Open, "openat", Shown());
+  Gate(faults_, FaultOp::Open, "openat", [this] { return Shown(); });
   const auto mode = static_cast<mode_t>(permissions);
   if (unnamed && names.UnnamedPossible()) {
     fd_ = UniqueFd(::openat(dir_, folder.c_str(), O_TMPFILE | O_WRONLY | O_CLOEXEC, mode));
@@ -140,7 +140,7 @@ NewFile::NewFile(NewFile&& other) noexcept
 
 void NewFile::Write(const char* data, std::size_t n) {
   if (n == 0) return;
-  Gate(faults_, FaultOp::Write, "write", Shown());
+  Gate(faults_, FaultOp::Write, "write", [this] { return Shown(); });
   while (n > 0) {
     const ssize_t w = ::write(fd_.get(), data, n);
     if (w < 0) {
@@ -168,7 +168,8 @@ FileIdentity NewFile::Identify() {
 }
 
 void NewFile::Place(const std::string& name, bool replace) {
-  Gate(faults_, FaultOp::Rename, tmp_.empty() ? "linkat" : "renameat2", ShownPath(where_, name));
+  Gate(faults_, FaultOp::Rename, tmp_.empty() ? "linkat" : "renameat2",
+       [&] { return ShownPath(where_, name); });
   if (tmp_.empty()) {
     Link(name);
     if (::close(fd_.release()) != 0) ThrowSys(errno, "close", ShownPath(where_, name));

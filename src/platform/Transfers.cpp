@@ -79,7 +79,7 @@ void CopyContents(FaultPoints* faults, int in, const std::string& source, NewFil
   std::uint64_t copied = 0;
   while (length == 0 || copied < length) {
     Gate(faults, FaultOp::Read, "copy_file_range", source);
-    Gate(faults, FaultOp::Write, "copy_file_range", out.Shown());
+    Gate(faults, FaultOp::Write, "copy_file_range", [&] { return out.Shown(); });
     const ssize_t n = ::copy_file_range(in, nullptr, out.fd(), nullptr, kChunk, 0);
     if (n > 0) {
       copied += static_cast<std::uint64_t>(n);
@@ -123,14 +123,12 @@ void CopyUserXattrs(int in, int out) {
 struct OpenSource {
   UniqueFd fd;
   struct stat st {};
-  std::string path;
+  const std::string& path;  // the caller's, which outlives it
 };
 
 OpenSource OpenRegular(FaultPoints* faults, const std::string& source) {
   Gate(faults, FaultOp::Open, "open", source);
-  OpenSource src;
-  src.path = source;
-  src.fd = UniqueFd(::open(source.c_str(), O_RDONLY | O_CLOEXEC));
+  OpenSource src{UniqueFd(::open(source.c_str(), O_RDONLY | O_CLOEXEC)), {}, source};
   if (src.fd.get() < 0) ThrowSys(errno, "open", source);
   if (::fstat(src.fd.get(), &src.st) != 0) ThrowSys(errno, "fstat", source);
   if (S_ISDIR(src.st.st_mode)) ThrowSys(EISDIR, "fstat", source);
@@ -179,7 +177,7 @@ FileIdentity FillCopy(FaultPoints* faults, const OpenSource& src, NewFile& tmp, 
     ThrowSys(errno, "fchown", tmp.Shown());
   }
   if (::fchmod(tmp.fd(), src.st.st_mode & 07777) != 0) ThrowSys(errno, "fchmod", tmp.Shown());
-  Gate(faults, FaultOp::SetTimes, "futimens", tmp.Shown());
+  Gate(faults, FaultOp::SetTimes, "futimens", [&] { return tmp.Shown(); });
   tmp.SetTimes(src.st.st_atim, src.st.st_mtim);
   tmp.Flush();
   return read;

@@ -288,7 +288,8 @@ class FileSystem {
  private:
   // Throws the armed fault, as the error of call on path.
   void Gate(FaultOp op, const char* call, const std::string& path);
-  std::string ReadAll(int fd, const std::string& path, std::size_t limit);  // to the end; more than limit bytes throws
+  // To the end; more than limit bytes throws. path: the file's, for errors.
+  std::string ReadAll(int fd, const std::string& path, std::size_t limit);
   const PathStatus& Look(const std::string& path);
   ErrorOr<std::shared_ptr<const DestFolder>> TryOpenBeneath(const std::string& root,
                                                             const std::string& sub, bool create);

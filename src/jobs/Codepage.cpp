@@ -18,7 +18,7 @@ using Iconv = std::unique_ptr<std::remove_pointer_t<iconv_t>, IconvCloser>;
 
 Iconv Open(const char* to, const char* from) {
   iconv_t cd = iconv_open(to, from);
-  if (cd == reinterpret_cast<iconv_t>(-1)) ThrowSys(errno);
+  if (cd == reinterpret_cast<iconv_t>(-1)) ThrowSys(errno, "iconv_open", "");
   return Iconv(cd);
 }
 

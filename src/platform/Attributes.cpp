@@ -67,7 +67,9 @@ bool NameIsHidden(const std::string& path) {
 
 struct statx StatxOf(const std::string& path) {
   struct statx sx {};
-  if (::statx(AT_FDCWD, path.c_str(), 0, STATX_TYPE | STATX_MODE, &sx) != 0) ThrowSys(errno);
+  if (::statx(AT_FDCWD, path.c_str(), 0, STATX_TYPE | STATX_MODE, &sx) != 0) {
+    ThrowSys(errno, "statx", path);
+  }
   return sx;
 }
 
@@ -78,14 +80,14 @@ mode_t WantedPerms(mode_t perms, bool readOnly) {
 }
 
 void Chmod(const std::string& path, mode_t perms) {
-  if (::chmod(path.c_str(), perms) != 0) ThrowSys(errno);
+  if (::chmod(path.c_str(), perms) != 0) ThrowSys(errno, "chmod", path);
 }
 
 void WriteDosAttrib(const std::string& path, std::uint32_t bits) {
   char text[16];
   const int n = std::snprintf(text, sizeof text, "0x%x", bits);
   if (::setxattr(path.c_str(), kDosAttrib, text, static_cast<std::size_t>(n), 0) != 0) {
-    ThrowSys(errno);
+    ThrowSys(errno, "setxattr", path);
   }
 }
 
@@ -109,7 +111,7 @@ std::uint32_t FileSystem::GetAttributes(const std::string& path) {
 
 void FileSystem::SetAttributes(const std::string& path, std::uint32_t attrs) {
   const Changing changing(*this);
-  Gate(FaultOp::SetAttributes);
+  Gate(FaultOp::SetAttributes, "setxattr", path);
   const struct statx sx = StatxOf(path);
   const mode_t perms = sx.stx_mode & 07777;
   mode_t now = perms;
@@ -119,7 +121,7 @@ void FileSystem::SetAttributes(const std::string& path, std::uint32_t attrs) {
   // A dot name is hidden already; the bit is recorded only when the value held it before.
   if (NameIsHidden(path) && (old & kAttrHidden) == 0) wanted &= ~kAttrHidden;
   if (wanted != old) {
-    if (!current.supported) ThrowSys(ENOTSUP);
+    if (!current.supported) ThrowSys(ENOTSUP, "getxattr", path);
     // User extended attributes need write permission, which a read-only file lacks for a while.
     if ((perms & S_IWUSR) == 0) Chmod(path, now = perms | S_IWUSR);
     try {

@@ -42,10 +42,12 @@ int OpenBelow(int dir, const std::string& rel) {
 
 KestrelError Refusal(int err, const std::string& level) {
   if (err == ELOOP || err == EXDEV) {
-    return KestrelError(ELOOP, "The destination goes through a link: " + level);
+    return KestrelError(ELOOP, "The destination goes through a link: " + level, "openat2", level);
   }
-  if (err == ENOTDIR) return KestrelError(ENOTDIR, "The destination is not a folder: " + level);
-  return SysError(err);
+  if (err == ENOTDIR) {
+    return KestrelError(ENOTDIR, "The destination is not a folder: " + level, "openat2", level);
+  }
+  return SysError(err, "openat2", level);
 }
 
 // Level by level from root: the slow way, taken when a level is missing or refused.
@@ -56,7 +58,9 @@ ErrorOr<std::shared_ptr<const DestFolder>> WalkLevels(std::shared_ptr<const Dest
     const std::string path = paths::BuildPath(at->path(), name);
     int fd = OpenBelow(at->fd(), name);
     if (fd < 0 && errno == ENOENT && create) {
-      if (::mkdirat(at->fd(), name.c_str(), 0777) != 0 && errno != EEXIST) return SysError(errno);
+      if (::mkdirat(at->fd(), name.c_str(), 0777) != 0 && errno != EEXIST) {
+        return SysError(errno, "mkdirat", path);
+      }
       fd = OpenBelow(at->fd(), name);
     }
     if (fd < 0) return Refusal(errno, path);
@@ -75,7 +79,7 @@ ErrorOr<std::shared_ptr<const DestFolder>> FileSystem::TryOpenBeneath(const std:
                                                                        const std::string& sub,
                                                                        bool create) {
   const int rootFd = ::open(root.empty() ? "." : root.c_str(), kFolderFlags);
-  if (rootFd < 0) return SysError(errno);
+  if (rootFd < 0) return SysError(errno, "open", root.empty() ? "." : root);
   auto top = std::make_shared<const DestFolder>(rootFd, root);
   if (sub.empty()) return top;
   const int fd = OpenBelow(rootFd, sub);
@@ -98,13 +102,18 @@ std::string FileSystem::RefusedBeneath(const std::string& root, const std::strin
 
 void FileSystem::DeleteFile(const DestFolder& folder, const std::string& name, bool force) {
   const Changing changing(*this);
-  if (name.empty()) ThrowSys(EINVAL);
-  Gate(FaultOp::Unlink);
+  const auto path = [&] { return paths::BuildPath(folder.path(), name); };  // for errors only
+  if (name.empty()) ThrowSys(EINVAL, "unlinkat", path());
+  orvKestrel::Gate(faults_, FaultOp::Unlink, "unlinkat", path);
   struct stat st {};
-  if (::fstatat(folder.fd(), name.c_str(), &st, AT_SYMLINK_NOFOLLOW) != 0) ThrowSys(errno);
-  if (S_ISDIR(st.st_mode)) ThrowSys(EISDIR);
-  if (!force && !S_ISLNK(st.st_mode) && (st.st_mode & S_IWUSR) == 0) ThrowSys(EACCES);
-  if (::unlinkat(folder.fd(), name.c_str(), 0) != 0) ThrowSys(errno);
+  if (::fstatat(folder.fd(), name.c_str(), &st, AT_SYMLINK_NOFOLLOW) != 0) {
+    ThrowSys(errno, "fstatat", path());
+  }
+  if (S_ISDIR(st.st_mode)) ThrowSys(EISDIR, "fstatat", path());
+  if (!force && !S_ISLNK(st.st_mode) && (st.st_mode & S_IWUSR) == 0) {
+    ThrowSys(EACCES, "fstatat", path());
+  }
+  if (::unlinkat(folder.fd(), name.c_str(), 0) != 0) ThrowSys(errno, "unlinkat", path());
 }
 
 }  // namespace orvKestrel

@@ -20,10 +20,10 @@ constexpr int kDirFlags = O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC;
 
 OpenedFile OpenIdentified(const std::string& path) {
   OpenedFile f{UniqueFd(::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NOCTTY | O_NONBLOCK)), {}};
-  if (f.fd.get() < 0) ThrowSys(errno);
+  if (f.fd.get() < 0) ThrowSys(errno, "open", path);
   struct stat st {};
-  if (::fstat(f.fd.get(), &st) != 0) ThrowSys(errno);
-  if (!S_ISREG(st.st_mode)) ThrowSys(S_ISDIR(st.st_mode) ? EISDIR : EINVAL);
+  if (::fstat(f.fd.get(), &st) != 0) ThrowSys(errno, "fstat", path);
+  if (!S_ISREG(st.st_mode)) ThrowSys(S_ISDIR(st.st_mode) ? EISDIR : EINVAL, "fstat", path);
   f.identity = IdentityOf(st);
   return f;
 }
@@ -33,33 +33,35 @@ ContainedFolder FileSystem::OpenContained(const std::string& path) {
   std::size_t pos = 0;
   while ((pos = path.find('/', pos + 1)) != std::string::npos) {
     prefix = path.substr(0, pos);
-    if (::mkdir(prefix.c_str(), 0777) != 0 && errno != EEXIST) ThrowSys(errno);
+    if (::mkdir(prefix.c_str(), 0777) != 0 && errno != EEXIST) ThrowSys(errno, "mkdir", prefix);
   }
-  if (::mkdir(path.c_str(), 0777) != 0 && errno != EEXIST) ThrowSys(errno);
+  if (::mkdir(path.c_str(), 0777) != 0 && errno != EEXIST) ThrowSys(errno, "mkdir", path);
   UniqueFd fd(::open(path.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
-  if (fd.get() < 0) ThrowSys(errno);
-  return ContainedFolder(std::move(fd), faults_, tempNames_);
+  if (fd.get() < 0) ThrowSys(errno, "open", path);
+  return ContainedFolder(std::move(fd), path, faults_, tempNames_);
 }
 
 ContainedFolder ContainedFolder::Sub(const std::string& name) const {
   int fd = ::openat(fd_.get(), name.c_str(), kDirFlags);
   if (fd < 0 && errno == ENOENT) {
-    if (::mkdirat(fd_.get(), name.c_str(), 0777) != 0 && errno != EEXIST) ThrowSys(errno);
+    if (::mkdirat(fd_.get(), name.c_str(), 0777) != 0 && errno != EEXIST) {
+      ThrowSys(errno, "mkdirat", In(name));
+    }
     fd = ::openat(fd_.get(), name.c_str(), kDirFlags);
   }
   if (fd < 0) {
     const int err = errno;
     const std::optional<Node> node = Look(name);
-    ThrowSys(node && node->isLink ? ELOOP : err);
+    ThrowSys(node && node->isLink ? ELOOP : err, "openat", In(name));
   }
-  return ContainedFolder(UniqueFd(fd), faults_, *names_);
+  return ContainedFolder(UniqueFd(fd), In(name), faults_, *names_);
 }
 
 std::optional<Node> ContainedFolder::Look(const std::string& name) const {
   struct stat st {};
   if (::fstatat(fd_.get(), name.c_str(), &st, AT_SYMLINK_NOFOLLOW) != 0) {
     if (errno == ENOENT) return std::nullopt;
-    ThrowSys(errno);
+    ThrowSys(errno, "fstatat", In(name));
   }
   return Node{S_ISDIR(st.st_mode), S_ISLNK(st.st_mode), st.st_mtime, IdentityOf(st)};
 }
@@ -81,7 +83,7 @@ std::optional<std::string> ContainedFolder::LinkBelow(const std::vector<std::str
 }
 
 NewFile ContainedFolder::Create(std::uint32_t permissions) const {
-  return NewFile(fd_.get(), ".", *names_, faults_, permissions, false);
+  return NewFile(fd_.get(), path_, ".", *names_, faults_, permissions, false);
 }
 
 FileIdentity ContainedFolder::MakeLink(const std::string& target, const std::string& name,
@@ -90,19 +92,21 @@ FileIdentity ContainedFolder::MakeLink(const std::string& target, const std::str
     const std::string tmp = names_->Next();
     if (::symlinkat(target.c_str(), fd_.get(), tmp.c_str()) != 0) {
       if (errno == EEXIST) continue;
-      ThrowSys(errno);
+      ThrowSys(errno, "symlinkat", In(tmp));
     }
     struct stat st {};
     try {
-      if (::fstatat(fd_.get(), tmp.c_str(), &st, AT_SYMLINK_NOFOLLOW) != 0) ThrowSys(errno);
-      PlaceName(fd_.get(), tmp, name, replace);
+      if (::fstatat(fd_.get(), tmp.c_str(), &st, AT_SYMLINK_NOFOLLOW) != 0) {
+        ThrowSys(errno, "fstatat", In(tmp));
+      }
+      PlaceName(fd_.get(), path_, tmp, name, replace);
     } catch (...) {
       ::unlinkat(fd_.get(), tmp.c_str(), 0);
       throw;
     }
     return IdentityOf(st);
   }
-  ThrowSys(EEXIST);
+  ThrowSys(EEXIST, "symlinkat", In(name));
 }
 
 void ContainedFolder::SyncFileSystem() const { ::syncfs(fd_.get()); }

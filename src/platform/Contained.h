@@ -56,9 +56,11 @@ class ContainedFolder {
 
  private:
   friend class FileSystem;
-  ContainedFolder(UniqueFd fd, FaultPoints* faults, TempNames& names)
-      : fd_(std::move(fd)), faults_(faults), names_(&names) {}
+  ContainedFolder(UniqueFd fd, std::string path, FaultPoints* faults, TempNames& names)
+      : fd_(std::move(fd)), path_(std::move(path)), faults_(faults), names_(&names) {}
+  std::string In(const std::string& name) const { return ShownPath(path_, name); }
   UniqueFd fd_;
+  std::string path_;  // for errors
   FaultPoints* faults_;
   TempNames* names_;
 };

@@ -48,13 +48,13 @@ std::string FileSystem::DriveName(const std::string& path) {
 
 ErrorOr<std::int64_t> FileSystem::FreeBytes(const std::string& path) {
   // An injected fault stands for the query, asked or remembered.
-  if (const int err = Injected(FaultOp::Statvfs)) return SysError(err);
+  if (const int err = Injected(FaultOp::Statvfs)) return SysError(err, "statvfs", path);
   const auto now = std::chrono::steady_clock::now();
   if (free_ && free_->path == path && now - free_->at < std::chrono::seconds(1)) {
     return free_->bytes;
   }
   struct statvfs vfs {};
-  if (::statvfs(path.c_str(), &vfs) != 0) return SysError(errno);
+  if (::statvfs(path.c_str(), &vfs) != 0) return SysError(errno, "statvfs", path);
   constexpr std::int64_t kMax = std::numeric_limits<std::int64_t>::max();
   std::uint64_t bytes = 0;
   std::int64_t result = kMax;

@@ -5,7 +5,10 @@
 
 #include "platform/SysError.h"
 
+#include <concepts>
 #include <cstdint>
+#include <string>
+#include <utility>
 
 namespace orvKestrel {
 
@@ -25,9 +28,15 @@ class FaultPoints {
 // The errno arranged for op, or 0; points may be null.
 inline int Injected(FaultPoints* points, FaultOp op) { return points ? points->Check(op) : 0; }
 
-// Throws the error arranged for op, if any.
-inline void Gate(FaultPoints* points, FaultOp op) {
-  if (const int err = Injected(points, op)) ThrowSys(err);
+// Throws the error arranged for op, if any, as the error of call on path: the call it stands
+// for.
+inline void Gate(FaultPoints* points, FaultOp op, const char* call, const std::string& path) {
+  if (const int err = Injected(points, op)) ThrowSys(err, call, path);
+}
+// The same with a path that has to be built: only when the fault fires, not on every call.
+template <std::invocable F>
+void Gate(FaultPoints* points, FaultOp op, const char* call, F&& path) {
+  if (const int err = Injected(points, op)) ThrowSys(err, call, std::forward<F>(path)());
 }
 
 }  // namespace orvKestrel

@@ -142,9 +142,10 @@ class SourceFile {
 
  private:
   friend class FileSystem;
-  SourceFile(FaultPoints* faults, int fd, const FileIdentity& opened);
+  SourceFile(FaultPoints* faults, int fd, const FileIdentity& opened, std::string path);
   FaultPoints* faults_;
   int fd_;
+  std::string path_;  // for messages
   FileIdentity opened_;
   std::uint64_t read_ = 0;
 };
@@ -219,6 +220,7 @@ class FileSystem {
 
   // --- times (FileTimes.cpp) ---
   FileTimes GetTimes(const std::string& path);
+  ErrorOr<FileTimes> TryGetTimes(const std::string& path);  // an error when unreadable
   // Sets last access and last write; the creation time cannot be set here and is left as it is.
   void SetTimes(const std::string& path, std::time_t accessed, std::time_t written);
 
@@ -286,8 +288,10 @@ class FileSystem {
   bool SameDrive(const std::string& a, const std::string& b);
 
  private:
-  void Gate(FaultOp op);  // throws the armed fault
-  std::string ReadAll(int fd, std::size_t limit);  // to the end; more than limit bytes throws
+  // Throws the armed fault, as the error of call on path.
+  void Gate(FaultOp op, const char* call, const std::string& path);
+  // To the end; more than limit bytes throws. path: the file's, for errors.
+  std::string ReadAll(int fd, const std::string& path, std::size_t limit);
   const PathStatus& Look(const std::string& path);
   ErrorOr<std::shared_ptr<const DestFolder>> TryOpenBeneath(const std::string& root,
                                                             const std::string& sub, bool create);
@@ -320,10 +324,12 @@ class FileSystem {
     std::string path;
     std::chrono::steady_clock::time_point at;
   };
-  FileIdentity CopyAt(const std::string& source, int dir, const std::string& folder,
-                      const std::string& name, bool overwrite, PreparedCopy* ready = nullptr);
-  void MoveAt(const std::string& source, int dir, const std::string& folder,
-              const std::string& name, PreparedCopy* ready = nullptr);
+  // dir's path is where ("" for AT_FDCWD), for errors.
+  FileIdentity CopyAt(const std::string& source, int dir, const std::string& where,
+                      const std::string& folder, const std::string& name, bool overwrite,
+                      PreparedCopy* ready = nullptr);
+  void MoveAt(const std::string& source, int dir, const std::string& where,
+              const std::string& folder, const std::string& name, PreparedCopy* ready = nullptr);
 
   FaultPoints* faults_;
   TempNames tempNames_;

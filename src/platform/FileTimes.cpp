@@ -10,11 +10,13 @@
 
 namespace orvKestrel {
 
-FileTimes FileSystem::GetTimes(const std::string& path) {
+FileTimes FileSystem::GetTimes(const std::string& path) { return TryGetTimes(path).Value(); }
+
+ErrorOr<FileTimes> FileSystem::TryGetTimes(const std::string& path) {
   struct statx sx {};
   if (::statx(AT_FDCWD, path.c_str(), 0, STATX_ATIME | STATX_MTIME | STATX_CTIME | STATX_BTIME,
               &sx) != 0) {
-    ThrowSys(errno);
+    return SysError(errno, "statx", path);
   }
   FileTimes t;
   t.accessed = sx.stx_atime.tv_sec;
@@ -25,9 +27,9 @@ FileTimes FileSystem::GetTimes(const std::string& path) {
 
 void FileSystem::SetTimes(const std::string& path, std::time_t accessed, std::time_t written) {
   const Changing changing(*this);
-  Gate(FaultOp::SetTimes);
+  Gate(FaultOp::SetTimes, "utimensat", path);
   const struct timespec times[2] = {{accessed, 0}, {written, 0}};
-  if (::utimensat(AT_FDCWD, path.c_str(), times, 0) != 0) ThrowSys(errno);
+  if (::utimensat(AT_FDCWD, path.c_str(), times, 0) != 0) ThrowSys(errno, "utimensat", path);
 }
 
 }  // namespace orvKestrel

@@ -67,8 +67,8 @@ void RemoveEngineTemporaries(FileSystem& fs, const std::string& folder) {
   for (const DirEntry& entry : *entries) RemoveLeftover(fs, folder, entry);
 }
 
-void FileSystem::Gate(FaultOp op) {
-  orvKestrel::Gate(faults_, op);
+void FileSystem::Gate(FaultOp op, const char* call, const std::string& path) {
+  orvKestrel::Gate(faults_, op, call, path);
 }
 
 PathStatus StatusAt(int folder, const char* name, std::string path) {
@@ -157,13 +157,13 @@ std::optional<std::vector<DirEntry>> FileSystem::ListFolder(const std::string& p
 
 ErrorOr<FileStat> FileSystem::Stat(const std::string& path) {
   const PathStatus& s = Look(path);
-  if (s.err != 0) return SysError(s.err);
+  if (s.err != 0) return SysError(s.err, "statx", path);
   return s.stat;
 }
 
 std::uint64_t FileSystem::FolderSize(const std::string& path) {
   auto entries = ListFolder(path);
-  if (!entries) ThrowSys(errno ? errno : ENOENT);
+  if (!entries) ThrowSys(errno ? errno : ENOENT, "opendir", path);
   std::uint64_t total = 0;
   for (const DirEntry& e : *entries) {
     const std::string full = path + (path.back() == '/' ? "" : "/") + e.name;
@@ -180,9 +180,9 @@ std::uint64_t FileSystem::FolderSize(const std::string& path) {
 }
 
 bool FileSystem::FolderIsEmpty(const std::string& path) {
-  Gate(FaultOp::List);
+  Gate(FaultOp::List, "opendir", path);
   DirHandle dir(opendir(path.c_str()));
-  if (!dir) ThrowSys(errno);
+  if (!dir) ThrowSys(errno, "opendir", path);
   while (const dirent* e = readdir(dir.get())) {
     if (!IsDot(e->d_name)) return false;
   }
@@ -191,8 +191,8 @@ bool FileSystem::FolderIsEmpty(const std::string& path) {
 
 void FileSystem::CreateFolder(const std::string& path) {
   const Changing changing(*this);
-  Gate(FaultOp::Open);
-  if (::mkdir(path.c_str(), 0777) != 0) ThrowSys(errno);
+  Gate(FaultOp::Open, "mkdir", path);
+  if (::mkdir(path.c_str(), 0777) != 0) ThrowSys(errno, "mkdir", path);
 }
 
 }  // namespace orvKestrel

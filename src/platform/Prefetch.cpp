@@ -150,7 +150,7 @@ std::optional<PreparedCopy> CopyAhead::Prepare(const CopyOrder& order, const Loo
   if (order.move && (looked.source->err != 0 || looked.source->device == anchorDevice_)) {
     return std::nullopt;
   }
-  return PrepareCopy(faults_, order.source, anchor, order.move, kMaxBytes);
+  return PrepareCopy(faults_, order.source, anchor, anchorPath_, order.move, kMaxBytes);
 }
 
 int CopyAhead::Anchor() {

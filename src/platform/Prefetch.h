@@ -37,7 +37,8 @@ class PreparedCopy {
 // The copy of source as an unnamed file in the folder anchor (Transfers.cpp); nothing when the
 // source is larger than maxBytes. Throws, also the faults a test arranged (safe for threads).
 std::optional<PreparedCopy> PrepareCopy(FaultPoints* faults, const std::string& source, int anchor,
-                                        bool keepOwner, std::uint64_t maxBytes);
+                                        const std::string& anchorPath, bool keepOwner,
+                                        std::uint64_t maxBytes);
 
 // A worker's look-ups, one folder at a time: the folder is opened once and each name is looked up
 // in it, so the kernel resolves one part of the path per file instead of all of them.

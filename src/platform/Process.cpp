@@ -34,25 +34,29 @@ class SpawnSetup {
   SpawnSetup& operator=(const SpawnSetup&) = delete;
 
   void Configure(bool stdoutToStderr) {
-    if (stdoutToStderr) Check(posix_spawn_file_actions_adddup2(&actions_, 2, 1));
+    if (stdoutToStderr) {
+      Check(posix_spawn_file_actions_adddup2(&actions_, 2, 1), "posix_spawn_file_actions_adddup2");
+    }
     // Descriptors that the host (or a library inside it) opened without close-on-exec stay home.
-    Check(posix_spawn_file_actions_addclosefrom_np(&actions_, 3));
+    Check(posix_spawn_file_actions_addclosefrom_np(&actions_, 3),
+          "posix_spawn_file_actions_addclosefrom_np");
     // A host may block signals or ignore SIGPIPE; the program starts with the usual defaults.
     sigset_t none;
     sigemptyset(&none);
     sigset_t pipe;
     sigemptyset(&pipe);
     sigaddset(&pipe, SIGPIPE);
-    Check(posix_spawnattr_setsigmask(&attrs_, &none));
-    Check(posix_spawnattr_setsigdefault(&attrs_, &pipe));
-    Check(posix_spawnattr_setflags(&attrs_, POSIX_SPAWN_SETSIGMASK | POSIX_SPAWN_SETSIGDEF));
+    Check(posix_spawnattr_setsigmask(&attrs_, &none), "posix_spawnattr_setsigmask");
+    Check(posix_spawnattr_setsigdefault(&attrs_, &pipe), "posix_spawnattr_setsigdefault");
+    Check(posix_spawnattr_setflags(&attrs_, POSIX_SPAWN_SETSIGMASK | POSIX_SPAWN_SETSIGDEF),
+          "posix_spawnattr_setflags");
   }
   const posix_spawn_file_actions_t* actions() const { return &actions_; }
   const posix_spawnattr_t* attrs() const { return &attrs_; }
 
  private:
-  static void Check(int err) {
-    if (err != 0) throw SysError(err);
+  static void Check(int err, const char* call) {
+    if (err != 0) throw SysError(err, call, "");
   }
   posix_spawn_file_actions_t actions_;
   posix_spawnattr_t attrs_;
@@ -78,7 +82,7 @@ Process::Process(const std::string& commandLine, bool stdoutToStderr) {
   const int err = posix_spawn(&pid_, "/bin/sh", setup.actions(), setup.attrs(), argv, environ);
   if (err != 0) {
     pid_ = -1;
-    throw SysError(err);
+    throw SysError(err, "posix_spawn", "/bin/sh");
   }
   // pidfds are always close-on-exec, so later programs do not inherit this one.
   pidfd_ = PidfdOpen(pid_);

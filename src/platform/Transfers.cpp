@@ -28,8 +28,9 @@ namespace {
 
 constexpr std::size_t kChunk = std::size_t{1} << 20;  // bytes per copy step
 
-[[noreturn]] void ThrowInvalidCall() {
-  throw KestrelError(kErrInvalidCall, "Invalid procedure call or argument");
+// call: the one the argument was for.
+[[noreturn]] void ThrowInvalidCall(const char* call, const std::string& path) {
+  throw KestrelError(kErrInvalidCall, "Invalid procedure call or argument", call, path);
 }
 
 std::string ParentOf(const std::string& path) {
@@ -39,11 +40,14 @@ std::string ParentOf(const std::string& path) {
 }
 
 // Where a file is written: name and its folder, both relative to the folder descriptor dir
-// (AT_FDCWD with full paths, or a folder opened beneath a destination with ".").
+// (AT_FDCWD with full paths, or a folder opened beneath a destination with "."), whose path is
+// where ("" for AT_FDCWD).
 struct At {
   int dir;
+  std::string where;
   std::string folder;
   std::string name;
+  std::string Shown() const { return ShownPath(where, name); }
 };
 
 bool EntryExists(const At& at) {
@@ -51,14 +55,14 @@ bool EntryExists(const At& at) {
   return ::fstatat(at.dir, at.name.c_str(), &st, AT_SYMLINK_NOFOLLOW) == 0;
 }
 
-void ReadWriteCopy(FaultPoints* faults, int in, NewFile& out) {
+void ReadWriteCopy(FaultPoints* faults, int in, const std::string& source, NewFile& out) {
   std::vector<char> buf(kChunk);
   for (;;) {
-    Gate(faults, FaultOp::Read);
+    Gate(faults, FaultOp::Read, "read", source);
     const ssize_t got = ::read(in, buf.data(), buf.size());
     if (got < 0) {
       if (errno == EINTR) continue;
-      ThrowSys(errno);
+      ThrowSys(errno, "read", source);
     }
     if (got == 0) return;
     out.Write(buf.data(), static_cast<std::size_t>(got));
@@ -68,11 +72,14 @@ void ReadWriteCopy(FaultPoints* faults, int in, NewFile& out) {
 // Each step counts as one read and one write for fault injection. Once the length the source
 // had when opened is copied the end is not asked for: a source that grew meanwhile is refused
 // afterwards anyway. An empty length is not trusted (some files report none).
-void CopyContents(FaultPoints* faults, int in, NewFile& out, std::uint64_t length) {
+// The path of an error is the source's: copy_file_range cannot tell which side failed, and the
+// copy's is temporary.
+void CopyContents(FaultPoints* faults, int in, const std::string& source, NewFile& out,
+                  std::uint64_t length) {
   std::uint64_t copied = 0;
   while (length == 0 || copied < length) {
-    Gate(faults, FaultOp::Read);
-    Gate(faults, FaultOp::Write);
+    Gate(faults, FaultOp::Read, "copy_file_range", source);
+    Gate(faults, FaultOp::Write, "copy_file_range", [&] { return out.Shown(); });
     const ssize_t n = ::copy_file_range(in, nullptr, out.fd(), nullptr, kChunk, 0);
     if (n > 0) {
       copied += static_cast<std::uint64_t>(n);
@@ -82,8 +89,8 @@ void CopyContents(FaultPoints* faults, int in, NewFile& out, std::uint64_t lengt
     if (errno == EINTR) continue;
     const bool unsupported = errno == EXDEV || errno == EINVAL || errno == ENOSYS ||
                              errno == EOPNOTSUPP || errno == EBADF;
-    if (copied > 0 || !unsupported) ThrowSys(errno);
-    ReadWriteCopy(faults, in, out);
+    if (copied > 0 || !unsupported) ThrowSys(errno, "copy_file_range", source);
+    ReadWriteCopy(faults, in, source, out);
     return;
   }
 }
@@ -116,16 +123,16 @@ void CopyUserXattrs(int in, int out) {
 struct OpenSource {
   UniqueFd fd;
   struct stat st {};
+  const std::string& path;  // the caller's, which outlives it
 };
 
 OpenSource OpenRegular(FaultPoints* faults, const std::string& source) {
-  Gate(faults, FaultOp::Open);
-  OpenSource src;
-  src.fd = UniqueFd(::open(source.c_str(), O_RDONLY | O_CLOEXEC));
-  if (src.fd.get() < 0) ThrowSys(errno);
-  if (::fstat(src.fd.get(), &src.st) != 0) ThrowSys(errno);
-  if (S_ISDIR(src.st.st_mode)) ThrowSys(EISDIR);
-  if (!S_ISREG(src.st.st_mode)) ThrowSys(EINVAL);
+  Gate(faults, FaultOp::Open, "open", source);
+  OpenSource src{UniqueFd(::open(source.c_str(), O_RDONLY | O_CLOEXEC)), {}, source};
+  if (src.fd.get() < 0) ThrowSys(errno, "open", source);
+  if (::fstat(src.fd.get(), &src.st) != 0) ThrowSys(errno, "fstat", source);
+  if (S_ISDIR(src.st.st_mode)) ThrowSys(EISDIR, "fstat", source);
+  if (!S_ISREG(src.st.st_mode)) ThrowSys(EINVAL, "fstat", source);
   return src;
 }
 
@@ -138,39 +145,39 @@ std::int64_t Nanoseconds(const struct timespec& t) {
 // source as it was read.
 FileIdentity RefuseChangedSource(const OpenSource& src) {
   struct stat now {};
-  if (::fstat(src.fd.get(), &now) != 0) ThrowSys(errno);
+  if (::fstat(src.fd.get(), &now) != 0) ThrowSys(errno, "fstat", src.path);
   if (now.st_size != src.st.st_size || now.st_mtim.tv_sec != src.st.st_mtim.tv_sec ||
       now.st_mtim.tv_nsec != src.st.st_mtim.tv_nsec) {
-    throw KestrelError(EAGAIN, "The file changed while it was copied");
+    throw KestrelError(EAGAIN, "The file changed while it was copied", "fstat", src.path);
   }
   return IdentityOf(now);
 }
 
-[[noreturn]] void ThrowChangedAfterRead() {
-  throw KestrelError(EAGAIN, "The file changed after it was read and was kept");
+[[noreturn]] void ThrowChangedAfterRead(const std::string& path) {
+  throw KestrelError(EAGAIN, "The file changed after it was read and was kept", "stat", path);
 }
 
 // The unlink of a source that was read as `was`: refused when the name now leads elsewhere or
 // the file changed meanwhile. Look and unlink are as close together as the system allows.
 void UnlinkVerified(const std::string& path, const FileIdentity& was) {
   struct stat st {};
-  if (::stat(path.c_str(), &st) != 0) ThrowSys(errno);
-  if (IdentityOf(st) != was) ThrowChangedAfterRead();
-  if (::unlink(path.c_str()) != 0) ThrowSys(errno);
+  if (::stat(path.c_str(), &st) != 0) ThrowSys(errno, "stat", path);
+  if (IdentityOf(st) != was) ThrowChangedAfterRead(path);
+  if (::unlink(path.c_str()) != 0) ThrowSys(errno, "unlink", path);
 }
 
 // Fills a new file from an open source: contents, user attributes, permission bits and the
 // access and write times, flushed. With keepOwner the owner is kept where the process may set
 // it. Returns the source as it was read.
 FileIdentity FillCopy(FaultPoints* faults, const OpenSource& src, NewFile& tmp, bool keepOwner) {
-  CopyContents(faults, src.fd.get(), tmp, static_cast<std::uint64_t>(src.st.st_size));
+  CopyContents(faults, src.fd.get(), src.path, tmp, static_cast<std::uint64_t>(src.st.st_size));
   const FileIdentity read = RefuseChangedSource(src);
   CopyUserXattrs(src.fd.get(), tmp.fd());
   if (keepOwner && ::fchown(tmp.fd(), src.st.st_uid, src.st.st_gid) != 0 && errno != EPERM) {
-    ThrowSys(errno);
+    ThrowSys(errno, "fchown", tmp.Shown());
   }
-  if (::fchmod(tmp.fd(), src.st.st_mode & 07777) != 0) ThrowSys(errno);
-  Gate(faults, FaultOp::SetTimes);
+  if (::fchmod(tmp.fd(), src.st.st_mode & 07777) != 0) ThrowSys(errno, "fchmod", tmp.Shown());
+  Gate(faults, FaultOp::SetTimes, "futimens", [&] { return tmp.Shown(); });
   tmp.SetTimes(src.st.st_atim, src.st.st_mtim);
   tmp.Flush();
   return read;
@@ -179,7 +186,7 @@ FileIdentity FillCopy(FaultPoints* faults, const OpenSource& src, NewFile& tmp, 
 // Copies an open source to dest through a temporary file, flushed before it gets dest's name.
 FileIdentity CopyThroughTemp(FaultPoints* faults, TempNames& names, const OpenSource& src,
                              const At& dest, bool overwrite, bool keepOwner) {
-  NewFile tmp(dest.dir, dest.folder, names, faults, 0600, !overwrite);
+  NewFile tmp(dest.dir, dest.where, dest.folder, names, faults, 0600, !overwrite);
   const FileIdentity read = FillCopy(faults, src, tmp, keepOwner);
   tmp.Place(dest.name, overwrite);
   return read;
@@ -195,7 +202,7 @@ std::optional<FileIdentity> PlacePrepared(PreparedCopy* ready, TempNames& names,
   struct stat now {};
   if (::stat(source.c_str(), &now) != 0 || IdentityOf(now) != ready->Read()) return std::nullopt;
   try {
-    ready->File().PlaceIn(dest.dir, dest.name, overwrite, names);
+    ready->File().PlaceIn(dest.dir, dest.where, dest.name, overwrite, names);
   } catch (const KestrelError&) {
     return std::nullopt;
   }
@@ -204,7 +211,9 @@ std::optional<FileIdentity> PlacePrepared(PreparedCopy* ready, TempNames& names,
 
 void SyncFolder(const At& at) {
   const UniqueFd fd(::openat(at.dir, at.folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
-  if (fd.get() >= 0 && ::fsync(fd.get()) != 0) ThrowSys(errno);
+  if (fd.get() >= 0 && ::fsync(fd.get()) != 0) {
+    ThrowSys(errno, "fsync", ShownPath(at.where, at.folder));
+  }
 }
 
 // A move between two file systems: a flushed copy with all times kept, and only then the
@@ -212,16 +221,16 @@ void SyncFolder(const At& at) {
 // failed move leaves both sides as they were.
 void MoveAcross(FaultPoints* faults, TempNames& names, const std::string& source,
                 const At& dest, PreparedCopy* ready) {
-  Gate(faults, FaultOp::Copy);
+  Gate(faults, FaultOp::Copy, "copy_file_range", source);
   std::optional<FileIdentity> read = PlacePrepared(ready, names, source, dest, false);
   if (!read) {
     const OpenSource src = OpenRegular(faults, source);
-    if (EntryExists(dest)) ThrowSys(EEXIST);
+    if (EntryExists(dest)) ThrowSys(EEXIST, "fstatat", dest.Shown());
     read = CopyThroughTemp(faults, names, src, dest, false, true);
   }
   SyncFolder(dest);
   try {
-    Gate(faults, FaultOp::Unlink);
+    Gate(faults, FaultOp::Unlink, "unlink", source);
     UnlinkVerified(source, *read);
   } catch (...) {
     ::unlinkat(dest.dir, dest.name.c_str(), 0);
@@ -239,26 +248,27 @@ FileIdentity IdentityOf(const struct stat& st) {
 
 FileIdentity FileSystem::CopyFile(const std::string& source, const std::string& dest,
                                   bool overwrite) {
-  if (dest.empty()) ThrowInvalidCall();
-  return CopyAt(source, AT_FDCWD, ParentOf(dest), dest, overwrite);
+  if (dest.empty()) ThrowInvalidCall("open", dest);
+  return CopyAt(source, AT_FDCWD, "", ParentOf(dest), dest, overwrite);
 }
 
 FileIdentity FileSystem::CopyFile(const std::string& source, const DestFolder& folder,
                                   const std::string& name, bool overwrite, PreparedCopy* ready) {
-  if (name.empty()) ThrowInvalidCall();
-  return CopyAt(source, folder.fd(), ".", name, overwrite, ready);
+  if (name.empty()) ThrowInvalidCall("openat", folder.path());
+  return CopyAt(source, folder.fd(), folder.path(), ".", name, overwrite, ready);
 }
 
-FileIdentity FileSystem::CopyAt(const std::string& source, int dir, const std::string& folder,
-                                const std::string& name, bool overwrite, PreparedCopy* ready) {
+FileIdentity FileSystem::CopyAt(const std::string& source, int dir, const std::string& where,
+                                const std::string& folder, const std::string& name,
+                                bool overwrite, PreparedCopy* ready) {
   std::optional<FreeFigure> figure = std::move(free_);
   std::uint64_t length = 0;
   FileIdentity read;
   {
     const Changing changing(*this);
-    Gate(FaultOp::Copy);
-    if (source.empty()) ThrowInvalidCall();
-    const At dest{dir, folder, name};
+    Gate(FaultOp::Copy, "copy_file_range", source);
+    if (source.empty()) ThrowInvalidCall("open", source);
+    const At dest{dir, where, folder, name};
     if (const auto placed = PlacePrepared(ready, tempNames_, source, dest, overwrite)) {
       read = *placed;
     } else {
@@ -283,32 +293,33 @@ FileIdentity FileSystem::CopyAt(const std::string& source, int dir, const std::s
 }
 
 void FileSystem::MoveFile(const std::string& source, const std::string& dest) {
-  if (dest.empty()) ThrowInvalidCall();
-  MoveAt(source, AT_FDCWD, ParentOf(dest), dest);
+  if (dest.empty()) ThrowInvalidCall("renameat2", dest);
+  MoveAt(source, AT_FDCWD, "", ParentOf(dest), dest);
 }
 
 void FileSystem::MoveFile(const std::string& source, const DestFolder& folder,
                           const std::string& name, PreparedCopy* ready) {
-  if (name.empty()) ThrowInvalidCall();
-  MoveAt(source, folder.fd(), ".", name, ready);
+  if (name.empty()) ThrowInvalidCall("renameat2", folder.path());
+  MoveAt(source, folder.fd(), folder.path(), ".", name, ready);
 }
 
-void FileSystem::MoveAt(const std::string& source, int dir, const std::string& folder,
-                        const std::string& name, PreparedCopy* ready) {
+void FileSystem::MoveAt(const std::string& source, int dir, const std::string& where,
+                        const std::string& folder, const std::string& name, PreparedCopy* ready) {
   const Changing changing(*this, true);
-  if (source.empty()) ThrowInvalidCall();
-  const At dest{dir, folder, name};
+  if (source.empty()) ThrowInvalidCall("renameat2", source);
+  const At dest{dir, where, folder, name};
   int err = Injected(FaultOp::Rename);  // an injected error stands for the rename's own
   if (err == 0) {
     if (::renameat2(AT_FDCWD, source.c_str(), dir, name.c_str(), RENAME_NOREPLACE) == 0) return;
     err = errno;
     if (err == EINVAL || err == ENOSYS) {  // no no-replace rename on this file system
-      if (EntryExists(dest)) ThrowSys(EEXIST);
+      if (EntryExists(dest)) ThrowSys(EEXIST, "fstatat", dest.Shown());
       if (::renameat(AT_FDCWD, source.c_str(), dir, name.c_str()) == 0) return;
+      if (errno != EXDEV) ThrowSys(errno, "renameat", dest.Shown());
       err = errno;
     }
   }
-  if (err != EXDEV) ThrowSys(err);
+  if (err != EXDEV) ThrowSys(err, "renameat2", dest.Shown());
   MoveAcross(faults_, tempNames_, source, dest, ready);
 }
 
@@ -318,45 +329,47 @@ namespace {
 // (unlink asks the folder, not the file).
 void CheckDeletable(const std::string& path, bool force) {
   struct stat st {};
-  if (::lstat(path.c_str(), &st) != 0) ThrowSys(errno);
-  if (S_ISDIR(st.st_mode)) ThrowSys(EISDIR);
-  if (!force && !S_ISLNK(st.st_mode) && (st.st_mode & S_IWUSR) == 0) ThrowSys(EACCES);
+  if (::lstat(path.c_str(), &st) != 0) ThrowSys(errno, "lstat", path);
+  if (S_ISDIR(st.st_mode)) ThrowSys(EISDIR, "lstat", path);
+  if (!force && !S_ISLNK(st.st_mode) && (st.st_mode & S_IWUSR) == 0) {
+    ThrowSys(EACCES, "lstat", path);
+  }
 }
 
 }  // namespace
 
 void FileSystem::DeleteFile(const std::string& path, bool force) {
   const Changing changing(*this);
-  if (path.empty()) ThrowInvalidCall();
-  Gate(FaultOp::Unlink);
+  if (path.empty()) ThrowInvalidCall("unlink", path);
+  Gate(FaultOp::Unlink, "unlink", path);
   CheckDeletable(path, force);
-  if (::unlink(path.c_str()) != 0) ThrowSys(errno);
+  if (::unlink(path.c_str()) != 0) ThrowSys(errno, "unlink", path);
 }
 
 FileIdentity FileSystem::Identify(const std::string& path) {
   struct stat st {};
-  if (::stat(path.c_str(), &st) != 0) ThrowSys(errno);
+  if (::stat(path.c_str(), &st) != 0) ThrowSys(errno, "stat", path);
   return IdentityOf(st);
 }
 
 void FileSystem::DeleteVerified(const std::string& path, const FileIdentity& was, bool force) {
   const Changing changing(*this);
-  if (path.empty()) ThrowInvalidCall();
-  Gate(FaultOp::Unlink);
+  if (path.empty()) ThrowInvalidCall("unlink", path);
+  Gate(FaultOp::Unlink, "unlink", path);
   CheckDeletable(path, force);
   UnlinkVerified(path, was);
 }
 
 void FileSystem::DeleteFolder(const std::string& path, bool force) {
   const Changing changing(*this, true);
-  if (path.empty()) ThrowInvalidCall();
+  if (path.empty()) ThrowInvalidCall("rmdir", path);
   struct stat st {};
-  if (::lstat(path.c_str(), &st) != 0) ThrowSys(errno);
-  if (!S_ISDIR(st.st_mode)) ThrowSys(ENOTDIR);
-  if (!force && (st.st_mode & S_IWUSR) == 0) ThrowSys(EACCES);
+  if (::lstat(path.c_str(), &st) != 0) ThrowSys(errno, "lstat", path);
+  if (!S_ISDIR(st.st_mode)) ThrowSys(ENOTDIR, "lstat", path);
+  if (!force && (st.st_mode & S_IWUSR) == 0) ThrowSys(EACCES, "lstat", path);
   errno = 0;
   const auto entries = ListFolder(path);
-  if (!entries) ThrowSys(errno ? errno : EIO);
+  if (!entries) ThrowSys(errno ? errno : EIO, "opendir", path);
   const std::string prefix = path.back() == '/' ? path : path + "/";
   for (const DirEntry& e : *entries) {
     if (e.isDir) {
@@ -371,9 +384,9 @@ void FileSystem::DeleteFolder(const std::string& path, bool force) {
 void FileSystem::RemoveFolder(const std::string& path) {
   const Changing changing(*this, true);
   ++folderRemovals_;
-  if (path.empty()) ThrowInvalidCall();
-  Gate(FaultOp::Unlink);
-  if (::rmdir(path.c_str()) != 0) ThrowSys(errno);
+  if (path.empty()) ThrowInvalidCall("rmdir", path);
+  Gate(FaultOp::Unlink, "rmdir", path);
+  if (::rmdir(path.c_str()) != 0) ThrowSys(errno, "rmdir", path);
 }
 
 bool FileSystem::SameFile(const std::string& a, const std::string& b) {
@@ -387,10 +400,11 @@ bool FileSystem::SameFile(const std::string& a, const std::string& b) {
 namespace orvKestrel {
 
 std::optional<PreparedCopy> PrepareCopy(FaultPoints* faults, const std::string& source, int anchor,
-                                        bool keepOwner, std::uint64_t maxBytes) {
+                                        const std::string& anchorPath, bool keepOwner,
+                                        std::uint64_t maxBytes) {
   const OpenSource src = OpenRegular(faults, source);
   if (static_cast<std::uint64_t>(src.st.st_size) > maxBytes) return std::nullopt;
-  NewFile file = NewFile::Unnamed(faults, anchor, ".", 0600);
+  NewFile file = NewFile::Unnamed(faults, anchor, anchorPath, ".", 0600);
   const FileIdentity read = FillCopy(faults, src, file, keepOwner);
   return PreparedCopy(std::move(file), read);
 }

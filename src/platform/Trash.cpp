@@ -26,7 +26,7 @@ struct TrashDirs {
 };
 
 void MakeFolder(const std::string& path) {
-  if (::mkdir(path.c_str(), 0700) != 0 && errno != EEXIST) ThrowSys(errno);
+  if (::mkdir(path.c_str(), 0700) != 0 && errno != EEXIST) ThrowSys(errno, "mkdir", path);
 }
 
 void MakeFolders(const std::string& path) {
@@ -42,7 +42,7 @@ void MakeFolders(const std::string& path) {
 dev_t DeviceOf(std::string path) {
   struct stat st {};
   while (::stat(path.c_str(), &st) != 0) {
-    if (path == "/" || path.empty()) ThrowSys(errno);
+    if (path == "/" || path.empty()) ThrowSys(errno, "stat", path);
     path = paths::GetParentFolderName(path);
   }
   return st.st_dev;
@@ -62,14 +62,14 @@ std::string TopFolder(std::string folder, dev_t dev) {
 // Only below a home that exists: without one (unset, or the name of nothing, as the homes of
 // service accounts often are) no trash is made, and a recycle fails instead of building a home
 // of its own. A data folder named explicitly is made as needed, as such folders are.
-std::string HomeTrash() {
+ErrorOr<std::string> HomeTrash() {
   const char* xdg = std::getenv("XDG_DATA_HOME");
   if (xdg != nullptr && xdg[0] == '/') return paths::BuildPath(xdg, "Trash");
   const char* home = std::getenv("HOME");
   struct stat st {};
-  if (home == nullptr || home[0] != '/' || ::stat(home, &st) != 0 || !S_ISDIR(st.st_mode)) {
-    throw KestrelError(ENOENT, home == nullptr ? std::string("No trash: HOME is not set")
-                                               : std::string("No trash: no home folder ") + home);
+  if (home == nullptr) return KestrelError(ENOENT, "No trash: HOME is not set", "getenv", "");
+  if (home[0] != '/' || ::stat(home, &st) != 0 || !S_ISDIR(st.st_mode)) {
+    return KestrelError(ENOENT, std::string("No trash: no home folder ") + home, "stat", home);
   }
   return paths::BuildPath(home, ".local/share/Trash");
 }
@@ -87,13 +87,13 @@ std::string TopTrash(const std::string& top) {
   const std::string own = paths::BuildPath(top, ".Trash-" + uid);
   struct stat st {};
   if (::lstat(own.c_str(), &st) == 0 && (!S_ISDIR(st.st_mode) || st.st_uid != ::getuid())) {
-    ThrowSys(EACCES);  // a link or someone else's folder is never trusted with our files
+    ThrowSys(EACCES, "lstat", own);  // a link or someone else's folder is never trusted with ours
   }
   return own;
 }
 
 TrashDirs ChooseTrash(const std::string& file, dev_t dev) {
-  const std::string home = HomeTrash();
+  const std::string home = HomeTrash().Value();
   std::string trash = home;
   if (DeviceOf(home) != dev) trash = TopTrash(TopFolder(paths::GetParentFolderName(file), dev));
   TrashDirs dirs{trash + "/files", trash + "/info"};
@@ -138,16 +138,23 @@ std::string Candidate(const std::string& name, int k) {
 
 void WriteInfo(const std::string& info, const std::string& text) {
   const int fd = ::open(info.c_str(), O_WRONLY | O_CLOEXEC);
-  if (fd < 0) ThrowSys(errno);
+  if (fd < 0) ThrowSys(errno, "open", info);
   int err = 0;
+  const char* call = "write";
   for (std::size_t done = 0; done < text.size() && err == 0;) {
     const ssize_t w = ::write(fd, text.data() + done, text.size() - done);
     if (w >= 0) done += static_cast<std::size_t>(w);
     else if (errno != EINTR) err = errno;
   }
-  if (err == 0 && ::fsync(fd) != 0) err = errno;
-  if (::close(fd) != 0 && err == 0) err = errno;
-  if (err != 0) ThrowSys(err);
+  if (err == 0 && ::fsync(fd) != 0) {
+    err = errno;
+    call = "fsync";
+  }
+  if (::close(fd) != 0 && err == 0) {
+    err = errno;
+    call = "close";
+  }
+  if (err != 0) ThrowSys(err, call, info);
 }
 
 // Reserves the name by creating its info entry exclusively; false when it is taken.
@@ -155,7 +162,7 @@ bool Reserve(const std::string& info, const std::string& target) {
   const int fd = ::open(info.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0600);
   if (fd < 0) {
     if (errno == EEXIST) return false;
-    ThrowSys(errno);
+    ThrowSys(errno, "open", info);
   }
   ::close(fd);
   struct stat st {};
@@ -199,28 +206,26 @@ bool IsTopFolder(const std::string& folder) {
 bool FileSystem::IsTrashFolder(const std::string& path, std::string_view name) {
   if (name == "Trash") {
     struct stat folder {}, home {};
-    try {
-      return ::lstat(path.c_str(), &folder) == 0 && ::stat(HomeTrash().c_str(), &home) == 0 &&
-             SameObject(folder, home);
-    } catch (const KestrelError&) {
-      return false;  // no home, so no home trash
-    }
+    const ErrorOr<std::string> trash = HomeTrash();  // no home, so no home trash
+    return trash && ::lstat(path.c_str(), &folder) == 0 &&
+           ::stat(trash.Value().c_str(), &home) == 0 && SameObject(folder, home);
   }
   return IsTopTrashName(name) && IsTopFolder(paths::GetParentFolderName(path));
 }
 
 void FileSystem::Trash(const std::string& path) {
   const Changing changing(*this, true);
-  Gate(FaultOp::Trash);
-  if (path.empty()) ThrowSys(ENOENT);
+  Gate(FaultOp::Trash, "rename", path);
+  if (path.empty()) ThrowSys(ENOENT, "lstat", path);
   const std::string file = paths::GetAbsolutePathName(path);
   struct stat st {};
-  if (::lstat(file.c_str(), &st) != 0) ThrowSys(errno);
+  if (::lstat(file.c_str(), &st) != 0) ThrowSys(errno, "lstat", file);
   const TrashDirs dirs = ChooseTrash(file, st.st_dev);
   struct stat trash {};
-  if (::stat(paths::GetParentFolderName(dirs.files).c_str(), &trash) != 0) ThrowSys(errno);
+  const std::string top = paths::GetParentFolderName(dirs.files);
+  if (::stat(top.c_str(), &trash) != 0) ThrowSys(errno, "stat", top);
   if (Below(paths::GetParentFolderName(file), trash)) {
-    throw KestrelError(EINVAL, "The file is in the trash already");
+    throw KestrelError(EINVAL, "The file is in the trash already", "stat", file);
   }
   // The info entry adds ".trashinfo" to the name: a longer name is cut (its info entry keeps
   // the whole path).
@@ -233,7 +238,7 @@ void FileSystem::Trash(const std::string& path) {
     try {
       WriteInfo(info, InfoText(file));
       if (::rename(file.c_str(), target.c_str()) != 0) {
-        if (errno != EXDEV) ThrowSys(errno);
+        if (errno != EXDEV) ThrowSys(errno, "rename", target);
         MoveFile(file, target);  // a bind mount: the same file system seen through another mount
       }
     } catch (...) {

@@ -9,12 +9,9 @@ namespace {
 
 // A file whose times cannot be read gives false and leaves the stored values as they were.
 bool ReadTimes(Services& s, const std::string& path, FileTimes& into) {
-  try {
-    into = s.fs.GetTimes(path);
-    return true;
-  } catch (const KestrelError&) {
-    return false;
-  }
+  const ErrorOr<FileTimes> times = s.fs.TryGetTimes(path);
+  if (times) into = times.Value();
+  return times.HasValue();
 }
 
 }  // namespace

@@ -1,3 +1,4 @@
+#include "platform/Contained.h"
 #include "platform/FileSystem.h"
 #include "platform/Paths.h"
 #include "platform/SysError.h"
@@ -9,6 +10,7 @@
 #include <sys/stat.h>
 
 #include <cerrno>
+#include <cstring>
 
 namespace orvKestrel::testing {
 namespace {
@@ -282,6 +284,45 @@ TEST_F(FileOpsTest, FailedTrashLeavesTheFileAndNoInfoEntry) {
   EXPECT_TRUE(Exists(a));
   EXPECT_THROW(fs.Trash(Src("none")), KestrelError);
   EXPECT_TRUE(!Exists(trash + "/info") || Names(trash + "/info").empty());
+}
+
+// A failing call names itself and the path it was about, also through a folder opened beneath
+// a destination and for an injected fault; the description stays the one shown in log lines.
+TEST_F(FileOpsTest, ErrorsNameTheCallAndThePath) {
+  const std::string a = Source("a.txt");
+  Dest("file.txt", "x");
+  std::filesystem::create_directory_symlink(src, Dst("link"));
+  const auto linkText = "The destination goes through a link: " + Dst("link");
+  const struct {
+    std::function<void()> op;
+    int number;
+    std::string call, path, description;
+  } cases[] = {
+      {[&] { fs.OpenToRead(Src("none")); }, ENOENT, "open", Src("none"), ""},
+      {[&] { fs.MoveFile(a, Dst("file.txt/a.txt")); }, ENOTDIR, "renameat2", Dst("file.txt/a.txt"), ""},
+      {[&] { fs.ReadHead(src, 4); }, EISDIR, "read", src, ""},
+      {[&] { fs.RemoveFolder(src); }, ENOTEMPTY, "rmdir", src, ""},
+      {[&] { fs.DeleteFile(*fs.OpenBeneath(dst, "", false), "none", true); }, ENOENT, "fstatat", Dst("none"), ""},
+      {[&] { fs.OpenBeneath(dst, "link/sub", true); }, ELOOP, "openat2", Dst("link"), linkText},
+      {[&] { fs.OpenContained(dst).Sub("link"); }, ELOOP, "openat", Dst("link"), ""},
+      {[&] {
+         faults.Arm(FaultOp::Unlink, 1, EIO);
+         fs.DeleteFile(a, true);
+       }, EIO, "unlink", a, ""},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.call + " " + c.path);
+    try {
+      c.op();
+      ADD_FAILURE() << "no error";
+    } catch (const KestrelError& e) {
+      EXPECT_EQ(e.Number(), c.number);
+      EXPECT_EQ(e.Call(), c.call);
+      EXPECT_EQ(e.Path(), c.path);
+      EXPECT_EQ(e.Description(), c.description.empty() ? std::strerror(c.number) : c.description);
+    }
+  }
+  EXPECT_TRUE(Exists(a));
 }
 
 // Clean absolute paths come back as they are; the rest are made absolute and clean.

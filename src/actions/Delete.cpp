@@ -13,9 +13,10 @@ namespace orvKestrel {
 namespace {
 
 void LogDeleteError(JobRun& run, Services& s, const std::string& path) {
-  const CaughtError error = DescribeCurrentException();
-  s.trap.TraceCall(error);
-  s.Log(kMsgError, s.T(kMsgError) + error.description + " - " + path, true, true, false, false);
+  int number = 0;
+  std::string description;
+  DescribeCurrentException(number, description);
+  s.Log(kMsgError, s.T(kMsgError) + description + " - " + path, true, true, false, false);
   run.jobError = true;
 }
 

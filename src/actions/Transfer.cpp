@@ -239,11 +239,12 @@ class FileTransfer {
 };
 
 void LogError(JobRun& run, Services& s, Kind kind, const std::string& src) {
-  const CaughtError error = DescribeCurrentException();
-  s.trap.TraceCall(error);  // the line names the source; the call may have been the copy's
+  int number = 0;
+  std::string description;
+  DescribeCurrentException(number, description);
   const char* where = kind == Kind::Copy ? " -  Move files " : " - Func MoveFiles ";
-  s.Log(kMsgError, run.Job().JobName + ": " + s.T(kMsgError) + error.description + where + src,
-        true, true, false, false);
+  s.Log(kMsgError, run.Job().JobName + ": " + s.T(kMsgError) + description + where + src, true,
+        true, false, false);
   run.jobError = true;
 }
 

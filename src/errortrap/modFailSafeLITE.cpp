@@ -9,7 +9,6 @@
 #include <ctime>
 #include <filesystem>
 #include <new>
-#include <utility>
 
 namespace orvKestrel {
 namespace {
@@ -19,21 +18,6 @@ constexpr int kErrOutOfMemory = 7;
 constexpr int kErrInternal = 51;
 
 std::string AppName() { return program_invocation_short_name; }
-
-// A path as a trace line shows it: a control character as \xNN, so that a line feed in a name
-// cannot forge a line.
-std::string Escaped(const std::string& text) {
-  std::string out;
-  for (const char c : text) {
-    const auto u = static_cast<unsigned char>(c);
-    if (u < 0x20 || u == 0x7f) {
-      out += fmt::format("\\x{:02x}", u);
-    } else {
-      out += c;
-    }
-  }
-  return out;
-}
 
 }  // namespace
 
@@ -51,26 +35,25 @@ std::string ParamText(std::initializer_list<std::pair<std::string_view, std::str
   return out;
 }
 
-CaughtError DescribeCurrentException() {
+void DescribeCurrentException(int& number, std::string& description) {
   try {
     throw;
   } catch (const KestrelError& e) {
-    return {e.Number(), e.Description(), e.Call(), e.Path()};
+    number = e.Number();
+    description = e.Description();
   } catch (const std::filesystem::filesystem_error& e) {
-    return {e.code().value(), e.code().message(), {}, e.path1().string()};
+    number = e.code().value();
+    description = e.code().message();
   } catch (const std::bad_alloc&) {
-    return {kErrOutOfMemory, "Out of memory", {}, {}};
+    number = kErrOutOfMemory;
+    description = "Out of memory";
   } catch (const std::exception& e) {
-    return {kErrInternal, e.what(), {}, {}};
+    number = kErrInternal;
+    description = e.what();
   } catch (...) {
-    return {kErrInternal, "Unknown error", {}, {}};
+    number = kErrInternal;
+    description = "Unknown error";
   }
-}
-
-void DescribeCurrentException(int& number, std::string& description) {
-  CaughtError e = DescribeCurrentException();
-  number = e.number;
-  description = std::move(e.description);
 }
 
 void FailSafe::Send(const std::string& line) { host_->traceSink(line); }
@@ -111,23 +94,13 @@ void FailSafe::Leave(std::string_view module, std::string_view proc, const std::
   if (--depth_ < 0) depth_ = 0;
 }
 
-void FailSafe::TraceCall(const CaughtError& error) {
-  if (!Tracing() || error.call.empty()) return;
-  Stamp();
-  Send(fmt::format("[{}] CALL {} \"{}\" : {} \"{}\"\r\n", AppName(), error.call,
-                   Escaped(error.path), error.number, error.description));
-}
-
-TrapAction FailSafe::Report(std::string_view module, std::string_view proc,
-                            const CaughtError& error, int line) {
-  const int number = error.number;
-  const std::string& description = error.description;
+TrapAction FailSafe::Report(std::string_view module, std::string_view proc, int number,
+                            const std::string& description, int line) {
   ++errors_;
   if (Tracing()) {
     Stamp();
     Send(fmt::format("[{}] ERROR {} \"{}\" at {} : {} : {}\r\n", AppName(), number, description,
                      module, proc, line));
-    TraceCall(error);
   }
   std::string report = fmt::format("{} reports {} program error #{} ({}) occurred in module {}, {}, line {}",
                                    kProduct, AppName(), number, description, module, proc, line);

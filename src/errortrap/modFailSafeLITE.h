@@ -20,15 +20,6 @@ namespace orvKestrel {
 
 enum class TrapAction { Retry, Ignore, Leave };
 
-// An error as the trap takes it: the number and description that reports and log lines show,
-// and the system call and path that failed where the error names them (empty otherwise).
-struct CaughtError {
-  int number = 0;
-  std::string description;
-  std::string call;
-  std::string path;
-};
-
 class FailSafe {
  public:
   explicit FailSafe(const Host& host) : host_(&host) {}
@@ -36,17 +27,9 @@ class FailSafe {
   bool Tracing() const { return static_cast<bool>(host_->traceSink); }
   void Enter(std::string_view module, std::string_view proc, const std::string& params);
   void Leave(std::string_view module, std::string_view proc, const std::string& params);
-  // Traces the error, appends the report to "error.log" and asks the host. The report names
-  // neither call nor path: its text is fixed; the trace names them after its error line.
-  TrapAction Report(std::string_view module, std::string_view proc, const CaughtError& error,
-                    int line);
+  // Traces the error, appends the report to "error.log" and asks the host.
   TrapAction Report(std::string_view module, std::string_view proc, int number,
-                    const std::string& description, int line) {
-    return Report(module, proc, CaughtError{number, description, {}, {}}, line);
-  }
-  // While tracing, the call and path of an error (one a procedure handles itself, such as a
-  // file that failed, as well as those reported): a "CALL" line. Nothing for an error of no call.
-  void TraceCall(const CaughtError& error);
+                    const std::string& description, int line);
   // Errors reported since the last ResetErrorCount.
   int ErrorCount() const { return errors_; }
   void ResetErrorCount() { errors_ = 0; }
@@ -160,9 +143,10 @@ class Proc {
   template <class F>
   bool Do(F&& statement, int line = __builtin_LINE()) {
     for (;;) {
-      CaughtError error;
-      if (RunCaught(statement, error)) return true;
-      switch (trap_.Report(module_, Text(), error, line)) {
+      int number = 0;
+      std::string description;
+      if (RunCaught(statement, number, description)) return true;
+      switch (trap_.Report(module_, Text(), number, description, line)) {
         case TrapAction::Retry: continue;
         case TrapAction::Ignore: return true;
         case TrapAction::Leave: return false;
@@ -174,7 +158,7 @@ class Proc {
 
  private:
   template <class F>
-  static bool RunCaught(F& statement, CaughtError& error);
+  static bool RunCaught(F& statement, int& number, std::string& description);
   // "Sub CopyFiles"; a procedure named by one text has no kind of its own.
   std::string Text() const {
     std::string text(kind_);
@@ -191,18 +175,17 @@ class Proc {
 template <class... A>
 Proc(FailSafe&, const ProcName&, A&&...) -> Proc<NamedValues<A...>>;
 
-// Turns the exception in flight into an error number and description, with its call and path.
-CaughtError DescribeCurrentException();
+// Turns the exception in flight into an error number and description.
 void DescribeCurrentException(int& number, std::string& description);
 
 template <class ParamsFn>
 template <class F>
-bool Proc<ParamsFn>::RunCaught(F& statement, CaughtError& error) {
+bool Proc<ParamsFn>::RunCaught(F& statement, int& number, std::string& description) {
   try {
     statement();
     return true;
   } catch (...) {
-    error = DescribeCurrentException();
+    DescribeCurrentException(number, description);
     return false;
   }
 }

@@ -133,24 +133,5 @@ TEST_F(ErrorTrapTest, TraceLinesOfNestedProcedures) {
   EXPECT_NE(lines_[8].find("] ->m : Sub A"), std::string::npos);
 }
 
-// The call and path of an error reach the trace only, on a line of their own after the error
-// line (or alone, for an error its procedure handles), with control characters escaped.
-TEST_F(ErrorTrapTest, TraceNamesTheCallAndPathOfAnError) {
-  trap_.TraceCall({2, "No such file or directory", "open", "/a"});  // not tracing: nothing
-  Trace();
-  Proc p(trap_, "m", "Sub P");
-  const int line = __LINE__ + 1;
-  p.Do([] { ThrowSys(ENOENT, "open", "/in/a\nb"); });
-  trap_.TraceCall({13, "Permission denied", "renameat2", "/out/a"});
-  trap_.TraceCall({6, "Overflow", "", ""});
-  ASSERT_EQ(lines_.size(), 5u);
-  EXPECT_THAT(lines_[2], ::testing::StartsWith("[" + App() + "] ERROR 2 \"No such file or directory\" at m : Sub P : "));
-  EXPECT_EQ(lines_[3], "[" + App() + "] CALL open \"/in/a\\x0ab\" : 2 \"No such file or directory\"\r\n");
-  EXPECT_EQ(lines_[4], "[" + App() + "] CALL renameat2 \"/out/a\" : 13 \"Permission denied\"\r\n");
-  EXPECT_THAT(ReadFile(dir_ / "error.log"),
-              ::testing::EndsWith("#2 (No such file or directory) occurred in module m, Sub P, line " +
-                                  std::to_string(line) + ".\n"));
-}
-
 }  // namespace
 }  // namespace orvKestrel

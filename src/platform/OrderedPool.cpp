@@ -29,11 +29,6 @@ void OrderedPool::Add(std::vector<Task> tasks) {
   claimable_.notify_all();
 }
 
-void OrderedPool::Reach(std::size_t index) {
-  const std::lock_guard lock(m_);
-  Pass(index);
-}
-
 bool OrderedPool::Wait(std::size_t index, bool begunOnly) {
   std::unique_lock lock(m_);
   Pass(index);
@@ -66,20 +61,14 @@ void OrderedPool::Pass(std::size_t index) {
   if (mayRunAhead_) claimable_.notify_all();
 }
 
-OrderedPool::Entry* OrderedPool::Find(std::size_t index) {
-  return index >= base_ && index - base_ < entries_.size() ? &entries_[index - base_] : nullptr;
-}
-
-bool OrderedPool::Claimable() const {
-  if (stopping_.load()) return true;
-  if (next_ >= base_ + entries_.size()) return false;
-  return next_ <= reached_ || !mayRunAhead_ || mayRunAhead_(next_ - reached_);
-}
-
 void OrderedPool::Work(unsigned worker) {
   std::unique_lock lock(m_);
   for (;;) {
-    claimable_.wait(lock, [&] { return Claimable(); });
+    claimable_.wait(lock, [&] {  // the task in hand is begun whatever the owner's limit
+      return stopping_.load() ||
+             (next_ < base_ + entries_.size() &&
+              (next_ <= reached_ || !mayRunAhead_ || mayRunAhead_(next_ - reached_)));
+    });
     if (stopping_.load()) return;
     const std::size_t index = next_++;
     Entry& entry = entries_[index - base_];

@@ -22,8 +22,6 @@ CopyAhead::CopyAhead(unsigned workers, std::string anchor, FaultPoints* faults,
     : anchorPath_(std::move(anchor)), faults_(faults), run_(run),
       window_(2 * std::max(workers, 1u)), pool_(workers) {}
 
-CopyAhead::~CopyAhead() = default;
-
 void CopyAhead::Add(std::vector<CopyOrder> orders) {
   std::vector<OrderedPool::Task> tasks;
   tasks.reserve(orders.size());
@@ -44,10 +42,8 @@ std::shared_ptr<CopyAhead::Slot> CopyAhead::Drop(std::size_t index) {
 std::optional<PreparedCopy> CopyAhead::Take(std::size_t index) {
   const bool begun = pool_.Wait(index, true);
   const std::shared_ptr<Slot> slot = Drop(index);
-  if (!slot) return std::nullopt;
-  slots_.pop_front();
-  ++first_;
-  if (!begun) return std::nullopt;
+  Drop(index + 1);  // taken
+  if (!slot || !begun) return std::nullopt;
   return std::move(slot->copy);
 }
 

@@ -64,9 +64,7 @@ class CopyAhead {
   // run: the run's file system, whose change count dates what the workers look up.
   CopyAhead(unsigned workers, std::string anchor, FaultPoints* faults = nullptr,
             const FileSystem* run = nullptr);
-  ~CopyAhead();  // stops the workers and closes every copy not taken
-  CopyAhead(const CopyAhead&) = delete;
-  CopyAhead& operator=(const CopyAhead&) = delete;
+  ~CopyAhead() = default;  // stops the workers and closes every copy not taken
 
   // How many files ahead of the one in hand may have a copy made.
   std::size_t Window() const { return window_; }

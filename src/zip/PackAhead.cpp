@@ -36,7 +36,7 @@ PackAhead::PackAhead(FileSystem& fs, std::vector<std::string> sources, int level
             [this, ahead = kAheadPerWorker * static_cast<std::size_t>(std::max(workers, 1))](
                 std::size_t beyond) { return beyond < ahead && held_.load() < kHeldCap; }) {
   pool_.Add(std::vector<OrderedPool::Task>(
-      sources_.size(), [this](std::size_t k, unsigned worker) { Work(k, worker); }));
+      sources_.size(), [this](std::size_t k, unsigned worker) { Pack(k, worker); }));
 }
 
 PackAhead::~PackAhead() = default;
@@ -53,18 +53,13 @@ void PackAhead::Release(std::size_t k) {
   pool_.Reach(k + 1);  // also tells the pool that the bytes held went down
 }
 
-void PackAhead::Work(std::size_t k, unsigned worker) {
-  Tools& tools = tools_[worker];
-  if (!tools.compressor) tools.compressor.reset(libdeflate_alloc_compressor(level_));
-  Packed& out = slots_[k];
-  if (tools.compressor) Pack(k, out, tools);
-  out.held = out.data.size();
-  held_ += out.held;
-}
-
 // Reads and deflates entry k. A file that cannot be opened or read, or outgrows what is held in
 // memory, is left to libzip's own read (Plain), which reports it as a commit always did.
-void PackAhead::Pack(std::size_t k, Packed& out, Tools& tools) {
+void PackAhead::Pack(std::size_t k, unsigned worker) {
+  Tools& tools = tools_[worker];
+  if (!tools.compressor) tools.compressor.reset(libdeflate_alloc_compressor(level_));
+  if (!tools.compressor) return;
+  Packed& out = slots_[k];
   std::vector<char>& buf = tools.buf;
   std::size_t got = 0;
   try {
@@ -101,6 +96,8 @@ void PackAhead::Pack(std::size_t k, Packed& out, Tools& tools) {
     return;
   }
   out.data.resize(packed);
+  out.held = packed;
+  held_ += packed;
   out.crc = static_cast<std::uint32_t>(libdeflate_crc32(0, buf.data(), got));
   out.state = Packed::State::Done;
   // A large buffer is not kept for the small files that follow.

@@ -34,8 +34,6 @@ class PackAhead {
   // The sources in the order libzip commits them; level 1..9.
   PackAhead(FileSystem& fs, std::vector<std::string> sources, int level, int workers);
   ~PackAhead();  // stops the workers: what they hold is dropped
-  PackAhead(const PackAhead&) = delete;
-  PackAhead& operator=(const PackAhead&) = delete;
 
   // Entry k once its worker is through with it; its data may be moved out.
   Packed& Wait(std::size_t k);
@@ -44,8 +42,7 @@ class PackAhead {
 
  private:
   struct Tools;  // a worker's compressor and read buffer
-  void Work(std::size_t k, unsigned worker);
-  void Pack(std::size_t k, Packed& out, Tools& tools);
+  void Pack(std::size_t k, unsigned worker);
 
   FileSystem& fs_;
   std::vector<std::string> sources_;

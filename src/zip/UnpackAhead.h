@@ -34,8 +34,6 @@ class UnpackAhead {
  public:
   explicit UnpackAhead(int workers);
   ~UnpackAhead();  // stops and joins the workers; what they have not begun is dropped
-  UnpackAhead(const UnpackAhead&) = delete;
-  UnpackAhead& operator=(const UnpackAhead&) = delete;
 
   // Items are waited for in the order they were submitted.
   void Submit(std::shared_ptr<Unpack> item);

@@ -26,7 +26,8 @@ void OrderedPool::Add(std::vector<Task> tasks) {
     const std::lock_guard lock(m_);
     for (Task& task : tasks) entries_.push_back({std::move(task)});
   }
-  claimable_.notify_all();
+  if (tasks.size() == 1) claimable_.notify_one();
+  else claimable_.notify_all();
 }
 
 bool OrderedPool::Wait(std::size_t index, bool begunOnly) {

@@ -20,103 +20,57 @@ constexpr std::uint64_t kMaxBytes = std::uint64_t{8} << 20;
 CopyAhead::CopyAhead(unsigned workers, std::string anchor, FaultPoints* faults,
                      const FileSystem* run)
     : anchorPath_(std::move(anchor)), faults_(faults), run_(run),
-      window_(2 * std::max(workers, 1u)) {
-  threads_.reserve(workers);
-  for (unsigned i = 0; i < workers; ++i) threads_.emplace_back([this] { Work(); });
-}
-
-CopyAhead::~CopyAhead() {
-  {
-    const std::lock_guard lock(mutex_);
-    stopping_ = true;
-  }
-  work_.notify_all();
-  near_.notify_all();
-  threads_.clear();  // joins
-}
+      window_(2 * std::max(workers, 1u)), looks_(std::max(workers, 1u)), pool_(workers) {}
 
 void CopyAhead::Add(std::vector<CopyOrder> orders) {
-  {
-    const std::lock_guard lock(mutex_);
-    for (CopyOrder& order : orders) {
-      auto slot = std::make_shared<Slot>();
-      slot->index = added_++;
-      slot->order = std::move(order);
-      slots_.push_back(std::move(slot));
-    }
+  std::vector<OrderedPool::Task> tasks;
+  tasks.reserve(orders.size());
+  for (CopyOrder& order : orders) {
+    auto slot = std::make_shared<Slot>();
+    slot->order = std::move(order);
+    tasks.emplace_back(
+        [this, slot](std::size_t index, unsigned worker) { Work(index, worker, *slot); });
+    slots_.push_back(std::move(slot));
   }
-  work_.notify_all();
+  pool_.Add(std::move(tasks));
 }
 
 std::shared_ptr<CopyAhead::Slot> CopyAhead::Drop(std::size_t index) {
-  if (index > reached_) {
-    reached_ = index;
-    near_.notify_all();
-  }
-  std::shared_ptr<Slot> slot;
-  while (!slots_.empty() && slots_.front()->index < index) {
-    slots_.pop_front();
-    if (claimed_ > 0) --claimed_;  // claimed slots are always the first ones
-  }
-  if (!slots_.empty() && slots_.front()->index == index) slot = slots_.front();
-  return slot;
+  for (; first_ < index && !slots_.empty(); ++first_) slots_.pop_front();
+  return first_ == index && !slots_.empty() ? slots_.front() : nullptr;
 }
 
 std::optional<PreparedCopy> CopyAhead::Take(std::size_t index) {
-  std::unique_lock lock(mutex_);
+  const bool begun = pool_.Wait(index, true);
   const std::shared_ptr<Slot> slot = Drop(index);
-  if (slot) {
-    slots_.pop_front();
-    if (claimed_ > 0) --claimed_;
-  }
-  if (!slot || slot->state == State::Queued) return std::nullopt;
-  done_.wait(lock, [&] { return slot->state == State::Done; });
+  Drop(index + 1);  // taken
+  if (!slot || !begun) return std::nullopt;
   return std::move(slot->copy);
 }
 
 std::optional<LookedUp> CopyAhead::Looked(std::size_t index) {
-  std::unique_lock lock(mutex_);
+  pool_.Reach(index);
   const std::shared_ptr<Slot> slot = Drop(index);
-  if (!slot) return std::nullopt;
+  if (!slot || !slot->lookedUp.load(std::memory_order_acquire)) return std::nullopt;
   return slot->looked;
 }
 
-void CopyAhead::Work() {
-  FolderStatuses dests, sources;
-  std::unique_lock lock(mutex_);
-  for (;;) {
-    work_.wait(lock, [&] { return stopping_ || claimed_ < slots_.size(); });
-    if (stopping_) return;
-    const std::shared_ptr<Slot> slot = slots_[claimed_++];
-    slot->state = State::Working;
-    lock.unlock();
-    LookedUp looked = LookUp(slot->order, dests, sources);
-    lock.lock();
-    slot->looked = std::move(looked);
-    Finish(*slot, lock);
+// Looks the file up, then makes its copy when one is wanted, once the run is within the window
+// of it: copies hold memory and disk space, look-ups do not. A failed copy is not reported
+// here: the run's thread meets the same failure when it copies the file.
+void CopyAhead::Work(std::size_t index, unsigned worker, Slot& slot) {
+  Looks& looks = looks_[worker];
+  slot.looked = LookUp(slot.order, looks.dests, looks.sources);
+  slot.lookedUp.store(true, std::memory_order_release);
+  const bool exists = slot.looked->dest.err == 0;
+  if (!(exists ? slot.order.whenExists : slot.order.whenMissing)) return;
+  if (!pool_.Near(index, window_)) return;
+  try {
+    if (auto made = Prepare(slot.order, *slot.looked)) slot.copy.emplace(std::move(*made));
+  } catch (...) {
   }
 }
 
-// Makes the slot's copy when one is wanted, once the run is within the window of it: copies
-// hold memory and disk space, look-ups do not.
-void CopyAhead::Finish(Slot& slot, std::unique_lock<std::mutex>& lock) {
-  const bool exists = slot.looked->dest.err == 0;  // Work looks the slot up before this
-  if (exists ? slot.order.whenExists : slot.order.whenMissing) {
-    near_.wait(lock, [&] { return stopping_ || slot.index < reached_ + window_; });
-    if (stopping_) return;
-    lock.unlock();
-    std::optional<PreparedCopy> copy;
-    try {
-      if (auto made = Prepare(slot.order, *slot.looked)) copy.emplace(std::move(*made));
-    } catch (...) {
-      // Not reported here: the run's thread meets the same failure when it copies the file.
-    }
-    lock.lock();
-    if (copy) slot.copy.emplace(std::move(*copy));
-  }
-  slot.state = State::Done;
-  done_.notify_all();
-}
 
 PathStatus FolderStatuses::Of(const std::string& path, std::uint64_t changes) {
   const auto slash = path.rfind('/');

@@ -8,15 +8,15 @@
 
 #include "platform/FileSystem.h"
 #include "platform/NewFile.h"
+#include "platform/OrderedPool.h"
 
-#include <condition_variable>
+#include <atomic>
 #include <cstdint>
 #include <deque>
 #include <memory>
 #include <mutex>
 #include <optional>
 #include <string>
-#include <thread>
 #include <vector>
 
 namespace orvKestrel {
@@ -78,9 +78,7 @@ class CopyAhead {
   // run: the run's file system, whose change count dates what the workers look up.
   CopyAhead(unsigned workers, std::string anchor, FaultPoints* faults = nullptr,
             const FileSystem* run = nullptr);
-  ~CopyAhead();  // stops the workers and closes every copy not taken
-  CopyAhead(const CopyAhead&) = delete;
-  CopyAhead& operator=(const CopyAhead&) = delete;
+  ~CopyAhead() = default;  // stops the workers and closes every copy not taken
 
   // How many files ahead of the one in hand may have a copy made.
   std::size_t Window() const { return window_; }
@@ -99,16 +97,16 @@ class CopyAhead {
   std::optional<LookedUp> Looked(std::size_t index);
 
  private:
-  enum class State { Queued, Working, Done };  // Working: looked up, its copy not made yet
   struct Slot {
-    std::size_t index;
     CopyOrder order;
-    State state = State::Queued;
-    std::optional<LookedUp> looked;  // set before the copy is begun
-    std::optional<PreparedCopy> copy;
+    std::optional<LookedUp> looked;  // set before lookedUp, and then only read
+    std::atomic<bool> lookedUp{false};
+    std::optional<PreparedCopy> copy;  // read once the pool says the task is through
   };
-  void Work();
-  void Finish(Slot& slot, std::unique_lock<std::mutex>& lock);
+  struct Looks {  // one worker's open folders
+    FolderStatuses dests, sources;
+  };
+  void Work(std::size_t index, unsigned worker, Slot& slot);
   std::shared_ptr<Slot> Drop(std::size_t index);  // the slots before index; slot index if there
   LookedUp LookUp(const CopyOrder& order, FolderStatuses& dests, FolderStatuses& sources) const;
   std::optional<PreparedCopy> Prepare(const CopyOrder& order, const LookedUp& looked);
@@ -118,17 +116,13 @@ class CopyAhead {
   FaultPoints* faults_;
   const FileSystem* run_;
   std::size_t window_;
-  mutable std::mutex mutex_;
-  std::condition_variable work_, done_, near_;
-  std::deque<std::shared_ptr<Slot>> slots_;  // not taken yet; a worker keeps its own
-  std::size_t claimed_ = 0;  // the slots at the front that a worker has looked at
-  std::size_t added_ = 0;
-  std::size_t reached_ = 0;  // the file the run has in hand
-  bool stopping_ = false;
+  std::deque<std::shared_ptr<Slot>> slots_;  // the run's own: not taken yet, from first_ on
+  std::size_t first_ = 0;
   std::mutex anchorMutex_;
   UniqueFd anchor_;
   std::uint64_t anchorDevice_ = 0;
-  std::vector<std::jthread> threads_;  // last: joined before the rest goes
+  std::vector<Looks> looks_;  // by worker
+  OrderedPool pool_;  // last: its workers stop before the rest goes
 };
 
 }  // namespace orvKestrel

@@ -8,22 +8,20 @@
 #pragma once
 
 #include "platform/FileSystem.h"
+#include "platform/OrderedPool.h"
 #include "zip/Ahead.h"
 
 #include <atomic>
-#include <condition_variable>
 #include <cstdint>
-#include <mutex>
 #include <string>
-#include <thread>
 #include <vector>
 
 namespace orvKestrel::zipahead {
 
 // One entry's deflated data, as the worker left it.
 struct Packed {
-  enum class State { Waiting, Working, Done, Plain, Changed };
-  State state = State::Waiting;
+  enum class State { Plain, Done, Changed };
+  State state = State::Plain;
   std::vector<unsigned char> data;  // raw deflate
   std::uint32_t crc = 0;
   FileIdentity read;    // the file as it was read (Done)
@@ -36,8 +34,6 @@ class PackAhead {
   // The sources in the order libzip commits them; level 1..9.
   PackAhead(FileSystem& fs, std::vector<std::string> sources, int level, int workers);
   ~PackAhead();  // stops the workers: what they hold is dropped
-  PackAhead(const PackAhead&) = delete;
-  PackAhead& operator=(const PackAhead&) = delete;
 
   // Entry k once its worker is through with it; its data may be moved out.
   Packed& Wait(std::size_t k);
@@ -45,21 +41,16 @@ class PackAhead {
   void Release(std::size_t k);
 
  private:
-  bool Claim(std::size_t& k);
-  void Work(int level);
-  void Pack(std::size_t k, Packed& out, void* compressor, std::vector<char>& buf);
+  struct Tools;  // a worker's compressor and read buffer
+  void Pack(std::size_t k, unsigned worker);
 
   FileSystem& fs_;
   std::vector<std::string> sources_;
   std::vector<Packed> slots_;
-  std::size_t ahead_;  // entries a worker may be ahead of the writer
-  std::mutex m_;
-  std::condition_variable claimable_, done_;
-  std::size_t next_ = 0;      // next entry to claim
-  std::size_t released_ = 0;  // entries before this one are written
-  std::uint64_t held_ = 0;    // bytes of deflated data waiting to be written
-  std::atomic<bool> stop_{false};
-  std::vector<std::jthread> workers_;
+  int level_;
+  std::vector<Tools> tools_;  // one per worker
+  std::atomic<std::uint64_t> held_{0};  // bytes of deflated data waiting to be written
+  OrderedPool pool_;  // last: its workers stop before the rest goes
 };
 
 }  // namespace orvKestrel::zipahead

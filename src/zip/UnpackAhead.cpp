@@ -34,7 +34,7 @@ std::optional<std::vector<unsigned char>> Inflate(libdeflate_decompressor* d, Un
   return data;
 }
 
-// The extraction does not touch an item until its result is set (under the lock).
+// The extraction does not touch an item until the pool says its task is through.
 Unpack::Result Process(libdeflate_decompressor* d, Unpack& item) {
   const auto data = Inflate(d, item);
   item.packed = {};
@@ -51,53 +51,25 @@ Unpack::Result Process(libdeflate_decompressor* d, Unpack& item) {
 
 }  // namespace
 
-UnpackAhead::UnpackAhead(int workers) {
-  const int n = std::max(workers, 1);
-  workers_.reserve(static_cast<std::size_t>(n));
-  for (int w = 0; w < n; ++w) workers_.emplace_back([this] { Work(); });
-}
+struct UnpackAhead::Tools {
+  Decompressor decompressor{libdeflate_alloc_decompressor()};
+};
 
-UnpackAhead::~UnpackAhead() {
-  {
-    std::lock_guard lock(m_);
-    stop_ = true;
-    queue_.clear();
-  }
-  queued_.notify_all();
-  workers_.clear();  // joins
-}
+UnpackAhead::UnpackAhead(int workers)
+    : tools_(static_cast<std::size_t>(std::max(workers, 1))),
+      pool_(static_cast<unsigned>(tools_.size())) {}
+
+UnpackAhead::~UnpackAhead() = default;
 
 void UnpackAhead::Submit(std::shared_ptr<Unpack> item) {
-  {
-    std::lock_guard lock(m_);
-    queue_.push_back(std::move(item));
-  }
-  queued_.notify_one();
+  item->ticket = submitted_++;
+  std::vector<OrderedPool::Task> task;
+  task.emplace_back([this, item = std::move(item)](std::size_t, unsigned worker) {
+    item->result = Process(tools_[worker].decompressor.get(), *item);
+  });
+  pool_.Add(std::move(task));
 }
 
-void UnpackAhead::Wait(const Unpack& item) {
-  std::unique_lock lock(m_);
-  done_.wait(lock, [&] { return item.result != Unpack::Result::Pending; });
-}
-
-void UnpackAhead::Work() {
-  Decompressor d(libdeflate_alloc_decompressor());
-  for (;;) {
-    std::shared_ptr<Unpack> item;
-    {
-      std::unique_lock lock(m_);
-      queued_.wait(lock, [&] { return stop_ || !queue_.empty(); });
-      if (stop_) return;
-      item = std::move(queue_.front());
-      queue_.pop_front();
-    }
-    const Unpack::Result result = Process(d.get(), *item);
-    {
-      std::lock_guard lock(m_);
-      item->result = result;
-    }
-    done_.notify_all();
-  }
-}
+void UnpackAhead::Wait(const Unpack& item) { pool_.Wait(item.ticket); }
 
 }  // namespace orvKestrel::zipahead

@@ -6,16 +6,13 @@
 #pragma once
 
 #include "platform/NewFile.h"
+#include "platform/OrderedPool.h"
 
-#include <condition_variable>
 #include <cstdint>
 #include <ctime>
-#include <deque>
 #include <memory>
-#include <mutex>
 #include <optional>
 #include <string>
-#include <thread>
 #include <vector>
 
 namespace orvKestrel::zipahead {
@@ -30,27 +27,24 @@ struct Unpack {
   std::optional<NewFile> out;
   Result result = Result::Pending;
   std::string why;  // WriteFailed: the error's text
+  std::size_t ticket = 0;  // its place in the workers' order
 };
 
 class UnpackAhead {
  public:
   explicit UnpackAhead(int workers);
-  ~UnpackAhead();  // stops and joins the workers; what they have not done is dropped
-  UnpackAhead(const UnpackAhead&) = delete;
-  UnpackAhead& operator=(const UnpackAhead&) = delete;
+  ~UnpackAhead();  // stops and joins the workers; what they have not begun is dropped
 
+  // Items are waited for in the order they were submitted.
   void Submit(std::shared_ptr<Unpack> item);
   // Blocks until a worker is through with item.
   void Wait(const Unpack& item);
 
  private:
-  void Work();
-
-  std::mutex m_;
-  std::condition_variable queued_, done_;
-  std::deque<std::shared_ptr<Unpack>> queue_;
-  bool stop_ = false;
-  std::vector<std::jthread> workers_;
+  struct Tools;  // a worker's decompressor
+  std::vector<Tools> tools_;  // one per worker
+  std::size_t submitted_ = 0;
+  OrderedPool pool_;  // last: its workers stop before the rest goes
 };
 
 }  // namespace orvKestrel::zipahead

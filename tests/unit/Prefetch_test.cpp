@@ -1,5 +1,8 @@
-// Copies made ahead: named only for the source they were made from, never over an existing
-// file unless asked, and gone without a trace (no entry, no descriptor) when not used.
+// The workers' pool: tasks begun in order and no further ahead than allowed, dropped when
+// passed or stopped. Copies made ahead: named only for the source they were made from, never
+// over an existing file unless asked, and gone without a trace (no entry, no descriptor) when
+// not used.
+#include "platform/OrderedPool.h"
 #include "platform/Prefetch.h"
 #include "platform/SysError.h"
 
@@ -10,6 +13,10 @@
 #include <algorithm>
 #include <chrono>
 #include <filesystem>
+#include <future>
+#include <latch>
+#include <mutex>
+#include <numeric>
 #include <thread>
 
 namespace orvKestrel::testing {
@@ -21,6 +28,70 @@ std::size_t OpenDescriptors() {
 }
 
 using Prefetch = Rig;
+
+TEST_F(Prefetch, PoolBeginsTasksInOrderAndNoFurtherAheadThanAllowed) {
+  constexpr std::size_t kTasks = 24;
+  std::vector<std::size_t> all(kTasks);
+  std::iota(all.begin(), all.end(), 0);
+  for (const unsigned workers : {1u, 3u}) {
+    SCOPED_TRACE(workers);
+    std::atomic<std::size_t> hand{0};
+    std::mutex m;
+    std::vector<std::size_t> begun;
+    std::vector<char> finished(kTasks, 0);
+    {
+      OrderedPool pool(workers, [](std::size_t beyond) { return beyond < 2; });
+      pool.Add(std::vector<OrderedPool::Task>(kTasks, [&](std::size_t k, unsigned worker) {
+        EXPECT_LT(worker, workers);
+        EXPECT_LE(k, hand.load() + 1) << "begun too far ahead";
+        {
+          const std::lock_guard lock(m);
+          begun.push_back(k);
+        }
+        std::this_thread::sleep_for(std::chrono::milliseconds(1));
+        finished[k] = 1;
+      }));
+      for (std::size_t k = 0; k < kTasks; ++k) {
+        hand = k;
+        EXPECT_TRUE(pool.Wait(k));
+        EXPECT_TRUE(finished[k]) << k;
+      }
+    }
+    if (workers > 1) std::sort(begun.begin(), begun.end());  // begun in order, noted in any
+    EXPECT_EQ(begun, all);
+  }
+}
+
+TEST_F(Prefetch, PoolDropsWhatNoWorkerBeganAndStopsAWaitingTask) {
+  std::vector<char> ran(6, 0);
+  std::promise<void> go;
+  std::latch first(1), fourth(1);
+  bool near = true;
+  {
+    OrderedPool pool(1);
+    const auto note = [&](std::size_t k, unsigned) { ran[k] = 1; };
+    pool.Add({[&, gate = go.get_future().share()](std::size_t k, unsigned) {
+                ran[k] = 1;
+                first.count_down();
+                gate.wait();  // holds the only worker
+              },
+              note, note, note,
+              [&](std::size_t k, unsigned) {
+                ran[k] = 1;
+                fourth.count_down();
+                near = pool.Near(100, 1);  // the consumer never comes near: until the pool stops
+              },
+              note});
+    first.wait();
+    EXPECT_FALSE(pool.Wait(2, true)) << "not begun: the consumer does it";
+    go.set_value();
+    EXPECT_TRUE(pool.Wait(3));
+    EXPECT_FALSE(pool.Wait(2)) << "passed";
+    fourth.wait();
+  }  // stops task 4's wait; task 5 is never begun
+  EXPECT_EQ(ran, (std::vector<char>{1, 0, 0, 1, 1, 0}));
+  EXPECT_FALSE(near);
+}
 
 TEST_F(Prefetch, ACopyMadeAheadIsNamedOnlyForTheSourceItWasMadeFrom) {
   struct Case {

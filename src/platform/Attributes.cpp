@@ -110,7 +110,7 @@ std::uint32_t FileSystem::GetAttributes(const std::string& path) {
 }
 
 void FileSystem::SetAttributes(const std::string& path, std::uint32_t attrs) {
-  const Changing changing(*this);
+  const Changing changing(cache_);
   Gate(FaultOp::SetAttributes, "setxattr", path);
   const struct statx sx = StatxOf(path);
   const mode_t perms = sx.stx_mode & 07777;

@@ -84,7 +84,7 @@ ErrorOr<std::shared_ptr<const DestFolder>> FileSystem::TryOpenBeneath(const std:
   if (sub.empty()) return top;
   const int fd = OpenBelow(rootFd, sub);
   if (fd >= 0) return std::make_shared<const DestFolder>(fd, paths::BuildPath(root, sub));
-  const Changing changing(*this);  // levels may be made
+  const Changing changing(cache_);  // levels may be made
   return WalkLevels(std::move(top), sub, create);
 }
 
@@ -101,7 +101,7 @@ std::string FileSystem::RefusedBeneath(const std::string& root, const std::strin
 }
 
 void FileSystem::DeleteFile(const DestFolder& folder, const std::string& name, bool force) {
-  const Changing changing(*this);
+  const Changing changing(cache_);
   const auto path = [&] { return paths::BuildPath(folder.path(), name); };  // for errors only
   if (name.empty()) ThrowSys(EINVAL, "unlinkat", path());
   orvKestrel::Gate(faults_, FaultOp::Unlink, "unlinkat", path);

@@ -49,10 +49,8 @@ std::string FileSystem::DriveName(const std::string& path) {
 ErrorOr<std::int64_t> FileSystem::FreeBytes(const std::string& path) {
   // An injected fault stands for the query, asked or remembered.
   if (const int err = Injected(FaultOp::Statvfs)) return SysError(err, "statvfs", path);
-  const auto now = std::chrono::steady_clock::now();
-  if (free_ && free_->path == path && now - free_->at < std::chrono::seconds(1)) {
-    return free_->bytes;
-  }
+  const auto now = StatusCache::Clock::now();
+  if (const auto remembered = cache_.FreeBytes(path, now)) return *remembered;
   struct statvfs vfs {};
   if (::statvfs(path.c_str(), &vfs) != 0) return SysError(errno, "statvfs", path);
   constexpr std::int64_t kMax = std::numeric_limits<std::int64_t>::max();
@@ -62,7 +60,7 @@ ErrorOr<std::int64_t> FileSystem::FreeBytes(const std::string& path) {
       bytes <= static_cast<std::uint64_t>(kMax)) {
     result = static_cast<std::int64_t>(bytes);
   }
-  free_ = FreeFigure{path, result, vfs.f_frsize, now};
+  cache_.Remember({path, result, vfs.f_frsize, now});
   return result;
 }
 

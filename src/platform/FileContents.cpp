@@ -105,7 +105,7 @@ std::string FileSystem::ReadHead(const std::string& path, std::size_t n) {
 }
 
 void FileSystem::WriteFileAtomic(const std::string& path, const std::string& data) {
-  const Changing changing(*this);
+  const Changing changing(cache_);
   // A link is followed, so that the link stays and its target gets the new contents.
   const std::string target = LinkTarget(path);
   struct stat old {};

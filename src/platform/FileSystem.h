@@ -1,14 +1,15 @@
 // The engine's one file-system object. Every file operation of a run goes through it, so that
 // tests can make operations fail at named points (FaultPoints). Failing operations throw
-// KestrelError (errno + text).
+// KestrelError (errno + text). What it remembers of the disk between calls, and forgets at
+// every change it makes, is its StatusCache.
 // The implementation is split by service: one .cpp per service in this folder.
 #pragma once
 
 #include "platform/ErrorOr.h"
 #include "platform/FaultPoints.h"
+#include "platform/PathStatus.h"
+#include "platform/StatusCache.h"
 
-#include <atomic>
-#include <chrono>
 #include <cstdint>
 #include <ctime>
 #include <functional>
@@ -43,13 +44,6 @@ struct DirEntry {
 // for files of a job.
 bool IsEngineTemporary(std::string_view name);
 
-// Whole seconds since the epoch.
-struct FileTimes {
-  std::time_t created = 0;  // birth time; the change time where the file system has none
-  std::time_t accessed = 0;
-  std::time_t written = 0;
-};
-
 // What makes a file the one that was read: device and inode name it, size and the modification
 // and change times (to the nanosecond) tell that its contents are still those that were read.
 struct FileIdentity {
@@ -74,25 +68,6 @@ struct FileKey {
     }
   };
 };
-
-struct FileStat {
-  bool isDir = false;
-  bool isFile = false;  // a regular file
-  std::uint64_t size = 0;
-  FileTimes times;
-};
-
-// What a look-up of a path (links followed) found, or the errno of its failure.
-struct PathStatus {
-  std::string path;
-  int err = 0;
-  FileStat stat;
-  std::uint64_t device = 0;
-};
-// The look-up itself: no state, so workers may call it at once.
-PathStatus StatusOf(const std::string& path);
-// The same for name in an open folder; path is what the status is reported for.
-PathStatus StatusAt(int folder, const char* name, std::string path);
 
 // A destination folder opened beneath the job's destination: what is written through it stays
 // inside, whatever links were planted on the way. Closes its descriptor with the object.
@@ -171,23 +146,21 @@ class FileSystem {
   // forgets what was read.
   class StatusScope {
    public:
-    explicit StatusScope(FileSystem& fs) : fs_(fs) { ++fs_.scopes_; }
-    ~StatusScope() {
-      if (--fs_.scopes_ == 0) fs_.known_.clear();
-    }
+    explicit StatusScope(FileSystem& fs) : cache_(fs.cache_) { cache_.Enter(); }
+    ~StatusScope() { cache_.Leave(); }
     StatusScope(const StatusScope&) = delete;
     StatusScope& operator=(const StatusScope&) = delete;
 
    private:
-    FileSystem& fs_;
+    StatusCache& cache_;
   };
 
   // How many changes were made through this object; a status read while it stayed the same is
   // still what the run itself left there. Safe to read from any thread.
-  std::uint64_t Changes() const { return changes_.load(std::memory_order_acquire); }
+  std::uint64_t Changes() const { return cache_.Changes(); }
   // A status a worker looked up when Changes() was `changes`: taken as read by this object
   // inside the current scope, unless the run has changed something since.
-  void Seed(std::uint64_t changes, PathStatus status);
+  void Seed(std::uint64_t changes, PathStatus status) { cache_.Seed(changes, std::move(status)); }
 
   // --- queries (Folders.cpp) ---
   bool FileExists(const std::string& path);    // a regular file (links followed)
@@ -292,38 +265,11 @@ class FileSystem {
   void Gate(FaultOp op, const char* call, const std::string& path);
   // To the end; more than limit bytes throws. path: the file's, for errors.
   std::string ReadAll(int fd, const std::string& path, std::size_t limit);
-  const PathStatus& Look(const std::string& path);
   ErrorOr<std::shared_ptr<const DestFolder>> TryOpenBeneath(const std::string& root,
                                                             const std::string& sub, bool create);
-  void Changed(bool folders) {  // every change through this object makes what was read stale
-    changes_.fetch_add(1, std::memory_order_acq_rel);
-    known_.clear();
-    free_.reset();
-    if (folders) folder_.reset();
-  }
-  // Held by every operation that changes the disk: forgets before, and after, in case the
-  // operation itself looked at a path in between. folders: it may remove or rename a folder.
-  struct Changing {
-    explicit Changing(FileSystem& fs, bool folders = false) : fs_(fs), folders_(folders) {
-      fs_.Changed(folders_);
-    }
-    ~Changing() { fs_.Changed(folders_); }
-    Changing(const Changing&) = delete;
-    Changing& operator=(const Changing&) = delete;
-    FileSystem& fs_;
-    bool folders_;
-  };
+  // Held by every operation that changes the disk.
+  using Changing = StatusCache::Change;
 
-  struct FreeFigure {
-    std::string path;
-    std::int64_t bytes = 0;
-    std::uint64_t block = 0;  // the unit of allocation
-    std::chrono::steady_clock::time_point at;
-  };
-  struct SeenFolder {
-    std::string path;
-    std::chrono::steady_clock::time_point at;
-  };
   // dir's path is where ("" for AT_FDCWD), for errors.
   FileIdentity CopyAt(const std::string& source, int dir, const std::string& where,
                       const std::string& folder, const std::string& name, bool overwrite,
@@ -334,12 +280,7 @@ class FileSystem {
   FaultPoints* faults_;
   TempNames tempNames_;
   std::uint64_t folderRemovals_ = 0;
-  int scopes_ = 0;
-  std::vector<PathStatus> known_;  // only while a StatusScope is alive; a few paths at most
-  PathStatus last_;                // the look-up outside a scope
-  std::atomic<std::uint64_t> changes_{0};
-  std::optional<FreeFigure> free_;
-  std::optional<SeenFolder> folder_;  // forgotten by what can remove or rename a folder
+  StatusCache cache_;
 };
 
 // Removes a temporary that a killed run left (IsEngineTemporary names only, plain files only).

@@ -26,7 +26,7 @@ ErrorOr<FileTimes> FileSystem::TryGetTimes(const std::string& path) {
 }
 
 void FileSystem::SetTimes(const std::string& path, std::time_t accessed, std::time_t written) {
-  const Changing changing(*this);
+  const Changing changing(cache_);
   Gate(FaultOp::SetTimes, "utimensat", path);
   const struct timespec times[2] = {{accessed, 0}, {written, 0}};
   if (::utimensat(AT_FDCWD, path.c_str(), times, 0) != 0) ThrowSys(errno, "utimensat", path);

@@ -92,40 +92,22 @@ PathStatus StatusOf(const std::string& path) {
   return StatusAt(AT_FDCWD, path.c_str(), path);
 }
 
-const PathStatus& FileSystem::Look(const std::string& path) {
-  if (scopes_ > 0) {
-    for (const PathStatus& s : known_) {
-      if (s.path == path) return s;
-    }
-    return known_.emplace_back(StatusOf(path));
-  }
-  return last_ = StatusOf(path);
-}
-
-void FileSystem::Seed(std::uint64_t changes, PathStatus status) {
-  if (scopes_ == 0 || changes != Changes()) return;
-  for (const PathStatus& s : known_) {
-    if (s.path == status.path) return;
-  }
-  known_.push_back(std::move(status));
-}
-
 bool FileSystem::FileExists(const std::string& path) {
-  const PathStatus& s = Look(path);
+  const PathStatus& s = cache_.Look(path);
   return s.err == 0 && s.stat.isFile;
 }
 
 bool FileSystem::FolderExists(const std::string& path) {
   if (path.empty()) return false;
-  const PathStatus& s = Look(path);
+  const PathStatus& s = cache_.Look(path);
   return s.err == 0 && s.stat.isDir;
 }
 
 bool FileSystem::FolderStillExists(const std::string& path) {
-  const auto now = std::chrono::steady_clock::now();
-  if (folder_ && folder_->path == path && now - folder_->at < std::chrono::seconds(1)) return true;
+  const auto now = StatusCache::Clock::now();
+  if (cache_.FolderSeen(path, now)) return true;
   if (!FolderExists(path)) return false;
-  folder_ = SeenFolder{path, now};
+  cache_.RememberFolder(path, now);
   return true;
 }
 
@@ -156,7 +138,7 @@ std::optional<std::vector<DirEntry>> FileSystem::ListFolder(const std::string& p
 }
 
 ErrorOr<FileStat> FileSystem::Stat(const std::string& path) {
-  const PathStatus& s = Look(path);
+  const PathStatus& s = cache_.Look(path);
   if (s.err != 0) return SysError(s.err, "statx", path);
   return s.stat;
 }
@@ -190,7 +172,7 @@ bool FileSystem::FolderIsEmpty(const std::string& path) {
 }
 
 void FileSystem::CreateFolder(const std::string& path) {
-  const Changing changing(*this);
+  const Changing changing(cache_);
   Gate(FaultOp::Open, "mkdir", path);
   if (::mkdir(path.c_str(), 0777) != 0) ThrowSys(errno, "mkdir", path);
 }

@@ -261,11 +261,11 @@ FileIdentity FileSystem::CopyFile(const std::string& source, const DestFolder& f
 FileIdentity FileSystem::CopyAt(const std::string& source, int dir, const std::string& where,
                                 const std::string& folder, const std::string& name,
                                 bool overwrite, PreparedCopy* ready) {
-  std::optional<FreeFigure> figure = std::move(free_);
+  std::optional<StatusCache::FreeFigure> figure = cache_.TakeFree();
   std::uint64_t length = 0;
   FileIdentity read;
   {
-    const Changing changing(*this);
+    const Changing changing(cache_);
     Gate(FaultOp::Copy, "copy_file_range", source);
     if (source.empty()) ThrowInvalidCall("open", source);
     const At dest{dir, where, folder, name};
@@ -279,16 +279,8 @@ FileIdentity FileSystem::CopyAt(const std::string& source, int dir, const std::s
     }
     length = read.size;
   }
-  // A new file takes its length in whole blocks from the free space read before it, so that
-  // the next file need not ask again. A replacement also frees the old file's blocks, which
-  // only a new reading tells.
-  if (!overwrite && figure) {
-    const std::uint64_t block = std::max<std::uint64_t>(figure->block, 1);
-    const std::uint64_t used = (length + block - 1) / block * block;
-    constexpr auto kMax = static_cast<std::uint64_t>(std::numeric_limits<std::int64_t>::max());
-    figure->bytes -= static_cast<std::int64_t>(std::min(used, kMax));
-    free_ = std::move(figure);
-  }
+  // A replacement also frees the old file's blocks, which only a new reading tells.
+  if (!overwrite && figure) cache_.Allocated(std::move(*figure), length);
   return read;
 }
 
@@ -305,7 +297,7 @@ void FileSystem::MoveFile(const std::string& source, const DestFolder& folder,
 
 void FileSystem::MoveAt(const std::string& source, int dir, const std::string& where,
                         const std::string& folder, const std::string& name, PreparedCopy* ready) {
-  const Changing changing(*this, true);
+  const Changing changing(cache_, true);
   if (source.empty()) ThrowInvalidCall("renameat2", source);
   const At dest{dir, where, folder, name};
   int err = Injected(FaultOp::Rename);  // an injected error stands for the rename's own
@@ -339,7 +331,7 @@ void CheckDeletable(const std::string& path, bool force) {
 }  // namespace
 
 void FileSystem::DeleteFile(const std::string& path, bool force) {
-  const Changing changing(*this);
+  const Changing changing(cache_);
   if (path.empty()) ThrowInvalidCall("unlink", path);
   Gate(FaultOp::Unlink, "unlink", path);
   CheckDeletable(path, force);
@@ -353,7 +345,7 @@ FileIdentity FileSystem::Identify(const std::string& path) {
 }
 
 void FileSystem::DeleteVerified(const std::string& path, const FileIdentity& was, bool force) {
-  const Changing changing(*this);
+  const Changing changing(cache_);
   if (path.empty()) ThrowInvalidCall("unlink", path);
   Gate(FaultOp::Unlink, "unlink", path);
   CheckDeletable(path, force);
@@ -361,7 +353,7 @@ void FileSystem::DeleteVerified(const std::string& path, const FileIdentity& was
 }
 
 void FileSystem::DeleteFolder(const std::string& path, bool force) {
-  const Changing changing(*this, true);
+  const Changing changing(cache_, true);
   if (path.empty()) ThrowInvalidCall("rmdir", path);
   struct stat st {};
   if (::lstat(path.c_str(), &st) != 0) ThrowSys(errno, "lstat", path);
@@ -382,7 +374,7 @@ void FileSystem::DeleteFolder(const std::string& path, bool force) {
 }
 
 void FileSystem::RemoveFolder(const std::string& path) {
-  const Changing changing(*this, true);
+  const Changing changing(cache_, true);
   ++folderRemovals_;
   if (path.empty()) ThrowInvalidCall("rmdir", path);
   Gate(FaultOp::Unlink, "rmdir", path);

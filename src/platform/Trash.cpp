@@ -214,7 +214,7 @@ bool FileSystem::IsTrashFolder(const std::string& path, std::string_view name) {
 }
 
 void FileSystem::Trash(const std::string& path) {
-  const Changing changing(*this, true);
+  const Changing changing(cache_, true);
   Gate(FaultOp::Trash, "rename", path);
   if (path.empty()) ThrowSys(ENOENT, "lstat", path);
   const std::string file = paths::GetAbsolutePathName(path);

@@ -1,0 +1,36 @@
+// The status of a path as one look-up finds it: what a run asks before it acts on a file.
+#pragma once
+
+#include <cstdint>
+#include <ctime>
+#include <string>
+
+namespace orvKestrel {
+
+// Whole seconds since the epoch.
+struct FileTimes {
+  std::time_t created = 0;  // birth time; the change time where the file system has none
+  std::time_t accessed = 0;
+  std::time_t written = 0;
+};
+
+struct FileStat {
+  bool isDir = false;
+  bool isFile = false;  // a regular file
+  std::uint64_t size = 0;
+  FileTimes times;
+};
+
+// What a look-up of a path (links followed) found, or the errno of its failure.
+struct PathStatus {
+  std::string path;
+  int err = 0;
+  FileStat stat;
+  std::uint64_t device = 0;
+};
+// The look-up itself: no state, so workers may call it at once.
+PathStatus StatusOf(const std::string& path);
+// The same for name in an open folder; path is what the status is reported for.
+PathStatus StatusAt(int folder, const char* name, std::string path);
+
+}  // namespace orvKestrel

@@ -18,6 +18,7 @@
 #include "zip/Zip.h"
 #include "zip/modZIP32vb.h"
 
+#include <array>
 #include <cerrno>
 #include <optional>
 #include <utility>
@@ -167,6 +168,27 @@ void PreviewArchive(Services& s, const job& job, const std::string& file,
   }
 }
 
+// The folder an archive is extracted into when the structure is kept: its mirrored folder and
+// a level named after it. A preview names it without creating it.
+std::string ArchiveFolder(Services& s, job& job, const std::string& file, bool preview) {
+  const std::string base = paths::GetBaseName(file);
+  if (preview) return HandlePreviewFolders(s, file, job) + "/" + base;
+  const std::string folder = HandleFolders(s, file, job);
+  s.fs.OpenBeneath(folder, base, true);  // the archive's own level: never a link either
+  return folder + "/" + base;
+}
+
+// Whether to pass over an archive after its check: statuses 1 to 3 say why, 0 clears the
+// switch, and any other status leaves it as the archive before left it.
+bool SkipArchive(Services& s, std::int32_t status, const std::string& file, bool skip) {
+  constexpr std::array<int, 3> kWhy = {kMsgZipDamaged, kMsgZipMissing, kMsgZipInvalid};
+  if (status == 0) return false;
+  if (status < 1 || status > 3) return skip;
+  const int n = kWhy[static_cast<std::size_t>(status - 1)];
+  s.Log(n, s.T(n) + file, true, true, false);
+  return true;
+}
+
 }  // namespace
 
 void UnZip_Files(JobRun& run, Services& s, FileList& sArray) {
@@ -186,21 +208,7 @@ void UnZip_Files(JobRun& run, Services& s, FileList& sArray) {
     s.Yield();
     if (s.Stopped()) return;
     std::string dest = job.To;
-    if (job.FStruct == 1) {
-      // A preview names the mirrored folder without creating it.
-      if (!p.Do([&] {
-            const std::string base = paths::GetBaseName(file);
-            if (preview) {
-              dest = HandlePreviewFolders(s, file, job) + "/" + base;
-              return;
-            }
-            const std::string folder = HandleFolders(s, file, job);
-            s.fs.OpenBeneath(folder, base, true);  // the archive's own level: never a link either
-            dest = folder + "/" + base;
-          })) {
-        return;
-      }
-    }
+    if (job.FStruct == 1 && !p.Do([&] { dest = ArchiveFolder(s, job, file, preview); })) return;
     std::string type;
     // An error of the first reading is reported here, in the file's turn; a retry reads again.
     TypeRead first = types.empty() ? TypeRead{} : std::move(types[static_cast<std::size_t>(i)]);
@@ -211,22 +219,7 @@ void UnZip_Files(JobRun& run, Services& s, FileList& sArray) {
       return;
     }
     if (type != kZipType) continue;
-    switch (s.zip->CheckZipFile(file, job.DestZipPwd)) {
-      case 0: skip = false; break;
-      case 1:
-        s.Log(kMsgZipDamaged, s.T(kMsgZipDamaged) + file, true, true, false);
-        skip = true;
-        break;
-      case 2:
-        s.Log(kMsgZipMissing, s.T(kMsgZipMissing) + file, true, true, false);
-        skip = true;
-        break;
-      case 3:
-        s.Log(kMsgZipInvalid, s.T(kMsgZipInvalid) + file, true, true, false);
-        skip = true;
-        break;
-      default: break;
-    }
+    skip = SkipArchive(s, s.zip->CheckZipFile(file, job.DestZipPwd), file, skip);
     if (skip) continue;
     if (preview) {
       PreviewArchive(s, job, file, dest);

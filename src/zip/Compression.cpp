@@ -170,12 +170,7 @@ void Zip_Files(JobRun& run, Services& s, FileList& sArray) {
   job& job = run.Job();
   Proc p(s.trap, Traced(__func__), "sArray", sArray, "job", job);
   if (s.dryRun) return Zip_Preview(run, s, sArray);  // a dry run changes no file
-  if (sArray.empty()) return;
-  if (!zipcommon::LeaveOutOwnArchives(s, sArray, job)) {
-    run.noFiles = true;
-    return;
-  }
-  if (!p.Do([&] { s.zip->SetCompressionRate(zipcommon::GradeValue(job.ZipGrade)); })) return;
+  if (sArray.empty() || !zipcommon::BeginZip(run, s, p, sArray)) return;
   s.zip->StartZipRun(job.ExtFileTime, job.EFSelect);
   zipcommon::LogCount(s, sArray.size());
   if (job.ZipAll == 0) {

@@ -73,6 +73,18 @@ std::string ArchiveFor(Services& s, P& p, job& job, const std::string& Mode,
 // own archive into itself, nor deletes it as a source. False when nothing is left.
 bool LeaveOutOwnArchives(Services& s, FileList& sArray, job& job);
 
+// What a compression and its preview do first: leave out the run's own archives (none left:
+// the run found no files) and set the compression rate under p. False when nothing is to be done.
+template <class P>
+bool BeginZip(JobRun& run, Services& s, P& p, FileList& sArray) {
+  job& job = run.Job();
+  if (!LeaveOutOwnArchives(s, sArray, job)) {
+    run.noFiles = true;
+    return false;
+  }
+  return p.Do([&] { s.zip->SetCompressionRate(GradeValue(job.ZipGrade)); });
+}
+
 // "Dateien gefunden: n+1", or "Datei gefunden: 1" for a single file.
 void LogCount(Services& s, std::size_t files);
 

@@ -65,12 +65,7 @@ void PreviewSingle(Services& s, P& p, FileList& sArray, job& job) {
 void Zip_Preview(JobRun& run, Services& s, FileList& sArray) {
   job& job = run.Job();
   Proc p(s.trap, Traced(__func__), "sArray", sArray, "job", job);
-  if (sArray.empty()) return;
-  if (!zipcommon::LeaveOutOwnArchives(s, sArray, job)) {
-    run.noFiles = true;
-    return;
-  }
-  if (!p.Do([&] { s.zip->SetCompressionRate(zipcommon::GradeValue(job.ZipGrade)); })) return;
+  if (sArray.empty() || !zipcommon::BeginZip(run, s, p, sArray)) return;
   zipcommon::LogCount(s, sArray.size());
   if (job.ZipAll == 0) {
     PreviewAll(s, p, sArray, job);

@@ -10,6 +10,7 @@
 #include <functional>
 #include <mutex>
 #include <thread>
+#include <tuple>
 #include <utility>
 
 namespace orvKestrel::testing {
@@ -22,8 +23,15 @@ class Faults : public FaultPoints {
   // Runs action just before op's n-th call from now, which then goes ahead: a test's way to
   // change a file at the last moment before the engine acts on it.
   void Before(FaultOp op, int n, std::function<void()> action) { Set(op, n, 0, std::move(action)); }
+  // Runs action before every call of op from now on (nullptr: no more), one call at a time and
+  // under the lock: it must not call the engine's file system.
+  void Every(FaultOp op, std::function<void()> action) {
+    const std::scoped_lock lock(mutex_);
+    std::tie(everyOp_, every_) = std::tuple(op, std::move(action));
+  }
   int Check(FaultOp op) override {
     std::unique_lock lock(mutex_);
+    if (every_ && op == everyOp_) every_();
     if (++calls_[static_cast<std::size_t>(op)] != n_ || op != op_) return 0;
     firedOn_ = std::this_thread::get_id();
     const auto action = action_;
@@ -56,9 +64,9 @@ class Faults : public FaultPoints {
   }
   mutable std::mutex mutex_;
   std::array<int, static_cast<std::size_t>(FaultOp::Count)> calls_{};
-  FaultOp op_ = FaultOp::Count;
+  FaultOp op_ = FaultOp::Count, everyOp_ = FaultOp::Count;
   int n_ = 0, err_ = 0;
-  std::function<void()> action_;
+  std::function<void()> action_, every_;
   std::thread::id firedOn_;
 };
 

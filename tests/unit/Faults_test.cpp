@@ -21,15 +21,18 @@
 namespace orvKestrel::testing {
 namespace {
 
+namespace fs = std::filesystem;
+using Tree = std::map<std::string, std::string>;  // path -> contents
+
 // Helpers: a small tree with one job, a run of the engine in this process with one armed fault,
 // snapshots of the trees, and the invariants every run must keep.
 struct Scenario {
   const char* name;
   const char* keys;                             // the job's own keys
-  std::map<std::string, std::string> files;     // below the root: "src/..." and "dst/..."
+  Tree files;     // below the root: "src/..." and "dst/..."
   std::map<std::string, std::time_t> times;     // write times other than the default
   // Archives to make below the root: path -> entries (name -> contents).
-  std::map<std::string, std::map<std::string, std::string>> archives = {};
+  std::map<std::string, Tree> archives = {};
   // Faults after which the job may do less without a message (beyond List, which never
   // reports): see CheckInvariants.
   std::set<FaultOp> silentLess = {};
@@ -41,18 +44,16 @@ void PrintTo(const Scenario& s, std::ostream* os) { *os << s.name; }
 // Every file below root/src and root/dst, relative to root, with its contents. An archive
 // stands for its entries and their contents: its bytes may differ between two runs that put
 // the same files in it.
-std::map<std::string, std::string> TreeSnapshot(const std::string& root) {
-  std::map<std::string, std::string> out;
+Tree TreeSnapshot(const std::string& root) {
+  Tree out;
   for (const char* top : {"/src", "/dst"}) {
-    if (!std::filesystem::exists(root + top)) continue;
-    for (const auto& e : std::filesystem::recursive_directory_iterator(root + top)) {
+    if (!fs::exists(root + top)) continue;
+    for (const auto& e : fs::recursive_directory_iterator(root + top)) {
       if (e.is_directory()) continue;
       const std::string path = e.path().string(), rel = path.substr(root.size() + 1);
       const auto entries = rel.ends_with(".zip") ? ArchiveEntries(path) : std::nullopt;
       out[rel] = !rel.ends_with(".zip") ? ReadFile(path) : entries ? "<archive>" : "<unreadable archive>";
-      for (const auto& [name, data] : entries.value_or(std::map<std::string, std::string>{})) {
-        out[rel] += name + "=" + data + ";";
-      }
+      for (const auto& [name, data] : entries.value_or(Tree{})) out[rel] += name + "=" + data + ";";
     }
   }
   return out;
@@ -68,8 +69,8 @@ struct RunResult {
   FaultOp op = FaultOp::Count;
   int err = 0, jobs = 1;
   int trapErrors = 0;  // errors the error trap reported (error.log and the host)
-  std::map<std::string, std::string> before, after;
-  std::map<std::string, std::optional<std::map<std::string, std::string>>> archivesAfter;
+  Tree before, after;
+  std::map<std::string, std::optional<Tree>> archivesAfter;
   std::vector<Line> lines;
   std::array<int, static_cast<std::size_t>(FaultOp::Count)> calls{};
   bool fired = false, firedInWorker = false;  // firedInWorker: on another thread than the run's
@@ -104,25 +105,20 @@ struct RunResult {
 class FaultRun {
  public:
   explicit FaultRun(const Scenario& s) {
-    std::string tmpl = (::access("/dev/shm", W_OK) == 0 ? std::string("/dev/shm")
-                                                          : std::filesystem::temp_directory_path().string()) +
-                       "/kestrel-faults-XXXXXX";
+    std::string tmpl = (::access("/dev/shm", W_OK) == 0 ? "/dev/shm" : fs::temp_directory_path().string()) + "/kestrel-faults-XXXXXX";
     if (::mkdtemp(tmpl.data()) == nullptr) throw std::runtime_error("mkdtemp");
     root_ = tmpl;
-    for (const char* top : {"/src", "/dst"}) std::filesystem::create_directories(root_ + top);
+    for (const char* top : {"/src", "/dst"}) fs::create_directories(root_ + top);
     for (const auto& [rel, data] : s.files) WriteFile(root_ + "/" + rel, data);
     for (const auto& [rel, entries] : s.archives) MakeArchive(root_ + "/" + rel, entries);
-    for (const auto& e : std::filesystem::recursive_directory_iterator(root_)) {
+    for (const auto& e : fs::recursive_directory_iterator(root_)) {
       const std::string rel = e.path().string().substr(root_.size() + 1);
       if (e.is_regular_file()) SetModified(e.path().string(), s.times.contains(rel) ? s.times.at(rel) : 1700000000);
     }
     WriteFile(root_ + "/jobs/j.kjb", "[Job]\nName=j\nFrom=" + root_ + "/src\nTo=" + root_ +
                "/dst\nDoPreview=0\nIntervalType=0\nInterval=1\nCounter=1\n" + s.keys);
   }
-  ~FaultRun() {
-    std::error_code ec;
-    std::filesystem::remove_all(root_, ec);
-  }
+  ~FaultRun() { std::error_code ec; fs::remove_all(root_, ec); }
   FaultRun(const FaultRun&) = delete;
   FaultRun& operator=(const FaultRun&) = delete;
 
@@ -147,9 +143,7 @@ class FaultRun {
       for (std::size_t i = 0; i < r.calls.size(); ++i) r.calls[i] = faults.Calls(static_cast<FaultOp>(i));
     }
     r.after = TreeSnapshot(root_);
-    for (const auto& [rel, text] : r.after) {
-      if (rel.ends_with(".zip")) r.archivesAfter[rel] = ArchiveEntries(root_ + "/" + rel);
-    }
+    for (const auto& [rel, text] : r.after) r.archivesAfter[rel] = rel.ends_with(".zip") ? ArchiveEntries(root_ + "/" + rel) : std::nullopt;
     // The job file still reads, with the job as it was written; nothing else in its folder.
     clsJobs reader;
     const std::vector<job> read = reader.GetJobs(root_ + "/jobs/", "j.kjb");
@@ -157,7 +151,7 @@ class FaultRun {
       r.jobFileProblem = "does not read";
     } else if (read[0].From != root_ + "/src" || read[0].To != root_ + "/dst" || read[0].JobName != "j") {
       r.jobFileProblem = "changed: " + ReadFile(root_ + "/jobs/j.kjb");
-    } else if (std::distance(std::filesystem::directory_iterator(root_ + "/jobs"), {}) != 1) {
+    } else if (std::distance(fs::directory_iterator(root_ + "/jobs"), {}) != 1) {
       r.jobFileProblem = "a stray file beside it";
     }
     return r;
@@ -249,14 +243,14 @@ std::string Bytes(std::size_t n, unsigned seed) {
   return out;
 }
 
-const std::map<std::string, std::string> kSourceTree = {
+const Tree kSourceTree = {
     {"src/a.txt", "alpha\n"},
     {"src/big.bin", Bytes(1536 * 1024, 7)},  // two copy steps: a fault can hit the second one
     {"src/sub/c.txt", "gamma\n"},
     {"src/sub/deep/d.txt", "delta\n"},
 };
 
-std::map<std::string, std::string> With(std::map<std::string, std::string> more) {
+Tree With(Tree more) {
   more.insert(kSourceTree.begin(), kSourceTree.end());  // keys of more win
   return more;
 }

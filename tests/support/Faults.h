@@ -34,8 +34,7 @@ class Faults : public FaultPoints {
     if (every_ && op == everyOp_) every_();
     if (++calls_[static_cast<std::size_t>(op)] != n_ || op != op_) return 0;
     firedOn_ = std::this_thread::get_id();
-    const auto action = action_;
-    const int err = err_;
+    const auto [action, err] = std::pair(action_, err_);
     lock.unlock();
     if (action) action();  // outside the lock: it may touch files the engine watches
     return err;
@@ -56,11 +55,7 @@ class Faults : public FaultPoints {
   void Set(FaultOp op, int n, int err, std::function<void()> action) {
     const std::scoped_lock lock(mutex_);
     calls_.fill(0);
-    op_ = n > 0 ? op : FaultOp::Count;
-    n_ = n;
-    err_ = err;
-    action_ = std::move(action);
-    firedOn_ = {};
+    std::tie(op_, n_, err_, action_, firedOn_) = std::tuple(n > 0 ? op : FaultOp::Count, n, err, std::move(action), std::thread::id{});
   }
   mutable std::mutex mutex_;
   std::array<int, static_cast<std::size_t>(FaultOp::Count)> calls_{};

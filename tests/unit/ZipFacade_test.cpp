@@ -154,7 +154,7 @@ TEST_F(ZipFacade, AFileChangedWhileItIsReadIsNotStoredNorDeleted) {
       EXPECT_GE(reads, 2);
       EXPECT_TRUE(HasLine("job: Fehler: The file changed while it was read - " + big)) << ::testing::PrintToString(Lines());
       EXPECT_TRUE(run.jobError);
-      EXPECT_EQ(ArchiveEntries(archive).value_or(Entries{})["big.bin"], before->at("big.bin"));
+      EXPECT_TRUE(ArchiveEntries(archive).value_or(Entries{})["big.bin"] == before->at("big.bin")) << "the entry changed";
       EXPECT_EQ(fs::file_size(big), kSize);
       EXPECT_FALSE(Exists(other));
       EXPECT_EQ(ArchiveEntries(zipAll == 0 ? archive : Dst("other.txt.zip")).value_or(Entries{})["other.txt"], "other");

@@ -101,8 +101,9 @@ TEST(clsCmd, WaitsForTheWholeCommandLineUpToItsLimitAndNeverKillsIt) {
     ::testing::internal::CaptureStdout();
     ::testing::internal::CaptureStderr();
     clsCmd(host).ShellAndWait(j);
-    EXPECT_EQ(::testing::internal::GetCapturedStderr(), c.err);
-    EXPECT_EQ(::testing::internal::GetCapturedStdout(), c.out);
+    const std::string err = ::testing::internal::GetCapturedStderr(), out = ::testing::internal::GetCapturedStdout();
+    EXPECT_EQ(out, c.out);
+    EXPECT_EQ(err, c.err);
     const std::time_t took = host.clock.Now() - start;
     EXPECT_TRUE(c.yields < 0 ? rec.yields >= 1 && rec.yields <= 20 * (took + 1) : rec.yields == c.yields) << rec.yields;
     EXPECT_TRUE(!c.pastLimit || took >= 1);

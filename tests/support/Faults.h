@@ -10,6 +10,7 @@
 #include <functional>
 #include <mutex>
 #include <thread>
+#include <tuple>
 #include <utility>
 
 namespace orvKestrel::testing {
@@ -22,12 +23,18 @@ class Faults : public FaultPoints {
   // Runs action just before op's n-th call from now, which then goes ahead: a test's way to
   // change a file at the last moment before the engine acts on it.
   void Before(FaultOp op, int n, std::function<void()> action) { Set(op, n, 0, std::move(action)); }
+  // Runs action before every call of op from now on (nullptr: no more), one call at a time and
+  // under the lock: it must not call the engine's file system.
+  void Every(FaultOp op, std::function<void()> action) {
+    const std::scoped_lock lock(mutex_);
+    std::tie(everyOp_, every_) = std::tuple(op, std::move(action));
+  }
   int Check(FaultOp op) override {
     std::unique_lock lock(mutex_);
+    if (every_ && op == everyOp_) every_();
     if (++calls_[static_cast<std::size_t>(op)] != n_ || op != op_) return 0;
     firedOn_ = std::this_thread::get_id();
-    const auto action = action_;
-    const int err = err_;
+    const auto [action, err] = std::pair(action_, err_);
     lock.unlock();
     if (action) action();  // outside the lock: it may touch files the engine watches
     return err;
@@ -48,17 +55,13 @@ class Faults : public FaultPoints {
   void Set(FaultOp op, int n, int err, std::function<void()> action) {
     const std::scoped_lock lock(mutex_);
     calls_.fill(0);
-    op_ = n > 0 ? op : FaultOp::Count;
-    n_ = n;
-    err_ = err;
-    action_ = std::move(action);
-    firedOn_ = {};
+    std::tie(op_, n_, err_, action_, firedOn_) = std::tuple(n > 0 ? op : FaultOp::Count, n, err, std::move(action), std::thread::id{});
   }
   mutable std::mutex mutex_;
   std::array<int, static_cast<std::size_t>(FaultOp::Count)> calls_{};
-  FaultOp op_ = FaultOp::Count;
+  FaultOp op_ = FaultOp::Count, everyOp_ = FaultOp::Count;
   int n_ = 0, err_ = 0;
-  std::function<void()> action_;
+  std::function<void()> action_, every_;
   std::thread::id firedOn_;
 };
 

@@ -12,6 +12,7 @@
 #include <ctime>
 #include <filesystem>
 #include <fstream>
+#include <iterator>
 #include <functional>
 #include <optional>
 #include <random>
@@ -61,9 +62,7 @@ inline void AppendFile(const std::string& path, const std::string& data) {
 
 inline std::string ReadFile(const std::string& path) {
   std::ifstream in(path, std::ios::binary);
-  std::stringstream ss;
-  ss << in.rdbuf();
-  return ss.str();
+  return {std::istreambuf_iterator<char>(in), {}};
 }
 
 inline bool Exists(const std::string& path) { return std::filesystem::exists(path); }
@@ -71,17 +70,14 @@ inline bool Exists(const std::string& path) { return std::filesystem::exists(pat
 // Sets a file's access and write times (whole seconds).
 inline void SetTimes(const std::string& path, std::time_t accessed, std::time_t written) {
   const struct timespec times[2] = {{accessed, 0}, {written, 0}};
-  if (::utimensat(AT_FDCWD, path.c_str(), times, 0) != 0) {
-    throw std::runtime_error("cannot set the times of " + path);
-  }
+  if (::utimensat(AT_FDCWD, path.c_str(), times, 0) != 0) throw std::runtime_error("cannot set the times of " + path);
 }
 inline void SetModified(const std::string& path, std::time_t t) { SetTimes(path, t, t); }
 
 // The write time, 0 when the file cannot be read.
 inline std::time_t WriteTime(const std::string& path) {
   struct stat st {};
-  if (::stat(path.c_str(), &st) != 0) return 0;
-  return st.st_mtime;
+  return ::stat(path.c_str(), &st) == 0 ? st.st_mtime : 0;
 }
 
 // Seconds since the epoch of a local date and time.
@@ -110,9 +106,7 @@ inline std::optional<std::string> KeyValue(const std::string& text, const std::s
   for (std::string line; std::getline(in, line);) {
     if (!line.empty() && line.back() == '\r') line.pop_back();
     const auto eq = line.find('=');
-    if (eq != std::string::npos && trim(line.substr(0, eq)) == key) {
-      return trim(line.substr(eq + 1));
-    }
+    if (eq != std::string::npos && trim(line.substr(0, eq)) == key) return trim(line.substr(eq + 1));
   }
   return std::nullopt;
 }
@@ -156,10 +150,7 @@ class CurrentDir {
   explicit CurrentDir(const std::string& dir) : old_(std::filesystem::current_path()) {
     std::filesystem::current_path(dir);
   }
-  ~CurrentDir() {
-    std::error_code ec;
-    std::filesystem::current_path(old_, ec);
-  }
+  ~CurrentDir() { std::error_code ec; std::filesystem::current_path(old_, ec); }
   CurrentDir(const CurrentDir&) = delete;
   CurrentDir& operator=(const CurrentDir&) = delete;
 

@@ -2,7 +2,6 @@
 #include <gtest/gtest.h>
 
 #include <cerrno>
-#include <regex>
 #include <vector>
 
 #include "errortrap/modFailSafeLITE.h"
@@ -13,7 +12,6 @@ namespace orvKestrel {
 namespace {
 
 using testing::CurrentDir;
-using ::testing::ElementsAre;
 using ::testing::MatchesRegex;
 using testing::ReadFile;
 using testing::TempDir;
@@ -32,9 +30,6 @@ class ErrorTrapTest : public ::testing::Test {
       answers_.erase(answers_.begin());
       return a;
     };
-  }
-  void Trace() {
-    host_.traceSink = [this](const std::string& line) { lines_.push_back(line); };
   }
 
   TempDir dir_;
@@ -100,7 +95,7 @@ TEST_F(ErrorTrapTest, AnswersDecideHowTheProcedureGoesOn) {
 // Parameters are rebuilt at leave: the outer procedure's value changed in between. The depth
 // never falls below zero.
 TEST_F(ErrorTrapTest, TraceLinesOfNestedProcedures) {
-  Trace();
+  host_.traceSink = [this](const std::string& line) { lines_.push_back(line); };
   {
     std::string verbose = "False";
     Proc outer(trap_, "clsKestrel", "Sub ExecuteAllJobs", [&] {
@@ -114,16 +109,15 @@ TEST_F(ErrorTrapTest, TraceLinesOfNestedProcedures) {
   const std::string app = App();
   EXPECT_THAT(lines_[0], MatchesRegex(app + " START FAILSAFE 6\\.60 LITE [0-9]{2}\\.[0-9]{2}\\."
                                             "[0-9]{4},[0-9]{2}:[0-9]{2}:[0-9]{2}\r\n"));
-  const std::string stamp = "\\[" + app + "\\] \\[0000[0-9]\\] \\[00000\\.[0-9]{3}\\] ";
   // Calls are counted across enter and leave.
-  EXPECT_THAT(lines_[1], MatchesRegex("\\[" + app + "\\] \\[00001\\] \\[00000\\.[0-9]{3}\\] "
-                                      "->clsKestrel : Sub ExecuteAllJobs : \\(sJobDir=/j/, bVerbose=<Optional>False\\)\r\n"));
-  EXPECT_THAT(lines_[2], MatchesRegex(stamp + "->\tmodDiskFree : Function GetDiskFree : \\(\\)\r\n"));
-  EXPECT_THAT(lines_[3], MatchesRegex("\\[" + app + "\\] ERROR 2 \"No such file or directory\" at "
-                                      "modDiskFree : Function GetDiskFree : [0-9]+\r\n"));
-  EXPECT_THAT(lines_[4], MatchesRegex(stamp + "<-\tmodDiskFree : Function GetDiskFree : \\(\\)\r\n"));
-  EXPECT_THAT(lines_[5], MatchesRegex("\\[" + app + "\\] \\[00004\\] \\[00000\\.[0-9]{3}\\] "
-                                      "<-clsKestrel : Sub ExecuteAllJobs : \\(sJobDir=/j/, bVerbose=<Optional>True\\)\r\n"));
+  const auto stamp = [&](const char* call) { return "\\[" + app + "\\] \\[0000" + call + "\\] \\[00000\\.[0-9]{3}\\] "; };
+  const std::string outer = "clsKestrel : Sub ExecuteAllJobs : \\(sJobDir=/j/, bVerbose=<Optional>";
+  const std::string inner = "\tmodDiskFree : Function GetDiskFree : ";
+  EXPECT_THAT(lines_[1], MatchesRegex(stamp("1") + "->" + outer + "False\\)\r\n"));
+  EXPECT_THAT(lines_[2], MatchesRegex(stamp("[0-9]") + "->" + inner + "\\(\\)\r\n"));
+  EXPECT_THAT(lines_[3], MatchesRegex("\\[" + app + "\\] ERROR 2 \"No such file or directory\" at " + inner.substr(1) + "[0-9]+\r\n"));
+  EXPECT_THAT(lines_[4], MatchesRegex(stamp("[0-9]") + "<-" + inner + "\\(\\)\r\n"));
+  EXPECT_THAT(lines_[5], MatchesRegex(stamp("4") + "<-" + outer + "True\\)\r\n"));
   // A leave without an enter pushes the next enter neither left of column 0 nor right.
   trap_.Leave("m", "Sub Unmatched", "()");
   trap_.Leave("m", "Sub Unmatched", "()");

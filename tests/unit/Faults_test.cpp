@@ -1,17 +1,239 @@
 // Fault injection: every call of every platform operation of a copy, a move, a synchronisation,
 // a compression and an extraction is made to fail in turn, and after each run the trees must
 // hold no partial file, lose no file, and a run whose result differs from a clean run must say so.
-#include "FaultsSupport.h"
+#include <orvKestrel/clsJobs.h>
+
+#include "engine/Engine.h"
+#include "support/Faults.h"
+#include "unit/ZipTestSupport.h"
+#include "zip/modZIP32vb.h"
 
 #include <gtest/gtest.h>
+#include <unistd.h>
 
+#include <cerrno>
 #include <cstdio>
 #include <cstring>
 #include <random>
-#include <tuple>
+#include <set>
+#include <thread>
 
 namespace orvKestrel::testing {
 namespace {
+
+namespace fs = std::filesystem;
+using Tree = std::map<std::string, std::string>;  // path -> contents
+
+// Helpers: a small tree with one job, a run of the engine in this process with one armed fault,
+// snapshots of the trees, and the invariants every run must keep.
+struct Scenario {
+  const char* name;
+  const char* keys;                             // the job's own keys
+  Tree files;     // below the root: "src/..." and "dst/..."
+  std::map<std::string, std::time_t> times;     // write times other than the default
+  // Archives to make below the root: path -> entries (name -> contents).
+  std::map<std::string, Tree> archives = {};
+  // Faults after which the job may do less without a message (beyond List, which never
+  // reports): see CheckInvariants.
+  std::set<FaultOp> silentLess = {};
+};
+
+// A scenario by its name in the test names ctest lists, not as bytes.
+void PrintTo(const Scenario& s, std::ostream* os) { *os << s.name; }
+
+// Every file below root/src and root/dst, relative to root, with its contents. An archive
+// stands for its entries and their contents: its bytes may differ between two runs that put
+// the same files in it.
+Tree TreeSnapshot(const std::string& root) {
+  Tree out;
+  for (const char* top : {"/src", "/dst"}) {
+    if (!fs::exists(root + top)) continue;
+    for (const auto& e : fs::recursive_directory_iterator(root + top)) {
+      if (e.is_directory()) continue;
+      const std::string path = e.path().string(), rel = path.substr(root.size() + 1);
+      const auto entries = rel.ends_with(".zip") ? ArchiveEntries(path) : std::nullopt;
+      out[rel] = !rel.ends_with(".zip") ? ReadFile(path) : entries ? "<archive>" : "<unreadable archive>";
+      for (const auto& [name, data] : entries.value_or(Tree{})) out[rel] += name + "=" + data + ";";
+    }
+  }
+  return out;
+}
+
+struct Line {
+  std::string text;
+  std::int16_t id;
+  bool firedBefore;  // the armed fault had fired when the line was raised
+};
+
+struct RunResult {
+  FaultOp op = FaultOp::Count;
+  int err = 0, jobs = 1;
+  int trapErrors = 0;  // errors the error trap reported (error.log and the host)
+  Tree before, after;
+  std::map<std::string, std::optional<Tree>> archivesAfter;
+  std::vector<Line> lines;
+  std::array<int, static_cast<std::size_t>(FaultOp::Count)> calls{};
+  bool fired = false, firedInWorker = false;  // firedInWorker: on another thread than the run's
+  std::string jobFileProblem;  // empty when the job file reads as written
+  // The numbers of the lines "t10" (error), "t3" (start), "t6" (done), "t7" (no files), "t28".
+  static constexpr std::int16_t idError = 10, idStart = 3, idDone = 6, idNoFiles = 7, idDoneWithError = 28;
+
+  bool HasError() const {
+    return std::any_of(lines.begin(), lines.end(), [&](const Line& l) { return l.id == idError; });
+  }
+  std::int16_t EndId() const { return lines.empty() ? 0 : lines.back().id; }
+  enum class Phase { Before, InJob, After };
+  // Where the fault fired: before the job's start line (reading the job folder and file),
+  // between its start and end lines, or after its end line (writing the job's counter).
+  Phase FiredIn() const {
+    for (const Line& l : lines) {
+      if (l.id == idStart && l.firedBefore) return Phase::Before;
+      if (l.id == idDone || l.id == idDoneWithError || l.id == idNoFiles) return l.firedBefore ? Phase::InJob : Phase::After;
+    }
+    return Phase::Before;
+  }
+  bool ok() const { return !HasError() && EndId() == idDone && jobFileProblem.empty(); }
+  std::string Describe() const {
+    std::string out = jobFileProblem.empty() ? "" : "  job file: " + jobFileProblem + "\n";
+    for (const Line& l : lines) out += "  [" + std::to_string(l.id) + "] " + l.text + "\n";
+    return out;
+  }
+};
+
+// One tree with its job, below a folder of its own (in memory where there is one: the engine
+// flushes every file it writes, and the runs are many).
+class FaultRun {
+ public:
+  explicit FaultRun(const Scenario& s) {
+    std::string tmpl = (::access("/dev/shm", W_OK) == 0 ? "/dev/shm" : fs::temp_directory_path().string()) + "/kestrel-faults-XXXXXX";
+    if (::mkdtemp(tmpl.data()) == nullptr) throw std::runtime_error("mkdtemp");
+    root_ = tmpl;
+    for (const char* top : {"/src", "/dst"}) fs::create_directories(root_ + top);
+    for (const auto& [rel, data] : s.files) WriteFile(root_ + "/" + rel, data);
+    for (const auto& [rel, entries] : s.archives) MakeArchive(root_ + "/" + rel, entries);
+    for (const auto& e : fs::recursive_directory_iterator(root_)) {
+      const std::string rel = e.path().string().substr(root_.size() + 1);
+      if (e.is_regular_file()) SetModified(e.path().string(), s.times.contains(rel) ? s.times.at(rel) : 1700000000);
+    }
+    WriteFile(root_ + "/jobs/j.kjb", "[Job]\nName=j\nFrom=" + root_ + "/src\nTo=" + root_ +
+               "/dst\nDoPreview=0\nIntervalType=0\nInterval=1\nCounter=1\n" + s.keys);
+  }
+  ~FaultRun() { std::error_code ec; fs::remove_all(root_, ec); }
+  FaultRun(const FaultRun&) = delete;
+  FaultRun& operator=(const FaultRun&) = delete;
+
+  // jobs: the run's workers (copies and archive entries made ahead); 1 starts none.
+  RunResult Run(FaultOp op, int n, int err, int jobs = 1) {
+    RunResult r;
+    std::tie(r.op, r.err, r.jobs, r.before) = std::tuple(op, err, jobs, TreeSnapshot(root_));
+    {
+      CurrentDir here(root_);  // error.log
+      Faults faults;
+      Engine e{Host{}, &faults};
+      RecordingEvents rec;
+      rec.onLine = [&](const LoggedLine& l) { r.lines.push_back({l.text, l.id, faults.Fired()}); };
+      e.svc.events = &rec;
+      e.svc.jobs = jobs;
+      e.svc.zip->SetWorkers(jobs);
+      faults.Arm(op, n, err);
+      e.ExecuteAllJobs(root_ + "/jobs/", "", false, false, false);
+      r.fired = faults.Fired();
+      r.firedInWorker = r.fired && faults.FiredOn() != std::this_thread::get_id();
+      r.trapErrors = e.svc.trap.ErrorCount();
+      for (std::size_t i = 0; i < r.calls.size(); ++i) r.calls[i] = faults.Calls(static_cast<FaultOp>(i));
+    }
+    r.after = TreeSnapshot(root_);
+    for (const auto& [rel, text] : r.after) r.archivesAfter[rel] = rel.ends_with(".zip") ? ArchiveEntries(root_ + "/" + rel) : std::nullopt;
+    // The job file still reads, with the job as it was written; nothing else in its folder.
+    clsJobs reader;
+    const std::vector<job> read = reader.GetJobs(root_ + "/jobs/", "j.kjb");
+    if (read.size() != 1 || reader.LastReadFailed()) {
+      r.jobFileProblem = "does not read";
+    } else if (read[0].From != root_ + "/src" || read[0].To != root_ + "/dst" || read[0].JobName != "j") {
+      r.jobFileProblem = "changed: " + ReadFile(root_ + "/jobs/j.kjb");
+    } else if (std::distance(fs::directory_iterator(root_ + "/jobs"), {}) != 1) {
+      r.jobFileProblem = "a stray file beside it";
+    }
+    return r;
+  }
+
+ private:
+  std::string root_;
+};
+
+// What every run with a fault must keep, measured against a clean run of the same tree:
+//  - no partial file: each file holds what it held before, what a clean run leaves there, or
+//    the whole of some file of the trees (a file copied where a clean run would not copy it);
+//    an archive reads and holds whole files, though perhaps not all of them;
+//    no hidden name (a temporary file) is left behind;
+//  - nothing lost: a file that a clean run keeps somewhere is still where it was or where the
+//    clean run keeps it, and no file that a clean run leaves in place is gone;
+//  - a fault before the job starts (reading the job folder or file) changes nothing, and one
+//    after it (writing the job's counter) leaves the result of a clean run;
+//  - a folder that cannot be listed (List) gives no files, without a message, as the walk
+//    treats an unreadable folder: the run does less than a clean run;
+//  - any other fault inside the job that hits a file operation (open, read, write, rename,
+//    unlink, copy, set times, set attributes, trash) is reported: either the job ends
+//    "(mit Fehler)" after a "t10" error line (a per-file error), or the error trap reports it
+//    (error.log, the host's question, kestrel's exit code) where a procedure-level statement
+//    failed, such as reading an archive's head or deleting an extracted archive. Exceptions:
+//    a statvfs fault (the free space is asked again of the mount point) and EXDEV from the
+//    rename of a move (the move copies and deletes instead) leave the result of a clean run;
+//    a scenario's silentLess faults may leave a file undone without a message; with workers, a
+//    fault that met the work done ahead (in a worker, or the run's handing over of an entry,
+//    such as creating its unnamed file) may leave the result of a clean run without a message:
+//    that file is then made the usual way, which meets the fault no more;
+//  - the job file still reads, as it was written.
+std::vector<std::string> CheckInvariants(const Scenario& s, const RunResult& clean,
+                                                const RunResult& r) {
+  std::vector<std::string> out;
+  std::set<std::string> whole;
+  for (const auto* tree : {&r.before, &clean.after}) {
+    for (const auto& [p, d] : *tree) whole.insert(d);
+  }
+  const auto holds = [](const auto& tree, const std::string& path, const std::string& data) {
+    const auto it = tree.find(path);
+    return it != tree.end() && it->second == data;
+  };
+  for (const auto& [path, data] : r.after) {
+    const bool hidden = path.starts_with('.') || path.find("/.") != std::string::npos;
+    if (hidden && !r.before.contains(path) && !clean.after.contains(path)) out.push_back(path + " is left behind");
+    const auto archive = r.archivesAfter.find(path);  // a readable archive of whole files will do
+    const bool ok = whole.contains(data) ||
+                    (archive != r.archivesAfter.end() && archive->second &&
+                     std::all_of(archive->second->begin(), archive->second->end(),
+                                 [&](const auto& entry) { return whole.contains(entry.second); }));
+    if (!ok) out.push_back(path + " is neither as it was nor complete");
+  }
+  for (const auto& [path, data] : r.before) {
+    bool keptByClean = false, kept = holds(r.after, path, data);
+    for (const auto& [p, d] : clean.after) {
+      keptByClean = keptByClean || d == data;
+      kept = kept || (d == data && holds(r.after, p, data));
+    }
+    if (keptByClean && !kept) out.push_back(path + " was lost");
+    if (clean.after.contains(path) && !r.after.contains(path)) out.push_back(path + " was removed");
+  }
+  const bool reported = (r.HasError() && r.EndId() == r.idDoneWithError) || r.trapErrors > 0;
+  const bool asClean = r.after == clean.after;
+  const bool excused = r.op == FaultOp::Statvfs || (r.op == FaultOp::Rename && r.err == EXDEV) || r.jobs > 1;
+  switch (r.FiredIn()) {
+    case RunResult::Phase::Before:
+      if (r.after != r.before) out.push_back("a fault before the job changed the trees");
+      break;
+    case RunResult::Phase::After:
+      if (!asClean) out.push_back("a fault after the job changed its result");
+      break;
+    case RunResult::Phase::InJob:
+      if (reported || r.op == FaultOp::List || s.silentLess.contains(r.op) || (excused && asClean)) break;
+      out.push_back(std::string("a failed file operation is not reported (") +
+                    (r.firedInWorker ? "in a worker" : "in the run") + (asClean ? ", as clean)" : ")"));
+      break;
+  }
+  if (!r.jobFileProblem.empty()) out.push_back("job file " + r.jobFileProblem);
+  return out;
+}
+
 
 // Deterministic bytes that do not compress to nothing.
 std::string Bytes(std::size_t n, unsigned seed) {
@@ -21,14 +243,14 @@ std::string Bytes(std::size_t n, unsigned seed) {
   return out;
 }
 
-const std::map<std::string, std::string> kSourceTree = {
+const Tree kSourceTree = {
     {"src/a.txt", "alpha\n"},
     {"src/big.bin", Bytes(1536 * 1024, 7)},  // two copy steps: a fault can hit the second one
     {"src/sub/c.txt", "gamma\n"},
     {"src/sub/deep/d.txt", "delta\n"},
 };
 
-std::map<std::string, std::string> With(std::map<std::string, std::string> more) {
+Tree With(Tree more) {
   more.insert(kSourceTree.begin(), kSourceTree.end());  // keys of more win
   return more;
 }

@@ -40,9 +40,7 @@ inline ToolResult RunTool(const std::string& command) {
   return r;
 }
 
-inline bool HaveTool(const std::string& name) {
-  return RunTool("command -v " + name).status == 0;
-}
+inline bool HaveTool(const std::string& name) { return RunTool("command -v " + name).status == 0; }
 
 // Runs a python3 script (written to a file beside the data) and returns its result.
 inline ToolResult Python(const TempDir& dir, const std::string& script) {
@@ -73,9 +71,7 @@ inline std::vector<std::string> TempLeftovers(const std::string& folder) {
   std::vector<std::string> out;
   for (const auto& e : std::filesystem::recursive_directory_iterator(folder)) {
     const std::string name = e.path().filename().string();
-    if (name.find(".kestrel-") != std::string::npos || name.find(".zip.") != std::string::npos) {
-      out.push_back(e.path().string());
-    }
+    if (name.find(".kestrel-") != std::string::npos || name.find(".zip.") != std::string::npos) out.push_back(e.path().string());
   }
   return out;
 }
@@ -92,9 +88,7 @@ inline std::optional<std::map<std::string, std::string>> ArchiveEntries(const st
     zip_stat_t st;
     zip_file_t* zf = zip_stat_index(za, index, 0, &st) == 0 ? zip_fopen_index(za, index, 0) : nullptr;
     std::string data(zf != nullptr ? st.size : 0, '\0');
-    if (zf == nullptr || zip_fread(zf, data.data(), st.size) != static_cast<zip_int64_t>(st.size)) {
-      data = "<damaged>";
-    }
+    if (zf == nullptr || zip_fread(zf, data.data(), st.size) != static_cast<zip_int64_t>(st.size)) data = "<damaged>";
     if (zf != nullptr) zip_fclose(zf);
     out[zip_get_name(za, index, 0)] = data;
   }

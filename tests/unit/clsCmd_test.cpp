@@ -28,29 +28,19 @@ struct RecordingHost {
   Host Make() {
     Host h;
     h.yield = [this] { ++yields; };
-    h.messageBox = [this](const MessageBoxRequest& r) {
-      boxes.push_back(r);
-      return BoxAnswer::Ok;
-    };
+    h.messageBox = [this](const MessageBoxRequest& r) { return boxes.push_back(r), BoxAnswer::Ok; };
     return h;
   }
 };
 
 job Program(const std::string& path, const std::string& param, int wait, int maxSec) {
   job j;
-  j.ExecPath = path;
-  j.ExecParam = param;
-  j.ExecWait = wait;
+  std::tie(j.ExecPath, j.ExecParam, j.ExecWait) = std::tuple(path, param, wait);
   j.ExecMaxSec = static_cast<std::int16_t>(maxSec);
   return j;
 }
 
-// A program that records its pid in pidFile and then runs on for a while.
-job Sleeper(const std::string& pidFile, int wait, int maxSec) {
-  return Program("echo", "$$ > " + pidFile + "; exec sleep 5", wait, maxSec);
-}
-
-// The program whose pid a Sleeper wrote; killed when the test ends.
+// The program whose pid a sleeper (see below) wrote to pidFile; killed when the test ends.
 class LeftRunning {
  public:
   explicit LeftRunning(const std::string& pidFile) {
@@ -58,9 +48,7 @@ class LeftRunning {
       if (const std::string text = ReadFile(pidFile); text.ends_with('\n')) pid_ = std::stoi(text);
     }
   }
-  ~LeftRunning() {
-    if (pid_ > 0) ::kill(pid_, SIGKILL);
-  }
+  ~LeftRunning() { if (pid_ > 0) ::kill(pid_, SIGKILL); }
   // Its state letter ('Z' for a zombie), or 0 when it is gone.
   char State() const {
     const std::string stat = ReadFile("/proc/" + std::to_string(pid_) + "/stat");
@@ -79,96 +67,72 @@ class LeftRunning {
 };
 
 // How long the call waits is read from what happened in which order (the program still running
-// when the call returned, the host clock's seconds, the number of passes), never from a wall
-// clock threshold that a busy machine could cross.
-TEST(clsCmd, WaitsForTheProgramUpToItsLimitAndNeverKillsIt) {
-  struct Case {
+// when the call returned, its output already there, the host clock's seconds, the number of
+// passes), never from a wall clock threshold that a busy machine could cross. The program's
+// stdout goes to this process's stdout, or to stderr where the host says so.
+TEST(clsCmd, WaitsForTheWholeCommandLineUpToItsLimitAndNeverKillsIt) {
+  const std::string sleeper = "$$ > pid; exec sleep 5";  // records its pid, runs on past the call
+  const std::string talker = "0.3; echo out; echo err >&2";
+  const struct {
     const char* name;
-    bool sleeper;     // runs on past the call; else "true", ending at once
+    std::string path, param;
     int wait, maxSec;
-    int minYields, maxYields;
+    bool toStderr;
+    int yields;       // -1: at least one, and a few per second waited (blocks between passes)
     bool pastLimit;   // a second boundary of the host clock has passed
+    const char *out, *err;
+  } cases[] = {
+      {"limit 0: one pass, the program keeps running", "echo", sleeper, 1, 0, false, 1, false, "", ""},
+      {"a program ending at once takes one pass", "true", "", 1, 5, false, 1, false, "", ""},
+      {"no wait: no pass, the program is reaped later", "echo", sleeper, 0, 5, false, 0, false, "", ""},
+      {"outliving the limit: blocks between passes, then returns", "echo", sleeper, 1, 1, false, -1, true, "", ""},
+      {"waits for the whole command line", "sleep", talker, 1, 30, false, -1, false, "out\n", "err\n"},
+      {"stdout to stderr", "sleep", talker, 1, 30, true, -1, false, "", "out\nerr\n"},
   };
-  const Case cases[] = {
-      {"limit 0: one pass, the program keeps running", true, 1, 0, 1, 1, false},
-      {"a program ending at once takes one pass", false, 1, 5, 1, 1, false},
-      {"no wait: no pass, the program is reaped later", true, 0, 5, 0, 0, false},
-      {"outliving the limit: blocks between passes, then returns", true, 1, 1, 1, 30, true},
-  };
-  for (const Case& c : cases) {
+  for (const auto& c : cases) {
     SCOPED_TRACE(c.name);
     TempDir dir;
+    testing::CurrentDir here(dir.str());
     RecordingHost rec;
     Host host = rec.Make();
-    job j = c.sleeper ? Sleeper(dir / "pid", c.wait, c.maxSec) : Program("true", "", c.wait, c.maxSec);
+    host.programStdoutToStderr = c.toStderr;
+    job j = Program(c.path, c.param, c.wait, c.maxSec);
     const std::time_t start = host.clock.Now();
+    ::testing::internal::CaptureStdout();
+    ::testing::internal::CaptureStderr();
     clsCmd(host).ShellAndWait(j);
-    EXPECT_GE(rec.yields, c.minYields);
-    EXPECT_LE(rec.yields, c.maxYields);
-    if (c.pastLimit) {
-      EXPECT_GE(host.clock.Now() - start, 1);
-    }
+    const std::string err = ::testing::internal::GetCapturedStderr(), out = ::testing::internal::GetCapturedStdout();
+    EXPECT_EQ(out, c.out);
+    EXPECT_EQ(err, c.err);
+    const std::time_t took = host.clock.Now() - start;
+    EXPECT_TRUE(c.yields < 0 ? rec.yields >= 1 && rec.yields <= 20 * (took + 1) : rec.yields == c.yields) << rec.yields;
+    EXPECT_TRUE(!c.pastLimit || took >= 1);
     EXPECT_TRUE(rec.boxes.empty());
-    if (!c.sleeper) continue;
+    if (c.param != sleeper) continue;
     LeftRunning program(dir / "pid");
     ASSERT_NE(program.State(), 0);
     ASSERT_NE(program.State(), 'Z');
-    if (c.wait == 0 || c.pastLimit) {
-      EXPECT_TRUE(program.KillAndVanish()) << "left a zombie";
-    }
+    EXPECT_TRUE((c.wait != 0 && !c.pastLimit) || program.KillAndVanish()) << "left a zombie";
   }
 }
 
-// The program's stdout goes to this process's stdout, or to stderr where the host says so.
-TEST(clsCmd, WaitEndsWhenTheWholeCommandLineEndsAndOutputGoesWhereTheHostSays) {
-  for (const bool toStderr : {false, true}) {
-    SCOPED_TRACE(toStderr);
-    RecordingHost rec;
-    Host host = rec.Make();
-    host.programStdoutToStderr = toStderr;
-    job j = Program("sleep", "0.3; echo out; echo err >&2", 1, 30);
-    ::testing::internal::CaptureStdout();
-    ::testing::internal::CaptureStderr();
-    const std::time_t start = host.clock.Now();
-    clsCmd(host).ShellAndWait(j);
-    const std::string errText = ::testing::internal::GetCapturedStderr();
-    EXPECT_EQ(::testing::internal::GetCapturedStdout(), toStderr ? "" : "out\n");
-    EXPECT_EQ(errText, toStderr ? "out\nerr\n" : "err\n");
-    const std::time_t took = host.clock.Now() - start;
-    EXPECT_LT(took, 30);  // not held to the limit
-    EXPECT_GE(rec.yields, 1);
-    // Blocks between passes instead of spinning: a few passes per second it waited, however
-    // long a busy machine made that.
-    EXPECT_LE(rec.yields, 20 * (took + 1));
-  }
-}
-
-TEST(clsCmd, PathWithBlanksIsSplitByTheShell) {
+// A path with a blank is split by the shell; a program that does not start shows one message
+// and the call returns.
+TEST(clsCmd, PathWithBlanksIsSplitAndAStartFailureShowsTheMessageOnce) {
   TempDir dir;
   // "DIR/my dir/prog" is read as the program "DIR/my" with the argument "dir/prog".
   WriteFile(dir / "my", "#!/bin/sh\necho \"$@\" > " + dir / "args\n");
   ::chmod((dir / "my").c_str(), 0755);
-  RecordingHost rec;
-  job j = Program(dir / "my dir/prog", "a  b", 1, 5);
-  clsCmd(rec.Make()).ShellAndWait(j);
+  RecordingHost split;
+  job blank = Program(dir / "my dir/prog", "a  b", 1, 5);
+  clsCmd(split.Make()).ShellAndWait(blank);
   EXPECT_EQ(ReadFile(dir / "args"), "dir/prog a b\n");
-  EXPECT_TRUE(rec.boxes.empty());
-}
-
-TEST(clsCmd, StartFailureShowsTheMessageOnceAndReturns) {
-  TempDir dir;
+  EXPECT_TRUE(split.boxes.empty());
   WriteFile(dir / "plain.txt", "not a program\n");
-  struct Case {
-    std::string name, path, param;
-    int wait;
-  };
-  const std::vector<Case> cases = {
-      {"missing", dir / "nothing-here", "", 1},
-      {"missing, no wait", dir / "nothing-here", "-x", 0},
-      {"not executable", dir / "plain.txt", "", 1},
-      {"not executable, no wait", dir / "plain.txt", "", 0},
-      {"a folder", dir.str(), "", 1},
-      {"blank in the path", dir / "pro g", "", 1},
+  const struct { std::string name, path, param; int wait; } cases[] = {
+      {"missing", dir / "nothing-here", "", 1},        {"missing, no wait", dir / "nothing-here", "-x", 0},
+      {"not executable", dir / "plain.txt", "", 1},    {"not executable, no wait", dir / "plain.txt", "", 0},
+      {"a folder", dir.str(), "", 1},                  {"blank in the path", dir / "pro g", "", 1},
       {"nothing to run", "", "", 1},
   };
   for (const auto& c : cases) {
@@ -180,8 +144,7 @@ TEST(clsCmd, StartFailureShowsTheMessageOnceAndReturns) {
     ::testing::internal::GetCapturedStderr();
     ASSERT_EQ(rec.boxes.size(), 1u);
     EXPECT_EQ(rec.boxes[0].title, "External program error");
-    EXPECT_EQ(rec.boxes[0].text,
-              "Problems while executing\r\n" + c.path + "\r\nProgram has not been started!");
+    EXPECT_EQ(rec.boxes[0].text, "Problems while executing\r\n" + c.path + "\r\nProgram has not been started!");
     EXPECT_EQ(rec.boxes[0].buttons, MessageBoxRequest::Buttons::OkOnly);
   }
 }
@@ -203,17 +166,17 @@ TEST(clsCmd, ProgramInheritsNoDescriptorButTheStandardOnes) {
   EXPECT_EQ(fds, (std::set<std::string>{"0", "1", "2", "3"}));
 }
 
+// Alone, the call traces a header, its enter and leave; given the engine's trap, it nests
+// inside the engine's trace.
 TEST(clsCmd, CallIsTraced) {
   std::vector<std::string> trace;
   Host host;
   host.traceSink = [&](const std::string& line) { trace.push_back(line); };
   job j = Program("true", "", 0, 1);
   clsCmd(host).ShellAndWait(j);
-  ASSERT_EQ(trace.size(), 3u);  // header, enter, leave
+  ASSERT_EQ(trace.size(), 3u);
   EXPECT_NE(trace[1].find("->clsCmd : Sub ShellAndWait : (job=<job>)"), std::string::npos);
   EXPECT_NE(trace[2].find("<-clsCmd : Sub ShellAndWait : (job=<job>)"), std::string::npos);
-
-  // Given the engine's trap, the call nests inside the engine's trace.
   trace.clear();
   FailSafe trap(host);
   trap.Enter("clsKestrel", "Sub ExecuteSingleJob", "()");

@@ -17,10 +17,12 @@ using testing::WriteFile;
 
 using InFolder = testing::CurrentDir;  // the trap's error.log lands there
 
-Host FixedHost() {
+// A host with a fixed clock whose message boxes record their text and answer with answer().
+Host FixedHost(std::vector<std::string>* asked = nullptr, std::function<BoxAnswer()> answer = nullptr) {
   Host host;
   host.clock = Clock::StartingAt(testing::LocalTime(2026, 11, 22, 10));
   host.shortDateFormat = "%d.%m.%Y";
+  if (asked) host.messageBox = [=](const MessageBoxRequest& q) { return asked->push_back(q.text), answer(); };
   return host;
 }
 
@@ -56,13 +58,8 @@ TEST(GetJobs, ConvertsValues) {
   WriteFile(dir / "b.kjb", "[Job]\nZipGrade= 4.0 \n");
   clsJobs jobs(FixedHost());
   const job a = jobs.GetJobs(dir.str() + "/", "a.kjb").at(0);
-  EXPECT_EQ(a.ZipGrade, "8");
-  EXPECT_EQ(a.Action, 2);
-  EXPECT_DOUBLE_EQ(a.FileSize, 1.5);
-  EXPECT_EQ(a.ExecPath, "/bin/x");
-  EXPECT_EQ(a.ExecParam, "-v");
-  EXPECT_EQ(a.From, "  /in  ");
-  EXPECT_EQ(a.Version, "2.1");
+  EXPECT_EQ(std::tie(a.ZipGrade, a.Action, a.FileSize, a.ExecPath, a.ExecParam, a.From, a.Version),
+            std::tuple("8", 2, 1.5, "/bin/x", "-v", "  /in  ", "2.1"));
   EXPECT_EQ(jobs.GetJobs(dir.str() + "/", "b.kjb").at(0).ZipGrade, "4");
 }
 
@@ -110,13 +107,10 @@ TEST(GetJobs, ABadNumberStopsIgnoresOrRetriesAsAnswered) {
     const std::vector<std::string> order = ListingOrder(dir);
     WriteJob(dir, order[2], "Counter=abc\n");
     std::vector<std::string> asked;
-    Host host = FixedHost();
-    host.messageBox = [&](const MessageBoxRequest& q) {
-      asked.push_back(q.text);
+    clsJobs jobs(FixedHost(&asked, [&] {
       if (c.answer == BoxAnswer::Retry) WriteJob(dir, order[2], "Counter=1\n");
       return c.answer;
-    };
-    clsJobs jobs(host);
+    }));
     std::vector<std::string> expected;
     for (int i : c.read) expected.push_back(order[i]);
     EXPECT_EQ(Names(jobs.GetJobs(dir.str() + "/")), expected);
@@ -149,18 +143,9 @@ TEST(GetJobs, ReadErrorsAreReportedAndFailTheRead) {
   for (const auto& c : cases) {
     SCOPED_TRACE(c.content);
     std::filesystem::remove_all(dir / "a.kjb");
-    if (c.content == "<folder>") {
-      std::filesystem::create_directories(dir / "a.kjb");
-    } else {
-      WriteFile(dir / "a.kjb", c.content);
-    }
+    c.content == "<folder>" ? (void)std::filesystem::create_directories(dir / "a.kjb") : WriteFile(dir / "a.kjb", c.content);
     std::vector<std::string> asked;
-    Host host = FixedHost();
-    host.messageBox = [&](const MessageBoxRequest& q) {
-      asked.push_back(q.text);
-      return BoxAnswer::Abort;
-    };
-    clsJobs jobs(host);
+    clsJobs jobs(FixedHost(&asked, [] { return BoxAnswer::Abort; }));
     EXPECT_EQ(jobs.GetJobs(dir.str() + "/", "a.kjb").size(), c.report.empty() ? 1u : 0u);
     EXPECT_EQ(jobs.LastReadFailed(), !c.report.empty());
     ASSERT_EQ(asked.size(), c.report.empty() ? 0u : 1u);

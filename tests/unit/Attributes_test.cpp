@@ -138,8 +138,7 @@ TEST_F(Attributes, FileTimesByTheJobsFields) {
   WriteFileTime(run, svc, d);
   EXPECT_EQ(svc.fs.GetTimes(d).written, kOld);
   EXPECT_EQ(svc.fs.GetTimes(d).accessed, kOld - 1000);
-  j.DestTModified = 0;
-  j.DestTAccess = 2;
+  j.DestTModified = 0, j.DestTAccess = 2;
   ASSERT_TRUE(ReadSourceFileTime(run, svc, s));
   WriteFileTime(run, svc, d);
   EXPECT_EQ(svc.fs.GetTimes(d).written, kOld - 2000);
@@ -155,28 +154,18 @@ TEST_F(Attributes, FileTimesByTheJobsFields) {
   EXPECT_EQ(svc.trap.ErrorCount(), 0);
 }
 
-std::string Bytes(std::initializer_list<int> bytes, const std::string& rest = "") {
-  std::string s;
-  for (int b : bytes) s += static_cast<char>(b);
-  return s + rest;
-}
-
 TEST_F(Attributes, FileTypeByTheFirstMatchingTest) {
   const std::pair<std::string, const char*> cases[] = {
       {"MZ\x90", "PE Executable"}, {"ZM", "PE Executable"}, {"[Job]\nFrom=x", "INI File"},
       {"[" + std::string(120, 'a') + "]", "Unknown text file"},  // "]" beyond 100
       {"RIFF\x10\0\0\0AVI LIST"s, "AVI Movie File"}, {"RIFF\x10\0\0\0WAVEfmt "s, "WAV Audio File"},
-      {Bytes({0xD0, 0xCF, 0x11, 0xE0}, "\xA1\xB1"), "Microsoft Word Document"},
-      {Bytes({0, 1, 0, 0}, "Standard Jet DB"), "Microsoft Access Database"},
-      {"GIF87a", "GIF Image File"}, {"xxxxGIF89", "GIF Image File"},
-      {Bytes({0xFF, 0xFB, 0x90, 0x44, 0x00}), "MP3 Audio File"},
-      {Bytes({0xFF, 0xD8, 0xFF, 0xE0, 0x00}, "\x10JFIF"), "MP3 Audio File"},  // test 8 first
-      {Bytes({0xFF, 0xD8, 0xFF, 0xE1, 0x12}, "Exif"), "JPEG Image File"},
-      {"BM6\0\0\0", "BMP (Bitmap) Image File"}, {"II*\0", "TIFF Image File"},
-      {"PK\x03\x04", "ZIP Archive File"}, {"  <HTML><body>", "HTML Document File"},
-      {"<!DOCTYPE html>", "HTML Document File"}, {"rar!\x1a", "RAR Archive File"},
-      {Bytes({0x60, 0xEA}, "xx"), "ARJ Archive File"}, {"Type=Exe\r\nReference=x", "Visual Basic Project File"},
-      {"VBGROUP 5.0", "Visual Basic Group Project File"},
+      {"\xD0\xCF\x11\xE0\xA1\xB1", "Microsoft Word Document"}, {"\0\1\0\0Standard Jet DB"s, "Microsoft Access Database"},
+      {"GIF87a", "GIF Image File"}, {"xxxxGIF89", "GIF Image File"}, {"\xFF\xFB\x90\x44\0"s, "MP3 Audio File"},
+      {"\xFF\xD8\xFF\xE0\0\x10JFIF"s, "MP3 Audio File"},  // test 8 first
+      {"\xFF\xD8\xFF\xE1\x12" "Exif", "JPEG Image File"}, {"BM6\0\0\0", "BMP (Bitmap) Image File"},
+      {"II*\0", "TIFF Image File"}, {"PK\x03\x04", "ZIP Archive File"}, {"  <HTML><body>", "HTML Document File"},
+      {"<!DOCTYPE html>", "HTML Document File"}, {"rar!\x1a", "RAR Archive File"}, {"\x60\xEAxx", "ARJ Archive File"},
+      {"Type=Exe\r\nReference=x", "Visual Basic Project File"}, {"VBGROUP 5.0", "Visual Basic Group Project File"},
       {"VERSION 5.00\r\nBegin VB.Form", "Visual Basic Form File"}, {"VERSION 5.00\nBegin", "Unknown text file"},
       {"text\x02more", "Unknown binary file"}, {"plain text\r\n", "Unknown text file"},
       {"", "Unknown text file"},  // the blank buffer passes no test

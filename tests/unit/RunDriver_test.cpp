@@ -8,6 +8,8 @@
 
 #include "engine/Catalogue.h"
 #include "engine/Engine.h"
+#include "jobs/NumberText.h"
+#include "platform/SysError.h"
 #include "support/Faults.h"
 #include "support/TestSupport.h"
 #include "unit/Rig.h"
@@ -372,24 +374,18 @@ TEST_F(RunDriverTest, FreeSpaceBelowTheLimitOnly) {
   EXPECT_NE(testing::ReadFile(tmp / "error.log").find("#6 (Overflow)"), std::string::npos);
 }
 
-Catalogue Load(FileSystem& fs, const std::string& lang) {
-  Catalogue c;
-  c.LoadLogMessages(fs, lang);
-  c.SetMsgIDs();
-  return c;
-}
-
 TEST(Catalogue, LanguageFileReplacesTextsButNotAffixes) {
   testing::TempDir dir;
   FileSystem fs;
   const std::string lang = dir / "en.lng";
+  const auto load = [&] { Catalogue c; c.LoadLogMessages(fs, lang); c.SetMsgIDs(); return c; };
   WriteFile(lang, "[LogMessages]\nt11=Copied\nt13=\nt14=to\nt6=Job done\nt99=ignored\nt3=" + std::string(300, 'x') + "\n");
   // 13 present but empty: the empty text, not the default; 28 built from the replaced "t6".
-  const Catalogue c = Load(fs, lang);
+  const Catalogue c = load();
   EXPECT_EQ((std::vector{c.Text(11), c.Text(13), c.Text(14), c.Text(28), c.Text(3), c.Text(12)}),
             (std::vector<std::string>{"Copied: ", ": ", " to ", "Job done (mit Fehler)", std::string(255, 'x'), "Verschoben: "}));
   WriteFile(lang, "[LogMessages]\nt28=(with errors)\nt6=Done\n");  // both parts of "t28"
-  EXPECT_EQ(Load(fs, lang).Text(28), "Done (with errors)");
+  EXPECT_EQ(load().Text(28), "Done (with errors)");
 }
 
 TEST(Catalogue, LoadedOncePerEngine) {
@@ -402,6 +398,44 @@ TEST(Catalogue, LoadedOncePerEngine) {
   EXPECT_EQ(e.svc.Id(11), 11);
   e.ExecuteAllJobs(dir / "jobs/", dir / "fr.lng", false, false, false);
   EXPECT_EQ(e.svc.T(11), "Copied: ");
+}
+
+// The value, or the error number as a negative value beyond the range.
+std::int64_t Read(const std::function<std::int64_t()>& convert) {
+  try {
+    return convert();
+  } catch (const KestrelError& e) {
+    return -1'000'000'000'000 - e.Number();
+  }
+}
+constexpr std::int64_t kOverflow = -1'000'000'000'000 - kErrOverflow;
+constexpr std::int64_t kMismatch = -1'000'000'000'000 - kErrTypeMismatch;
+
+// Halves round to even; blanks, "," and "+" are read; each width has its overflow; anything but
+// a number is a type mismatch.
+TEST(NumberText, SixteenAndThirtyTwoBits) {
+  const std::tuple<const char*, std::int64_t, std::int64_t> cases[] = {
+      {"7.5", 8, 8}, {"6.5", 6, 6}, {"0.5", 0, 0}, {"-7.5", -8, -8}, {"2.51", 3, 3}, {"2.49", 2, 2},
+      {"2.50000", 2, 2}, {"2.500001", 3, 3}, {"4,0", 4, 4}, {" 4 ", 4, 4}, {"\t-3\t", -3, -3},
+      {"+3", 3, 3}, {".5", 0, 0}, {"5.", 5, 5}, {"007", 7, 7}, {"-0", 0, 0},
+      {"32767", 32767, 32767}, {"-32768.5", -32768, -32768}, {"32767.5", kOverflow, 32768},
+      {"-32769", kOverflow, -32769}, {"2147483647", kOverflow, 2147483647},
+      {"-2147483648", kOverflow, -2147483648LL}, {"2147483648", kOverflow, kOverflow},
+      {"99999999999999999999999", kOverflow, kOverflow},
+  };
+  for (const auto& [text, v16, v32] : cases) {
+    EXPECT_EQ(Read([&] { return ToInt16(text); }), v16) << text;
+    EXPECT_EQ(Read([&] { return ToInt32(text); }), v32) << text;
+  }
+  for (const char* text : {"", "  ", "abc", "1a", "a1", "1.2.3", "1 2", "-", "+", ".", "1e3", "--1",
+                           "0x10", "1,5,0", "\xC3\xA4"}) {
+    EXPECT_EQ(Read([&] { return ToInt16(text); }), kMismatch) << '"' << text << '"';
+    EXPECT_EQ(Read([&] { return ToInt32(text); }), kMismatch) << '"' << text << '"';
+    EXPECT_THROW(ToDouble(text), KestrelError) << '"' << text << '"';
+  }
+  EXPECT_DOUBLE_EQ(ToDouble("1,5"), 1.5);
+  EXPECT_DOUBLE_EQ(ToDouble(" -0.125 "), -0.125);
+  EXPECT_DOUBLE_EQ(ToDouble("1048576"), 1048576.0);
 }
 
 }  // namespace

@@ -50,9 +50,9 @@ TEST_F(FileOpsTest, RefusalsChangeNothing) {
   for (const auto& p : {ro, inside}) ::chmod(p.c_str(), 0444);
   const std::pair<std::function<void()>, int> cases[] = {
       {[&] { fs.CopyFile(a, Dst("a.txt"), false); }, EEXIST}, {[&] { fs.MoveFile(a, Dst("a.txt")); }, EEXIST},
-      {[&] { fs.CopyFile(Src("none"), Dst("none"), true); }, ENOENT}, {[&] { fs.CopyFile(src, Dst("x"), true); }, EISDIR},
-      {[&] { fs.CopyFile(Src("none"), "", true); }, kErrInvalidCall}, {[&] { fs.DeleteFile(ro, false); }, EACCES},
-      {[&] { fs.DeleteFile(Src("none"), true); }, ENOENT}, {[&] { fs.DeleteFile(src, true); }, EISDIR},
+      {[&] { fs.CopyFile(Src("none"), Dst("none"), true); }, ENOENT}, {[&] { fs.DeleteFile(ro, false); }, EACCES},
+      {[&] { fs.CopyFile(Src("none"), "", true); }, kErrInvalidCall}, {[&] { fs.DeleteFile(src, true); }, EISDIR},
+      {[&] { fs.DeleteFile(Src("none"), true); }, ENOENT}, {[&] { fs.CopyFile(src, Dst("x"), true); }, EISDIR},
       {[&] { fs.DeleteFolder(Src("d"), false); }, EACCES}, {[&] { fs.RemoveFolder(dst); }, ENOTEMPTY}};
   const std::string before = Tree();
   for (std::size_t i = 0; i < std::size(cases); ++i) EXPECT_EQ(ErrorOf(cases[i].first), cases[i].second) << i;

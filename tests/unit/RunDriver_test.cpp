@@ -123,24 +123,22 @@ TEST_F(RunDriverTest, OnePassByTheJobsKeys) {
     bool verbose;
     std::vector<std::string> texts;
     const char* events;
-    const char *key, *value;
+    const char* counter;  // afterwards
     bool noSpaceInfo = false;  // the free space cannot be asked: -1, below any limit
   } rows[] = {
-      {"counter 0 never runs", "", false, {}, nullptr, "Counter", "-1"},
-      {"and keeps falling", "Counter=-2\n", false, {}, nullptr, "Counter", "-3"},
-      {"a delete job needs no destination", "To=" + tmp / "missing\nAction=2\nCounter=1\n", false, ran,
-       nullptr, "Counter", "0"},
+      {"counter 0 never runs", "", false, {}, nullptr, "-1"},
+      {"and keeps falling", "Counter=-2\n", false, {}, nullptr, "-3"},
+      {"a delete job needs no destination", "To=" + tmp / "missing\nAction=2\nCounter=1\n", false, ran, nullptr, "0"},
       {"missing paths are state 2", "To=" + tmp / "missing\nCounter=1\nInterval=3\n", true,
-       {"a: Pfade ungültig"}, "0/2 3/2", "Counter", "3"},
-      {"and silent without verbose", "To=" + tmp / "missing\nCounter=1\nInterval=3\n", false, {}, nullptr,
-       "Counter", "3"},
-      {"inactive does not count down", "Inactive=1\nCounter=2\n", true, {}, nullptr, "Counter", "2"},
-      {"and says so when due", "Inactive=1\nCounter=1\n", true, {"a: Auftrag deaktiviert"}, nullptr, "Counter", "1"},
-      {"only unscheduled jobs count", daily + "IntState=14.06.2026\n", false, ran, nullptr, "Counter", "<missing>"},
-      {"free space above the limit", space, false, {}, "4/0", "Counter", "4"},
-      {"free space unknown", space, false, ran, "0/0 4/0", "Counter", "4", true},
+       {"a: Pfade ungültig"}, "0/2 3/2", "3"},
+      {"and silent without verbose", "To=" + tmp / "missing\nCounter=1\nInterval=3\n", false, {}, nullptr, "3"},
+      {"inactive does not count down", "Inactive=1\nCounter=2\n", true, {}, nullptr, "2"},
+      {"and says so when due", "Inactive=1\nCounter=1\n", true, {"a: Auftrag deaktiviert"}, nullptr, "1"},
+      {"only unscheduled jobs count", daily + "IntState=14.06.2026\n", false, ran, nullptr, "<missing>"},
+      {"free space above the limit", space, false, {}, "4/0", "4"},
+      {"free space unknown", space, false, ran, "0/0 4/0", "4", true},
       // A preview job is left out of ordinary runs (taken in with --preview-jobs: e2e actions_test).
-      {"preview job", "DoPreview=1\nCounter=1\n", true, {}, "", "Counter", "1"},
+      {"preview job", "DoPreview=1\nCounter=1\n", true, {}, "", "1"},
   };
   for (const auto& r : rows) {
     SCOPED_TRACE(r.name);
@@ -156,7 +154,7 @@ TEST_F(RunDriverTest, OnePassByTheJobsKeys) {
       }
       EXPECT_EQ(events, r.events);
     }
-    EXPECT_EQ(Value("a", r.key), r.value);
+    EXPECT_EQ(Value("a", "Counter"), r.counter);
   }
   EXPECT_EQ(errors, 0);
 }
@@ -379,11 +377,12 @@ TEST(Catalogue, LanguageFileReplacesTextsButNotAffixes) {
   FileSystem fs;
   const std::string lang = dir / "en.lng";
   const auto load = [&] { Catalogue c; c.LoadLogMessages(fs, lang); c.SetMsgIDs(); return c; };
-  WriteFile(lang, "[LogMessages]\nt11=Copied\nt13=\nt14=to\nt6=Job done\nt99=ignored\nt3=" + std::string(300, 'x') + "\n");
+  WriteFile(lang, "[LogMessages]\nt11=Copied\nt13=\nt14=to\nt6=Job done\nt99=ignored\nt3=" + std::string(300, 'x'));
   // 13 present but empty: the empty text, not the default; 28 built from the replaced "t6".
   const Catalogue c = load();
   EXPECT_EQ((std::vector{c.Text(11), c.Text(13), c.Text(14), c.Text(28), c.Text(3), c.Text(12)}),
-            (std::vector<std::string>{"Copied: ", ": ", " to ", "Job done (mit Fehler)", std::string(255, 'x'), "Verschoben: "}));
+            (std::vector<std::string>{"Copied: ", ": ", " to ", "Job done (mit Fehler)", std::string(255, 'x'),
+                                      "Verschoben: "}));
   WriteFile(lang, "[LogMessages]\nt28=(with errors)\nt6=Done\n");  // both parts of "t28"
   EXPECT_EQ(load().Text(28), "Done (with errors)");
 }

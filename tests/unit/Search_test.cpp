@@ -589,7 +589,8 @@ TEST_F(Attributes, FileTypeByTheFirstMatchingTest) {
       {"MZ\x90", "PE Executable"}, {"ZM", "PE Executable"}, {"[Job]\nFrom=x", "INI File"},
       {"[" + std::string(120, 'a') + "]", "Unknown text file"},  // "]" beyond 100
       {"RIFF\x10\0\0\0AVI LIST"s, "AVI Movie File"}, {"RIFF\x10\0\0\0WAVEfmt "s, "WAV Audio File"},
-      {"\xD0\xCF\x11\xE0\xA1\xB1", "Microsoft Word Document"}, {"\0\1\0\0Standard Jet DB"s, "Microsoft Access Database"},
+      {"\xD0\xCF\x11\xE0\xA1\xB1", "Microsoft Word Document"},
+      {"\0\1\0\0Standard Jet DB"s, "Microsoft Access Database"},
       {"GIF87a", "GIF Image File"}, {"xxxxGIF89", "GIF Image File"}, {"\xFF\xFB\x90\x44\0"s, "MP3 Audio File"},
       {"\xFF\xD8\xFF\xE0\0\x10JFIF"s, "MP3 Audio File"},  // test 8 first
       {"\xFF\xD8\xFF\xE1\x12" "Exif", "JPEG Image File"}, {"BM6\0\0\0", "BMP (Bitmap) Image File"},

@@ -494,7 +494,7 @@ TEST_F(Policies, ASourceWrittenToBeforeItsDeletionIsKept) {
                 appended)
           << ::testing::PrintToString(lines);
       EXPECT_EQ(run.jobError, appended);
-      if (row.across) EXPECT_EQ(Exists(j.To + "/a.txt"), !appended);
+      EXPECT_TRUE(!row.across || Exists(j.To + "/a.txt") != appended);
       std::filesystem::remove(s);
     }
   }

@@ -367,15 +367,12 @@ TEST_F(Prefetch, PoolDropsWhatNoWorkerBeganAndStopsAWaitingTask) {
 }
 
 TEST_F(Prefetch, ACopyMadeAheadIsNamedOnlyForTheSourceItWasMadeFrom) {
-  struct Case {
+  const struct {
     const char* name;
-    bool changeSource;  // rewritten (same length) after the copy was made
-    bool existing;
-    bool overwrite;
+    bool changeSource, existing, overwrite;  // changeSource: rewritten (same length) after the copy was made
     std::string expected;  // at Dest afterwards
     int error;
-  };
-  const Case cases[] = {
+  } cases[] = {
       {"unchanged", false, false, false, "contents", 0},
       {"rewritten after it was read", true, false, false, "CONTENTS", 0},
       {"replacing", false, true, true, "contents", 0},
@@ -383,7 +380,7 @@ TEST_F(Prefetch, ACopyMadeAheadIsNamedOnlyForTheSourceItWasMadeFrom) {
       {"an existing name is kept", false, true, false, "old", EEXIST},
   };
   const std::string a = Src("a.txt");
-  for (const Case& c : cases) {
+  for (const auto& c : cases) {
     SCOPED_TRACE(c.name);
     std::filesystem::remove_all(dst);
     std::filesystem::create_directories(dst);

@@ -8,7 +8,6 @@
 
 #include "Rig.h"
 
-#include <dirent.h>
 #include <fmt/format.h>
 
 #include <functional>
@@ -40,18 +39,6 @@ class Search : public Rig {
     for (const auto& f : files) text += (text.empty() ? "" : " ") + f;
     return text;
   }
-  // The walk order as the file system lists: files of a folder first, then each sub-folder.
-  void Expected(const std::string& rel, std::vector<std::string>& out) {
-    std::vector<std::string> names;
-    if (DIR* d = ::opendir(Src(rel).c_str())) {
-      while (const dirent* e = ::readdir(d)) {
-        if (std::string(e->d_name) != "." && std::string(e->d_name) != "..") names.push_back(e->d_name);
-      }
-      ::closedir(d);
-    }
-    for (const auto& n : names) if (!fs::is_directory(Src(rel + n))) out.push_back(rel + n);
-    for (const auto& n : names) if (fs::is_directory(Src(rel + n))) Expected(rel + n + "/", out);
-  }
   std::vector<LoggedLine> Lines(int id) const {
     std::vector<LoggedLine> out;
     for (const auto& l : rec.lines) if (l.id == id) out.push_back(l);
@@ -62,8 +49,16 @@ class Search : public Rig {
 TEST_F(Search, DepthFirstPreOrderInListingOrderWithFilesBeforeSubFolders) {
   for (int i = 0; i < 1000; ++i) WriteFile(Src(fmt::format("f{:04}.txt", i)), "");
   for (const char* f : {"s1/b.txt", "s1/deep/c.txt", "s1/z.txt", "s2/d.txt", "s2/e/f/g.txt"}) WriteFile(Src(f), "");
+  // The order the file system lists them in: the files of a folder first, then each sub-folder.
   std::vector<std::string> expected;
-  Expected("", expected);
+  const std::function<void(const std::string&)> list = [&](const std::string& rel) {
+    std::vector<std::string> subs;
+    for (const auto& e : fs::directory_iterator(Src(rel))) {
+      (e.is_directory() ? subs : expected).push_back(rel + e.path().filename().string());
+    }
+    for (const auto& sub : subs) list(sub + "/");
+  };
+  list("");
   EXPECT_EQ(Walk(), expected);
   EXPECT_EQ(expected.size(), 1005u);
   EXPECT_EQ(Walk(false).size(), 1000u);

@@ -154,8 +154,8 @@ TEST_F(FileOpsTest, VerifiedDeleteKeepsAFileThatChangedOrWasReplaced) {
   }
 }
 
-// What the file-system object remembers must never hide a change it made itself, and outside a
-// scope it remembers nothing.
+// What the file-system object remembers (a file's status, a folder seen) must never hide a change
+// it made itself, and outside a scope it remembers nothing.
 TEST_F(FileOpsTest, RememberedStatusFollowsEveryChangeMadeThroughTheObject) {
   const std::string a = Source("a.txt", "one");
   const std::string b = Dst("b.txt");
@@ -178,6 +178,20 @@ TEST_F(FileOpsTest, RememberedStatusFollowsEveryChangeMadeThroughTheObject) {
   WriteFile(b, "back");
   EXPECT_TRUE(fs.FileExists(b));
   EXPECT_EQ(fs.Stat(b).Value().size, 4u);
+  // A folder seen is forgotten when the object removes or renames it.
+  const std::string sub = Dst("sub");
+  EXPECT_FALSE(fs.FolderStillExists(sub));
+  fs.CreateFolder(sub);
+  EXPECT_TRUE(fs.FolderStillExists(sub));
+  fs.RemoveFolder(sub);
+  EXPECT_FALSE(fs.FolderStillExists(sub));
+  fs.CreateFolder(sub);
+  EXPECT_TRUE(fs.FolderStillExists(sub));
+  fs.MoveFile(sub, Dst("moved"));
+  EXPECT_FALSE(fs.FolderStillExists(sub));
+  EXPECT_TRUE(fs.FolderStillExists(Dst("moved")));
+  fs.DeleteFolder(Dst("moved"), true);
+  EXPECT_FALSE(fs.FolderStillExists(Dst("moved")));
 }
 
 // The free space is asked once and then kept up to date by the copies made meanwhile: a
@@ -189,22 +203,6 @@ TEST_F(FileOpsTest, ANewCopyTakesItsLengthFromTheRememberedFreeSpace) {
   EXPECT_LE(fs.FreeBytes(dst).Value(), before - static_cast<std::int64_t>(kBig.size()));
 }
 
-TEST_F(FileOpsTest, AFolderSeenIsForgottenWhenTheObjectRemovesOrRenamesIt) {
-  const std::string sub = Dst("sub");
-  EXPECT_FALSE(fs.FolderStillExists(sub));
-  fs.CreateFolder(sub);
-  EXPECT_TRUE(fs.FolderStillExists(sub));
-  fs.RemoveFolder(sub);
-  EXPECT_FALSE(fs.FolderStillExists(sub));
-
-  fs.CreateFolder(sub);
-  EXPECT_TRUE(fs.FolderStillExists(sub));
-  fs.MoveFile(sub, Dst("moved"));
-  EXPECT_FALSE(fs.FolderStillExists(sub));
-  EXPECT_TRUE(fs.FolderStillExists(Dst("moved")));
-  fs.DeleteFolder(Dst("moved"), true);
-  EXPECT_FALSE(fs.FolderStillExists(Dst("moved")));
-}
 
 // The home trash gets the file and its info entry; a name taken gets a new one, and a name too
 // long for its ".trashinfo" is cut (that file could once not be recycled at all).

@@ -441,9 +441,6 @@ using namespace std::string_literals;
 class Attributes : public Rig {
  protected:
   Attributes() { ::chmod(file.c_str(), 0664); }
-  void RequireXattrs() {
-    if (!UserXattrsWork(tmp.str())) GTEST_SKIP() << "no user extended attributes on " << tmp.str();
-  }
   std::uint32_t Get(const std::string& path) { return svc.fs.GetAttributes(path); }
   std::string DosAttrib(const std::string& path) {
     char buf[64];
@@ -482,7 +479,7 @@ TEST_F(Attributes, ReadOnlyAndHiddenFromPermissionsNameAndKindWrittenOnlyWhenCha
 }
 
 TEST_F(Attributes, HiddenSystemArchiveRoundTripThroughTheExtendedAttribute) {
-  RequireXattrs();
+  if (!UserXattrsWork(tmp.str())) GTEST_SKIP() << "no user extended attributes on " << tmp.str();
   for (const auto& [bit, text] : {std::pair{kAttrHidden, "0x2"}, {kAttrSystem, "0x4"}, {kAttrArchive, "0x20"}}) {
     SetAttribute(svc, bit, file);
     EXPECT_EQ(Get(file), bit);
@@ -509,7 +506,7 @@ TEST_F(Attributes, HiddenSystemArchiveRoundTripThroughTheExtendedAttribute) {
 }
 
 TEST_F(Attributes, DestinationAndSourceChoicesByMode) {
-  RequireXattrs();
+  if (!UserXattrsWork(tmp.str())) GTEST_SKIP() << "no user extended attributes on " << tmp.str();
   j.AttrHidden1 = j.AttrArchive1 = 1;
   j.AttrSystem1 = 2;  // only a checked box counts
   j.AttrSetDest = 2;  // neither set nor clear

@@ -112,7 +112,7 @@ MATCHER_P4(Current, file, index, counter, status, "") {
 }
 
 // One pass over one job "a": its lines, its CurrentJob events ("counter/status", nullptr: not
-// looked at) and a key of its file afterwards. When a schedule fires: Schedules_test.
+// looked at) and its Counter afterwards. When a schedule fires: the schedule tables below.
 TEST_F(RunDriverTest, OnePassByTheJobsKeys) {
   const std::string daily = "IntervalType=1\nIntTimeType=0\nIntervalTime=08:00:00\n";
   const std::string space = "ChkFreeSpace=1\nFreeSpaceVal=1\nCounter=1\nInterval=4\n";

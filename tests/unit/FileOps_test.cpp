@@ -1,11 +1,18 @@
 #include "platform/Contained.h"
 #include "platform/FileSystem.h"
+#include "platform/OrderedPool.h"
 #include "platform/Paths.h"
+#include "platform/Prefetch.h"
 #include "platform/SysError.h"
 
 #include "Rig.h"
 
+#include <future>
+#include <latch>
+#include <mutex>
+#include <numeric>
 #include <regex>
+#include <thread>
 
 #include <sys/stat.h>
 
@@ -31,39 +38,32 @@ class FileOpsTest : public Rig {
   std::string trash = tmp / "xdg/Trash";
 };
 
-TEST_F(FileOpsTest, CopyKeepsContentsPermissionsAndTimes) {
-  const std::string a = Source("a.txt", kBig);
-  ::chmod(a.c_str(), 0640);
-  SetTimes(a, kOld, kNew);
-  fs.CopyFile(a, Dst("a.txt"), false);
-  // Times first: reading the contents may touch the access time.
-  EXPECT_EQ(fs.Stat(Dst("a.txt")).Value().times.written, kNew);
-  EXPECT_EQ(fs.Stat(Dst("a.txt")).Value().times.accessed, kOld);
-  EXPECT_EQ(ModeOf(Dst("a.txt")), 0640u);
-  EXPECT_EQ(ReadFile(Dst("a.txt")), ReadFile(a));
-  EXPECT_EQ(Names(dst), std::vector<std::string>({"a.txt"}));
-}
-
-// Copy and move refuse an existing destination (copy unless told to overwrite), and what is
-// no file; the move renames within one file system.
-TEST_F(FileOpsTest, CopyAndMoveRefuseWhatTheyCannotDo) {
-  const std::string a = Source("a.txt", "new", kNew);
+// What cannot be done is refused and changes nothing: an existing destination (copy unless told
+// to overwrite), what is no file, a read-only file or folder content unless forced, a folder
+// that is not empty. Then told to, each does its work; a move renames within one file system,
+// and a folder's deletion follows no link.
+TEST_F(FileOpsTest, RefusalsChangeNothing) {
+  const std::string a = Source("a.txt", "new", kNew), ro = Source("ro.txt", "r"), inside = Source("d/ro.txt", "r");
+  Source("d/e/.hidden", "h");
   Dest("a.txt", "old");
-  const std::tuple<bool, std::string, std::string, int> cases[] = {
-      {false, a, Dst("a.txt"), EEXIST}, {false, Src("none"), Dst("none"), ENOENT},
-      {false, Src("none"), "", kErrInvalidCall}, {false, src, Dst("x"), EISDIR}, {true, a, Dst("a.txt"), EEXIST}};
-  for (const auto& [move, from, to, error] : cases) {
-    EXPECT_EQ(ErrorOf([&] { move ? fs.MoveFile(from, to) : void(fs.CopyFile(from, to, to != Dst("a.txt"))); }), error)
-        << move << " " << from << " " << to;
-  }
-  EXPECT_EQ(ReadFile(Dst("a.txt")), "old");
-  EXPECT_TRUE(Exists(a));
+  std::filesystem::create_directory_symlink(dst, Src("d/link"));
+  for (const auto& p : {ro, inside}) ::chmod(p.c_str(), 0444);
+  const std::pair<std::function<void()>, int> cases[] = {
+      {[&] { fs.CopyFile(a, Dst("a.txt"), false); }, EEXIST}, {[&] { fs.MoveFile(a, Dst("a.txt")); }, EEXIST},
+      {[&] { fs.CopyFile(Src("none"), Dst("none"), true); }, ENOENT}, {[&] { fs.DeleteFile(ro, false); }, EACCES},
+      {[&] { fs.CopyFile(Src("none"), "", true); }, kErrInvalidCall}, {[&] { fs.DeleteFile(src, true); }, EISDIR},
+      {[&] { fs.DeleteFile(Src("none"), true); }, ENOENT}, {[&] { fs.CopyFile(src, Dst("x"), true); }, EISDIR},
+      {[&] { fs.DeleteFolder(Src("d"), false); }, EACCES}, {[&] { fs.RemoveFolder(dst); }, ENOTEMPTY}};
+  const std::string before = Tree();
+  for (std::size_t i = 0; i < std::size(cases); ++i) EXPECT_EQ(ErrorOf(cases[i].first), cases[i].second) << i;
+  EXPECT_EQ(Tree(), before);
   fs.CopyFile(a, Dst("a.txt"), true);
   EXPECT_EQ(ReadFile(Dst("a.txt")), "new");
-  EXPECT_EQ(Names(dst), std::vector<std::string>({"a.txt"}));
   fs.MoveFile(a, Dst("b.txt"));
-  EXPECT_FALSE(Exists(a));
-  EXPECT_EQ(ReadFile(Dst("b.txt")), "new");
+  fs.DeleteFile(ro, true);
+  fs.DeleteFolder(Src("d"), true);
+  EXPECT_EQ(ErrorOf([&] { fs.RemoveFolder(src); }), 0);
+  EXPECT_EQ(Tree(), "d/a.txt=new d/b.txt=new");
 }
 
 TEST_F(FileOpsTest, FailedCopyLeavesNoPartialFileAndTheOldDestinationIntact) {
@@ -88,74 +88,45 @@ TEST_F(FileOpsTest, FailedCopyLeavesNoPartialFileAndTheOldDestinationIntact) {
   faults.Disarm();
 }
 
-// A folder on another file system than the temporary folder, removed with its contents.
-class OtherFileSystem {
- public:
-  explicit OtherFileSystem(const std::string& here) {
-    const std::string top = OtherFileSystemThan(here);
-    if (top.empty()) return;
-    TempDir probe;  // a unique name
-    path_ = top + "/" + paths::GetFileName(probe.str());
-    std::filesystem::create_directories(path_);
-  }
-  ~OtherFileSystem() {
-    std::error_code ec;
-    if (!path_.empty()) std::filesystem::remove_all(path_, ec);
-  }
-  const std::string& path() const { return path_; }
-
- private:
-  std::string path_;
-};
-
-TEST_F(FileOpsTest, MoveAcrossFileSystemsKeepsTimesAndRemovesTheSource) {
-  OtherFileSystem other(src);
-  // Really across file systems where there is another one; by an injected EXDEV in any case.
-  for (const bool real : {true, false}) {
-    if (real && other.path().empty()) continue;
-    SCOPED_TRACE(real ? "real" : "simulated");
+// A copy keeps contents, permissions and times; so does a move across file systems, which then
+// removes the source: really across where there is another one, by an injected EXDEV in any case.
+TEST_F(FileOpsTest, CopyAndMoveAcrossFileSystemsKeepContentsPermissionsAndTimes) {
+  const std::string other = Elsewhere();
+  for (const char* how : {"copy", "real", "simulated"}) {
+    if (how == std::string("real") && other.empty()) continue;
+    SCOPED_TRACE(how);
     const std::string a = Source("a.txt", kBig);
     ::chmod(a.c_str(), 0604);
-    const std::string data = ReadFile(a);
     SetTimes(a, kOld, kNew);
-    const std::string target = real ? other.path() + "/a.txt" : Dst("a.txt");
-    if (!real) faults.Arm(FaultOp::Rename, 1, EXDEV);
-    fs.MoveFile(a, target);
-    EXPECT_FALSE(Exists(a));
+    const std::string target = how == std::string("real") ? other + "/a.txt" : Dst("a.txt");
+    if (how == std::string("simulated")) faults.Arm(FaultOp::Rename, 1, EXDEV);
+    how == std::string("copy") ? void(fs.CopyFile(a, target, false)) : fs.MoveFile(a, target);
+    EXPECT_EQ(Exists(a), how == std::string("copy"));
+    // Times first: reading the contents may touch the access time.
     EXPECT_EQ(fs.Stat(target).Value().times.written, kNew);
     EXPECT_EQ(fs.Stat(target).Value().times.accessed, kOld);
-    EXPECT_EQ(ReadFile(target), data);
+    EXPECT_EQ(ReadFile(target), kBig);
     EXPECT_EQ(ModeOf(target), 0604u);
     EXPECT_EQ(Names(paths::GetParentFolderName(target)), std::vector<std::string>({"a.txt"}));
+    std::filesystem::remove(target);
   }
   faults.Disarm();
 }
 
 TEST_F(FileOpsTest, FailedMoveAcrossFileSystemsLeavesBothSidesAsTheyWere) {
-  OtherFileSystem other(src);
-  if (other.path().empty()) GTEST_SKIP() << "no second file system";
+  const std::string other = Elsewhere();
+  if (other.empty()) GTEST_SKIP() << "no second file system";
   const std::string a = Source("a.txt", kBig);
   const std::string data = ReadFile(a);
   // The copy breaks off after its first step; the source cannot be removed after the copy.
   for (const auto& [op, n] : {std::pair{FaultOp::Write, 2}, std::pair{FaultOp::Unlink, 1}}) {
     faults.Arm(op, n, EACCES);
-    EXPECT_EQ(ErrorOf([&] { fs.MoveFile(a, other.path() + "/a.txt"); }), EACCES);
+    EXPECT_EQ(ErrorOf([&] { fs.MoveFile(a, other + "/a.txt"); }), EACCES);
     EXPECT_TRUE(faults.Fired());
     EXPECT_EQ(ReadFile(a), data);
-    EXPECT_TRUE(Names(other.path()).empty());
+    EXPECT_TRUE(Names(other).empty());
   }
   faults.Disarm();
-}
-
-TEST_F(FileOpsTest, DeleteRefusesReadOnlyFilesUnlessForced) {
-  const std::string a = Source("a.txt", "a");
-  ::chmod(a.c_str(), 0444);
-  EXPECT_EQ(ErrorOf([&] { fs.DeleteFile(a, false); }), EACCES);
-  EXPECT_TRUE(Exists(a));
-  fs.DeleteFile(a, true);
-  EXPECT_FALSE(Exists(a));
-  EXPECT_EQ(ErrorOf([&] { fs.DeleteFile(a, true); }), ENOENT);
-  EXPECT_EQ(ErrorOf([&] { fs.DeleteFile(src, true); }), EISDIR);
 }
 
 // A source is removed only while its name still leads to the file as it was read: whatever
@@ -183,23 +154,8 @@ TEST_F(FileOpsTest, VerifiedDeleteKeepsAFileThatChangedOrWasReplaced) {
   }
 }
 
-TEST_F(FileOpsTest, DeleteFolderTakesEverythingButFollowsNoLink) {
-  Source("d/a.txt", "a");
-  Source("d/e/.hidden", "h");
-  Dest("keep.txt", "k");
-  std::filesystem::create_directory_symlink(dst, Src("d/link"));
-  const std::string ro = Source("d/ro.txt", "r");
-  ::chmod(ro.c_str(), 0444);
-  EXPECT_EQ(ErrorOf([&] { fs.DeleteFolder(Src("d"), false); }), EACCES);
-  fs.DeleteFolder(Src("d"), true);
-  EXPECT_FALSE(Exists(Src("d")));
-  EXPECT_TRUE(Exists(Dst("keep.txt")));
-  EXPECT_EQ(ErrorOf([&] { fs.RemoveFolder(src); }), 0);
-  EXPECT_EQ(ErrorOf([&] { fs.RemoveFolder(dst); }), ENOTEMPTY);
-}
-
-// What the file-system object remembers must never hide a change it made itself, and outside a
-// scope it remembers nothing.
+// What the file-system object remembers (a file's status, a folder seen) must never hide a change
+// it made itself, and outside a scope it remembers nothing.
 TEST_F(FileOpsTest, RememberedStatusFollowsEveryChangeMadeThroughTheObject) {
   const std::string a = Source("a.txt", "one");
   const std::string b = Dst("b.txt");
@@ -222,6 +178,20 @@ TEST_F(FileOpsTest, RememberedStatusFollowsEveryChangeMadeThroughTheObject) {
   WriteFile(b, "back");
   EXPECT_TRUE(fs.FileExists(b));
   EXPECT_EQ(fs.Stat(b).Value().size, 4u);
+  // A folder seen is forgotten when the object removes or renames it.
+  const std::string sub = Dst("sub");
+  EXPECT_FALSE(fs.FolderStillExists(sub));
+  fs.CreateFolder(sub);
+  EXPECT_TRUE(fs.FolderStillExists(sub));
+  fs.RemoveFolder(sub);
+  EXPECT_FALSE(fs.FolderStillExists(sub));
+  fs.CreateFolder(sub);
+  EXPECT_TRUE(fs.FolderStillExists(sub));
+  fs.MoveFile(sub, Dst("moved"));
+  EXPECT_FALSE(fs.FolderStillExists(sub));
+  EXPECT_TRUE(fs.FolderStillExists(Dst("moved")));
+  fs.DeleteFolder(Dst("moved"), true);
+  EXPECT_FALSE(fs.FolderStillExists(Dst("moved")));
 }
 
 // The free space is asked once and then kept up to date by the copies made meanwhile: a
@@ -233,22 +203,6 @@ TEST_F(FileOpsTest, ANewCopyTakesItsLengthFromTheRememberedFreeSpace) {
   EXPECT_LE(fs.FreeBytes(dst).Value(), before - static_cast<std::int64_t>(kBig.size()));
 }
 
-TEST_F(FileOpsTest, AFolderSeenIsForgottenWhenTheObjectRemovesOrRenamesIt) {
-  const std::string sub = Dst("sub");
-  EXPECT_FALSE(fs.FolderStillExists(sub));
-  fs.CreateFolder(sub);
-  EXPECT_TRUE(fs.FolderStillExists(sub));
-  fs.RemoveFolder(sub);
-  EXPECT_FALSE(fs.FolderStillExists(sub));
-
-  fs.CreateFolder(sub);
-  EXPECT_TRUE(fs.FolderStillExists(sub));
-  fs.MoveFile(sub, Dst("moved"));
-  EXPECT_FALSE(fs.FolderStillExists(sub));
-  EXPECT_TRUE(fs.FolderStillExists(Dst("moved")));
-  fs.DeleteFolder(Dst("moved"), true);
-  EXPECT_FALSE(fs.FolderStillExists(Dst("moved")));
-}
 
 // The home trash gets the file and its info entry; a name taken gets a new one, and a name too
 // long for its ".trashinfo" is cut (that file could once not be recycled at all).
@@ -333,6 +287,179 @@ TEST(AbsolutePath, CleansOnlyWhatNeedsIt) {
       {"/", "/"},        {"//", "/"},        {"/a/.b/..c", "/a/.b/..c"}, {"x/y", cwd + "/x/y"},
   };
   for (const auto& [in, out] : rows) EXPECT_EQ(paths::GetAbsolutePathName(in), out) << in;
+}
+
+// The workers' pool: tasks begun in order and no further ahead than allowed, dropped when
+// passed or stopped. Copies made ahead: named only for the source they were made from, never
+// over an existing file unless asked, and gone without a trace (no entry, no descriptor) when
+// not used.
+std::size_t OpenDescriptors() {
+  return static_cast<std::size_t>(std::distance(std::filesystem::directory_iterator("/proc/self/fd"),
+                                                std::filesystem::directory_iterator()));
+}
+
+using Prefetch = Rig;
+
+TEST_F(Prefetch, PoolBeginsTasksInOrderAndNoFurtherAheadThanAllowed) {
+  constexpr std::size_t kTasks = 24;
+  std::vector<std::size_t> all(kTasks);
+  std::iota(all.begin(), all.end(), 0);
+  for (const unsigned workers : {1u, 3u}) {
+    SCOPED_TRACE(workers);
+    std::atomic<std::size_t> hand{0};
+    std::mutex m;
+    std::vector<std::size_t> begun;
+    std::vector<char> finished(kTasks, 0);
+    {
+      OrderedPool pool(workers, [](std::size_t beyond) { return beyond < 2; });
+      pool.Add(std::vector<OrderedPool::Task>(kTasks, [&](std::size_t k, unsigned worker) {
+        EXPECT_LT(worker, workers);
+        EXPECT_LE(k, hand.load() + 1) << "begun too far ahead";
+        {
+          const std::lock_guard lock(m);
+          begun.push_back(k);
+        }
+        std::this_thread::sleep_for(std::chrono::milliseconds(1));
+        finished[k] = 1;
+      }));
+      for (std::size_t k = 0; k < kTasks; ++k) {
+        hand = k;
+        EXPECT_TRUE(pool.Wait(k));
+        EXPECT_TRUE(finished[k]) << k;
+      }
+    }
+    if (workers > 1) std::sort(begun.begin(), begun.end());  // begun in order, noted in any
+    EXPECT_EQ(begun, all);
+  }
+}
+
+TEST_F(Prefetch, PoolDropsWhatNoWorkerBeganAndStopsAWaitingTask) {
+  std::vector<char> ran(6, 0);
+  std::promise<void> go;
+  std::latch first(1), fourth(1);
+  bool near = true;
+  {
+    OrderedPool pool(1);
+    const auto note = [&](std::size_t k, unsigned) { ran[k] = 1; };
+    pool.Add({[&, gate = go.get_future().share()](std::size_t k, unsigned) {
+                ran[k] = 1;
+                first.count_down();
+                gate.wait();  // holds the only worker
+              },
+              note, note, note,
+              [&](std::size_t k, unsigned) {
+                ran[k] = 1;
+                fourth.count_down();
+                near = pool.Near(100, 1);  // the consumer never comes near: until the pool stops
+              },
+              note});
+    first.wait();
+    EXPECT_FALSE(pool.Wait(2, true)) << "not begun: the consumer does it";
+    go.set_value();
+    EXPECT_TRUE(pool.Wait(3));
+    EXPECT_FALSE(pool.Wait(2)) << "passed";
+    fourth.wait();
+  }  // stops task 4's wait; task 5 is never begun
+  EXPECT_EQ(ran, (std::vector<char>{1, 0, 0, 1, 1, 0}));
+  EXPECT_FALSE(near);
+}
+
+TEST_F(Prefetch, ACopyMadeAheadIsNamedOnlyForTheSourceItWasMadeFrom) {
+  const struct {
+    const char* name;
+    bool changeSource, existing, overwrite;  // changeSource: rewritten (same length) after the copy was made
+    std::string expected;  // at Dest afterwards
+    int error;
+  } cases[] = {
+      {"unchanged", false, false, false, "contents", 0},
+      {"rewritten after it was read", true, false, false, "CONTENTS", 0},
+      {"replacing", false, true, true, "contents", 0},
+      {"replacing a rewritten source", true, true, true, "CONTENTS", 0},
+      {"an existing name is kept", false, true, false, "old", EEXIST},
+  };
+  const std::string a = Src("a.txt");
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.name);
+    std::filesystem::remove_all(dst);
+    std::filesystem::create_directories(dst);
+    Source("a.txt", "contents", kOld);
+    ::chmod(a.c_str(), 0640);
+    const auto into = svc.fs.OpenBeneath(dst, "", false);
+    auto ready = PrepareCopy(nullptr, a, into->fd(), into->path(), false, 1 << 20);
+    ASSERT_TRUE(ready.has_value());
+    if (c.changeSource) {
+      // Change times tick coarsely (a jiffy on some file systems): the rewrite comes later.
+      std::this_thread::sleep_for(std::chrono::milliseconds(20));
+      Source("a.txt", "CONTENTS", kOld);  // the same length and time: only the change time tells
+    }
+    if (c.existing) WriteFile(Dst("a.txt"), "old");
+    int error = 0;
+    try {
+      svc.fs.CopyFile(a, *into, "a.txt", c.overwrite, &*ready);
+    } catch (const KestrelError& e) {
+      error = e.Number();
+    }
+    EXPECT_EQ(error, c.error);
+    EXPECT_EQ(ReadFile(Dst("a.txt")), c.expected);
+    EXPECT_EQ(Names(dst), std::vector<std::string>{"a.txt"});
+    if (error == 0) {
+      EXPECT_EQ(ModeOf(Dst("a.txt")), 0640u);
+      EXPECT_EQ(WriteTime(Dst("a.txt")), kOld);
+    }
+  }
+}
+
+TEST_F(Prefetch, UnusedCopiesLeaveNothingAndGuessesSkipWhatWillNotBeCopied) {
+  const std::size_t before = OpenDescriptors();
+  for (int i = 0; i < 8; ++i) Source("s" + std::to_string(i), "file " + std::to_string(i));
+  Dest("s3", "there");
+  {
+    CopyAhead ahead(3, dst);
+    std::vector<CopyOrder> orders;
+    for (int i = 0; i < 8; ++i) {
+      orders.push_back({Src("s" + std::to_string(i)), Dst("s" + std::to_string(i)), true, false, i == 5});
+    }
+    ahead.Add(std::move(orders));
+    for (int i : {1, 3, 5, 6}) {
+      auto copy = ahead.Take(static_cast<std::size_t>(i));
+      // Not begun yet is left to the caller; an existing destination (3) or a move within one
+      // file system (5) is never copied ahead.
+      if (i == 3 || i == 5) {
+        EXPECT_FALSE(copy.has_value()) << i;
+      } else if (copy) {
+        EXPECT_EQ(copy->Read().size, 6u) << i;
+      }
+    }
+    EXPECT_FALSE(ahead.Take(2).has_value()) << "an earlier file was dropped";
+  }  // files 7 and the copies not taken are closed here
+  EXPECT_EQ(Names(dst), std::vector<std::string>{"s3"});
+  EXPECT_EQ(OpenDescriptors(), before);
+}
+
+// What the workers looked up stands in for the run's own look only while the run has changed
+// nothing since: a file it wrote meanwhile is never judged by the older look.
+TEST_F(Prefetch, LookedUpStatusesCountOnlyWhileTheRunChangedNothing) {
+  FileSystem fs;
+  const FileSystem::StatusScope scope(fs);
+  const std::string made = Dst("made.txt"), absent = Dst("absent.txt");
+  const std::uint64_t before = fs.Changes();
+  const PathStatus stale = StatusOf(made);
+  PathStatus claimed{absent, 0, {}, 0};  // a worker's word for a file that is not there
+  claimed.stat.isFile = true;
+  fs.Seed(before, claimed);
+  EXPECT_TRUE(fs.FileExists(absent)) << "a current look is taken as it is";
+  fs.WriteFileAtomic(made, "x");
+  fs.Seed(before, stale);
+  EXPECT_TRUE(fs.FileExists(made)) << "a look older than the run's change is not";
+
+  // A worker's open folder is used only while the run changed nothing since it was opened: the
+  // run may have put another folder in its place.
+  Dest("sub/f.txt", "old");
+  FolderStatuses worker;
+  EXPECT_EQ(worker.Of(Dst("sub/f.txt"), 1).stat.size, 3u);
+  std::filesystem::rename(Dst("sub"), Dst("gone"));
+  Dest("sub/f.txt", "newer");
+  EXPECT_EQ(worker.Of(Dst("sub/f.txt"), 2).stat.size, 5u);
 }
 
 }  // namespace

@@ -39,11 +39,7 @@ TEST_F(Regression, SyncRemovesNothingBelowAPrimaryFolderItCannotList) {
   Dest("sub/kept.txt", "k");
   Dest("top.txt", "t");
   Dest("only-here.txt", "o");
-  j.Action = 5;
-  j.SyncDelete = 1;
-  j.SubFolder = 1;
-  j.FStruct = 1;
-  j.DoPreview = 0;
+  j.Action = 5, j.SyncDelete = 1, j.SubFolder = 1, j.FStruct = 1, j.DoPreview = 0;
   faults.Arm(FaultOp::List, 2, EACCES);  // 1: the primary folder, 2: its "sub"
   FileCleanUp(run, svc, true);
   EXPECT_TRUE(faults.Fired());
@@ -67,14 +63,11 @@ TEST_F(Regression, AFileLeftOutOfANewArchiveFailsTheJob) {
 
 // The temporary file of an atomic write was named "." + name + a suffix: for a job file whose
 // name is already 255 bytes long that is no valid name, and the run state was never written.
-TEST(Regressions, AFileWithALongestNameIsStillReplacedAtomically) {
-  TempDir dir;
-  const std::string path = dir / (std::string(251, 'j') + ".kjb");
-  WriteFile(path, "[Job]\nCounter=1\n");
-  FileSystem fs;
-  fs.WriteFileAtomic(path, "[Job]\nCounter=2\n");
-  EXPECT_EQ(ReadFile(path), "[Job]\nCounter=2\n");
-  EXPECT_EQ(Names(dir.str()), std::vector<std::string>{std::string(251, 'j') + ".kjb"});
+TEST_F(Regression, AFileWithALongestNameIsStillReplacedAtomically) {
+  const std::string name = std::string(251, 'j') + ".kjb";
+  svc.fs.WriteFileAtomic(Dest(name, "[Job]\nCounter=1\n"), "[Job]\nCounter=2\n");
+  EXPECT_EQ(ReadFile(Dst(name)), "[Job]\nCounter=2\n");
+  EXPECT_EQ(Names(dst), std::vector<std::string>{name});
 }
 
 // A source that grew while it was copied was copied as far as the copy read it, and that torn

@@ -97,11 +97,6 @@ class Rig : public ::testing::Test {
     if (!lines.empty()) lines.erase(lines.begin());
     return lines;
   }
-  // A table's text with {s} and {d} standing for the two folders.
-  std::string Expand(std::string line) const {
-    line = paths::ReplaceAll(line, "{s}", src + "/");
-    return paths::ReplaceAll(line, "{d}", dst + "/");
-  }
   // Both trees as text, sorted: "s/..." and "d/..." files with their contents (an archive as
   // its entry names in archive order, kBig as "BIG"), empty folders with a
   // trailing "/".
@@ -132,9 +127,10 @@ class Rig : public ::testing::Test {
     for (const auto& e : out) text += (text.empty() ? "" : " ") + e;
     return text;
   }
-  // Compares lines with a table's: "..." first (last) compares only the tail (head).
+  // Compares lines with a table's, where {s} and {d} stand for the two folders: "..." first
+  // (last) compares only the tail (head).
   void ExpectLines(std::vector<std::string> expected, std::vector<std::string> got) const {
-    for (auto& l : expected) l = Expand(l);
+    for (auto& l : expected) l = paths::ReplaceAll(paths::ReplaceAll(l, "{s}", src + "/"), "{d}", dst + "/");
     if (!expected.empty() && expected.front() == "...") {
       expected.erase(expected.begin());
       if (got.size() > expected.size()) got.erase(got.begin(), got.end() - static_cast<long>(expected.size()));
@@ -143,6 +139,18 @@ class Rig : public ::testing::Test {
       if (got.size() > expected.size()) got.resize(expected.size());
     }
     EXPECT_EQ(got, expected);
+  }
+  // A fresh folder on another file system than tmp, removed with the rig; "" where there is none.
+  std::string Elsewhere() {
+    const std::string top = OtherFileSystemThan(tmp.str());
+    if (top.empty()) return top;
+    elsewhere.emplace_back(top + "/" + paths::GetFileName(tmp.str()) + "-" + std::to_string(elsewhere.size()));
+    std::filesystem::create_directories(elsewhere.back());
+    return elsewhere.back();
+  }
+  ~Rig() override {
+    std::error_code ec;
+    for (const auto& path : elsewhere) std::filesystem::remove_all(path, ec);
   }
   // Clears the record and the job's error flag between two cases of a table.
   void Next() {
@@ -161,6 +169,7 @@ class Rig : public ::testing::Test {
   Services& svc = driver.svc;
   job j;
   JobRun run{j};
+  std::vector<std::string> elsewhere;
 };
 
 }  // namespace orvKestrel::testing

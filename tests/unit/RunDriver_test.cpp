@@ -6,7 +6,10 @@
 #include <filesystem>
 #include <functional>
 
+#include "engine/Catalogue.h"
 #include "engine/Engine.h"
+#include "jobs/NumberText.h"
+#include "platform/SysError.h"
 #include "support/Faults.h"
 #include "support/TestSupport.h"
 #include "unit/Rig.h"
@@ -34,6 +37,22 @@ class Events : public testing::RecordingEvents {
   }
   std::function<void()> onLog;
 };
+
+// A scheduled job: its keys (IntervalType=1 is added), the clock, whether it fires, its IntState
+// afterwards ("-": none) and the errors shown.
+struct Schedule {
+  std::string keys;
+  std::time_t now;
+  bool fires;
+  std::string stateAfter;
+  int errors = 0;
+  std::string dateFormat = "%d.%m.%Y";
+};
+// 2026-06-15 is a Monday; June has 30 days.
+std::time_t June(int d, int h, int mi, int s = 0) { return LocalTime(2026, 6, d, h, mi, s); }
+std::string Daily(const std::string& state, const std::string& time = "08:00:00") {
+  return "IntTimeType=0\nIntervalTime=" + time + "\n" + (state == "-" ? "" : "IntState=" + state + "\n");
+}
 
 class RunDriverTest : public testing::Rig {
  protected:
@@ -65,6 +84,18 @@ class RunDriverTest : public testing::Rig {
     driver.ExecuteOneJob(file, jobs, "", false, false);
   }
 
+  void Fires(const Schedule& r) {
+    SCOPED_TRACE(r.keys + "at " + std::to_string(r.now));
+    Job("a", "IntervalType=1\n" + r.keys);
+    svc.host.clock = Clock::FixedAt(r.now);
+    svc.host.shortDateFormat = r.dateFormat;
+    errors = 0;
+    Pass();
+    const auto texts = ev.Texts();
+    EXPECT_EQ(std::count(texts.begin(), texts.end(), "a: Starte Auftrag"), r.fires ? 1 : 0);
+    EXPECT_EQ(KeyValue(ReadFile(jobs + "a.kjb"), "IntState").value_or("-"), r.stateAfter);
+    EXPECT_EQ(errors, r.errors);
+  }
   const std::string jobs = tmp / "jobs/";
   Events ev;
   int errors = 0;
@@ -81,7 +112,7 @@ MATCHER_P4(Current, file, index, counter, status, "") {
 }
 
 // One pass over one job "a": its lines, its CurrentJob events ("counter/status", nullptr: not
-// looked at) and a key of its file afterwards. When a schedule fires: Schedules_test.
+// looked at) and its Counter afterwards. When a schedule fires: the schedule tables below.
 TEST_F(RunDriverTest, OnePassByTheJobsKeys) {
   const std::string daily = "IntervalType=1\nIntTimeType=0\nIntervalTime=08:00:00\n";
   const std::string space = "ChkFreeSpace=1\nFreeSpaceVal=1\nCounter=1\nInterval=4\n";
@@ -92,24 +123,22 @@ TEST_F(RunDriverTest, OnePassByTheJobsKeys) {
     bool verbose;
     std::vector<std::string> texts;
     const char* events;
-    const char *key, *value;
+    const char* counter;  // afterwards
     bool noSpaceInfo = false;  // the free space cannot be asked: -1, below any limit
   } rows[] = {
-      {"counter 0 never runs", "", false, {}, nullptr, "Counter", "-1"},
-      {"and keeps falling", "Counter=-2\n", false, {}, nullptr, "Counter", "-3"},
-      {"a delete job needs no destination", "To=" + tmp / "missing\nAction=2\nCounter=1\n", false, ran,
-       nullptr, "Counter", "0"},
+      {"counter 0 never runs", "", false, {}, nullptr, "-1"},
+      {"and keeps falling", "Counter=-2\n", false, {}, nullptr, "-3"},
+      {"a delete job needs no destination", "To=" + tmp / "missing\nAction=2\nCounter=1\n", false, ran, nullptr, "0"},
       {"missing paths are state 2", "To=" + tmp / "missing\nCounter=1\nInterval=3\n", true,
-       {"a: Pfade ungültig"}, "0/2 3/2", "Counter", "3"},
-      {"and silent without verbose", "To=" + tmp / "missing\nCounter=1\nInterval=3\n", false, {}, nullptr,
-       "Counter", "3"},
-      {"inactive does not count down", "Inactive=1\nCounter=2\n", true, {}, nullptr, "Counter", "2"},
-      {"and says so when due", "Inactive=1\nCounter=1\n", true, {"a: Auftrag deaktiviert"}, nullptr, "Counter", "1"},
-      {"only unscheduled jobs count", daily + "IntState=14.06.2026\n", false, ran, nullptr, "Counter", "<missing>"},
-      {"free space above the limit", space, false, {}, "4/0", "Counter", "4"},
-      {"free space unknown", space, false, ran, "0/0 4/0", "Counter", "4", true},
+       {"a: Pfade ungültig"}, "0/2 3/2", "3"},
+      {"and silent without verbose", "To=" + tmp / "missing\nCounter=1\nInterval=3\n", false, {}, nullptr, "3"},
+      {"inactive does not count down", "Inactive=1\nCounter=2\n", true, {}, nullptr, "2"},
+      {"and says so when due", "Inactive=1\nCounter=1\n", true, {"a: Auftrag deaktiviert"}, nullptr, "1"},
+      {"only unscheduled jobs count", daily + "IntState=14.06.2026\n", false, ran, nullptr, "<missing>"},
+      {"free space above the limit", space, false, {}, "4/0", "4"},
+      {"free space unknown", space, false, ran, "0/0 4/0", "4", true},
       // A preview job is left out of ordinary runs (taken in with --preview-jobs: e2e actions_test).
-      {"preview job", "DoPreview=1\nCounter=1\n", true, {}, "", "Counter", "1"},
+      {"preview job", "DoPreview=1\nCounter=1\n", true, {}, "", "1"},
   };
   for (const auto& r : rows) {
     SCOPED_TRACE(r.name);
@@ -125,7 +154,7 @@ TEST_F(RunDriverTest, OnePassByTheJobsKeys) {
       }
       EXPECT_EQ(events, r.events);
     }
-    EXPECT_EQ(Value("a", r.key), r.value);
+    EXPECT_EQ(Value("a", "Counter"), r.counter);
   }
   EXPECT_EQ(errors, 0);
 }
@@ -150,30 +179,21 @@ TEST_F(RunDriverTest, RunOnceIsMarkedBeforeItRunsAndThenReportedInactive) {
   EXPECT_TRUE(ev.lines.empty());
 }
 
+// The start line of a preview names the action; action 9 has none.
 TEST_F(RunDriverTest, PreviewStartLineByAction) {
-  struct Case {
-    int action;
-    const char* line;  // nullptr: no start line
-  };
-  const Case cases[] = {
-      {0, "a: Starte Auftrag - Vorschau - Dateien kopieren (keine Aktionen): "},
-      {1, "a: Starte Auftrag - Vorschau - Dateien verschieben (keine Aktionen): "},
-      {2, "a: Starte Auftrag - Vorschau - Dateien löschen (keine Aktionen): "},
-      {3, "a: Starte Auftrag - Komprimiere Dateien (Kopie) -  "},
-      {4, "a: Starte Auftrag - Dekomprimiere Dateien (Vorschau - keine Aktion)"},
-      {5, "a: Starte Auftrag - Synchronisiere Verzeichnis (Vorschau) "},
-      {22, "a: Starte Auftrag - Synchronisiere Verzeichnis (Vorschau) "},
-      {9, nullptr},
-  };
-  for (const Case& c : cases) {
-    SCOPED_TRACE(c.action);
-    Job("a", "DoPreview=1\nAction=" + std::to_string(c.action) + "\n");
+  const std::string start = "a: Starte Auftrag - ", sync = "Synchronisiere Verzeichnis (Vorschau) ";
+  const std::pair<int, std::string> cases[] = {
+      {0, "Vorschau - Dateien kopieren (keine Aktionen): "}, {1, "Vorschau - Dateien verschieben (keine Aktionen): "},
+      {2, "Vorschau - Dateien löschen (keine Aktionen): "}, {3, "Komprimiere Dateien (Kopie) -  "},
+      {4, "Dekomprimiere Dateien (Vorschau - keine Aktion)"}, {5, sync}, {22, sync}, {9, ""}};
+  for (const auto& [action, line] : cases) {
+    SCOPED_TRACE(action);
+    Job("a", "DoPreview=1\nAction=" + std::to_string(action) + "\n");
     RunOne("a.kjb");
     ASSERT_FALSE(ev.lines.empty());
-    if (c.line != nullptr) {
-      EXPECT_THAT(ev.lines[0], Line(c.line, 3, true, true, false));
-    } else {
-      EXPECT_NE(ev.lines[0].id, 3);
+    EXPECT_EQ(ev.lines[0].id == 3, !line.empty());
+    if (!line.empty()) {
+      EXPECT_THAT(ev.lines[0], Line(start + line, 3, true, true, false));
     }
     EXPECT_TRUE(ev.lines.back().isLast);
   }
@@ -270,6 +290,151 @@ TEST_F(RunDriverTest, StopEndsTheRunAfterTheCurrentJob) {
   Job("b", "Counter=1\n");
   Pass();
   EXPECT_EQ(ev.lines.size(), 4u);
+}
+
+// A state of yesterday fires, in ISO too, and a state that reads as no date counts as never
+// fired: e2e dates_test (AStateInAnotherFormatNeverStopsTheSchedule). Here the edges.
+TEST_F(RunDriverTest, DailyFiresOnThePassAfterTheOneThatFoundTheTime) {
+  const Schedule rows[] = {
+      {Daily("-"), June(15, 7, 59), false, "-"},
+      {Daily("-"), June(15, 8, 0), false, "-"},  // equal is not yet
+      {Daily("-"), June(15, 8, 1), false, "14.06.2026"},  // yesterday: the next pass fires
+      {Daily("15.06.2026"), June(15, 8, 2), false, "15.06.2026"},  // once a day
+      {Daily("16.06.2026"), June(15, 8, 2), false, "16.06.2026"},
+      {Daily("2026-07-01"), June(15, 8, 2), false, "2026-07-01"},
+      {Daily("2026-06-15"), June(16, 23, 59, 59), true, "16.06.2026"},  // to the day's last second
+      {Daily("-", "00:00"), LocalTime(2026, 3, 1, 0, 0, 1), false, "2026/02/28", 0, "%Y/%m/%d"},
+      // No time: never, and no error; a time that does not convert is one.
+      {Daily("01.06.2026", ""), June(15, 12, 0), false, "01.06.2026"},
+      {Daily("01.06.2026", "noon"), June(15, 12, 0), false, "01.06.2026", 1},
+  };
+  for (const Schedule& r : rows) Fires(r);
+}
+
+TEST_F(RunDriverTest, WeeklyMapsMondayZeroToSundaySix) {
+  for (int day = 14; day <= 21; ++day) {  // Sunday 14 to Sunday 21
+    for (int wd = 0; wd <= 7; ++wd) {     // 7 never fires
+      const bool fires = wd == (day - 8) % 7;
+      Fires({"IntTimeType=1\nIntervalTime=00:00:00\nIntState=01.01.2026\nIntWeekDay=" +
+                 std::to_string(wd) + "\n",
+             June(day, 12, 0), fires, fires ? std::to_string(day) + ".06.2026" : "01.01.2026"});
+    }
+  }
+}
+
+TEST_F(RunDriverTest, MonthlyNeverMovesToTheLastDayAndDatesFireOnTheirDayOnly) {
+  const std::string monthly = "IntTimeType=2\nIntervalTime=00:00:00\nIntState=01.01.2026\nIntMonthDay=";
+  for (int d = 1; d <= 30; ++d) Fires({monthly + "31\n", June(d, 12, 0), false, "01.01.2026"});
+  Fires({monthly + "31\n", LocalTime(2026, 7, 31, 12, 0), true, "31.07.2026"});
+  Fires({monthly + "15\n", June(15, 12, 0), true, "15.06.2026"});
+
+  const auto date = [](const std::string& d, const std::string& time = "10:00:00") {
+    return "IntTimeType=3\nIntervalTime=" + time + "\nIntState=01.01.2026\nIntervalDate=" + d + "\n";
+  };
+  const Schedule rows[] = {
+      {date("14.06.2026"), June(15, 12, 0), false, "01.01.2026"},
+      {date("16.06.2026"), June(15, 12, 0), false, "01.01.2026"},
+      {date("15.06.2026 10:00"), June(15, 12, 0), false, "01.01.2026"},
+      {date("15.06.2026"), June(15, 12, 0), true, "15.06.2026"},
+      {date("2026-06-15"), June(15, 12, 0), true, "15.06.2026"},
+      // A date that does not convert is an error even when the time has not come.
+      {date("", "23:00:00"), June(15, 12, 0), false, "01.01.2026", 1},
+      {date("someday", "23:00:00"), June(15, 12, 0), false, "01.01.2026", 1},
+  };
+  for (const Schedule& r : rows) Fires(r);
+}
+
+// 0 and below are taken as 1 megabyte, in the caller's value too. A drive that cannot be
+// queried reports -1 without an error: below any limit, so the trigger fires (a whole job:
+// "free space unknown" above). 2048 megabytes overflow the limit in bytes: an
+// error, and going on regardless compares with 0, which only -1 is below.
+TEST_F(RunDriverTest, FreeSpaceBelowTheLimitOnly) {
+  const struct {
+    std::int32_t limit;
+    bool noInfo;
+    BoxAnswer answer;
+    bool below;
+    std::int32_t limitAfter;
+    int asked;
+  } rows[] = {{0, false, BoxAnswer::Abort, false, 1, 0},      {-5, false, BoxAnswer::Abort, false, 1, 0},
+              {2047, true, BoxAnswer::Abort, true, 2047, 0},  {2048, true, BoxAnswer::Abort, false, 2048, 1},
+              {2048, true, BoxAnswer::Ignore, true, 2048, 2}, {100000, false, BoxAnswer::Ignore, false, 100000, 3}};
+  int asked = 0;
+  for (const auto& r : rows) {
+    SCOPED_TRACE(r.limit);
+    if (r.noInfo) faults.Arm(FaultOp::Statvfs, 1, EIO);
+    svc.host.messageBox = [&](const MessageBoxRequest&) { return ++asked, r.answer; };
+    std::int32_t limit = r.limit;
+    EXPECT_EQ(CheckFreeSpace(svc, limit, src), r.below);
+    EXPECT_EQ(limit, r.limitAfter);
+    EXPECT_EQ(asked, r.asked);
+  }
+  EXPECT_NE(testing::ReadFile(tmp / "error.log").find("#6 (Overflow)"), std::string::npos);
+}
+
+TEST(Catalogue, LanguageFileReplacesTextsButNotAffixes) {
+  testing::TempDir dir;
+  FileSystem fs;
+  const std::string lang = dir / "en.lng";
+  const auto load = [&] { Catalogue c; c.LoadLogMessages(fs, lang); c.SetMsgIDs(); return c; };
+  WriteFile(lang, "[LogMessages]\nt11=Copied\nt13=\nt14=to\nt6=Job done\nt99=ignored\nt3=" + std::string(300, 'x'));
+  // 13 present but empty: the empty text, not the default; 28 built from the replaced "t6".
+  const Catalogue c = load();
+  EXPECT_EQ((std::vector{c.Text(11), c.Text(13), c.Text(14), c.Text(28), c.Text(3), c.Text(12)}),
+            (std::vector<std::string>{"Copied: ", ": ", " to ", "Job done (mit Fehler)", std::string(255, 'x'),
+                                      "Verschoben: "}));
+  WriteFile(lang, "[LogMessages]\nt28=(with errors)\nt6=Done\n");  // both parts of "t28"
+  EXPECT_EQ(load().Text(28), "Done (with errors)");
+}
+
+TEST(Catalogue, LoadedOncePerEngine) {
+  testing::TempDir dir;
+  WriteFile(dir / "en.lng", "[LogMessages]\nt11=Copied\n");
+  WriteFile(dir / "fr.lng", "[LogMessages]\nt11=Copie\n");
+  Engine e{Host{}};
+  e.ExecuteAllJobs(dir / "jobs/", dir / "en.lng", false, false, false);
+  EXPECT_EQ(e.svc.T(11), "Copied: ");
+  EXPECT_EQ(e.svc.Id(11), 11);
+  e.ExecuteAllJobs(dir / "jobs/", dir / "fr.lng", false, false, false);
+  EXPECT_EQ(e.svc.T(11), "Copied: ");
+}
+
+// The value, or the error number as a negative value beyond the range.
+std::int64_t Read(const std::function<std::int64_t()>& convert) {
+  try {
+    return convert();
+  } catch (const KestrelError& e) {
+    return -1'000'000'000'000 - e.Number();
+  }
+}
+constexpr std::int64_t kOverflow = -1'000'000'000'000 - kErrOverflow;
+constexpr std::int64_t kMismatch = -1'000'000'000'000 - kErrTypeMismatch;
+
+// Halves round to even; blanks, "," and "+" are read; each width has its overflow; anything but
+// a number is a type mismatch.
+TEST(NumberText, SixteenAndThirtyTwoBits) {
+  const std::tuple<const char*, std::int64_t, std::int64_t> cases[] = {
+      {"7.5", 8, 8}, {"6.5", 6, 6}, {"0.5", 0, 0}, {"-7.5", -8, -8}, {"2.51", 3, 3}, {"2.49", 2, 2},
+      {"2.50000", 2, 2}, {"2.500001", 3, 3}, {"4,0", 4, 4}, {" 4 ", 4, 4}, {"\t-3\t", -3, -3},
+      {"+3", 3, 3}, {".5", 0, 0}, {"5.", 5, 5}, {"007", 7, 7}, {"-0", 0, 0},
+      {"32767", 32767, 32767}, {"-32768.5", -32768, -32768}, {"32767.5", kOverflow, 32768},
+      {"-32769", kOverflow, -32769}, {"2147483647", kOverflow, 2147483647},
+      {"-2147483648", kOverflow, -2147483648LL}, {"2147483648", kOverflow, kOverflow},
+      {"99999999999999999999999", kOverflow, kOverflow},
+  };
+  for (const auto& [text, v16, v32] : cases) {
+    EXPECT_EQ(Read([&] { return ToInt16(text); }), v16) << text;
+    EXPECT_EQ(Read([&] { return ToInt32(text); }), v32) << text;
+  }
+  for (const char* text : {"", "  ", "abc", "1a", "a1", "1.2.3", "1 2", "-", "+", ".", "1e3", "--1",
+                           "0x10", "1,5,0", "\xC3\xA4"}) {
+    EXPECT_EQ(Read([&] { return ToInt16(text); }), kMismatch) << '"' << text << '"';
+    EXPECT_EQ(Read([&] { return ToInt32(text); }), kMismatch) << '"' << text << '"';
+    EXPECT_THROW(ToDouble(text), KestrelError) << '"' << text << '"';
+  }
+  EXPECT_DOUBLE_EQ(ToDouble("1,5"), 1.5);
+  EXPECT_DOUBLE_EQ(ToDouble(" -0.125 "), -0.125);
+  EXPECT_DOUBLE_EQ(ToDouble("1048576"), 1048576.0);
 }
 
 }  // namespace

@@ -1,14 +1,17 @@
-// The folder walk and its patterns.
+// The folder walk and its patterns, the filters, the dispatch of what survives them, and the
+// attributes and types of files they look at.
 #include "platform/Paths.h"
 #include "platform/SysError.h"
 #include "selection/RegExp.h"
+#include "selection/modDetermineFileType.h"
+#include "selection/modFilterAttribute.h"
 
 #include "Rig.h"
 
-#include <dirent.h>
 #include <fmt/format.h>
 
 #include <functional>
+#include <set>
 
 namespace orvKestrel::testing {
 namespace {
@@ -36,18 +39,6 @@ class Search : public Rig {
     for (const auto& f : files) text += (text.empty() ? "" : " ") + f;
     return text;
   }
-  // The walk order as the file system lists: files of a folder first, then each sub-folder.
-  void Expected(const std::string& rel, std::vector<std::string>& out) {
-    std::vector<std::string> names;
-    if (DIR* d = ::opendir(Src(rel).c_str())) {
-      while (const dirent* e = ::readdir(d)) {
-        if (std::string(e->d_name) != "." && std::string(e->d_name) != "..") names.push_back(e->d_name);
-      }
-      ::closedir(d);
-    }
-    for (const auto& n : names) if (!fs::is_directory(Src(rel + n))) out.push_back(rel + n);
-    for (const auto& n : names) if (fs::is_directory(Src(rel + n))) Expected(rel + n + "/", out);
-  }
   std::vector<LoggedLine> Lines(int id) const {
     std::vector<LoggedLine> out;
     for (const auto& l : rec.lines) if (l.id == id) out.push_back(l);
@@ -58,8 +49,16 @@ class Search : public Rig {
 TEST_F(Search, DepthFirstPreOrderInListingOrderWithFilesBeforeSubFolders) {
   for (int i = 0; i < 1000; ++i) WriteFile(Src(fmt::format("f{:04}.txt", i)), "");
   for (const char* f : {"s1/b.txt", "s1/deep/c.txt", "s1/z.txt", "s2/d.txt", "s2/e/f/g.txt"}) WriteFile(Src(f), "");
+  // The order the file system lists them in: the files of a folder first, then each sub-folder.
   std::vector<std::string> expected;
-  Expected("", expected);
+  const std::function<void(const std::string&)> list = [&](const std::string& rel) {
+    std::vector<std::string> subs;
+    for (const auto& e : fs::directory_iterator(Src(rel))) {
+      (e.is_directory() ? subs : expected).push_back(rel + e.path().filename().string());
+    }
+    for (const auto& sub : subs) list(sub + "/");
+  };
+  list("");
   EXPECT_EQ(Walk(), expected);
   EXPECT_EQ(expected.size(), 1005u);
   EXPECT_EQ(Walk(false).size(), 1000u);
@@ -120,8 +119,7 @@ TEST_F(Search, WhatTheWalkTakes) {
   fs::create_symlink(src, Src("sub/loop"));
   fs::create_symlink(Src("missing"), Src("dangling.txt"));
   ::mkfifo(Src("pipe").c_str(), 0600);
-  j.DoFileMatch = 2;
-  j.Filename = "*";
+  j.DoFileMatch = 2, j.Filename = "*";
   EXPECT_EQ(Sorted(),
             ".hid/deeper/y.txt .hid/x.txt .kestrel-0123456789abcdef.tmp.toolong .kestrel-0123456789abcdeg.tmp "
             ".kestrel-notes.txt .x.kestrel-tmp- a.kestrel-42 line\nbreak.txt link.txt real.txt sub/deep.txt");
@@ -143,32 +141,26 @@ TEST_F(Search, AttributeSkipsReadTheSubFolderOnlyWhenAsked) {
 }
 
 // A From that is gone gives no files and no check line (the lines of a search that finds
-// nothing or something: e2e selection_test; the rewriting: PatternRewriting).
-TEST_F(Search, AMissingFromReportsNoFiles) {
+// nothing or something: e2e selection_test); a stop ends the walk without either.
+TEST_F(Search, AMissingFromOrAStopEndsWithoutACheckLine) {
+  for (const char* f : {"a.txt", "s1/b.txt", "s2/c.txt"}) WriteFile(Src(f), "");
+  int yields = 0;
+  svc.host.yield = [&] { if (++yields == 4) svc.stop = true; };
+  orvKestrel::Search(run, svc, true, false);
+  EXPECT_TRUE(Lines(17).empty());
+  EXPECT_FALSE(run.noFiles);
+  EXPECT_LT(run.files.size(), 3u);
+  svc.stop = false, svc.host.yield = [] {};
   j.From = tmp / "nowhere";
   orvKestrel::Search(run, svc, true, false);
   EXPECT_TRUE(run.noFiles);
   EXPECT_TRUE(Lines(17).empty());
 }
 
-TEST_F(Search, StopEndsTheWalkWithoutHandingOn) {
-  for (const char* f : {"a.txt", "s1/b.txt", "s2/c.txt"}) WriteFile(Src(f), "");
-  int yields = 0;
-  svc.host.yield = [&] {
-    if (++yields == 4) svc.stop = true;
-  };
-  orvKestrel::Search(run, svc, true, false);
-  EXPECT_TRUE(Lines(17).empty());
-  EXPECT_FALSE(run.noFiles);
-  EXPECT_LT(run.files.size(), 3u);
-}
-
 TEST_F(Search, InvalidFilePatternGoesToTheTrapAndKeepsWhatWasGathered) {
   WriteFile(Src("a.txt"), "");
   WriteFile(Src("sub/b.txt"), "");
-  j.DoFileMatch = 2;
-  j.UseFileRegEx = 1;
-  j.Filename = "(";
+  j.DoFileMatch = 2, j.UseFileRegEx = 1, j.Filename = "(";
   EXPECT_TRUE(Walk().empty());
   EXPECT_GE(svc.trap.ErrorCount(), 1);
   EXPECT_TRUE(Exists(tmp / "error.log"));
@@ -185,59 +177,48 @@ TEST_F(Search, HandleFoldersBuildsTheSubPathBelowTo) {
   EXPECT_EQ(HandleFolders(svc, Src("x/a.txt"), j), dst + "/x");
 }
 
-// How a pattern is rewritten: wildcards become anchored expressions (folders framed by
-// separators), regular expressions stay, and without the caller's switch a folder
-// expression's "^" means the start of a component.
-TEST_F(Search, PatternRewriting) {
-  const struct {
-    bool folder, regex, callerRegex;
-    const char *in, *out;
-  } cases[] = {
-      {false, false, false, "report*", "^report.*$"}, {false, false, false, "a?c", "^a.?c$"},
-      {false, false, false, "a.b", "^a\\.b$"}, {false, false, false, "x(1)[2]{3}", "^x\\(1\\)\\[2\\]\\{3\\}$"},
-      {false, false, false, "^$", "^\\^\\$$"}, {false, false, false, "a|b+c\\d", "^a|b+c\\d$"},
-      {false, false, false, "", "^$"}, {false, true, false, "^a.*[0-9]$", "^a.*[0-9]$"},
-      {true, true, true, "^te(.*)*st", "^te(.*)*st"}, {true, false, false, "temp*", "/temp(.?)*/"},
-      {true, false, false, "a?.b", "/a.?\\.b/"}, {true, false, false, "a\\b", "/a/b/"},
-      {true, false, false, "a/b", "/a/b/"}, {true, true, false, "^temp", "\\/temp"},
-      {true, true, false, "(.*)*x", "(.?)*x"}, {true, true, false, "a\\^b", "a\\^b"},
-  };
-  for (const auto& c : cases) {
-    svc.filterRegExp = c.callerRegex;
-    std::string p = c.in;
-    c.folder ? CleanFolderPattern(svc, p, c.regex) : CleanFilePattern(svc, p, c.regex);
-    EXPECT_EQ(p, c.out) << c.in;
-  }
-}
-
+// Wildcards become anchored expressions (folders: whole components framed by separators) with
+// every other character taken literally; regular expressions stay, and without the caller's
+// switch a folder expression's "^" means the start of a component.
 TEST_F(Search, PatternsMatch) {
   RegExpCache re;
   const struct {
     bool folder, regex;
     const char *pattern, *subject;
     bool matches;
+    bool callerRegex = false;
   } cases[] = {
       // "?" matches zero or one character; case is ignored.
       {false, false, "a?c", "ac", true}, {false, false, "a?c", "abc", true},
       {false, false, "a?c", "abbc", false}, {false, false, "a?c", "xabc", false},
       {false, false, "*log*", "LOGFILE", true}, {false, false, "*log*", "lgo", false},
+      {false, false, "report*", "xreport", false}, {false, false, "a.b", "axb", false},
+      {false, false, "x(1)[2]{3}", "x(1)[2]{3}", true}, {false, false, "^$", "^$", true},
+      {false, false, "^$", "", false}, {false, true, "^a.*[0-9]$", "abc1", true},
       // "^report|invoice$": either alternative, each anchored on its own side only.
       {false, false, "report|invoice", "report2024", true}, {false, false, "report|invoice", "my invoice", true},
-      {false, false, "report|invoice", "my report", false},
+      {false, false, "report|invoice", "my report", false}, {false, false, "a|b+c\\d", "xbbc1", true},
       // Folder wildcards match whole components anywhere in the path.
       {true, false, "temp*", "/x/Temp1/y/", true}, {true, false, "temp*", "/x/mytemp/", false},
       {true, false, "a\\b", "/r/a/b/", true}, {true, false, "a\\b", "/r/a/c/b/", false},
-      {true, true, "^te", "/data/tests/", true}, {true, true, "^te", "/data/ate/", false},
-      {true, true, "x\\^y", "/data/x^y/", true},
+      {true, false, "a/b", "/r/a/b/", true}, {true, false, "a?.b", "/r/ax.b/", true},
+      {true, false, "a?.b", "/r/axxb/", false}, {true, true, "^te", "/data/tests/", true},
+      {true, true, "^te", "/data/ate/", false}, {true, true, "x\\^y", "/data/x^y/", true},
+      {true, true, "^te", "/data/tests/", false, true}, {true, true, "^/data/te", "/data/tests/", true, true},
       // Wildcards take names with line breaks.
       {false, false, "*", "a\nb", true}, {false, false, "*b*", "a\nb\nc", true},
       {true, false, "x*", "/r/x\ny/", true},
   };
   for (const auto& c : cases) {
+    svc.filterRegExp = c.callerRegex;
     std::string p = c.pattern;
     c.folder ? CleanFolderPattern(svc, p, c.regex) : CleanFilePattern(svc, p, c.regex);
     EXPECT_EQ(re.Test(p, c.subject), c.matches) << c.pattern << " ~ " << c.subject;
   }
+  // A nested repetition is rewritten so that it cannot backtrack without end.
+  std::string nested = "(.*)*x";
+  CleanFolderPattern(svc, nested, true);
+  EXPECT_EQ(nested, "(.?)*x");
   EXPECT_TRUE(re.Test("^\\u00e4$", "\xc3\xa4"));  // \uHHHH
   EXPECT_TRUE(re.Test("^\\x41$", "a"));           // \xHH, without regard to case
   EXPECT_FALSE(re.Test("^a$", "a\n"));            // "$" only at the very end
@@ -245,6 +226,380 @@ TEST_F(Search, PatternsMatch) {
   EXPECT_THROW(re.Test("a(", "a"), KestrelError);
   EXPECT_TRUE(re.Test("^a.b$", "a\xff" "b"));     // invalid UTF-8 names are matched
   EXPECT_FALSE(re.Test("^x", "a\xff" "b"));
+}
+
+using Filter = FileList (*)(Services&, FileList&, job&);
+
+// The filters in their fixed order, and the dispatch of what survives them to the action.
+class Filters : public Search {
+ protected:
+  // Files below src: "name" (empty), "name:N" (N bytes) or "name@T" (written at T).
+  FileList Make(const std::vector<std::string>& specs) {
+    FileList list;
+    for (const auto& s : specs) {
+      const auto colon = s.find(':'), at = s.find('@');
+      const std::string name = s.substr(0, std::min(colon, at));
+      WriteFile(Src(name), colon == std::string::npos ? "" : std::string(std::stoul(s.substr(colon + 1)), 'x'));
+      if (at != std::string::npos) SetModified(Src(name), std::stoll(s.substr(at + 1)));
+      list.push_back(Src(name));
+    }
+    return list;
+  }
+  std::string Kept(Filter f, FileList list) {
+    std::string text;
+    for (const auto& p : f(svc, list, j)) text += (text.empty() ? "" : " ") + paths::GetFileName(p);
+    return text;
+  }
+};
+
+TEST_F(Filters, SizeExtensionAndZip) {
+  const auto size = [](std::int16_t opt) { return [=](job& j) { j.FileOpt = opt, j.FileSize = 100; }; };
+  const auto ext = [](std::int16_t opt, const char* e) { return [=](job& j) { j.ExtOpt = opt, j.Ext = e; }; };
+  const std::vector<std::string> sized = {"99:99", "100:100", "101:101"};
+  const std::vector<std::string> named = {"a.txt", "b.LOG", "c.log", "d.TXT", "noext", "e.doc", "f.txt.bak", "g."};
+  const struct {
+    Filter f;
+    std::function<void(job&)> set;
+    std::vector<std::string> files;
+    const char* kept;
+  } rows[] = {
+      {&FilterFileSize, size(1), sized, "101"},  // the limit is exclusive both ways
+      {&FilterFileSize, size(2), sized, "99"},
+      {&FilterFileSize, size(0), sized, "99 100 101"},
+      {&FilterExtention, ext(2, "txt, *.LOG"), named, "a.txt b.LOG c.log d.TXT"},
+      {&FilterExtention, ext(1, "*."), named, "a.txt b.LOG c.log d.TXT e.doc f.txt.bak"},  // "g." too
+      {&FilterExtention, ext(1, "doc,TXT"), named, "b.LOG c.log noext f.txt.bak g."},
+      {&FilterExtention, ext(2, ""), named, "a.txt b.LOG c.log d.TXT noext e.doc f.txt.bak g."},
+      {&FilterExtention, ext(2, "   "), named, "a.txt b.LOG c.log d.TXT noext e.doc f.txt.bak g."},
+      {&FilterExtention, ext(3, "txt"), named, "a.txt b.LOG c.log d.TXT noext e.doc f.txt.bak g."},
+      {&FilterZip, [](job&) {}, {"a.zip", "B.ZIP", "c.zip.txt", "zip"}, "a.zip B.ZIP"},
+  };
+  for (const auto& r : rows) {
+    Fresh();
+    r.set(j);
+    SCOPED_TRACE(j.Ext + " " + std::to_string(j.FileOpt));
+    EXPECT_EQ(Kept(r.f, Make(r.files)), r.kept);
+  }
+  Fresh();
+  j.Ext = "txt, *.LOG", j.ExtOpt = 2;
+  Kept(&FilterExtention, Make({"a.txt"}));
+  EXPECT_EQ(j.Ext, "txt,*.LOG");  // the list is kept without its blanks
+}
+
+TEST_F(Filters, AttributesAreDroppedOnlyOnExactEquality) {
+  FileList list = Make({"plain", ".hidden", "ro", ".hidro"});
+  ::chmod(Src("ro").c_str(), 0444);
+  ::chmod(Src(".hidro").c_str(), 0444);  // hidden + read-only = 3
+  j.AttrHidden = j.AttrReadOnly = 1;
+  EXPECT_EQ(Kept(&FilterAttributes, list), "plain .hidro");
+  Fresh().AttrNormal = 1;
+  EXPECT_EQ(Kept(&FilterAttributes, list), ".hidden ro .hidro");
+  j.AttrNormal = 2;  // only a checked box counts
+  EXPECT_EQ(Kept(&FilterAttributes, list), "plain .hidden ro .hidro");
+  if (!UserXattrsWork(tmp.str())) GTEST_SKIP() << "no user extended attributes on " << tmp.str();
+  list = Make({"h", "ha", "a", "s"});
+  for (const auto& [f, v] : {std::pair{"h", "0x2"}, {"ha", "0x22"}, {"a", "0x20"}, {"s", "0x4"}}) SetDosAttrib(Src(f), v);
+  Fresh().AttrHidden = 1;
+  EXPECT_EQ(Kept(&FilterAttributes, list), "ha a s");  // hidden + archive survives
+  j.AttrArchive = j.AttrSystem = 1;
+  EXPECT_EQ(Kept(&FilterAttributes, list), "ha");
+}
+
+TEST_F(Filters, DateRangeKeepsTheWholeDaysInclusive) {
+  const FileList all = Make({"before@" + std::to_string(LocalTime(2024, 3, 9, 23, 59, 59)),
+                             "first@" + std::to_string(LocalTime(2024, 3, 10, 0, 0, 0)),
+                             "noon@" + std::to_string(LocalTime(2024, 3, 10, 12, 0, 0)),
+                             "last@" + std::to_string(LocalTime(2024, 3, 10, 23, 59, 59)),
+                             "after@" + std::to_string(LocalTime(2024, 3, 11, 0, 0, 0))});
+  j.FileAge = 3, j.FileAgeType = 1, j.DateFrom = j.DateTo = "10.03.2024";
+  EXPECT_EQ(Kept(&FilterDate, all), "first noon last");
+  j.FileAge = 4;
+  j.FileDateDate = "2024-03-10";  // ISO dates are read as well
+  const char* kept[] = {"before first", "last after", "first noon last", "before first noon last after"};
+  for (std::int16_t opt = 0; opt < 4; ++opt) {
+    j.FileDateOpt = opt;
+    EXPECT_EQ(Kept(&FilterDate, all), kept[opt]) << opt;
+  }
+}
+
+// The age in minutes counts the minute boundaries between the file's time and now; 12:30:30
+// leaves half a minute of slack before the clock crosses the next one.
+TEST_F(Filters, AgeCountsMinuteBoundariesNotElapsedMinutes) {
+  svc.host.clock = Clock::StartingAt(LocalTime(2024, 5, 6, 12, 30, 30));
+  const FileList all = Make({"m0@" + std::to_string(LocalTime(2024, 5, 6, 12, 30, 0)),
+                             "m1@" + std::to_string(LocalTime(2024, 5, 6, 12, 29, 59)),   // 31 s
+                             "m2@" + std::to_string(LocalTime(2024, 5, 6, 12, 28, 59)),   // 91 s
+                             "m3@" + std::to_string(LocalTime(2024, 5, 6, 12, 27, 0))});
+  j.FileAgeType = 1, j.FileAgeDiff = 2;
+  j.FileAge = 1;  // at least two boundaries
+  EXPECT_EQ(Kept(&FilterDate, all), "m2 m3");
+  j.FileAge = 2;  // at most two
+  EXPECT_EQ(Kept(&FilterDate, all), "m0 m1 m2");
+  j.FileAgeType = 2;  // the access time, set alike
+  EXPECT_EQ(Kept(&FilterDate, all), "m0 m1 m2");
+  j.FileAge = 1;  // "at least old" passes over a vanished file
+  j.FileAgeDiff = 10;
+  const FileList old = Make({"old@" + std::to_string(LocalTime(2024, 1, 1, 0, 0, 0))});
+  EXPECT_EQ(Kept(&FilterDate, {Src("gone"), old[0]}), "gone old");
+}
+
+TEST_F(Filters, TrapAndStop) {
+  j.FileAge = 3, j.DateFrom = "someday", j.DateTo = "10.03.2024";
+  EXPECT_EQ(Kept(&FilterDate, Make({"a"})), "");  // an unreadable date empties the list
+  EXPECT_EQ(svc.trap.ErrorCount(), 1);
+  // A file that vanished is kept when the trap's answer goes on.
+  svc.host.messageBox = [](const MessageBoxRequest&) { return BoxAnswer::Ignore; };
+  Fresh();
+  j.FileOpt = 1, j.FileSize = 5;
+  FileList list = Make({"big:10"});
+  list.push_back(Src("gone"));
+  EXPECT_EQ(Kept(&FilterFileSize, list), "big gone");
+  EXPECT_EQ(svc.trap.ErrorCount(), 2);
+  // A stop empties the list.
+  int yields = 0;
+  svc.host.yield = [&] {
+    if (++yields == 2) svc.stop = true;
+  };
+  list = Make({"a.zip", "b.zip", "c.zip"});
+  EXPECT_TRUE(FilterZip(svc, list, j).empty());
+  EXPECT_TRUE(list.empty());
+}
+
+TEST_F(Filters, EachActionIsAnnouncedAsAProgressLine) {
+  const std::tuple<std::int16_t, CheckState, int, std::string> cases[] = {
+      {0, 0, 18, "job: Kopiere Dateien ..."},
+      {0, 1, 18, "job: Kopiere Dateien ..."},
+      {1, 0, 19, "job: Verschiebe Dateien ..."},
+      {2, 1, 20, "job: Lösche Dateien aus " + src},
+      {3, 1, 30, "job: Komprimiere Dateien (Kopie) -  "},
+      {4, 1, 70, "job: Dekomprimiere Dateien"},
+      {5, 0, 89, "job: Synchronisiere Verzeichnis " + src + " mit " + dst},
+      {5, 1, 91, "job: Synchronisiere Verzeichnis (Vorschau) " + src},
+      {22, 1, 96, "job: Lösche Dateien aus sekundärem Verzeichnis " + dst},
+  };
+  for (const auto& [action, preview, id, text] : cases) {
+    SCOPED_TRACE(text);
+    Next();
+    Fresh().Action = action;
+    j.DoPreview = preview;
+    FileList list = Make({"a.zip"});
+    DoMoveCopySelection(run, svc, list);
+    ASSERT_FALSE(rec.lines.empty());
+    const LoggedLine& l = rec.lines.front();
+    EXPECT_EQ(l.text, text);
+    EXPECT_EQ(l.id, id);
+    EXPECT_TRUE(l.view && l.sameView);
+    EXPECT_FALSE(l.file || l.isLast);
+    EXPECT_TRUE(list.empty());
+    EXPECT_TRUE(preview == 0 || Exists(Src("a.zip")));  // a preview deletes or moves nothing
+  }
+}
+
+// ProcessFiles: the filters run in order on each other's survivors; a stop erases the list
+// without a word. (The check line, and an emptied list that never reaches the action: e2e
+// selection_test, OnlyTheSelectedFilesReachTheAction.)
+TEST_F(Filters, ProcessFilesHandsOnOnlyWhatSurvives) {
+  j.Action = 4;
+  j.Ext = "txt, log";  // the extension filter, after the zip filter, would rewrite this
+  j.ExtOpt = 2;
+  FileList list = Make({"a.txt"});
+  ProcessFiles(run, svc, list);
+  EXPECT_TRUE(run.noFiles);  // the extraction takes archives only
+  EXPECT_EQ(j.Ext, "txt, log");
+
+  Next();
+  j.DoPreview = 1;
+  j.FileOpt = 2;  // smaller than 100 bytes
+  j.FileSize = 100, j.Ext = "zip ,doc";
+  list = Make({"a.zip:1", "b.zip:500", "c.txt:1"});
+  ProcessFiles(run, svc, list);
+  EXPECT_EQ(j.Ext, "zip,doc");
+  const auto ids = rec.Ids();
+  EXPECT_EQ(std::count(ids.begin(), ids.end(), 70), 1);
+  EXPECT_FALSE(run.noFiles);
+
+  Next();
+  Fresh().Action = 0;
+  svc.stop = true;
+  list = Make({"a.txt"});
+  ProcessFiles(run, svc, list);
+  EXPECT_TRUE(rec.lines.empty());
+  EXPECT_TRUE(list.empty());
+  EXPECT_FALSE(run.noFiles);
+  svc.stop = false;  // a stop between filtering and acting: the dispatch yields first
+  list = Make({"a.txt"});
+  svc.host.yield = [&] { svc.stop = true; };
+  DoMoveCopySelection(run, svc, list);
+  EXPECT_TRUE(rec.lines.empty());
+  EXPECT_TRUE(list.empty());
+}
+
+// File attributes and times as the file system keeps them, and as a job sets them; the type of
+// a file by its first bytes.
+using namespace std::string_literals;
+
+class Attributes : public Rig {
+ protected:
+  Attributes() { ::chmod(file.c_str(), 0664); }
+  std::uint32_t Get(const std::string& path) { return svc.fs.GetAttributes(path); }
+  std::string DosAttrib(const std::string& path) {
+    char buf[64];
+    const ssize_t n = ::getxattr(path.c_str(), "user.DOSATTRIB", buf, sizeof buf);
+    return n < 0 ? std::string() : std::string(buf, static_cast<std::size_t>(n));
+  }
+  std::string file = Source("f.txt");
+};
+
+TEST_F(Attributes, ReadOnlyAndHiddenFromPermissionsNameAndKindWrittenOnlyWhenChanged) {
+  EXPECT_EQ(Get(file), 0u);
+  ::chmod(file.c_str(), 0464);  // group write alone does not make it writable for the owner
+  EXPECT_EQ(Get(file), kAttrReadOnly);
+  EXPECT_EQ(Get(Source(".dot")), kAttrHidden);
+  EXPECT_EQ(Get(src), kAttrDirectory);
+  EXPECT_THROW(Get(Src("missing")), KestrelError);
+  // Read-only clears every write bit and gives the owner's back.
+  ::chmod(file.c_str(), 0664);
+  SetAttribute(svc, kAttrReadOnly, file);
+  EXPECT_EQ(ModeOf(file), 0444u);
+  UnsetAttribute(svc, kAttrReadOnly, file);
+  EXPECT_EQ(ModeOf(file), 0644u);
+  // Nothing is written when the bit is already as asked; failures go to the trap.
+  faults.Arm(FaultOp::SetAttributes, 1, EIO);
+  UnsetAttribute(svc, kAttrReadOnly, file);
+  ::chmod(file.c_str(), 0444);
+  SetAttribute(svc, kAttrReadOnly, file);
+  ::chmod(file.c_str(), 0644);
+  EXPECT_EQ(faults.Calls(FaultOp::SetAttributes), 0);
+  EXPECT_EQ(svc.trap.ErrorCount(), 0);
+  SetAttribute(svc, kAttrReadOnly, file);  // now a write is needed, and it fails
+  EXPECT_EQ(svc.trap.ErrorCount(), 1);
+  EXPECT_EQ(ModeOf(file), 0644u);
+  SetAttribute(svc, kAttrReadOnly, Src("missing"));
+  EXPECT_EQ(svc.trap.ErrorCount(), 2);
+}
+
+TEST_F(Attributes, HiddenSystemArchiveRoundTripThroughTheExtendedAttribute) {
+  if (!UserXattrsWork(tmp.str())) GTEST_SKIP() << "no user extended attributes on " << tmp.str();
+  for (const auto& [bit, text] : {std::pair{kAttrHidden, "0x2"}, {kAttrSystem, "0x4"}, {kAttrArchive, "0x20"}}) {
+    SetAttribute(svc, bit, file);
+    EXPECT_EQ(Get(file), bit);
+    EXPECT_EQ(DosAttrib(file), text);
+    UnsetAttribute(svc, bit, file);
+    EXPECT_EQ(Get(file), 0u);
+  }
+  for (const std::uint32_t bit : {kAttrHidden, kAttrArchive, kAttrReadOnly, kAttrSystem}) SetAttribute(svc, bit, file);
+  EXPECT_EQ(Get(file), 39u);  // system set on a read-only file, which stays read-only
+  EXPECT_EQ(ModeOf(file), 0444u);
+  // A file server's value: text, then a NUL and a binary tail; unknown bits are kept.
+  ::chmod(file.c_str(), 0644);
+  SetDosAttrib(file, std::string("0x822\0\x03\x00", 7));
+  EXPECT_EQ(Get(file), kAttrHidden | kAttrArchive | kAttrCompressed);
+  UnsetAttribute(svc, kAttrHidden, file);
+  EXPECT_EQ(DosAttrib(file), "0x820");
+  SetDosAttrib(file, "garbage");
+  EXPECT_EQ(Get(file), 0u);
+  // A dot name is hidden without recording it.
+  const std::string dot = Source(".dot");
+  SetAttribute(svc, kAttrArchive, dot);
+  EXPECT_EQ(DosAttrib(dot), "0x20");
+  EXPECT_EQ(Get(dot), kAttrHidden | kAttrArchive);
+}
+
+TEST_F(Attributes, DestinationAndSourceChoicesByMode) {
+  if (!UserXattrsWork(tmp.str())) GTEST_SKIP() << "no user extended attributes on " << tmp.str();
+  j.AttrHidden1 = j.AttrArchive1 = 1;
+  j.AttrSystem1 = 2;  // only a checked box counts
+  j.AttrSetDest = 2;  // neither set nor clear
+  SetDestAttributes(svc, file, j);
+  EXPECT_EQ(Get(file), 0u);
+  j.AttrSetDest = 0;
+  SetDestAttributes(svc, file, j);
+  EXPECT_EQ(Get(file), kAttrHidden | kAttrArchive);
+  j.AttrReadOnly2 = j.AttrHidden2 = j.AttrSetSource = 1;
+  SetSourceAttributes(svc, file, j);
+  EXPECT_EQ(Get(file), kAttrArchive);
+  j.AttrSetSource = 0;
+  SetSourceAttributes(svc, file, j);
+  EXPECT_EQ(Get(file), kAttrArchive | kAttrHidden | kAttrReadOnly);
+}
+
+TEST(AttributeExists, OnlySumsOfTheFourKnownBitsAnswer) {
+  const std::pair<std::int32_t, std::set<std::int32_t>> table[] = {
+      {1, {1, 3, 5, 7, 33, 35, 37, 39}},
+      {2, {2, 3, 6, 7, 34, 35, 38, 39}},
+      {4, {4, 5, 6, 7, 36, 37, 38, 39}},
+      {32, {32, 33, 34, 35, 36, 37, 38, 39}},
+  };
+  for (std::int32_t attr = -1; attr <= 4200; ++attr) {
+    for (const auto& [sel, yes] : table) EXPECT_EQ(AttributeExists(attr, sel), yes.count(attr) == 1) << attr << " " << sel;
+    for (const std::int32_t other : {0, 3, 16, 2048}) EXPECT_FALSE(AttributeExists(attr, other));
+  }
+}
+
+// The job's time fields: 1 takes the source's time, 0 the destination's own, anything else
+// keeps the stored source value; whole seconds; a failed write is not reported.
+TEST_F(Attributes, FileTimesByTheJobsFields) {
+  const std::string s = Source("s"), d = Dest("d", "d");
+  const struct timespec st[2] = {{kNew, 123456789}, {kOld, 987654321}};
+  ::utimensat(AT_FDCWD, s.c_str(), st, 0);
+  SetTimes(d, kOld - 1000, kOld - 2000);
+  j.DestTCreated = j.DestTModified = j.DestTAccess = 1;
+  ASSERT_TRUE(ReadSourceFileTime(run, svc, s));
+  ASSERT_TRUE(ReadDestFileTime(run, svc, d));
+  EXPECT_TRUE(WriteFileTime(run, svc, d));
+  EXPECT_EQ(svc.fs.GetTimes(d).accessed, kNew);
+  EXPECT_EQ(svc.fs.GetTimes(d).written, kOld);
+  struct stat buf {};
+  ::stat(d.c_str(), &buf);
+  EXPECT_EQ(buf.st_mtim.tv_nsec, 0);
+
+  SetTimes(d, kOld - 1000, kOld - 2000);
+  ASSERT_TRUE(ReadDestFileTime(run, svc, d));
+  j.DestTAccess = 0;
+  WriteFile(d, "new contents");  // the overwrite moves its times on
+  WriteFileTime(run, svc, d);
+  EXPECT_EQ(svc.fs.GetTimes(d).written, kOld);
+  EXPECT_EQ(svc.fs.GetTimes(d).accessed, kOld - 1000);
+  j.DestTModified = 0, j.DestTAccess = 2;
+  ASSERT_TRUE(ReadSourceFileTime(run, svc, s));
+  WriteFileTime(run, svc, d);
+  EXPECT_EQ(svc.fs.GetTimes(d).written, kOld - 2000);
+  EXPECT_EQ(svc.fs.GetTimes(d).accessed, kNew);
+
+  ASSERT_TRUE(ReadSourceFileTime(run, svc, s));
+  EXPECT_FALSE(ReadSourceFileTime(run, svc, Src("missing")));
+  EXPECT_EQ(run.sourceTimes.written, kOld);  // the stored values stay
+  EXPECT_FALSE(ReadDestFileTime(run, svc, Src("missing")));
+  EXPECT_FALSE(WriteFileTime(run, svc, Src("missing")));
+  faults.Arm(FaultOp::SetTimes, 1, EPERM);
+  EXPECT_FALSE(WriteFileTime(run, svc, d));
+  EXPECT_EQ(svc.trap.ErrorCount(), 0);
+}
+
+TEST_F(Attributes, FileTypeByTheFirstMatchingTest) {
+  const std::pair<std::string, const char*> cases[] = {
+      {"MZ\x90", "PE Executable"}, {"ZM", "PE Executable"}, {"[Job]\nFrom=x", "INI File"},
+      {"[" + std::string(120, 'a') + "]", "Unknown text file"},  // "]" beyond 100
+      {"RIFF\x10\0\0\0AVI LIST"s, "AVI Movie File"}, {"RIFF\x10\0\0\0WAVEfmt "s, "WAV Audio File"},
+      {"\xD0\xCF\x11\xE0\xA1\xB1", "Microsoft Word Document"},
+      {"\0\1\0\0Standard Jet DB"s, "Microsoft Access Database"},
+      {"GIF87a", "GIF Image File"}, {"xxxxGIF89", "GIF Image File"}, {"\xFF\xFB\x90\x44\0"s, "MP3 Audio File"},
+      {"\xFF\xD8\xFF\xE0\0\x10JFIF"s, "MP3 Audio File"},  // test 8 first
+      {"\xFF\xD8\xFF\xE1\x12" "Exif", "JPEG Image File"}, {"BM6\0\0\0", "BMP (Bitmap) Image File"},
+      {"II*\0", "TIFF Image File"}, {"PK\x03\x04", "ZIP Archive File"}, {"  <HTML><body>", "HTML Document File"},
+      {"<!DOCTYPE html>", "HTML Document File"}, {"rar!\x1a", "RAR Archive File"}, {"\x60\xEAxx", "ARJ Archive File"},
+      {"Type=Exe\r\nReference=x", "Visual Basic Project File"}, {"VBGROUP 5.0", "Visual Basic Group Project File"},
+      {"VERSION 5.00\r\nBegin VB.Form", "Visual Basic Form File"}, {"VERSION 5.00\nBegin", "Unknown text file"},
+      {"text\x02more", "Unknown binary file"}, {"plain text\r\n", "Unknown text file"},
+      {"", "Unknown text file"},  // the blank buffer passes no test
+      {std::string(300, 'a') + "GIF89", "Unknown text file"},  // only the first 300 bytes count
+  };
+  int i = 0;
+  for (const auto& [content, type] : cases) {
+    EXPECT_EQ(GetFileType(svc.fs, Source("t" + std::to_string(i), content)), type) << i;
+    ++i;
+  }
+  EXPECT_EQ(GetFileType(svc.fs, Src("missing")), "NOT FOUND");
 }
 
 }  // namespace

@@ -6,30 +6,27 @@
 
 #include <nlohmann/json.hpp>
 
-#include <fcntl.h>
 #include <grp.h>
+#include <pwd.h>
 #include <signal.h>
-#include <sys/stat.h>
+#include <sys/file.h>
+#include <sys/mount.h>
 #include <sys/wait.h>
-#include <unistd.h>
 
 #include <gtest/gtest.h>
 
-#include "support/TestSupport.h"
+#include "support/TestSupport.h"  // also the file, string and stream headers
 
 #include <algorithm>
+#include <atomic>
 #include <chrono>
+#include <climits>
 #include <cstdio>
-#include <cstdlib>
-#include <ctime>
-#include <filesystem>
-#include <fstream>
-#include <functional>
+#include <cstring>
 #include <map>
-#include <sstream>
-#include <string>
+#include <regex>
+#include <set>
 #include <thread>
-#include <vector>
 
 namespace e2e {
 
@@ -220,13 +217,10 @@ inline std::string ZipListing(const fs::path& archive) {
                           "for i in zipfile.ZipFile(sys.argv[1]).infolist(): print(i.filename, "
                           "i.date_time, i.external_attr, i.CRC, i.file_size, i.compress_type, i.flag_bits, "
                           "i.create_system, i.create_version, i.extract_version, i.internal_attr, "
-                          "i.extra.hex())' " + Quote(archive.string()) + " 2>&1";
-  std::string out;
-  if (FILE* pipe = ::popen(cmd.c_str(), "r")) {
-    char buf[4096];
-    for (std::size_t n; (n = std::fread(buf, 1, sizeof buf, pipe)) > 0;) out.append(buf, n);
-    ::pclose(pipe);
-  }
+                          "i.extra.hex())' " + Quote(archive.string());
+  const Scratch io("zip-listing");
+  (void)std::system((cmd + " >" + Quote((io / "out").string()) + " 2>&1").c_str());
+  const std::string out = Get(io / "out");
   EXPECT_EQ(out.find("Error"), std::string::npos) << archive << ": " << out;  // both fail alike
   return out;
 }

@@ -3,12 +3,6 @@
 // a trash below the walked folder, a trash that cannot be made.
 #include "e2e/E2eSupport.h"
 
-#include <sys/mount.h>
-
-#include <cstring>
-#include <optional>
-#include <set>
-
 namespace e2e {
 namespace {
 

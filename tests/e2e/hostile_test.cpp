@@ -4,10 +4,6 @@
 // never a crash or a hang, and every line of the stream is valid JSON.
 #include "e2e/E2eSupport.h"
 
-#include <pwd.h>
-
-#include <climits>
-
 namespace e2e {
 namespace {
 

@@ -4,9 +4,6 @@
 // leaves no temporary file anywhere. KESTREL_KILL_SEED repeats a run.
 #include "e2e/E2eSupport.h"
 
-#include <optional>
-#include <random>
-
 namespace e2e {
 namespace {
 

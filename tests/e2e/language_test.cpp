@@ -1,8 +1,6 @@
 // Which texts a run speaks, and settings files that are no plain small files.
 #include "e2e/E2eSupport.h"
 
-#include <set>
-
 namespace e2e {
 namespace {
 

@@ -1,8 +1,6 @@
 // kestrel list, run as a user runs it.
 #include "e2e/E2eSupport.h"
 
-#include <set>
-
 namespace e2e {
 namespace {
 

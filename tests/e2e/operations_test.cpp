@@ -1,10 +1,6 @@
 // What the host adds for operators: summaries, the text view, --log and --quiet, exit codes 3 to
 // 5, the terminal's progress line, --metrics, output files that cannot be written and the lock
 // of the job folder.
-#include <sys/file.h>
-
-#include <regex>
-
 #include "e2e/E2eSupport.h"
 
 namespace e2e {
@@ -67,23 +63,14 @@ TEST_F(Operations, TextViewLogAndQuiet) {
   WriteJob(kDue + std::string("Action=0\n"));
   const std::string log = (dir_ / "kestrel.log").string();
   const RunResult loud = Kestrel(At({"run", "jobs", "--log", log}));
-  EXPECT_NE(loud.out.find("new\\x0aline.txt nach"), std::string::npos) << loud.out;
-  EXPECT_EQ(loud.out.find("new\nline"), std::string::npos);
-  EXPECT_TRUE(loud.out.starts_with("a: Starte Auftrag\n")) << loud.out;
-  for (const char* part : {"\na: Auftrag ausgeführt\n", "\nSummary of job \"a\": 2 selected, 2 copied"}) {
+  EXPECT_TRUE(loud.out.starts_with("a: Starte Auftrag\n") && loud.out.find("new\nline") == std::string::npos);
+  for (const char* part : {"new\\x0aline.txt nach", "\na: Auftrag ausgeführt\n", "\nSummary of job \"a\": 2 selected, 2 copied"}) {
     EXPECT_NE(loud.out.find(part), std::string::npos) << loud.out;
   }
   EXPECT_NE(Get(log).find("new\\x0aline.txt nach"), std::string::npos) << Get(log);
   Kestrel(At({"run", "jobs", "--log", log}));
-  const Lines starts = [&] {
-    Lines l = SplitLines(Get(log));
-    const auto other = [](const std::string& s) { return s.find("Starte") == std::string::npos; };
-    l.erase(std::remove_if(l.begin(), l.end(), other), l.end());
-    return l;
-  }();
-  ASSERT_EQ(starts.size(), 2u) << Get(log);
-  EXPECT_TRUE(std::regex_match(starts[0], std::regex("2026-11-22 10:00:0[0-9] a: Starte Auftrag"))) << starts[0];
-
+  // Appended to, each line stamped with the engine's clock.
+  EXPECT_EQ(Count(SplitLines(Get(log)), "2026-11-22 10:00:0", {" a: Starte Auftrag"}), 2) << Get(log);
   // A file stands where a sub-folder must go.
   EmptyFolders();
   Put(src() / "s/f.txt", "z");
@@ -140,19 +127,6 @@ TEST_F(Operations, TheTerminalProgressLineSaysFilesBytesAndRate) {
   ASSERT_EQ(r.exitCode, 0) << r.err;
   EXPECT_NE(r.out.find("[3/3] 100% "), std::string::npos) << r.out;  // bytes of the files done
   EXPECT_NE(r.out.find(" bytes/s)"), std::string::npos) << r.out;
-}
-
-// A log or trace file that is a pipe nobody reads, or a folder, is refused at once (exit 2)
-// instead of hanging the run.
-TEST_F(Operations, APipeWithoutReaderOrAFolderIsRefusedAsOutputFile) {
-  ASSERT_EQ(::mkfifo((dir_ / "pipe").c_str(), 0600), 0);
-  for (const char* option : {"--log", "--trace"}) {
-    for (const fs::path& target : {dir_ / "pipe", src()}) {
-      const RunResult r = Kestrel({"run", "jobs", option, target.string()});
-      EXPECT_EQ(r.exitCode, 2) << option << " " << target;
-      EXPECT_NE(r.err.find(target.string()), std::string::npos) << r.err;
-    }
-  }
 }
 
 // A second pass over a busy job folder says that it waits, and runs once the folder is free; with

@@ -41,6 +41,11 @@ inline void Put(const fs::path& p, const std::string& data, std::time_t written 
   if (written != 0) orvKestrel::testing::SetModified(p.string(), written);
 }
 
+// Writes each file of a tree below root.
+inline void Plant(const fs::path& root, const std::map<std::string, std::string>& files, std::time_t written = 0) {
+  for (const auto& [rel, data] : files) Put(root / rel, data, written);
+}
+
 inline std::string Get(const fs::path& p) { return orvKestrel::testing::ReadFile(p.string()); }
 
 inline Lines SplitLines(const std::string& text) {

@@ -115,8 +115,7 @@ TEST_F(Safety, ARecyclingRunNeverWalksItsOwnTrash) {
   } rows[] = {{mnt, ".Trash-" + uid, "sub/.Trash-" + uid}, {home, ".local/share/Trash", "sub/Trash"}};
   for (const auto& row : rows) {
     SCOPED_TRACE(row.trash);
-    Put(row.from / "a.txt", "a");
-    Put(row.from / row.decoy / "b.txt", "b");
+    Plant(row.from, {{"a.txt", "a"}, {row.decoy + "/b.txt", "b"}});
     WriteJob(std::string(kDue) + "Action=2\nDelType=1\nSubFolder=1\n", "a", row.from);
     const StartOptions env{.env = {{"XDG_DATA_HOME", ""}, {"HOME", home.string()}}};
     ASSERT_EQ(RunJobs({}, env).exitCode, 0);
@@ -143,10 +142,8 @@ TEST_F(Safety, WritesStayInsideTheDestinationWhateverLinksWerePlantedThere) {
       SCOPED_TRACE(std::string(keys) + (preview ? " preview" : ""));
       EmptyFolders();
       fs::remove_all(elsewhere);
-      Put(elsewhere / "a.txt", "victim");
-      Put(src() / "sub/a.txt", "intruder");
-      Put(src() / "sub/deeper/b.txt", "intruder");
-      Put(src() / "other/c.txt", "c");
+      Plant(dir_.root(), {{"elsewhere/a.txt", "victim"}, {"src/sub/a.txt", "intruder"},
+                          {"src/sub/deeper/b.txt", "intruder"}, {"src/other/c.txt", "c"}});
       fs::create_directory_symlink(elsewhere, dst() / "sub");
       WriteJob(std::string(keys) + "Counter=1\nInterval=1\nExist=3\nSubFolder=1\nFStruct=1\nDoPreview=" +
                (preview ? "1\n" : "0\n"));
@@ -179,8 +176,7 @@ TEST_F(Safety, TwoSourcesOfOneRunForOneNameBothSurvive) {
   }
   EmptyFolders();
   fs::create_directory_symlink(dst(), dir_ / "alias");
-  Put(src() / "f.txt", "first");
-  Put(dir_ / "src2/f.txt", "second");
+  Plant(dir_.root(), {{"src/f.txt", "first"}, {"src2/f.txt", "second"}});
   WriteJob(std::string(kDue) + "Action=1\nExist=3\n");
   WriteJob(std::string(kDue) + "Action=1\nExist=3\n", "b", dir_ / "src2", dir_ / "alias");
   const RunResult r = RunJobs();

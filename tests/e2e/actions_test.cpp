@@ -108,9 +108,7 @@ TEST_F(Actions, JobsByTheirOptions) {
   EXPECT_EQ(fs::last_write_time(dst() / "t.txt"), fs::last_write_time(src() / "t.txt"));
   // Starting with the destination: its files come first, then the pass back.
   EmptyFolders();
-  Put(src() / "a.txt", "from");
-  Put(dst() / "a.txt", "to");
-  Put(dst() / "b.txt", "b");
+  Plant(dir_.root(), {{"src/a.txt", "from"}, {"dst/a.txt", "to"}, {"dst/b.txt", "b"}});
   WriteJob(std::string(kDue) + "Action=5\nSyncStart=1\nExist=0\n");
   const auto lines = Run();
   EXPECT_EQ(Get(src() / "b.txt"), "b");
@@ -200,8 +198,7 @@ TEST_F(Actions, PreviewsOfTreesChangeNoByte) {
   };
   // Copy with source deletion: x/y and x would be emptied, z keeps a file the filter keeps.
   WriteJob("Counter=1\nInterval=1\nAction=0\nExist=1\nDelEFolSource=1\nSubFolder=1\nDoPreview=1\nExtOpt=1\nExt=log\n");
-  Put(dst() / "a.txt", "a");
-  Put(dst() / "b.txt", "b");
+  Plant(dst(), {{"a.txt", "a"}, {"b.txt", "b"}});
   auto lines = Preview();
   for (const char* rel : {"x/y/a.txt", "x/y/b.txt", "x/y", "x"}) {
     EXPECT_EQ(std::count(lines.begin(), lines.end(), gone(rel)), 1) << rel;

@@ -56,9 +56,7 @@ TEST_F(Hostile, AnUnreadableFolderGivesNoFilesAndAnUnreadableFileAnErrorLine) {
     if (nobody == nullptr) GTEST_SKIP() << "running as root, and there is no user nobody to drop to";
     user = nobody->pw_uid;
   }
-  Put(src() / "open.txt", "open");
-  Put(src() / "locked/secret.txt", "secret");
-  Put(src() / "closed.txt", "closed");
+  Plant(src(), {{"open.txt", "open"}, {"locked/secret.txt", "secret"}, {"closed.txt", "closed"}});
   if (user != 0) {
     for (const auto& e : fs::recursive_directory_iterator(dir_.root())) {
       ASSERT_EQ(::lchown(e.path().c_str(), user, user), 0) << e.path();

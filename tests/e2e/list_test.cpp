@@ -14,9 +14,8 @@ std::vector<nlohmann::ordered_json> Records(const std::string& out) {
 using List = JobFolderTest;
 
 TEST_F(List, TakesOnlyJobFilesAndNarrowsToOne) {
-  Put(jobs() / "x.txt", "[Job]\nName=x\n");
-  Put(jobs() / "b.kjb", "[Job]\nName=bee\nAction=1\n");
-  Put(jobs() / "A.KJB", "[Job]\nName=ay\nAction=3\nInactive=1\n");
+  Plant(jobs(), {{"x.txt", "[Job]\nName=x\n"}, {"b.kjb", "[Job]\nName=bee\nAction=1\n"},
+                 {"A.KJB", "[Job]\nName=ay\nAction=3\nInactive=1\n"}});
   const RunResult text = Kestrel(At({"list", "jobs"}));
   EXPECT_EQ(text.exitCode, 0) << text.err;
   for (const char* part : {"bee", "ay", "move", "zip"}) EXPECT_NE(text.out.find(part), std::string::npos) << part;

@@ -25,8 +25,7 @@ TEST_F(Operations, SummariesAndMetricsOfEachJobAndThePass) {
   for (const auto& c : cases) {
     SCOPED_TRACE(c.keys + std::string(c.twice ? " again" : ""));
     EmptyFolders();
-    Put(src() / "a.txt", "hello");
-    Put(src() / "b.txt", "abc");
+    Plant(src(), {{"a.txt", "hello"}, {"b.txt", "abc"}});
     WriteJob(kDue + std::string(c.keys));
     if (c.twice) RunJobs();
     std::vector<nlohmann::json> s;
@@ -58,8 +57,7 @@ TEST_F(Operations, SummariesAndMetricsOfEachJobAndThePass) {
 // Names are escaped in the text view and the log; the log is appended to with a time stamp;
 // --quiet keeps the summaries and the error lines, nothing else.
 TEST_F(Operations, TextViewLogAndQuiet) {
-  Put(src() / "new\nline.txt", "x");
-  Put(src() / "plain.txt", "y");
+  Plant(src(), {{"new\nline.txt", "x"}, {"plain.txt", "y"}});
   WriteJob(kDue + std::string("Action=0\n"));
   const std::string log = (dir_ / "kestrel.log").string();
   const RunResult loud = Kestrel(At({"run", "jobs", "--log", log}));
@@ -73,9 +71,7 @@ TEST_F(Operations, TextViewLogAndQuiet) {
   EXPECT_EQ(Count(SplitLines(Get(log)), "2026-11-22 10:00:0", {" a: Starte Auftrag"}), 2) << Get(log);
   // A file stands where a sub-folder must go.
   EmptyFolders();
-  Put(src() / "s/f.txt", "z");
-  Put(src() / "a.txt", "a");
-  Put(dst() / "s", "");
+  Plant(dir_.root(), {{"src/s/f.txt", "z"}, {"src/a.txt", "a"}, {"dst/s", ""}});
   WriteJob(kDue + std::string("Action=0\nSubFolder=1\nFStruct=1\n"));
   const RunResult quiet = Kestrel({"run", "jobs", "-q"});
   const Lines lines = SplitLines(quiet.out);

@@ -136,8 +136,7 @@ class OtherTools : public UnzipSafety {
   void SetUp() override {
     ArchiveTest::SetUp();
     if (IsSkipped()) return;
-    Put(dir_ / "data/small.txt", "short");
-    Put(dir_ / "data/text.txt", "a line of text that is longer than twenty bytes\n");
+    Plant(dir_ / "data", {{"small.txt", "short"}, {"text.txt", "a line of text that is longer than twenty bytes\n"}});
     Python("d=" + Quote((dir_ / "data").string()) + "\n"
            "open(d+'/num.txt','w').write(''.join('%d\\n' % i for i in range(20000)))\n"
            "open(d+'/rand.bin','wb').write(os.urandom(100000))\n");

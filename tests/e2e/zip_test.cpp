@@ -29,8 +29,7 @@ class ZipJobs : public ArchiveTest {
 };
 
 TEST_F(ZipJobs, CompressesTheSelectedFilesIntoTheJobsArchiveAndPreviewsIt) {
-  Put(Src("a.txt"), "alpha");
-  Put(Src("sub/b.txt"), "beta");
+  Plant(src(), {{"a.txt", "alpha"}, {"sub/b.txt", "beta"}});
   WriteJob("Action=3\nDoPreview=1\nExist=1\n");
   RunResult r = RunJobs({"--preview-jobs"});
   EXPECT_EQ(r.exitCode, 0) << r.err << r.out;
@@ -198,8 +197,7 @@ TEST_F(ZipSafety, ARunNeverTakesItsOwnArchivesAsSources) {
     if (std::string(c.to) == "=link") fs::create_directory_symlink(src(), to = dir_ / "link");
     fs::create_directories(to);
     Job(to, std::string("SubFolder=1\nZipDelComp=1\nExist=4\n") + c.keys);
-    Put(src() / "a.txt", "A");
-    Put(src() / "b.txt", "B");
+    Plant(src(), {{"a.txt", "A"}, {"b.txt", "B"}});
     ASSERT_EQ(RunJobs().exitCode, 0);
     Put(src() / "c.txt", "C");
     EXPECT_TRUE(Has(RunJobs({"--dry-run"}).logs, "Datei gefunden: 1"));
@@ -221,8 +219,7 @@ TEST_F(ZipSafety, NothingThisRunWroteIsReplacedByThisRun) {
   for (const char* exist : {"1", "3", "4"}) {
     SCOPED_TRACE(exist);
     EmptyFolders();
-    Put(src() / "a/f.txt", "first");
-    Put(src() / "b/f.txt", "second");
+    Plant(src(), {{"a/f.txt", "first"}, {"b/f.txt", "second"}});
     Job(dst(), std::string("SubFolder=1\nZipAll=1\nZipDelComp=1\nExist=") + exist + "\n");
     const RunResult r = RunJobs();
     EXPECT_EQ(r.exitCode, 1) << r.out;
@@ -256,8 +253,7 @@ TEST_F(ZipSafety, AnOlderFileDoesNotReplaceANewerEntry) {
 // and named; the other file of the run is packed and deleted.
 TEST_F(ZipSafety, AFileWrittenWhileItIsZippedIsRefused) {
   const fs::path busy = src() / "busy.log";
-  Put(busy, std::string(48 << 20, 'a'));
-  Put(src() / "quiet.txt", "quiet");
+  Plant(src(), {{"busy.log", std::string(48 << 20, 'a')}, {"quiet.txt", "quiet"}});
   Job(dst(), "ZipAll=0\nZipDelComp=1\nZipGrade=9\n");
   std::atomic<bool> done{false};
   std::thread writer([&] {

@@ -31,19 +31,17 @@ class ZipJobs : public ArchiveTest {
 TEST_F(ZipJobs, CompressesTheSelectedFilesIntoTheJobsArchiveAndPreviewsIt) {
   Plant(src(), {{"a.txt", "alpha"}, {"sub/b.txt", "beta"}});
   WriteJob("Action=3\nDoPreview=1\nExist=1\n");
+  const auto before = Listing(src(), true);
   RunResult r = RunJobs({"--preview-jobs"});
-  EXPECT_EQ(r.exitCode, 0) << r.err << r.out;
-  EXPECT_EQ(Count(r.logs, "Würde zu Zip hinzugefügt: "), 1) << r.out;
-  EXPECT_TRUE(Has(r.logs, "Würde gelöscht: " + S("a.txt")) || Has(r.logs, "Würde gelöscht: " + S("sub/b.txt")));
-  EXPECT_EQ(Files(dst()), Tree{});
-  EXPECT_EQ(Files(src()).size(), 2u);
+  EXPECT_TRUE(r.exitCode == 0 && Count(r.logs, "Würde zu Zip hinzugefügt: ") == 1 &&
+              (Has(r.logs, "Würde gelöscht: " + S("a.txt")) || Has(r.logs, "Würde gelöscht: " + S("sub/b.txt"))))
+      << r.err << r.out;
+  EXPECT_TRUE(Listing(src(), true) == before && Files(dst()).empty());
   WriteJob("Action=3\nDoPreview=0\nZipIntStruct=1\nZipDelComp=1\n");
   r = RunJobs();
-  EXPECT_EQ(r.exitCode, 0) << r.err << r.out;
-  EXPECT_TRUE(Has(r.logs, "Dateien gefunden: 2")) << r.out;
+  EXPECT_TRUE(r.exitCode == 0 && Has(r.logs, "Dateien gefunden: 2") && Count(r.logs, "z: Gelöscht: ") == 2) << r.out;
   EXPECT_EQ(Entries(Dst("z.zip")), "src/a.txt=alpha;src/sub/b.txt=beta;");
   EXPECT_EQ(Files(src()), Tree{});
-  EXPECT_EQ(Count(r.logs, "z: Gelöscht: "), 2) << r.out;
 }
 
 // Extraction jobs, one row per case: what is in the source folder, the job's keys, the lines

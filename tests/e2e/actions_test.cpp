@@ -74,8 +74,8 @@ TEST_F(Actions, JobsByTheirOptions) {
       // Removal goes by exact bytes of the relative path, before the pass back.
       {"SyncDelete=1\n" + newer, {{"a.TXT", "a"}, {"sub/c.txt", "c"}},
        {{"A.txt", "case only"}, {"sub/b.txt", "b"}, {"sub/c.txt", "c"}, {"sub/sub/c.txt", "c"}}, {},
-       {{"a.TXT", "a"}, {"sub/", ""}, {"sub/c.txt", "c"}}, {{"a.TXT", "a"}, {"sub/", ""}, {"sub/c.txt", "c"}, {"sub/sub/", ""}},
-       {94, 96}},
+       {{"a.TXT", "a"}, {"sub/", ""}, {"sub/c.txt", "c"}},
+       {{"a.TXT", "a"}, {"sub/", ""}, {"sub/c.txt", "c"}, {"sub/sub/", ""}}, {94, 96}},
       // No removal when only comparing, nor when the primary is empty (the pass back still runs);
       // an empty second walk ends with nothing found.
       {"SyncDelete=1\nOnlyCompare=1\n" + newer, {{"a.txt", "a"}}, {{"b.txt", "b"}}, {}, {{"a.txt", "a"}},

@@ -62,7 +62,8 @@ TEST_F(Operations, TextViewLogAndQuiet) {
   const std::string log = (dir_ / "kestrel.log").string();
   const RunResult loud = Kestrel(At({"run", "jobs", "--log", log}));
   EXPECT_TRUE(loud.out.starts_with("a: Starte Auftrag\n") && loud.out.find("new\nline") == std::string::npos);
-  for (const char* part : {"new\\x0aline.txt nach", "\na: Auftrag ausgeführt\n", "\nSummary of job \"a\": 2 selected, 2 copied"}) {
+  for (const char* part :
+       {"new\\x0aline.txt nach", "\na: Auftrag ausgeführt\n", "\nSummary of job \"a\": 2 selected, 2 copied"}) {
     EXPECT_NE(loud.out.find(part), std::string::npos) << loud.out;
   }
   EXPECT_NE(Get(log).find("new\\x0aline.txt nach"), std::string::npos) << Get(log);

@@ -271,9 +271,7 @@ TEST_F(RunTest, DaemonRunsEveryIntervalReopensItsLogAndStopsOnSigterm) {
     for (const auto& line : SplitLines(Get(out))) EXPECT_TRUE(nlohmann::json::accept(line)) << line;
     // The log's clock: the second pass starts at least a second boundary after the first.
     Lines stamps;
-    for (const auto& l : lines) {
-      if (l.find("a: Starte Auftrag") != std::string::npos) stamps.push_back(l.substr(0, 19));
-    }
+    for (const auto& l : lines) if (l.find("a: Starte Auftrag") != std::string::npos) stamps.push_back(l.substr(0, 19));
     EXPECT_TRUE(passes == 1 || stamps.at(0) < stamps.at(1)) << ::testing::PrintToString(stamps);
   }
   EXPECT_EQ(Value(jobs() / "a.kjb", "Counter"), "1");

@@ -26,33 +26,29 @@ TEST_F(UnzipSafety, AnEntryNeverReplacesAnArchiveOrAFileOfTheRun) {
     std::vector<std::pair<std::string, std::vector<Entry>>> archives;
     std::vector<Lines> errors;  // the parts of each error line
     Tree after;                 // files below the destination (besides the archives)
+    std::string policies = "1";  // for existing files: each its own run
   } cases[] = {
-      {"own name", "DestZipExist=1\nZipDelDeComp=1\nDestZipFolder=1\n", true,
+      {"own name", "ZipDelDeComp=1\nDestZipFolder=1\n", true,
        {{"pack.zip", {{"other.txt", "other"}, {"pack.zip", "inner bytes"}}}}, {{"pack.zip: pack.zip"}},
        {{"other.txt", "other"}}},
-      {"own name, flat", "DestZipExist=1\nZipDelDeComp=1\nDestZipFolder=0\n", true,
+      {"own name, flat", "ZipDelDeComp=1\nDestZipFolder=0\n", true,
        {{"pack.zip", {{"other.txt", "other"}, {"inner/pack.zip", "inner bytes"}}}}, {{"pack.zip: inner/pack.zip"}},
        {{"other.txt", "other"}}},
-      {"each other's names", "DestZipExist=1\nZipDelDeComp=1\n", true,
+      {"each other's names", "ZipDelDeComp=1\n", true,
        {{"a.zip", {{"b.zip", "not an archive"}, {"x.txt", "from a"}}},
         {"b.zip", {{"a.zip", "not an archive"}, {"y.txt", "from b"}}}},
        {{"b.zip: a.zip"}, {"a.zip: b.zip"}}, {{"x.txt", "from a"}, {"y.txt", "from b"}}},
-      {"one name, policy 0", "ZipDelDeComp=1\nDestZipExist=0\n", false, {{"r.zip", twoReports}}, {{"feb/report.txt"}},
-       january},
-      {"one name, policy 1", "ZipDelDeComp=1\nDestZipExist=1\n", false, {{"r.zip", twoReports}}, {{"feb/report.txt"}},
-       january},
-      {"one name, policy 2", "ZipDelDeComp=1\nDestZipExist=2\n", false, {{"r.zip", twoReports}}, {{"feb/report.txt"}},
-       january},
+      {"one name", "ZipDelDeComp=1\n", false, {{"r.zip", twoReports}}, {{"feb/report.txt"}}, january, "012"},
   };
-  for (const auto& c : cases) for (const std::string jobs : {"1", "4"}) {
-    SCOPED_TRACE(c.name + " --jobs " + jobs);
+  for (const auto& c : cases) for (const char policy : c.policies) for (const std::string jobs : {"1", "4"}) {
+    SCOPED_TRACE(c.name + " DestZipExist=" + policy + " --jobs " + jobs);
     EmptyFolders();
     Tree archives;
     for (const auto& [rel, entries] : c.archives) {
       Archive(Src(rel), entries);
       archives[rel] = Get(Src(rel));
     }
-    Job(c.keys, c.intoSource);
+    Job(c.keys + "DestZipExist=" + policy + "\n", c.intoSource);
     const RunResult r = RunJobs({"--jobs", jobs});
     EXPECT_EQ(r.exitCode, 1) << r.out;
     Tree expected = c.intoSource ? c.after : archives;

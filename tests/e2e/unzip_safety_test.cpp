@@ -99,14 +99,12 @@ TEST_F(UnzipSafety, LinksThatLeaveThroughOtherLinksAreRefused) {
     Archive(Src("l.zip"), entries);
     Job("ZipDelDeComp=1\nDestZipFolder=1\n");
     const RunResult r = RunJobs({"--jobs", jobs});
-    EXPECT_EQ(r.exitCode, 1) << r.out;
-    EXPECT_EQ(Count(r.logs, "u: Fehler: link points outside", {refused}), 1) << r.out;
-    EXPECT_EQ(Count(r.logs, "u: Fehler: ", {"planted/through.txt"}), 1) << r.out;
-    EXPECT_EQ(Count(r.logs, "u: Fehler: ", {"../evil"}), 1) << r.out;
+    EXPECT_TRUE(r.exitCode == 1 && Count(r.logs, "u: Fehler: link points outside", {refused}) == 1 &&
+                Count(r.logs, "u: Fehler: ", {"planted/through.txt"}) == 1 &&
+                Count(r.logs, "u: Fehler: ", {"../evil"}) == 1) << r.out;
     EXPECT_EQ(Files(dir_ / "outside"), (Tree{{"secret", "secret"}}));
     for (const Entry& l : links) EXPECT_EQ(fs::is_symlink(Dst(l.name)), l.name != refused) << l.name;
-    EXPECT_EQ(Get(Dst("fine.txt")), "fine");
-    EXPECT_TRUE(fs::exists(Src("l.zip")));
+    EXPECT_TRUE(Get(Dst("fine.txt")) == "fine" && fs::exists(Src("l.zip")));
     const std::string inside = fs::canonical(dst()).string();
     for (const auto& e : fs::recursive_directory_iterator(dst())) {
       if (e.is_symlink() && e.path() != Dst("planted")) {

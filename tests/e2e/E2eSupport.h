@@ -6,30 +6,27 @@
 
 #include <nlohmann/json.hpp>
 
-#include <fcntl.h>
 #include <grp.h>
+#include <pwd.h>
 #include <signal.h>
-#include <sys/stat.h>
+#include <sys/file.h>
+#include <sys/mount.h>
 #include <sys/wait.h>
-#include <unistd.h>
 
 #include <gtest/gtest.h>
 
-#include "support/TestSupport.h"
+#include "support/TestSupport.h"  // also the file, string and stream headers
 
 #include <algorithm>
+#include <atomic>
 #include <chrono>
+#include <climits>
 #include <cstdio>
-#include <cstdlib>
-#include <ctime>
-#include <filesystem>
-#include <fstream>
-#include <functional>
+#include <cstring>
 #include <map>
-#include <sstream>
-#include <string>
+#include <regex>
+#include <set>
 #include <thread>
-#include <vector>
 
 namespace e2e {
 
@@ -42,6 +39,11 @@ using Lines = std::vector<std::string>;
 inline void Put(const fs::path& p, const std::string& data, std::time_t written = 0) {
   orvKestrel::testing::WriteFile(p.string(), data);
   if (written != 0) orvKestrel::testing::SetModified(p.string(), written);
+}
+
+// Writes each file of a tree below root.
+inline void Plant(const fs::path& root, const std::map<std::string, std::string>& files, std::time_t written = 0) {
+  for (const auto& [rel, data] : files) Put(root / rel, data, written);
 }
 
 inline std::string Get(const fs::path& p) { return orvKestrel::testing::ReadFile(p.string()); }
@@ -220,13 +222,10 @@ inline std::string ZipListing(const fs::path& archive) {
                           "for i in zipfile.ZipFile(sys.argv[1]).infolist(): print(i.filename, "
                           "i.date_time, i.external_attr, i.CRC, i.file_size, i.compress_type, i.flag_bits, "
                           "i.create_system, i.create_version, i.extract_version, i.internal_attr, "
-                          "i.extra.hex())' " + Quote(archive.string()) + " 2>&1";
-  std::string out;
-  if (FILE* pipe = ::popen(cmd.c_str(), "r")) {
-    char buf[4096];
-    for (std::size_t n; (n = std::fread(buf, 1, sizeof buf, pipe)) > 0;) out.append(buf, n);
-    ::pclose(pipe);
-  }
+                          "i.extra.hex())' " + Quote(archive.string());
+  const Scratch io("zip-listing");
+  (void)std::system((cmd + " >" + Quote((io / "out").string()) + " 2>&1").c_str());
+  const std::string out = Get(io / "out");
   EXPECT_EQ(out.find("Error"), std::string::npos) << archive << ": " << out;  // both fail alike
   return out;
 }

@@ -3,51 +3,32 @@
 // a trash below the walked folder, a trash that cannot be made.
 #include "e2e/E2eSupport.h"
 
-#include <sys/mount.h>
-
-#include <cstring>
-#include <optional>
-#include <set>
-
 namespace e2e {
 namespace {
 
 using orvKestrel::testing::ScopedEnv;
 
 // A mount made for one test and undone when it ends: a bind mount of from at at, a tmpfs at at
-// when from is empty.
-class Mount {
- public:
-  Mount(const fs::path& from, const fs::path& at) : at_(at) {
-    ok_ = from.empty() ? ::mount("kestrel-test", at.c_str(), "tmpfs", 0, nullptr) == 0
-                       : ::mount(from.c_str(), at.c_str(), nullptr, MS_BIND, nullptr) == 0;
-  }
-  ~Mount() {
-    if (ok_) ::umount2(at_.c_str(), MNT_DETACH);
-  }
-  Mount(const Mount&) = delete;
-  Mount& operator=(const Mount&) = delete;
-  bool ok() const { return ok_; }
-
- private:
-  fs::path at_;
-  bool ok_ = false;
+// when from is empty. Never copied.
+struct Mount {
+  Mount(const fs::path& from, const fs::path& where)
+      : at(where), ok(from.empty() ? ::mount("kestrel-test", at.c_str(), "tmpfs", 0, nullptr) == 0
+                                   : ::mount(from.c_str(), at.c_str(), nullptr, MS_BIND, nullptr) == 0) {}
+  ~Mount() { if (ok) ::umount2(at.c_str(), MNT_DETACH); }
+  fs::path at;
+  bool ok;
 };
 
 Lines Errors(const RunResult& r) {
   Lines out;
-  for (const auto& j : LogEvents(r.out)) {
-    if (j["MsgID"] == 10) out.push_back(j["LogMsg"]);
-  }
+  for (const auto& j : LogEvents(r.out)) if (j["MsgID"] == 10) out.push_back(j["LogMsg"]);
   return out;
 }
 
 // True when a file below the roots holds each of the texts.
 bool Kept(const std::vector<fs::path>& roots, const std::set<std::string>& texts) {
   std::set<std::string> found;
-  for (const fs::path& root : roots) {
-    for (const auto& [rel, data] : Files(root)) found.insert(data);
-  }
+  for (const fs::path& root : roots) for (const auto& [rel, data] : Files(root)) found.insert(data);
   return std::includes(found.begin(), found.end(), texts.begin(), texts.end());
 }
 
@@ -80,7 +61,7 @@ TEST_F(Safety, ADestinationThatIsTheSourceItselfNeverCostsTheFile) {
           fs::create_directory_symlink(src(), to);
         } else if (fs::create_directories(to); way == std::string("hard link")) {
           fs::create_hard_link(src() / "a.txt", to / "a.txt");
-        } else if (!bind.emplace(src(), to).ok()) {
+        } else if (!bind.emplace(src(), to).ok) {
           GTEST_SKIP() << "no bind mount here: " << std::strerror(errno);
         }
         WriteJob(std::string(row.keys) + "Counter=1\nInterval=1\nDoPreview=" + (preview ? "1\n" : "0\n"), "a",
@@ -113,10 +94,8 @@ TEST_F(Safety, ATrashThatCannotBeMadeIsReportedPerFile) {
     EXPECT_FALSE(fs::exists(nowhere));
     const auto errors = Errors(r);
     ASSERT_EQ(errors.size(), 3u) << r.out;
-    for (int i = 0; i < 3; ++i) {
-      const std::string f = S("f" + std::to_string(i) + ".txt");
-      EXPECT_TRUE(Has(r.logs, "Quelle gelöscht (Datei existiert): " + f));
-      EXPECT_EQ(Count(errors, "", {" - " + f}), 1);
+    for (const std::string& f : {S("f0.txt"), S("f1.txt"), S("f2.txt")}) {
+      EXPECT_TRUE(Has(r.logs, "Quelle gelöscht (Datei existiert): " + f) && Count(errors, "", {" - " + f}) == 1) << f;
     }
   }
 }
@@ -127,18 +106,16 @@ TEST_F(Safety, ATrashThatCannotBeMadeIsReportedPerFile) {
 TEST_F(Safety, ARecyclingRunNeverWalksItsOwnTrash) {
   const std::string uid = std::to_string(::getuid());
   const fs::path home = dir_ / "home", mnt = dir_ / "mnt";
-  fs::create_directories(home);
-  fs::create_directories(mnt);
+  for (const fs::path& d : {home, mnt}) fs::create_directories(d);
   const Mount tmpfs({}, mnt);
-  if (!tmpfs.ok()) GTEST_SKIP() << "no tmpfs mount here: " << std::strerror(errno);
+  if (!tmpfs.ok) GTEST_SKIP() << "no tmpfs mount here: " << std::strerror(errno);
   const struct {
     fs::path from;
     std::string trash, decoy;
   } rows[] = {{mnt, ".Trash-" + uid, "sub/.Trash-" + uid}, {home, ".local/share/Trash", "sub/Trash"}};
   for (const auto& row : rows) {
     SCOPED_TRACE(row.trash);
-    Put(row.from / "a.txt", "a");
-    Put(row.from / row.decoy / "b.txt", "b");
+    Plant(row.from, {{"a.txt", "a"}, {row.decoy + "/b.txt", "b"}});
     WriteJob(std::string(kDue) + "Action=2\nDelType=1\nSubFolder=1\n", "a", row.from);
     const StartOptions env{.env = {{"XDG_DATA_HOME", ""}, {"HOME", home.string()}}};
     ASSERT_EQ(RunJobs({}, env).exitCode, 0);
@@ -165,20 +142,16 @@ TEST_F(Safety, WritesStayInsideTheDestinationWhateverLinksWerePlantedThere) {
       SCOPED_TRACE(std::string(keys) + (preview ? " preview" : ""));
       EmptyFolders();
       fs::remove_all(elsewhere);
-      Put(elsewhere / "a.txt", "victim");
-      Put(src() / "sub/a.txt", "intruder");
-      Put(src() / "sub/deeper/b.txt", "intruder");
-      Put(src() / "other/c.txt", "c");
+      Plant(dir_.root(), {{"elsewhere/a.txt", "victim"}, {"src/sub/a.txt", "intruder"},
+                          {"src/sub/deeper/b.txt", "intruder"}, {"src/other/c.txt", "c"}});
       fs::create_directory_symlink(elsewhere, dst() / "sub");
       WriteJob(std::string(keys) + "Counter=1\nInterval=1\nExist=3\nSubFolder=1\nFStruct=1\nDoPreview=" +
                (preview ? "1\n" : "0\n"));
       const RunResult r = RunJobs({"--preview-jobs"});
       EXPECT_EQ(Files(elsewhere), (Tree{{"a.txt", "victim"}}));
-      const auto errors = Errors(r);
-      EXPECT_EQ(errors.size(), 2u) << r.out;
-      EXPECT_EQ(Count(errors, "", {"goes through a link: " + D("sub")}), 2) << r.out;
-      EXPECT_EQ(Get(src() / "sub/a.txt"), "intruder");
-      EXPECT_EQ(Get(src() / "sub/deeper/b.txt"), "intruder");
+      const Lines errors = Errors(r);
+      EXPECT_TRUE(errors.size() == 2 && Count(errors, "", {"goes through a link: " + D("sub")}) == 2) << r.out;
+      EXPECT_EQ(Files(src() / "sub"), (Tree{{"a.txt", "intruder"}, {"deeper/b.txt", "intruder"}}));
       EXPECT_TRUE(preview || (r.exitCode == 1 && Get(dst() / "other/c.txt") == "c")) << r.exitCode;
     }
   }
@@ -203,8 +176,7 @@ TEST_F(Safety, TwoSourcesOfOneRunForOneNameBothSurvive) {
   }
   EmptyFolders();
   fs::create_directory_symlink(dst(), dir_ / "alias");
-  Put(src() / "f.txt", "first");
-  Put(dir_ / "src2/f.txt", "second");
+  Plant(dir_.root(), {{"src/f.txt", "first"}, {"src2/f.txt", "second"}});
   WriteJob(std::string(kDue) + "Action=1\nExist=3\n");
   WriteJob(std::string(kDue) + "Action=1\nExist=3\n", "b", dir_ / "src2", dir_ / "alias");
   const RunResult r = RunJobs();

@@ -2,8 +2,6 @@
 // the trees afterwards, and previews that leave every byte where it was.
 #include "e2e/E2eSupport.h"
 
-#include <set>
-
 namespace e2e {
 namespace {
 
@@ -38,12 +36,17 @@ class Actions : public JobFolderTest {
   std::set<int> ids_;  // of every line of the last run
 };
 
-TEST_F(Actions, CopyMoveAndDeleteJobs) {
+// Copy, move, delete and synchronisation jobs: both trees afterwards, and the exact per-file
+// lines or, for a synchronisation, which steps spoke (93: the pass back, 94: removal, 96: the
+// removal's head, 7: nothing found). A file whose contents begin with "old" is the older one.
+TEST_F(Actions, JobsByTheirOptions) {
+  const std::string sync = "Action=5\nSubFolder=1\nFStruct=1\n", newer = sync + "Exist=4\nEFSelect=0\nExtFileTime=1\n";
   const struct {
     std::string keys;
     Tree src, dst;
-    Lines lines;
+    Lines lines;  // empty: not compared
     Tree srcAfter, dstAfter;
+    std::set<int> spoke = {}, silent = {};
   } cases[] = {
       {"Action=0\nExist=3\nSubFolder=1\nFStruct=1\n", {{"a.txt", "new a"}, {"sub/b.txt", "b"}}, {{"a.txt", "old a"}},
        {"Dateien gefunden: 2", "Von kopierter Datei überschrieben: " + S("a.txt") + " nach " + D("a.txt"),
@@ -64,68 +67,48 @@ TEST_F(Actions, CopyMoveAndDeleteJobs) {
        {}, {}},
       {"Action=2\nDelType=1\n", {{"a.txt", "a"}}, {},
        {"Datei gefunden: 1", "Quelle gelöscht (Datei existiert): " + S("a.txt")}, {}, {}},
+      // Both directions, the newer file wins.
+      {newer, {{"p.txt", "p"}, {"sub/both.txt", "new"}}, {{"s.txt", "s"}, {"sub/both.txt", "old"}}, {},
+       {{"p.txt", "p"}, {"s.txt", "s"}, {"sub/", ""}, {"sub/both.txt", "new"}},
+       {{"p.txt", "p"}, {"s.txt", "s"}, {"sub/", ""}, {"sub/both.txt", "new"}}, {93}, {7, 94}},
+      // Removal goes by exact bytes of the relative path, before the pass back.
+      {"SyncDelete=1\n" + newer, {{"a.TXT", "a"}, {"sub/c.txt", "c"}},
+       {{"A.txt", "case only"}, {"sub/b.txt", "b"}, {"sub/c.txt", "c"}, {"sub/sub/c.txt", "c"}}, {},
+       {{"a.TXT", "a"}, {"sub/", ""}, {"sub/c.txt", "c"}},
+       {{"a.TXT", "a"}, {"sub/", ""}, {"sub/c.txt", "c"}, {"sub/sub/", ""}}, {94, 96}},
+      // No removal when only comparing, nor when the primary is empty (the pass back still runs);
+      // an empty second walk ends with nothing found.
+      {"SyncDelete=1\nOnlyCompare=1\n" + newer, {{"a.txt", "a"}}, {{"b.txt", "b"}}, {}, {{"a.txt", "a"}},
+       {{"b.txt", "b"}}, {}, {94}},
+      {"SyncDelete=1\n" + sync, {}, {{"b.txt", "b"}}, {}, {{"b.txt", "b"}}, {{"b.txt", "b"}}, {7}, {94}},
+      {"OnlyCompare=1\n" + newer, {{"a.txt", "a"}}, {}, {}, {{"a.txt", "a"}}, {}, {7}, {93}},
   };
   for (const auto& c : cases) {
     SCOPED_TRACE(c.keys);
     EmptyFolders();
-    for (const auto& [rel, data] : c.src) Put(src() / rel, data, kNew);
-    for (const auto& [rel, data] : c.dst) Put(dst() / rel, data, kOld);
+    for (const auto& [root, tree] : {std::pair{src(), &c.src}, {dst(), &c.dst}}) {
+      for (const auto& [rel, data] : *tree) Put(root / rel, data, data.starts_with("old") ? kOld : kNew);
+    }
     WriteJob(kDue + c.keys);
-    EXPECT_EQ(Run(), c.lines);
+    const Lines lines = Run();
     EXPECT_EQ(exit_, 0);
+    EXPECT_TRUE(c.lines.empty() || lines == c.lines) << ::testing::PrintToString(lines);
     EXPECT_EQ(Listing(src()), c.srcAfter);
     EXPECT_EQ(Listing(dst()), c.dstAfter);
+    for (int id : c.spoke) EXPECT_TRUE(ids_.count(id)) << id << ::testing::PrintToString(lines);
+    for (int id : c.silent) EXPECT_FALSE(ids_.count(id)) << id << ::testing::PrintToString(lines);
   }
   // The copy kept the write time; the recycle bin holds the deleted file and where it was.
   EXPECT_EQ(Get(dir_ / "xdg/Trash/files/a.txt"), "a");
   EXPECT_NE(Get(dir_ / "xdg/Trash/info/a.txt.trashinfo").find("Path=" + S("a.txt")), std::string::npos);
+  EmptyFolders();
   Put(src() / "t.txt", "t", kOld);
   WriteJob(std::string(kDue) + "Action=0\n");
   Run();
   EXPECT_EQ(fs::last_write_time(dst() / "t.txt"), fs::last_write_time(src() / "t.txt"));
-}
-
-// Whole synchronisations: both folders afterwards, and which steps spoke (93: the pass back,
-// 94: removal, 96: the removal's head, 7: nothing found).
-TEST_F(Actions, SynchronisationsByTheirOptions) {
-  const std::string newer = "Exist=4\nEFSelect=0\nExtFileTime=1\n";
-  const struct {
-    std::string name, keys;
-    Tree src, dst, srcAfter, dstAfter;
-    std::set<int> spoke, silent;
-  } cases[] = {
-      {"both directions, the newer file wins", newer, {{"p.txt", "p"}, {"sub/both.txt", "new"}},
-       {{"s.txt", "s"}, {"sub/both.txt", "old"}}, {{"p.txt", "p"}, {"s.txt", "s"}, {"sub/both.txt", "new"}},
-       {{"p.txt", "p"}, {"s.txt", "s"}, {"sub/both.txt", "new"}}, {93}, {7, 94}},
-      {"removal goes by exact bytes of the relative path, before the pass back", "SyncDelete=1\n" + newer,
-       {{"a.TXT", "a"}, {"sub/c.txt", "c"}},
-       {{"A.txt", "case only"}, {"sub/b.txt", "b"}, {"sub/c.txt", "c"}, {"sub/sub/c.txt", "c"}},
-       {{"a.TXT", "a"}, {"sub/c.txt", "c"}}, {{"a.TXT", "a"}, {"sub/c.txt", "c"}}, {94, 96}, {}},
-      {"no removal when only comparing", "SyncDelete=1\nOnlyCompare=1\n" + newer, {{"a.txt", "a"}},
-       {{"b.txt", "b"}}, {{"a.txt", "a"}}, {{"b.txt", "b"}}, {}, {94}},
-      {"no removal when the primary is empty; the pass back still runs", "SyncDelete=1\n", {},
-       {{"b.txt", "b"}}, {{"b.txt", "b"}}, {{"b.txt", "b"}}, {7}, {94}},
-      {"an empty second walk ends with nothing found", "OnlyCompare=1\n" + newer, {{"a.txt", "a"}}, {},
-       {{"a.txt", "a"}}, {}, {7}, {93}},
-  };
-  for (const auto& c : cases) {
-    SCOPED_TRACE(c.name);
-    EmptyFolders();
-    for (const auto& [rel, data] : c.src) Put(src() / rel, data, data == "new" ? kNew : kOld);
-    for (const auto& [rel, data] : c.dst) Put(dst() / rel, data, data == "new" ? kNew : kOld);
-    WriteJob(kDue + std::string("Action=5\nSubFolder=1\nFStruct=1\n") + c.keys);
-    const auto lines = Run();
-    EXPECT_EQ(exit_, 0);
-    EXPECT_EQ(Files(src()), c.srcAfter);
-    EXPECT_EQ(Files(dst()), c.dstAfter);
-    for (int id : c.spoke) EXPECT_TRUE(ids_.count(id)) << id << ::testing::PrintToString(lines);
-    for (int id : c.silent) EXPECT_FALSE(ids_.count(id)) << id << ::testing::PrintToString(lines);
-  }
   // Starting with the destination: its files come first, then the pass back.
   EmptyFolders();
-  Put(src() / "a.txt", "from");
-  Put(dst() / "a.txt", "to");
-  Put(dst() / "b.txt", "b");
+  Plant(dir_.root(), {{"src/a.txt", "from"}, {"dst/a.txt", "to"}, {"dst/b.txt", "b"}});
   WriteJob(std::string(kDue) + "Action=5\nSyncStart=1\nExist=0\n");
   const auto lines = Run();
   EXPECT_EQ(Get(src() / "b.txt"), "b");
@@ -216,8 +199,7 @@ TEST_F(Actions, PreviewsOfTreesChangeNoByte) {
   };
   // Copy with source deletion: x/y and x would be emptied, z keeps a file the filter keeps.
   WriteJob("Counter=1\nInterval=1\nAction=0\nExist=1\nDelEFolSource=1\nSubFolder=1\nDoPreview=1\nExtOpt=1\nExt=log\n");
-  Put(dst() / "a.txt", "a");
-  Put(dst() / "b.txt", "b");
+  Plant(dst(), {{"a.txt", "a"}, {"b.txt", "b"}});
   auto lines = Preview();
   for (const char* rel : {"x/y/a.txt", "x/y/b.txt", "x/y", "x"}) {
     EXPECT_EQ(std::count(lines.begin(), lines.end(), gone(rel)), 1) << rel;

@@ -64,20 +64,15 @@ TEST_F(Check, SaysOfEachJobWhetherItRunsAndWhatIsWrong) {
     EXPECT_TRUE(c.why.empty() || Mentions(o["why"], c.why) || o["next"] == c.why) << o.dump();
     EXPECT_TRUE(c.problem.empty() ? o["problems"].empty() : Mentions(o["problems"], c.problem)) << o.dump();
   }
-  // Text: one block per job file, a count at the end.
-  const RunResult text = Kestrel(At({"check", "jobs"}));
-  EXPECT_EQ(text.exitCode, 1);
-  for (const char* part : {"typo.kjb\n  invalid: ", "\"yes\" is not a number", "18 job file(s)"}) {
-    EXPECT_NE(text.out.find(part), std::string::npos) << text.out;
+  // Text: one block per job file, a count at the end; --file narrows to one job file: all well
+  // exits 0.
+  for (const auto& [file, code, parts] : std::vector<std::tuple<std::string, int, Lines>>{
+           {"", 1, {"typo.kjb\n  invalid: ", "\"yes\" is not a number", "18 job file(s)"}},
+           {"good.kjb", 0, {"due now: yes", "\n1 job file(s)"}}, {"none.kjb", 1, {"does not exist"}}}) {
+    const RunResult text = Kestrel(At(file.empty() ? Lines{"check", "jobs"} : Lines{"check", "jobs", "--file", file}));
+    EXPECT_EQ(text.exitCode, code) << file << text.err;
+    for (const std::string& part : parts) EXPECT_NE(text.out.find(part), std::string::npos) << part << text.out;
   }
-  // --file narrows to one job file: all well exits 0.
-  const RunResult one = Kestrel(At({"check", "jobs", "--file", "good.kjb"}));
-  EXPECT_EQ(one.exitCode, 0) << one.out << one.err;
-  EXPECT_NE(one.out.find("due now: yes"), std::string::npos) << one.out;
-  EXPECT_EQ(one.out.find("typo.kjb"), std::string::npos) << one.out;
-  const RunResult missing = Kestrel(At({"check", "jobs", "--file", "none.kjb"}));
-  EXPECT_EQ(missing.exitCode, 1);
-  EXPECT_NE(missing.out.find("does not exist"), std::string::npos) << missing.out;
 }
 
 }  // namespace

@@ -1,10 +1,6 @@
 // What the host adds for operators: summaries, the text view, --log and --quiet, exit codes 3 to
 // 5, the terminal's progress line, --metrics, output files that cannot be written and the lock
 // of the job folder.
-#include <sys/file.h>
-
-#include <regex>
-
 #include "e2e/E2eSupport.h"
 
 namespace e2e {
@@ -29,8 +25,7 @@ TEST_F(Operations, SummariesAndMetricsOfEachJobAndThePass) {
   for (const auto& c : cases) {
     SCOPED_TRACE(c.keys + std::string(c.twice ? " again" : ""));
     EmptyFolders();
-    Put(src() / "a.txt", "hello");
-    Put(src() / "b.txt", "abc");
+    Plant(src(), {{"a.txt", "hello"}, {"b.txt", "abc"}});
     WriteJob(kDue + std::string(c.keys));
     if (c.twice) RunJobs();
     std::vector<nlohmann::json> s;
@@ -62,33 +57,22 @@ TEST_F(Operations, SummariesAndMetricsOfEachJobAndThePass) {
 // Names are escaped in the text view and the log; the log is appended to with a time stamp;
 // --quiet keeps the summaries and the error lines, nothing else.
 TEST_F(Operations, TextViewLogAndQuiet) {
-  Put(src() / "new\nline.txt", "x");
-  Put(src() / "plain.txt", "y");
+  Plant(src(), {{"new\nline.txt", "x"}, {"plain.txt", "y"}});
   WriteJob(kDue + std::string("Action=0\n"));
   const std::string log = (dir_ / "kestrel.log").string();
   const RunResult loud = Kestrel(At({"run", "jobs", "--log", log}));
-  EXPECT_NE(loud.out.find("new\\x0aline.txt nach"), std::string::npos) << loud.out;
-  EXPECT_EQ(loud.out.find("new\nline"), std::string::npos);
-  EXPECT_TRUE(loud.out.starts_with("a: Starte Auftrag\n")) << loud.out;
-  for (const char* part : {"\na: Auftrag ausgeführt\n", "\nSummary of job \"a\": 2 selected, 2 copied"}) {
+  EXPECT_TRUE(loud.out.starts_with("a: Starte Auftrag\n") && loud.out.find("new\nline") == std::string::npos);
+  for (const char* part :
+       {"new\\x0aline.txt nach", "\na: Auftrag ausgeführt\n", "\nSummary of job \"a\": 2 selected, 2 copied"}) {
     EXPECT_NE(loud.out.find(part), std::string::npos) << loud.out;
   }
   EXPECT_NE(Get(log).find("new\\x0aline.txt nach"), std::string::npos) << Get(log);
   Kestrel(At({"run", "jobs", "--log", log}));
-  const Lines starts = [&] {
-    Lines l = SplitLines(Get(log));
-    const auto other = [](const std::string& s) { return s.find("Starte") == std::string::npos; };
-    l.erase(std::remove_if(l.begin(), l.end(), other), l.end());
-    return l;
-  }();
-  ASSERT_EQ(starts.size(), 2u) << Get(log);
-  EXPECT_TRUE(std::regex_match(starts[0], std::regex("2026-11-22 10:00:0[0-9] a: Starte Auftrag"))) << starts[0];
-
+  // Appended to, each line stamped with the engine's clock.
+  EXPECT_EQ(Count(SplitLines(Get(log)), "2026-11-22 10:00:0", {" a: Starte Auftrag"}), 2) << Get(log);
   // A file stands where a sub-folder must go.
   EmptyFolders();
-  Put(src() / "s/f.txt", "z");
-  Put(src() / "a.txt", "a");
-  Put(dst() / "s", "");
+  Plant(dir_.root(), {{"src/s/f.txt", "z"}, {"src/a.txt", "a"}, {"dst/s", ""}});
   WriteJob(kDue + std::string("Action=0\nSubFolder=1\nFStruct=1\n"));
   const RunResult quiet = Kestrel({"run", "jobs", "-q"});
   const Lines lines = SplitLines(quiet.out);
@@ -138,21 +122,8 @@ TEST_F(Operations, TheTerminalProgressLineSaysFilesBytesAndRate) {
   const RunResult r =
       Kestrel({"-qfec", std::string(KESTREL_BIN) + " run jobs", "/dev/null"}, {.bin = "/usr/bin/script"});
   ASSERT_EQ(r.exitCode, 0) << r.err;
-  EXPECT_NE(r.out.find("[3/3] 100% "), std::string::npos) << r.out;  // bytes of the files done
-  EXPECT_NE(r.out.find(" bytes/s)"), std::string::npos) << r.out;
-}
-
-// A log or trace file that is a pipe nobody reads, or a folder, is refused at once (exit 2)
-// instead of hanging the run.
-TEST_F(Operations, APipeWithoutReaderOrAFolderIsRefusedAsOutputFile) {
-  ASSERT_EQ(::mkfifo((dir_ / "pipe").c_str(), 0600), 0);
-  for (const char* option : {"--log", "--trace"}) {
-    for (const fs::path& target : {dir_ / "pipe", src()}) {
-      const RunResult r = Kestrel({"run", "jobs", option, target.string()});
-      EXPECT_EQ(r.exitCode, 2) << option << " " << target;
-      EXPECT_NE(r.err.find(target.string()), std::string::npos) << r.err;
-    }
-  }
+  // Bytes of the files done, and the rate.
+  EXPECT_TRUE(r.out.find("[3/3] 100% ") != std::string::npos && r.out.find(" bytes/s)") != std::string::npos) << r.out;
 }
 
 // A second pass over a busy job folder says that it waits, and runs once the folder is free; with
@@ -163,8 +134,7 @@ TEST_F(Operations, ABusyJobFolderIsWaitedForOrRefused) {
   const int held = ::open(jobs().c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
   ASSERT_EQ(::flock(held, LOCK_EX), 0);
   const RunResult refused = Kestrel({"run", "jobs", "--no-wait"});
-  EXPECT_EQ(refused.exitCode, 5);
-  EXPECT_NE(refused.err.find("job folder jobs"), std::string::npos) << refused.err;
+  EXPECT_TRUE(refused.exitCode == 5 && refused.err.find("job folder jobs") != std::string::npos) << refused.err;
   const fs::path err = dir_ / "err";
   const pid_t pid = StartKestrel({"run", "jobs"}, dir_.root(), {.errFile = err.string()});
   EXPECT_TRUE(Eventually([&] { return Get(err).find("waiting") != std::string::npos; }));

@@ -5,11 +5,6 @@
 // the middle names no file it did not report and leaves no temporary.
 #include "e2e/E2eSupport.h"
 
-#include <sys/stat.h>
-
-#include <csignal>
-#include <cstdio>
-
 namespace e2e {
 namespace {
 

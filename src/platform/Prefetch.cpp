@@ -14,6 +14,10 @@ namespace {
 // Larger files are copied by the run's thread alone: few of them fill the disk's bandwidth
 // anyway, and a stopped run wastes little of what the workers did.
 constexpr std::uint64_t kMaxBytes = std::uint64_t{8} << 20;
+// Files up to this size are copied as soon as a worker has looked them up, as far ahead as the
+// files handed out reach (a few MiB in all): waiting for the run at every file would cost more
+// than the copy. Larger ones wait until the run is within the window of them.
+constexpr std::uint64_t kSmallBytes = std::uint64_t{64} << 10;
 
 }  // namespace
 
@@ -64,9 +68,8 @@ void CopyAhead::Work(std::size_t index, unsigned worker, Slot& slot) {
   slot.lookedUp.store(true, std::memory_order_release);
   const bool exists = slot.looked->dest.err == 0;
   if (!(exists ? slot.order.whenExists : slot.order.whenMissing)) return;
-  if (!pool_.Near(index, window_)) return;
   try {
-    if (auto made = Prepare(slot.order, *slot.looked)) slot.copy.emplace(std::move(*made));
+    if (auto made = Prepare(index, slot.order, *slot.looked)) slot.copy.emplace(std::move(*made));
   } catch (...) {
   }
 }
@@ -97,14 +100,17 @@ LookedUp CopyAhead::LookUp(const CopyOrder& order, FolderStatuses& dests,
   return looked;
 }
 
-std::optional<PreparedCopy> CopyAhead::Prepare(const CopyOrder& order, const LookedUp& looked) {
+std::optional<PreparedCopy> CopyAhead::Prepare(std::size_t index, const CopyOrder& order,
+                                               const LookedUp& looked) {
   const int anchor = Anchor();
   if (anchor < 0) return std::nullopt;
   // A move within one file system is a rename: nothing to copy.
   if (order.move && (looked.source->err != 0 || looked.source->device == anchorDevice_)) {
     return std::nullopt;
   }
-  return PrepareCopy(faults_, order.source, anchor, anchorPath_, order.move, kMaxBytes);
+  return PrepareCopy(faults_, order.source, anchor, anchorPath_, order.move, [&](std::uint64_t n) {
+    return n <= kMaxBytes && (n <= kSmallBytes || pool_.Near(index, window_));
+  });
 }
 
 int CopyAhead::Anchor() {

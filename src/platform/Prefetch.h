@@ -13,6 +13,7 @@
 #include <atomic>
 #include <cstdint>
 #include <deque>
+#include <functional>
 #include <memory>
 #include <mutex>
 #include <optional>
@@ -34,11 +35,12 @@ class PreparedCopy {
   FileIdentity read_;
 };
 
-// The copy of source as an unnamed file in the folder anchor (Transfers.cpp); nothing when the
-// source is larger than maxBytes. Throws, also the faults a test arranged (safe for threads).
+// The copy of source as an unnamed file in the folder anchor (Transfers.cpp); nothing when
+// wanted, asked with the size of the source once it is open, says no. Throws, also the faults a
+// test arranged (safe for threads).
 std::optional<PreparedCopy> PrepareCopy(FaultPoints* faults, const std::string& source, int anchor,
                                         const std::string& anchorPath, bool keepOwner,
-                                        std::uint64_t maxBytes);
+                                        const std::function<bool(std::uint64_t size)>& wanted);
 
 // A worker's look-ups, one folder at a time: the folder is opened once and each name is looked up
 // in it, so the kernel resolves one part of the path per file instead of all of them.
@@ -80,8 +82,6 @@ class CopyAhead {
             const FileSystem* run = nullptr);
   ~CopyAhead() = default;  // stops the workers and closes every copy not taken
 
-  // How many files ahead of the one in hand may have a copy made.
-  std::size_t Window() const { return window_; }
   // How many files may be handed to the workers ahead of the one in hand: they look up files
   // further ahead than they copy, and are woken once per batch of files, not once per file.
   static constexpr std::size_t kLookAhead = 64;
@@ -109,13 +109,14 @@ class CopyAhead {
   void Work(std::size_t index, unsigned worker, Slot& slot);
   std::shared_ptr<Slot> Drop(std::size_t index);  // the slots before index; slot index if there
   LookedUp LookUp(const CopyOrder& order, FolderStatuses& dests, FolderStatuses& sources) const;
-  std::optional<PreparedCopy> Prepare(const CopyOrder& order, const LookedUp& looked);
+  std::optional<PreparedCopy> Prepare(std::size_t index, const CopyOrder& order,
+                                      const LookedUp& looked);
   int Anchor();  // opened by the first worker that finds the folder
 
   std::string anchorPath_;
   FaultPoints* faults_;
   const FileSystem* run_;
-  std::size_t window_;
+  std::size_t window_;  // how far ahead of the run a file larger than a small one is copied
   std::deque<std::shared_ptr<Slot>> slots_;  // the run's own: not taken yet, from first_ on
   std::size_t first_ = 0;
   std::mutex anchorMutex_;

@@ -393,9 +393,9 @@ namespace orvKestrel {
 
 std::optional<PreparedCopy> PrepareCopy(FaultPoints* faults, const std::string& source, int anchor,
                                         const std::string& anchorPath, bool keepOwner,
-                                        std::uint64_t maxBytes) {
+                                        const std::function<bool(std::uint64_t)>& wanted) {
   const OpenSource src = OpenRegular(faults, source);
-  if (static_cast<std::uint64_t>(src.st.st_size) > maxBytes) return std::nullopt;
+  if (!wanted(static_cast<std::uint64_t>(src.st.st_size))) return std::nullopt;
   NewFile file = NewFile::Unnamed(faults, anchor, anchorPath, ".", 0600);
   const FileIdentity read = FillCopy(faults, src, file, keepOwner);
   return PreparedCopy(std::move(file), read);

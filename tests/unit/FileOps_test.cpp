@@ -385,7 +385,7 @@ TEST_F(Prefetch, ACopyMadeAheadIsNamedOnlyForTheSourceItWasMadeFrom) {
     Source("a.txt", "contents", kOld);
     ::chmod(a.c_str(), 0640);
     const auto into = svc.fs.OpenBeneath(dst, "", false);
-    auto ready = PrepareCopy(nullptr, a, into->fd(), into->path(), false, 1 << 20);
+    auto ready = PrepareCopy(nullptr, a, into->fd(), into->path(), false, [](std::uint64_t) { return true; });
     ASSERT_TRUE(ready.has_value());
     if (c.changeSource) {
       // Change times tick coarsely (a jiffy on some file systems): the rewrite comes later.

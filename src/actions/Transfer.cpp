@@ -116,11 +116,13 @@ class FileTransfer {
     std::optional<PreparedCopy> ready = ahead_.Take(index_);
     PreparedCopy* made = ready ? &*ready : nullptr;
     if (Copying()) {
-      read_ = s_.fs.CopyFile(src_, *into, GetFileName(dest_), overwrite, made);
+      const CopiedFile copied = s_.fs.CopyFile(src_, *into, GetFileName(dest_), overwrite, made);
+      read_ = copied.read;
+      s_.writtenThisRun.insert(copied.written);
     } else {
       s_.fs.MoveFile(src_, *into, GetFileName(dest_), made);
+      s_.writtenThisRun.insert(FileKey(s_.fs.Identify(dest_)));
     }
-    s_.writtenThisRun.insert(FileKey(s_.fs.Identify(dest_)));
   }
 
   // The folder of dest_, opened beneath To (the renaming may have changed its text).

@@ -69,6 +69,13 @@ struct FileKey {
   };
 };
 
+// A copy as made: the source as it was read, for a verified deletion of it afterwards, and the
+// new file itself, whatever name leads to it later.
+struct CopiedFile {
+  FileIdentity read;
+  FileKey written;
+};
+
 // A destination folder opened beneath the job's destination: what is written through it stays
 // inside, whatever links were planted on the way. Closes its descriptor with the object.
 class DestFolder {
@@ -199,16 +206,15 @@ class FileSystem {
 
   // --- transfers (Transfers.cpp) ---
   // Contents, permission bits and the last-write time; never a partial file under dest's name.
-  // Returns the source as it was read, for a verified deletion of it afterwards.
-  FileIdentity CopyFile(const std::string& source, const std::string& dest, bool overwrite);
+  CopiedFile CopyFile(const std::string& source, const std::string& dest, bool overwrite);
   // rename; across file systems a flushed copy with all times, then removal of the source only
   // while it is still the file that was copied. An existing destination is an error.
   void MoveFile(const std::string& source, const std::string& dest);
   // The same three, for the file name in a folder opened beneath a destination.
   // ready: the copy a worker made ahead (Prefetch.h), taken only while the source is still the
   // file it was made from; else the copy is made here as without it.
-  FileIdentity CopyFile(const std::string& source, const DestFolder& folder,
-                        const std::string& name, bool overwrite, PreparedCopy* ready = nullptr);
+  CopiedFile CopyFile(const std::string& source, const DestFolder& folder,
+                      const std::string& name, bool overwrite, PreparedCopy* ready = nullptr);
   void MoveFile(const std::string& source, const DestFolder& folder, const std::string& name,
                 PreparedCopy* ready = nullptr);
   void DeleteFile(const DestFolder& folder, const std::string& name, bool force);
@@ -271,9 +277,9 @@ class FileSystem {
   using Changing = StatusCache::Change;
 
   // dir's path is where ("" for AT_FDCWD), for errors.
-  FileIdentity CopyAt(const std::string& source, int dir, const std::string& where,
-                      const std::string& folder, const std::string& name, bool overwrite,
-                      PreparedCopy* ready = nullptr);
+  CopiedFile CopyAt(const std::string& source, int dir, const std::string& where,
+                    const std::string& folder, const std::string& name, bool overwrite,
+                    PreparedCopy* ready = nullptr);
   void MoveAt(const std::string& source, int dir, const std::string& where,
               const std::string& folder, const std::string& name, PreparedCopy* ready = nullptr);
 

@@ -26,13 +26,16 @@ namespace orvKestrel {
 // times of the source as it was read.
 class PreparedCopy {
  public:
-  PreparedCopy(NewFile file, const FileIdentity& read) : file_(std::move(file)), read_(read) {}
+  PreparedCopy(NewFile file, const FileIdentity& read, const FileKey& written)
+      : file_(std::move(file)), read_(read), written_(written) {}
   NewFile& File() { return file_; }
   const FileIdentity& Read() const { return read_; }  // the source as it was read
+  const FileKey& Written() const { return written_; }  // the new file, looked up by the worker
 
  private:
   NewFile file_;
   FileIdentity read_;
+  FileKey written_;
 };
 
 // The copy of source as an unnamed file in the folder anchor (Transfers.cpp); nothing when

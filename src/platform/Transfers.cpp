@@ -184,20 +184,21 @@ FileIdentity FillCopy(FaultPoints* faults, const OpenSource& src, NewFile& tmp, 
 }
 
 // Copies an open source to dest through a temporary file, flushed before it gets dest's name.
-FileIdentity CopyThroughTemp(FaultPoints* faults, TempNames& names, const OpenSource& src,
-                             const At& dest, bool overwrite, bool keepOwner) {
+CopiedFile CopyThroughTemp(FaultPoints* faults, TempNames& names, const OpenSource& src,
+                           const At& dest, bool overwrite, bool keepOwner) {
   NewFile tmp(dest.dir, dest.where, dest.folder, names, faults, 0600, !overwrite);
   const FileIdentity read = FillCopy(faults, src, tmp, keepOwner);
+  const FileKey written(tmp.Identify());
   tmp.Place(dest.name, overwrite);
-  return read;
+  return {read, written};
 }
 
 // A copy made ahead takes dest's name only while source is still the file it was made from.
 // Nothing when it cannot be used (the source changed, another file system, any failure): the
 // caller then copies as without it, and reports what that copy meets.
-std::optional<FileIdentity> PlacePrepared(PreparedCopy* ready, TempNames& names,
-                                          const std::string& source, const At& dest,
-                                          bool overwrite) {
+std::optional<CopiedFile> PlacePrepared(PreparedCopy* ready, TempNames& names,
+                                        const std::string& source, const At& dest,
+                                        bool overwrite) {
   if (ready == nullptr) return std::nullopt;
   struct stat now {};
   if (::stat(source.c_str(), &now) != 0 || IdentityOf(now) != ready->Read()) return std::nullopt;
@@ -206,7 +207,7 @@ std::optional<FileIdentity> PlacePrepared(PreparedCopy* ready, TempNames& names,
   } catch (const KestrelError&) {
     return std::nullopt;
   }
-  return ready->Read();
+  return CopiedFile{ready->Read(), ready->Written()};
 }
 
 void SyncFolder(const At& at) {
@@ -222,16 +223,16 @@ void SyncFolder(const At& at) {
 void MoveAcross(FaultPoints* faults, TempNames& names, const std::string& source,
                 const At& dest, PreparedCopy* ready) {
   Gate(faults, FaultOp::Copy, "copy_file_range", source);
-  std::optional<FileIdentity> read = PlacePrepared(ready, names, source, dest, false);
-  if (!read) {
+  std::optional<CopiedFile> copied = PlacePrepared(ready, names, source, dest, false);
+  if (!copied) {
     const OpenSource src = OpenRegular(faults, source);
     if (EntryExists(dest)) ThrowSys(EEXIST, "fstatat", dest.Shown());
-    read = CopyThroughTemp(faults, names, src, dest, false, true);
+    copied = CopyThroughTemp(faults, names, src, dest, false, true);
   }
   SyncFolder(dest);
   try {
     Gate(faults, FaultOp::Unlink, "unlink", source);
-    UnlinkVerified(source, *read);
+    UnlinkVerified(source, copied->read);
   } catch (...) {
     ::unlinkat(dest.dir, dest.name.c_str(), 0);
     throw;
@@ -246,42 +247,39 @@ FileIdentity IdentityOf(const struct stat& st) {
           Nanoseconds(st.st_ctim)};
 }
 
-FileIdentity FileSystem::CopyFile(const std::string& source, const std::string& dest,
-                                  bool overwrite) {
+CopiedFile FileSystem::CopyFile(const std::string& source, const std::string& dest,
+                                bool overwrite) {
   if (dest.empty()) ThrowInvalidCall("open", dest);
   return CopyAt(source, AT_FDCWD, "", ParentOf(dest), dest, overwrite);
 }
 
-FileIdentity FileSystem::CopyFile(const std::string& source, const DestFolder& folder,
-                                  const std::string& name, bool overwrite, PreparedCopy* ready) {
+CopiedFile FileSystem::CopyFile(const std::string& source, const DestFolder& folder,
+                                const std::string& name, bool overwrite, PreparedCopy* ready) {
   if (name.empty()) ThrowInvalidCall("openat", folder.path());
   return CopyAt(source, folder.fd(), folder.path(), ".", name, overwrite, ready);
 }
 
-FileIdentity FileSystem::CopyAt(const std::string& source, int dir, const std::string& where,
-                                const std::string& folder, const std::string& name,
-                                bool overwrite, PreparedCopy* ready) {
+CopiedFile FileSystem::CopyAt(const std::string& source, int dir, const std::string& where,
+                              const std::string& folder, const std::string& name,
+                              bool overwrite, PreparedCopy* ready) {
   std::optional<StatusCache::FreeFigure> figure = cache_.TakeFree();
-  std::uint64_t length = 0;
-  FileIdentity read;
+  std::optional<CopiedFile> copied;
   {
     const Changing changing(cache_);
     Gate(FaultOp::Copy, "copy_file_range", source);
     if (source.empty()) ThrowInvalidCall("open", source);
     const At dest{dir, where, folder, name};
-    if (const auto placed = PlacePrepared(ready, tempNames_, source, dest, overwrite)) {
-      read = *placed;
-    } else {
+    copied = PlacePrepared(ready, tempNames_, source, dest, overwrite);
+    if (!copied) {
       const OpenSource src = OpenRegular(faults_, source);
       // Without overwrite the final link or rename refuses an existing destination; callers
       // look first.
-      read = CopyThroughTemp(faults_, tempNames_, src, dest, overwrite, false);
+      copied = CopyThroughTemp(faults_, tempNames_, src, dest, overwrite, false);
     }
-    length = read.size;
   }
   // A replacement also frees the old file's blocks, which only a new reading tells.
-  if (!overwrite && figure) cache_.Allocated(std::move(*figure), length);
-  return read;
+  if (!overwrite && figure) cache_.Allocated(std::move(*figure), copied->read.size);
+  return *copied;
 }
 
 void FileSystem::MoveFile(const std::string& source, const std::string& dest) {
@@ -398,7 +396,8 @@ std::optional<PreparedCopy> PrepareCopy(FaultPoints* faults, const std::string& 
   if (!wanted(static_cast<std::uint64_t>(src.st.st_size))) return std::nullopt;
   NewFile file = NewFile::Unnamed(faults, anchor, anchorPath, ".", 0600);
   const FileIdentity read = FillCopy(faults, src, file, keepOwner);
-  return PreparedCopy(std::move(file), read);
+  const FileKey written(file.Identify());
+  return PreparedCopy(std::move(file), read, written);
 }
 
 }  // namespace orvKestrel

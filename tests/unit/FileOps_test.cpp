@@ -147,7 +147,7 @@ TEST_F(FileOpsTest, VerifiedDeleteKeepsAFileThatChangedOrWasReplaced) {
   for (const auto& c : cases) {
     SCOPED_TRACE(c.what);
     const std::string a = Source("a.txt", "copy");
-    const FileIdentity read = fs.CopyFile(a, Dst("a.txt"), true);
+    const FileIdentity read = fs.CopyFile(a, Dst("a.txt"), true).read;
     c.meanwhile(a);
     EXPECT_EQ(ErrorOf([&] { fs.DeleteVerified(a, read, true); }), c.error);
     EXPECT_EQ(Exists(a), c.error != 0);

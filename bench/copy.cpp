@@ -2,11 +2,14 @@
 // structure kept) into an empty folder, by the engine (Search with Action 0) and by `cp -a` and
 // `rsync -a` on the same tree; `rsync -a --fsync` for reference, since the engine flushes every
 // copy before it puts it in place. The engine runs with one job (every copy in turn) and with
-// JOBS workers copying ahead (default: the number of cores). Best of 3 each, everything flushed
+// JOBS workers copying ahead (default: the number of cores), and the floor (Floor.h): the same
+// durable copies with nothing else, in one thread and in JOBS. Best of 3 each, everything flushed
 // to disk before each run.
 //   bench_copy [PARENT_DIR] [FILES] [JOBS]   (default: the system's temporary folder, 20000)
 #include "engine/Engine.h"
 #include "selection/Selection.h"
+
+#include "Floor.h"
 
 #include <fcntl.h>
 #include <unistd.h>
@@ -123,11 +126,17 @@ int main(int argc, char** argv) {
   const std::size_t parallelCopies = CountFiles(dst);
   std::printf("engine, %2u jobs:   %7.3f s (%zu files copied, %ld lines in all)\n", jobs,
               parallelSec, parallelCopies, events.copied);
+  const double floorSec = BestOf3(dst, [&] { floor_bench::CopyTree(src, dst, 1); });
+  const double floorParallelSec = BestOf3(dst, [&] { floor_bench::CopyTree(src, dst, jobs); });
+  const bool floorComplete = CountFiles(dst) == static_cast<std::size_t>(files);
+  std::printf("floor, 1 thread:   %7.3f s   engine/floor %.2f\n", floorSec, engineSec / floorSec);
+  std::printf("floor, %2u threads: %7.3f s   engine/floor %.2f%s\n", jobs, floorParallelSec,
+              parallelSec / floorParallelSec, floorComplete ? "" : " (incomplete: ignore)");
   // Each peer's line as soon as it is measured: the flushing peer can take long on a busy disk.
   const auto peer = [&](const char* name, const std::string& cmd, const char* goal) {
     const double sec = BestOf3(dst, [&] { Shell(cmd); });
-    std::printf("%-18s %7.3f s   engine/peer  1 job %.2f, %u jobs %.2f%s\n", name, sec,
-                engineSec / sec, jobs, parallelSec / sec, goal);
+    std::printf("%-18s %7.3f s   engine/peer  1 job %.2f, %u jobs %.2f%s; floor/peer %.2f\n",
+                name, sec, engineSec / sec, jobs, parallelSec / sec, goal, floorParallelSec / sec);
   };
   peer("cp -a:", "cp -a '" + src + "/.' '" + dst + "/'", " (goal <= 0.8)");
   peer("rsync -a:", "rsync -a '" + src + "/' '" + dst + "/'", " (goal <= 0.7)");

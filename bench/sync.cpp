@@ -3,11 +3,14 @@
 // Action 5, policy 4 "newer", both passes) and by `rsync -a` from one folder to the other, which
 // finds nothing to do either. One engine pass (up to the end-of-pass line) does what one rsync
 // run does; the whole job, both directions, does what two do. The same job is also run by the
-// `kestrel` host with its event stream to a pipe, as a script or a service sees it. Best of 3
+// `kestrel` host with its event stream to a pipe, as a script or a service sees it; and the
+// floor (Floor.h): the status of every file on both sides, both ways, in two threads. Best of 3
 // each, warm cache.
 //   bench_sync [PARENT_DIR] [FILES]   (default: the system's temporary folder, 100000)
 #include "engine/Engine.h"
 #include "selection/Selection.h"
+
+#include "Floor.h"
 
 #include <fcntl.h>
 #include <unistd.h>
@@ -144,6 +147,11 @@ int main(int argc, char** argv) {
     });
   };
   const Times hostJsonl = host("jsonl"), hostText = host("text");
+  const Times floorRun = BestOf3([&] {
+    floor_bench::StatBothSides(primary, secondary, 2);
+    floor_bench::StatBothSides(secondary, primary, 2);
+    return PassEnd{};
+  });
 
   std::printf("engine sync, one pass:             %7.3f s   engine/rsync %.2f (target < 1.0)\n",
               engine.firstPass, engine.firstPass / rsyncRun.all);
@@ -156,6 +164,8 @@ int main(int argc, char** argv) {
   std::printf("kestrel run, text to a pipe:       %7.3f s   against rsync both ways %.2f\n",
               hostText.all, hostText.all / (2 * rsyncRun.all));
   std::printf("rsync -a, one direction:           %7.3f s\n", rsyncRun.all);
+  std::printf("floor, both ways, 2 threads:       %7.3f s   against rsync both ways %.2f\n",
+              floorRun.all, floorRun.all / (2 * rsyncRun.all));
   std::filesystem::remove_all(root);
   return changed == 0 ? 0 : 1;
 }

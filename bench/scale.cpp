@@ -120,7 +120,7 @@ Row RunSize(const fs::path& parent, long files) {
                "\nAction=5\nDoPreview=0\nExist=4\nEFSelect=0\nExtFileTime=1\n");
   row.sync = RunMeasured({KESTREL_BIN, "run", (root / "jobs-sync").string(), "--events", "jsonl"});
   for (const auto& [what, m] : {std::pair{"preview", row.preview}, std::pair{"sync", row.sync}}) {
-    std::printf("scale: %ld files: %-7s %6.1f s wall, %6.1f s user, %6.1f s system, %4ld MB "
+    std::printf("scale: %ld files: %-7s %7.3f s wall, %7.3f s user, %7.3f s system, %4ld MB "
                 "(exit %d)\n",
                 files, what, m.seconds, m.userSeconds, m.systemSeconds, m.maxRssMb, m.exitCode);
   }

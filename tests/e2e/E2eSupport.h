@@ -56,33 +56,9 @@ inline Lines SplitLines(const std::string& text) {
 }
 
 // A folder of its own below the temporary folder, removed with everything in it.
-class Scratch {
- public:
-  explicit Scratch(const std::string& tag, const fs::path& base = fs::temp_directory_path()) {
-    std::string tmpl = (base / ("kestrel-" + tag + "-XXXXXX")).string();
-    if (::mkdtemp(tmpl.data()) == nullptr) throw std::runtime_error("mkdtemp");
-    root_ = tmpl;
-  }
-  ~Scratch() {
-    Unlock(root_);
-    std::error_code ec;
-    fs::remove_all(root_, ec);
-  }
-  Scratch(const Scratch&) = delete;
-  Scratch& operator=(const Scratch&) = delete;
-  const fs::path& root() const { return root_; }
-  fs::path operator/(const std::string& rel) const { return root_ / rel; }
-
- private:
-  // Gives the owner every right on each folder below dir (a test may take some away).
-  static void Unlock(const fs::path& dir) {
-    std::error_code ec;
-    fs::permissions(dir, fs::perms::owner_all, fs::perm_options::add, ec);
-    for (const auto& e : fs::directory_iterator(dir, ec)) {
-      if (e.is_directory(ec) && !e.is_symlink(ec)) Unlock(e.path());
-    }
-  }
-  fs::path root_;
+struct Scratch : orvKestrel::testing::TempDir {
+  using TempDir::TempDir;
+  fs::path operator/(const std::string& rel) const { return root() / rel; }
 };
 
 // The job file `name`.kjb in the folder jobs: its name and folders, then `keys`.

@@ -18,7 +18,6 @@
 #include "support/TestSupport.h"  // also the file, string and stream headers
 
 #include <algorithm>
-#include <atomic>
 #include <chrono>
 #include <climits>
 #include <cstdio>
@@ -56,40 +55,15 @@ inline Lines SplitLines(const std::string& text) {
 }
 
 // A folder of its own below the temporary folder, removed with everything in it.
-class Scratch {
- public:
-  explicit Scratch(const std::string& tag, const fs::path& base = fs::temp_directory_path()) {
-    std::string tmpl = (base / ("kestrel-" + tag + "-XXXXXX")).string();
-    if (::mkdtemp(tmpl.data()) == nullptr) throw std::runtime_error("mkdtemp");
-    root_ = tmpl;
-  }
-  ~Scratch() {
-    Unlock(root_);
-    std::error_code ec;
-    fs::remove_all(root_, ec);
-  }
-  Scratch(const Scratch&) = delete;
-  Scratch& operator=(const Scratch&) = delete;
-  const fs::path& root() const { return root_; }
-  fs::path operator/(const std::string& rel) const { return root_ / rel; }
-
- private:
-  // Gives the owner every right on each folder below dir (a test may take some away).
-  static void Unlock(const fs::path& dir) {
-    std::error_code ec;
-    fs::permissions(dir, fs::perms::owner_all, fs::perm_options::add, ec);
-    for (const auto& e : fs::directory_iterator(dir, ec)) {
-      if (e.is_directory(ec) && !e.is_symlink(ec)) Unlock(e.path());
-    }
-  }
-  fs::path root_;
+struct Scratch : orvKestrel::testing::TempDir {
+  using TempDir::TempDir;
+  fs::path operator/(const std::string& rel) const { return root() / rel; }
 };
 
 // The job file `name`.kjb in the folder jobs: its name and folders, then `keys`.
-inline void WriteJobFile(const fs::path& jobs, const std::string& name, const fs::path& from,
-                         const fs::path& to, const std::string& keys) {
-  Put(jobs / (name + ".kjb"),
-      "[Job]\nName=" + name + "\nFrom=" + from.string() + "\nTo=" + to.string() + "\n" + keys);
+inline void WriteJobFile(const fs::path& jobs, const std::string& name, const fs::path& from, const fs::path& to,
+                         const std::string& keys) {
+  Put(jobs / (name + ".kjb"), "[Job]\nName=" + name + "\nFrom=" + from.string() + "\nTo=" + to.string() + "\n" + keys);
 }
 
 // How a child kestrel is started besides its arguments.
@@ -101,8 +75,7 @@ struct StartOptions {
 };
 
 // kestrel with args in the folder cwd (error.log lands there), its output into the files of `o`.
-inline pid_t StartKestrel(const std::vector<std::string>& args, const fs::path& cwd,
-                          const StartOptions& o = {}) {
+inline pid_t StartKestrel(const std::vector<std::string>& args, const fs::path& cwd, const StartOptions& o = {}) {
   std::vector<std::string> argv{o.bin};
   argv.insert(argv.end(), args.begin(), args.end());
   const pid_t pid = ::fork();
@@ -112,13 +85,10 @@ inline pid_t StartKestrel(const std::vector<std::string>& args, const fs::path& 
   };
   ::dup2(open(o.outFile), 1);
   ::dup2(open(o.errFile), 2);
-  if (o.asUser != 0 &&
-      (::setgroups(0, nullptr) != 0 || ::setgid(o.asUser) != 0 || ::setuid(o.asUser) != 0)) {
+  if (o.asUser != 0 && (::setgroups(0, nullptr) != 0 || ::setgid(o.asUser) != 0 || ::setuid(o.asUser) != 0)) {
     ::_exit(125);
   }
-  for (const auto& [name, value] : o.env) {
-    value.empty() ? ::unsetenv(name.c_str()) : ::setenv(name.c_str(), value.c_str(), 1);
-  }
+  for (const auto& [k, v] : o.env) v.empty() ? ::unsetenv(k.c_str()) : ::setenv(k.c_str(), v.c_str(), 1);
   if (::chdir(cwd.c_str()) != 0) ::_exit(126);
   std::vector<char*> cargv;
   for (std::string& a : argv) cargv.push_back(a.data());
@@ -129,8 +99,7 @@ inline pid_t StartKestrel(const std::vector<std::string>& args, const fs::path& 
 
 // Polls until done() holds; false after limit. Only a guard against a hang: what a test checks
 // is the order of events, never how long they took.
-inline bool Eventually(const std::function<bool()>& done,
-                       std::chrono::seconds limit = std::chrono::seconds(30)) {
+inline bool Eventually(const std::function<bool()>& done, std::chrono::seconds limit = std::chrono::seconds(30)) {
   for (const auto until = std::chrono::steady_clock::now() + limit; !done();) {
     if (std::chrono::steady_clock::now() > until) return false;
     std::this_thread::sleep_for(std::chrono::milliseconds(5));
@@ -139,8 +108,7 @@ inline bool Eventually(const std::function<bool()>& done,
 }
 
 struct ChildEnd {
-  int exitCode = -1;  // -1 when killed by a signal
-  int signal = 0;
+  int exitCode = -1, signal = 0;  // exitCode -1: killed by a signal
 };
 
 // Waits for the child, at most limit: then it is killed and the test fails.
@@ -149,8 +117,7 @@ inline ChildEnd WaitFor(pid_t pid, std::chrono::seconds limit = std::chrono::sec
   if (!Eventually([&] { return ::waitpid(pid, &status, WNOHANG) == pid; }, limit)) {
     ADD_FAILURE() << "kestrel did not end within " << limit.count() << " s";
     ::kill(pid, SIGKILL);
-    while (::waitpid(pid, &status, 0) < 0 && errno == EINTR) {
-    }
+    while (::waitpid(pid, &status, 0) < 0 && errno == EINTR) continue;
   }
   return {WIFEXITED(status) ? WEXITSTATUS(status) : -1, WIFSIGNALED(status) ? WTERMSIG(status) : 0};
 }
@@ -170,11 +137,8 @@ inline std::vector<nlohmann::json> LogEvents(const std::string& stream) {
   std::vector<nlohmann::json> out;
   for (const std::string& line : SplitLines(stream)) {
     const auto event = nlohmann::json::parse(line, nullptr, false);
-    if (event.is_discarded()) {
-      ADD_FAILURE() << "not JSON: " << line;
-    } else if (event.value("event", "") == "LogMessage") {
-      out.push_back(event);
-    }
+    if (event.is_discarded()) ADD_FAILURE() << "not JSON: " << line;
+    else if (event.value("event", "") == "LogMessage") out.push_back(event);
   }
   return out;
 }
@@ -193,8 +157,7 @@ struct RunResult {
 };
 
 // Runs kestrel to its end; its output goes through a folder of its own, never through cwd.
-inline RunResult RunKestrel(const std::vector<std::string>& args, const fs::path& cwd,
-                            StartOptions o = {}) {
+inline RunResult RunKestrel(const std::vector<std::string>& args, const fs::path& cwd, StartOptions o = {}) {
   const Scratch io("io");
   o.outFile = (io / "out").string();
   o.errFile = (io / "err").string();
@@ -255,9 +218,7 @@ inline Tree Listing(const fs::path& root, bool stat = false, bool folderTimes = 
 // True when a component of the relative path begins with ".".
 inline bool Hidden(const std::string& rel) { return rel.starts_with('.') || rel.find("/.") != std::string::npos; }
 
-inline bool Has(const Lines& lines, const std::string& line) {
-  return std::find(lines.begin(), lines.end(), line) != lines.end();
-}
+inline bool Has(const Lines& l, const std::string& line) { return std::find(l.begin(), l.end(), line) != l.end(); }
 
 // Lines that begin with prefix and contain every one of parts.
 inline int Count(const Lines& lines, const std::string& prefix, const Lines& parts = {}) {
@@ -267,9 +228,7 @@ inline int Count(const Lines& lines, const std::string& prefix, const Lines& par
   }));
 }
 
-inline bool HaveTool(const std::string& name) {
-  return std::system(("command -v " + name + " >/dev/null 2>&1").c_str()) == 0;
-}
+inline bool HaveTool(const std::string& t) { return std::system(("command -v " + t + " >/dev/null 2>&1").c_str()) == 0; }
 
 // The command line with the tests' clock and short date format after it.
 inline std::vector<std::string> At(std::vector<std::string> args, const std::string& now = "2026-11-22 10:00:00") {
@@ -283,9 +242,7 @@ inline constexpr const char* kDue = "DoPreview=0\nCounter=1\nInterval=1\n";
 // A scratch folder with src, dst and jobs, and job files between src and dst.
 class JobFolderTest : public ::testing::Test {
  protected:
-  JobFolderTest() {
-    for (const char* sub : {"src", "dst", "jobs"}) fs::create_directories(dir_ / sub);
-  }
+  JobFolderTest() { for (const char* sub : {"src", "dst", "jobs"}) fs::create_directories(dir_ / sub); }
   fs::path src() const { return dir_ / "src"; }
   fs::path dst() const { return dir_ / "dst"; }
   fs::path jobs() const { return dir_ / "jobs"; }
@@ -293,10 +250,7 @@ class JobFolderTest : public ::testing::Test {
   std::string D(const std::string& rel) const { return (dst() / rel).string(); }
   // Empty source and destination folders, for the next row of a table.
   void EmptyFolders() const {
-    for (const fs::path& f : {src(), dst()}) {
-      fs::remove_all(f);
-      fs::create_directories(f);
-    }
+    for (const fs::path& f : {src(), dst()}) fs::remove_all(f), fs::create_directories(f);
   }
   void WriteJob(const std::string& keys, const std::string& name = "a", const fs::path& from = {},
                 const fs::path& to = {}) const {
@@ -321,17 +275,12 @@ class JobFolderTest : public ::testing::Test {
 };
 
 // An entry of a test archive: a file, or a link (target in data) as Unix tools store it.
-struct Entry {
-  std::string name, data;
-  bool link = false;
-};
+struct Entry { std::string name, data; bool link = false; };
 
 // Job folder tests around archives, which python writes and reads independently of kestrel.
 class ArchiveTest : public JobFolderTest {
  protected:
-  void SetUp() override {
-    if (!HaveTool("python3")) GTEST_SKIP() << "python3 is not installed (scripts/setup.sh)";
-  }
+  void SetUp() override { if (!HaveTool("python3")) GTEST_SKIP() << "python3 is not installed (scripts/setup.sh)"; }
   fs::path Src(const std::string& rel) const { return src() / rel; }
   fs::path Dst(const std::string& rel) const { return dst() / rel; }
   // Runs a shell command; what it says goes into the failure.

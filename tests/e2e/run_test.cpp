@@ -72,6 +72,7 @@ TEST_F(RunTest, CommandLines) {
       {{"check", "jobs", "--now", "2026-13-01 10:00:00"}, 2, "", {"--now", "\"2026-13-01 10:00:00\""}},
       {{"run", "jobs", "--now", "yesterday"}, 2, "", {"--now", "\"yesterday\""}},
       {{"list", "--help"}, 0, "Examples:", {}},
+      {{"--version"}, 0, "kestrel ", {}},
       {{"run", "jobs", "--events", "jsonl", "--now", "2028-02-29 10:00:00"}, 0, "", {}},
       {{"run", missing, "--events", "jsonl"}, 0, "", {}},
       {{"list", "jobs", "--events", "jsonl"}, 0, "", {}},

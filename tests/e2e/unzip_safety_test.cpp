@@ -137,12 +137,8 @@ class OtherTools : public UnzipSafety {
   }
   std::string Data() const { return Quote((dir_ / "data").string()); }
   std::string Into(const std::string& archive) const { return Quote(Src(archive).string()); }
-  // The offset of an entry's stored data in an archive, for python.
-  static std::string DataOffset() {
-    return "def data_off(b, i):\n"
-           "  n, e = struct.unpack('<HH', b[i.header_offset+26:i.header_offset+30])\n"
-           "  return i.header_offset + 30 + n + e\n";
-  }
+  // A python script that runs in the source folder.
+  void InSource(const std::string& script) const { Python("os.chdir(" + Quote(src().string()) + ")\n" + script); }
 };
 
 // Archives of 7-Zip (AES-256, bzip2), Info-ZIP (data descriptors, zip64), python (streamed,
@@ -150,32 +146,26 @@ class OtherTools : public UnzipSafety {
 // central ones: each extracts byte for byte, and is then deleted.
 TEST_F(OtherTools, ArchivesOfOtherToolsExtractByteForByte) {
   if (!HaveTool("7z") || !HaveTool("zip")) GTEST_SKIP() << "7z or zip missing (scripts/setup.sh)";
-  const std::string files = "small.txt text.txt num.txt rand.bin";
-  Shell("cd " + Data() + " && 7z a -tzip -mem=AES256 -pPW " + Into("aes.zip") + " " + files);
-  Shell("cd " + Data() + " && 7z a -tzip -mm=BZip2 " + Into("bz.zip") + " " + files);
-  Shell("cd " + Data() + " && zip -q -fd " + Into("fd.zip") + " " + files);
-  Shell("cd " + Data() + " && zip -q -fz -r " + Into("fz.zip") + " .");
-  Python("d=" + Data() + "\n" + DataOffset() +
-         "class Stream:\n"  // no seek, no tell: zipfile writes data descriptors
-         "  def __init__(s, f): s.f = f\n"
-         "  def write(s, b): return s.f.write(b)\n"
-         "  def flush(s): s.f.flush()\n"
-         "with open(" + Into("stream.zip") + ", 'wb') as f:\n"
-         "  z = zipfile.ZipFile(Stream(f), 'w', zipfile.ZIP_DEFLATED)\n"
-         "  for n in " + "['small.txt','text.txt','num.txt','rand.bin']" + ":\n"
-         "    with z.open(n, 'w') as w: w.write(open(d+'/'+n,'rb').read())\n"
-         "  z.close()\n"
-         "z = zipfile.ZipFile(" + Into("junk.zip") + ", 'w', zipfile.ZIP_DEFLATED)\n"
-         "for n in ['small.txt','num.txt']: z.write(d+'/'+n, n)\n"
-         "z.close()\n"
-         "open(" + Into("junk.zip") + ", 'ab').write(b'trailing junk' * 10)\n"
-         "z = zipfile.ZipFile(" + Into("dates.zip") + ", 'w', zipfile.ZIP_DEFLATED)\n"
-         "for n in ['text.txt','rand.bin']: z.write(d+'/'+n, n)\n"
-         "z.close()\n"
-         "b = bytearray(open(" + Into("dates.zip") + ", 'rb').read())\n"
-         "for i in zipfile.ZipFile(" + Into("dates.zip") + ").infolist():\n"
-         "  b[i.header_offset+12:i.header_offset+14] = struct.pack('<H', 0x2821)\n"
-         "open(" + Into("dates.zip") + ", 'wb').write(b)\n");
+  const std::string files = " small.txt text.txt num.txt rand.bin";
+  Shell("cd " + Data() + " && 7z a -tzip -mem=AES256 -pPW " + Into("aes.zip") + files + " && 7z a -tzip -mm=BZip2 " +
+        Into("bz.zip") + files + " && zip -q -fd " + Into("fd.zip") + files + " && zip -q -fz -r " + Into("fz.zip") + " .");
+  // stream.zip has no seek and no tell, so zipfile writes data descriptors; junk.zip ends in
+  // trailing bytes; the local dates of dates.zip differ from its central ones.
+  InSource("d=" + Data() + "\n"
+           "class Stream:\n"
+           "  def __init__(s, f): s.f = f\n"
+           "  def write(s, b): return s.f.write(b)\n"
+           "  def flush(s): s.f.flush()\n"
+           "with open('stream.zip', 'wb') as f, zipfile.ZipFile(Stream(f), 'w', zipfile.ZIP_DEFLATED) as z:\n"
+           "  for n in os.listdir(d):\n"
+           "    with z.open(n, 'w') as w: w.write(open(d+'/'+n, 'rb').read())\n"
+           "for a, names in (('junk', ['small.txt', 'num.txt']), ('dates', ['text.txt', 'rand.bin'])):\n"
+           "  with zipfile.ZipFile(a + '.zip', 'w', zipfile.ZIP_DEFLATED) as z: [z.write(d+'/'+n, n) for n in names]\n"
+           "open('junk.zip', 'ab').write(b'trailing junk' * 10)\n"
+           "b = bytearray(open('dates.zip', 'rb').read())\n"
+           "for i in zipfile.ZipFile('dates.zip').infolist():\n"
+           "  b[i.header_offset+12:i.header_offset+14] = struct.pack('<H', 0x2821)\n"
+           "open('dates.zip', 'wb').write(b)\n");
   Job("FStruct=1\nDestZipFolder=1\nZipDelDeComp=1\nDestZipPwd=PW\n");
   const RunResult r = RunJobs();
   EXPECT_EQ(r.exitCode, 0) << r.out;
@@ -196,23 +186,19 @@ TEST_F(OtherTools, UnreadableEntriesAreNamedAndKeepTheArchive) {
   if (!HaveTool("7z")) GTEST_SKIP() << "7z is not installed (p7zip-full, scripts/setup.sh)";
   Shell("cd " + Data() + " && 7z a -tzip -mem=AES256 -pPW " + Into("tampered.zip") + " num.txt");
   Shell("cd " + Data() + " && 7z a -tzip -mm=LZMA " + Into("lzma.zip") + " num.txt");
-  Python(DataOffset() +
-         "p = " + Into("tampered.zip") + "\n"
-         "b = bytearray(open(p, 'rb').read())\n"
-         "b[data_off(b, zipfile.ZipFile(p).infolist()[0]) + 1000] ^= 1\n"
-         "open(p, 'wb').write(b)\n"
-         "z = zipfile.ZipFile(" + Into("dup.zip") + ", 'w')\n"
-         "z.writestr('d.txt', 'first'); z.writestr('d.txt', 'second'); z.writestr('x', 'a file')\n"
-         "z.writestr('x/y', 'below a file'); z.writestr('big.bin', 'b' * (5 << 20)); z.close()\n"
-         "z = zipfile.ZipFile(" + Into("noname.zip") + ", 'w')\n"
-         "z.writestr(zipfile.ZipInfo(''), 'x'); z.writestr('ok.txt', 'ok'); z.close()\n"
-         "b = open(" + Into("dup.zip") + ", 'rb').read()\n"
-         "open(" + Into("cut.zip") + ", 'wb').write(b[:len(b) // 2])\n"
-         "z = zipfile.ZipFile(" + Into("crc.zip") + ", 'w')\n"
-         "z.writestr('good.txt', 'good'); z.writestr('bad.txt', 'B' * 5000); z.close()\n"
-         "b = bytearray(open(" + Into("crc.zip") + ", 'rb').read())\n"
-         "b[data_off(b, zipfile.ZipFile(" + Into("crc.zip") + ").infolist()[1]) + 100] ^= 1\n"
-         "open(" + Into("crc.zip") + ", 'wb').write(b)\n");
+  // flip(p, k, at) flips a bit of the k-th entry's stored data.
+  InSource("def flip(p, k, at):\n"
+           "  b = bytearray(open(p, 'rb').read()); i = zipfile.ZipFile(p).infolist()[k]\n"
+           "  n, e = struct.unpack('<HH', b[i.header_offset+26:i.header_offset+30])\n"
+           "  b[i.header_offset + 30 + n + e + at] ^= 1; open(p, 'wb').write(b)\n"
+           "flip('tampered.zip', 0, 1000)\n"
+           "with zipfile.ZipFile('dup.zip', 'w') as z:\n"
+           "  z.writestr('d.txt', 'first'); z.writestr('d.txt', 'second'); z.writestr('x', 'a file')\n"
+           "  z.writestr('x/y', 'below a file'); z.writestr('big.bin', 'b' * (5 << 20))\n"
+           "with zipfile.ZipFile('noname.zip', 'w') as z: z.writestr(zipfile.ZipInfo(''), 'x'); z.writestr('ok.txt', 'ok')\n"
+           "open('cut.zip', 'wb').write(open('dup.zip', 'rb').read()[:os.path.getsize('dup.zip') // 2])\n"
+           "with zipfile.ZipFile('crc.zip', 'w') as z: z.writestr('good.txt', 'good'); z.writestr('bad.txt', 'B' * 5000)\n"
+           "flip('crc.zip', 1, 100)\n");
   for (const std::string jobs : {"1", "4"}) {  // every archive is kept: the second run meets them again
     SCOPED_TRACE(jobs);
     fs::remove_all(dst());

@@ -24,28 +24,37 @@
 
 namespace orvKestrel::testing {
 
-// A fresh folder below the system's temporary folder, removed with everything in it.
+// A fresh folder of its own (below the system's temporary folder unless told), removed with
+// everything in it; each folder below it first gets every right back (a test may take some away).
 class TempDir {
  public:
-  TempDir() {
-    std::random_device rd;
-    path_ = std::filesystem::temp_directory_path() /
-            ("kestrel-test-" + std::to_string(rd()) + std::to_string(rd()));
-    std::filesystem::create_directories(path_);
+  explicit TempDir(const std::string& tag = "test",
+                   const std::filesystem::path& base = std::filesystem::temp_directory_path()) {
+    std::string tmpl = (base / ("kestrel-" + tag + "-XXXXXX")).string();
+    if (::mkdtemp(tmpl.data()) == nullptr) throw std::runtime_error("mkdtemp");
+    path_ = tmpl;
   }
   ~TempDir() {
+    Unlock(path_);
     std::error_code ec;
-    std::filesystem::permissions(path_, std::filesystem::perms::owner_all, std::filesystem::perm_options::add, ec);
     std::filesystem::remove_all(path_, ec);
   }
   TempDir(const TempDir&) = delete;
   TempDir& operator=(const TempDir&) = delete;
   // The folder as text, without a trailing "/".
   std::string str() const { return path_.string(); }
+  const std::filesystem::path& root() const { return path_; }
   // A path below the folder.
   std::string operator/(const std::string& rel) const { return (path_ / rel).string(); }
 
  private:
+  static void Unlock(const std::filesystem::path& dir) {
+    std::error_code ec;
+    std::filesystem::permissions(dir, std::filesystem::perms::owner_all, std::filesystem::perm_options::add, ec);
+    for (const auto& e : std::filesystem::directory_iterator(dir, ec)) {
+      if (e.is_directory(ec) && !e.is_symlink(ec)) Unlock(e.path());
+    }
+  }
   std::filesystem::path path_;
 };
 

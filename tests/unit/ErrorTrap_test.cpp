@@ -48,21 +48,18 @@ TEST_F(ErrorTrapTest, ErrorLogLineAndQuestion) {
   Proc p(trap_, "clsKestrel", "Sub CopyFiles");
   const int line = __LINE__ + 1;
   EXPECT_FALSE(p.Do([&] { ThrowSys(ENOENT, "open", "a"); }));
-  const std::string report = "OrvDev FailSafe reports " + App() +
-                             " program error #2 (No such file or directory) occurred in module "
-                             "clsKestrel, Sub CopyFiles, line " + std::to_string(line) + ".";
+  const std::string head = "OrvDev FailSafe reports " + App() + " program error #";
+  const std::string report = head + "2 (No such file or directory) occurred in module clsKestrel, Sub CopyFiles, line " +
+                             std::to_string(line) + ".";
   ASSERT_EQ(asked_.size(), 1u);
-  EXPECT_EQ(asked_[0].title, "Unexpected Error");
-  EXPECT_EQ(asked_[0].text, report);
-  EXPECT_EQ(asked_[0].buttons, MessageBoxRequest::Buttons::AbortRetryIgnore);
+  EXPECT_EQ(std::tie(asked_[0].title, asked_[0].text, asked_[0].buttons),
+            std::tuple("Unexpected Error", report, MessageBoxRequest::Buttons::AbortRetryIgnore));
   trap_.Report("modUnZip", "Sub UnZip_Files", 5, "bad call", 10);
   trap_.Report("modUnZip", "Sub UnZip_Files", 440, "Archive!broken", 11);
   EXPECT_EQ(ReadFile(dir_ / "error.log"),
-            report + "\nOrvDev FailSafe reports " + App() +
-                " program error #5 (bad call) occurred in module modUnZip, Sub UnZip_Files, line 10.\n"
-                "OrvDev FailSafe reports " + App() +
-                " program error #440 (Archive!broken) occurred in module modUnZip, Sub UnZip_Files, line 11. "
-                "This error was generated remotely by modUnZip, a component of " + App() + ".\n");
+            report + "\n" + head + "5 (bad call) occurred in module modUnZip, Sub UnZip_Files, line 10.\n" + head +
+                "440 (Archive!broken) occurred in module modUnZip, Sub UnZip_Files, line 11. This error was "
+                "generated remotely by modUnZip, a component of " + App() + ".\n");
   EXPECT_EQ(trap_.ErrorCount(), 3);
 }
 
@@ -72,9 +69,7 @@ TEST_F(ErrorTrapTest, AnswersDecideHowTheProcedureGoesOn) {
   Answer({BoxAnswer::Retry, BoxAnswer::Retry});
   Proc p(trap_, "m", "Sub P");
   int runs = 0;
-  EXPECT_TRUE(p.Do([&] {
-    if (++runs < 3) throw KestrelError(6, "Overflow");
-  }));
+  EXPECT_TRUE(p.Do([&] { if (++runs < 3) throw KestrelError(6, "Overflow"); }));
   EXPECT_EQ(runs, 3);
   EXPECT_EQ(asked_.size(), 2u);
   Answer({BoxAnswer::Ignore});
@@ -84,10 +79,7 @@ TEST_F(ErrorTrapTest, AnswersDecideHowTheProcedureGoesOn) {
   EXPECT_EQ(trap_.ErrorCount(), 4);
   host_.messageBox = nullptr;
   runs = 0;
-  EXPECT_FALSE(p.Do([&] {
-    ++runs;
-    throw std::runtime_error("boom");
-  }));
+  EXPECT_FALSE(p.Do([&] { ++runs, throw std::runtime_error("boom"); }));
   EXPECT_EQ(runs, 1);
   EXPECT_THAT(ReadFile(dir_ / "error.log"), ::testing::HasSubstr("#51 (boom)"));
 }

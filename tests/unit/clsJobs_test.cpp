@@ -1,7 +1,6 @@
 #include <orvKestrel/clsJobs.h>
 
 #include "jobs/JobFields.h"
-#include "platform/FileSystem.h"
 #include "support/TestSupport.h"
 
 #include <gtest/gtest.h>
@@ -12,6 +11,7 @@
 namespace orvKestrel {
 namespace {
 
+using namespace std::string_literals;
 using testing::TempDir;
 using testing::WriteFile;
 
@@ -39,11 +39,9 @@ std::vector<std::string> Names(const std::vector<job>& jobs) {
 
 // Job files of dir in the order the file system lists them.
 std::vector<std::string> ListingOrder(const TempDir& dir) {
-  FileSystem fs;
   std::vector<std::string> out;
-  const auto entries = fs.ListFolder(dir.str());
-  for (const DirEntry& e : entries.value()) {
-    if (e.name.ends_with(".kjb") || e.name.ends_with(".KJB")) out.push_back(e.name);
+  for (const auto& e : std::filesystem::directory_iterator(dir.str())) {
+    if (const auto n = e.path().filename().string(); n.ends_with(".kjb") || n.ends_with(".KJB")) out.push_back(n);
   }
   return out;
 }
@@ -83,13 +81,13 @@ TEST(GetJobs, TakesJobFilesInListingOrder) {
   }
   EXPECT_EQ(Names(got), expected);
   EXPECT_EQ(got.size(), 4u);
-  EXPECT_EQ(Names(jobs.GetJobs(dir.str() + "/", "A.KJB")), std::vector<std::string>{"A.KJB"});
-  EXPECT_TRUE(jobs.GetJobs(dir.str() + "/", "x.txt").empty());
-  const std::vector<job> missing = jobs.GetJobs(dir.str() + "/", "gone.kjb");
-  ASSERT_EQ(missing.size(), 1u);
-  EXPECT_EQ(missing[0].JobName, "");
-  EXPECT_EQ(missing[0].DoPreview, 1);
-  EXPECT_EQ(Names(jobs.GetJobs(dir / "jobs")), std::vector<std::string>{""});
+  const std::string folder = dir.str() + "/";
+  EXPECT_EQ(Names(jobs.GetJobs(folder, "A.KJB")), std::vector<std::string>{"A.KJB"});
+  EXPECT_TRUE(jobs.GetJobs(folder, "x.txt").empty());
+  for (const auto& missing : {jobs.GetJobs(folder, "gone.kjb"), jobs.GetJobs(dir / "jobs")}) {
+    ASSERT_EQ(missing.size(), 1u);
+    EXPECT_EQ(std::tie(missing[0].JobName, missing[0].DoPreview), std::tuple("", 1));
+  }
 }
 
 // The third of five job files has a bad number: Abort stops the listing there (naming file, key
@@ -116,9 +114,8 @@ TEST(GetJobs, ABadNumberStopsIgnoresOrRetriesAsAnswered) {
     EXPECT_EQ(Names(jobs.GetJobs(dir.str() + "/")), expected);
     EXPECT_EQ(jobs.LastReadFailed(), c.answer != BoxAnswer::Retry);
     ASSERT_EQ(asked.size(), 1u);
-    for (const std::string& part : std::vector<std::string>{"#13", dir / order[2], "key \"Counter\"", "\"abc\""}) {
+    for (const std::string& part : {"#13"s, dir / order[2], "key \"Counter\""s, "\"abc\""s})
       EXPECT_NE(asked[0].find(part), std::string::npos) << asked[0];
-    }
   }
 }
 

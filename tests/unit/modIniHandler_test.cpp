@@ -22,7 +22,6 @@ using testing::WriteFile;
 struct ReadCase {
   const char* name;
   std::string file;
-  const char* section;
   const char* key;
   std::string expected;
   int nSize = 256;
@@ -33,42 +32,41 @@ TEST(Profile, ReadsValuesAsTheProfileFunctionsDo) {
   std::string umlauts;
   for (int i = 0; i < 300; ++i) umlauts += "\xC3\xA4";  // 300 times "ä" in UTF-8
   const ReadCase cases[] = {
-      {"plain", "[Job]\nName=a\n", "Job", "Name", "a"},
-      {"names without regard to case", "[jOB]\nNAME=a\n", "Job", "name", "a"},
-      {"blanks around key and value", "  [ Job ]  \n  Name  =  a b  \n", "Job", "Name", "a b"},
-      {"tabs too", "[Job]\n\tName\t=\ta\t\n", "Job", "Name", "a"},
-      {"double quotes keep inner blanks", "[Job]\nName=\"  a  \"\n", "Job", "Name", "  a  "},
-      {"single quotes", "[Job]\nName='a'\n", "Job", "Name", "a"},
-      {"one pair only", "[Job]\nName=\"\"a\"\"\n", "Job", "Name", "\"a\""},
-      {"quotes that do not match stay", "[Job]\nName=\"a'\n", "Job", "Name", "\"a'"},
-      {"a lone quote stays", "[Job]\nName=\"\n", "Job", "Name", "\""},
-      {"first key wins", "[Job]\nName=a\nName=b\n", "Job", "Name", "a"},
-      {"first section wins", "[Job]\nName=a\n[Job]\nName=b\nTo=t\n", "Job", "Name", "a"},
-      {"a repeated section is not searched", "[Job]\nName=a\n[job]\nTo=t\n", "Job", "To", "dflt"},
-      {"comment", "[Job]\n;Name=a\n  ; Name=b\nName=c\n", "Job", "Name", "c"},
-      {"commented section", ";[Job]\nName=a\n", "Job", "Name", "dflt"},
-      {"keys before any section", "Name=a\n[Job]\n", "Job", "Name", "dflt"},
-      {"other section", "[Info]\nName=a\n", "Job", "Name", "dflt"},
-      {"empty value is not the default", "[Job]\nName=\n", "Job", "Name", ""},
-      {"line without equals sign", "[Job]\nName\n", "Job", "Name", ""},
-      {"equals sign in the value", "[Job]\nName=a=b\n", "Job", "Name", "a=b"},
-      {"CRLF line ends", "[Job]\r\nName=a\r\nTo=b\r\n", "Job", "To", "b"},
-      {"no line end at the end", "[Job]\nName=a", "Job", "Name", "a"},
-      {"byte-order mark", "\xEF\xBB\xBF[Job]\nName=a\n", "Job", "Name", "a"},
-      {"Windows-1252", "[Job]\nName=M\xFCller \xC4\xD6\x80\n", "Job", "Name",
-       "M\xC3\xBCller \xC3\x84\xC3\x96\xE2\x82\xAC"},
-      {"UTF-8", "[Job]\nName=M\xC3\xBCller\n", "Job", "Name", "M\xC3\xBCller"},
-      {"cut to 255 characters", "[Job]\nFrom=" + longValue + "\n", "Job", "From", std::string(255, 'x')},
-      {"cut counts characters, not bytes", "[Job]\nFrom=" + umlauts + "\n", "Job", "From", umlauts.substr(0, 510)},
-      {"cut to nSize - 1", "[Job]\nName=abcdef\n", "Job", "Name", "abc", 4},
-      {"nSize 1 gives nothing", "[Job]\nName=abcdef\n", "Job", "Name", "", 1},
-      {"the default is cut too", "", "Job", "Name", "df", 3},
-      {"bytes Windows-1252 leaves undefined", "[Job]\nName=a\x81\x8D\x8F\x90\x9D\xE4\n", "Job", "Name",
+      {"plain", "[Job]\nName=a\n", "Name", "a"},
+      {"names without regard to case", "[jOB]\nNAME=a\n", "name", "a"},
+      {"blanks around key and value", "  [ Job ]  \n  Name  =  a b  \n", "Name", "a b"},
+      {"tabs too", "[Job]\n\tName\t=\ta\t\n", "Name", "a"},
+      {"double quotes keep inner blanks", "[Job]\nName=\"  a  \"\n", "Name", "  a  "},
+      {"single quotes", "[Job]\nName='a'\n", "Name", "a"},
+      {"one pair only", "[Job]\nName=\"\"a\"\"\n", "Name", "\"a\""},
+      {"quotes that do not match stay", "[Job]\nName=\"a'\n", "Name", "\"a'"},
+      {"a lone quote stays", "[Job]\nName=\"\n", "Name", "\""},
+      {"first key wins", "[Job]\nName=a\nName=b\n", "Name", "a"},
+      {"first section wins", "[Job]\nName=a\n[Job]\nName=b\nTo=t\n", "Name", "a"},
+      {"a repeated section is not searched", "[Job]\nName=a\n[job]\nTo=t\n", "To", "dflt"},
+      {"comment", "[Job]\n;Name=a\n  ; Name=b\nName=c\n", "Name", "c"},
+      {"commented section", ";[Job]\nName=a\n", "Name", "dflt"},
+      {"keys before any section", "Name=a\n[Job]\n", "Name", "dflt"},
+      {"other section", "[Info]\nName=a\n", "Name", "dflt"},
+      {"empty value is not the default", "[Job]\nName=\n", "Name", ""},
+      {"line without equals sign", "[Job]\nName\n", "Name", ""},
+      {"equals sign in the value", "[Job]\nName=a=b\n", "Name", "a=b"},
+      {"CRLF line ends", "[Job]\r\nName=a\r\nTo=b\r\n", "To", "b"},
+      {"no line end at the end", "[Job]\nName=a", "Name", "a"},
+      {"byte-order mark", "\xEF\xBB\xBF[Job]\nName=a\n", "Name", "a"},
+      {"Windows-1252", "[Job]\nName=M\xFCller \xC4\xD6\x80\n", "Name", "M\xC3\xBCller \xC3\x84\xC3\x96\xE2\x82\xAC"},
+      {"UTF-8", "[Job]\nName=M\xC3\xBCller\n", "Name", "M\xC3\xBCller"},
+      {"cut to 255 characters", "[Job]\nFrom=" + longValue + "\n", "From", std::string(255, 'x')},
+      {"cut counts characters, not bytes", "[Job]\nFrom=" + umlauts + "\n", "From", umlauts.substr(0, 510)},
+      {"cut to nSize - 1", "[Job]\nName=abcdef\n", "Name", "abc", 4},
+      {"nSize 1 gives nothing", "[Job]\nName=abcdef\n", "Name", "", 1},
+      {"the default is cut too", "", "Name", "df", 3},
+      {"bytes Windows-1252 leaves undefined", "[Job]\nName=a\x81\x8D\x8F\x90\x9D\xE4\n", "Name",
        "a\xC2\x81\xC2\x8D\xC2\x8F\xC2\x90\xC2\x9D\xC3\xA4"},
   };
   for (const ReadCase& c : cases) {
     SCOPED_TRACE(c.name);
-    EXPECT_EQ(Profile(c.file).Get(c.section, c.key, "dflt", c.nSize), c.expected);
+    EXPECT_EQ(Profile(c.file).Get("Job", c.key, "dflt", c.nSize), c.expected);
   }
 }
 

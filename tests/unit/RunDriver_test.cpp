@@ -130,13 +130,13 @@ TEST_F(RunDriverTest, OnePassByTheJobsKeys) {
       {"and keeps falling", "Counter=-2\n", false, {}, nullptr, "-3"},
       {"a delete job needs no destination", "To=" + tmp / "missing\nAction=2\nCounter=1\n", false, ran, nullptr, "0"},
       {"missing paths are state 2", "To=" + tmp / "missing\nCounter=1\nInterval=3\n", true,
-       {"a: Pfade ungültig"}, "0/2 3/2", "3"},
+       {"a: Pfade ungültig"}, "0/2 3/2 ", "3"},
       {"and silent without verbose", "To=" + tmp / "missing\nCounter=1\nInterval=3\n", false, {}, nullptr, "3"},
       {"inactive does not count down", "Inactive=1\nCounter=2\n", true, {}, nullptr, "2"},
       {"and says so when due", "Inactive=1\nCounter=1\n", true, {"a: Auftrag deaktiviert"}, nullptr, "1"},
       {"only unscheduled jobs count", daily + "IntState=14.06.2026\n", false, ran, nullptr, "<missing>"},
-      {"free space above the limit", space, false, {}, "4/0", "4"},
-      {"free space unknown", space, false, ran, "0/0 4/0", "4", true},
+      {"free space above the limit", space, false, {}, "4/0 ", "4"},
+      {"free space unknown", space, false, ran, "0/0 4/0 ", "4", true},
       // A preview job is left out of ordinary runs (taken in with --preview-jobs: e2e actions_test).
       {"preview job", "DoPreview=1\nCounter=1\n", true, {}, "", "1"},
   };
@@ -147,13 +147,9 @@ TEST_F(RunDriverTest, OnePassByTheJobsKeys) {
     if (r.noSpaceInfo) faults.Arm(FaultOp::Statvfs, 1, EIO);
     Pass(r.verbose);
     EXPECT_EQ(ev.Texts(), r.texts);
-    if (r.events != nullptr) {
-      std::string events;
-      for (const auto& c : ev.jobs) {
-        events += (events.empty() ? "" : " ") + std::to_string(c.lCounter) + "/" + std::to_string(c.iStatus);
-      }
-      EXPECT_EQ(events, r.events);
-    }
+    std::string events;
+    for (const auto& c : ev.jobs) events += std::to_string(c.lCounter) + "/" + std::to_string(c.iStatus) + " ";
+    EXPECT_TRUE(r.events == nullptr || events == r.events) << events;
     EXPECT_EQ(Value("a", "Counter"), r.counter);
   }
   EXPECT_EQ(errors, 0);
@@ -226,23 +222,21 @@ TEST_F(RunDriverTest, DueFlagCarriesOverToAJobWhoseScheduleIsNotTested) {
   EXPECT_TRUE(ev.jobs.empty());
 }
 
-// One job runs now, inactive or not, without writing its state or sending CurrentJob events;
-// its closing line reads the job-error flag, which only ExecuteAllJobs clears. (Nothing to
-// find ends "Keine Dateien gefunden": e2e selection_test, ids 7 and 6.)
+// One job runs now without writing its state or sending CurrentJob events (e2e RunTest's
+// RunOne...); an inactive one is passed over silently even when asked to start it, and the
+// closing line reads the job-error flag, which only ExecuteAllJobs clears.
 TEST_F(RunDriverTest, OneJobNowWithoutStateOrEvents) {
   const std::string path = Job("a", "Inactive=1\nCounter=1\n");
   driver.ExecuteOneJob("a.kjb", jobs, "", true, false);
-  EXPECT_TRUE(ev.lines.empty());
-  EXPECT_TRUE(ev.jobs.empty());
+  EXPECT_TRUE(ev.lines.empty() && ev.jobs.empty());
   Job("a", "Counter=7\nRunOnce=1\n");
   const std::string before = ReadFile(path);
   driver.jobError = true;
   RunOne("a.kjb");
   EXPECT_THAT(ev.lines, ElementsAre(Line("a: Starte Auftrag", 3, true, true, false),
                                     Line("a: Auftrag ausgeführt (mit Fehler)", 28, true, true, true)));
-  EXPECT_TRUE(driver.jobEndedWithError);
-  EXPECT_TRUE(ev.jobs.empty());
-  EXPECT_EQ(ReadFile(path), before);
+  EXPECT_TRUE(driver.jobEndedWithError && ev.jobs.empty());
+  EXPECT_EQ(ReadFile(path), before);  // RunOnce is not marked either
 }
 
 // What the e2e dry run does not show: a schedule's state is not written either, and nothing
@@ -380,7 +374,6 @@ TEST(Catalogue, LoadedOncePerEngine) {
   Engine e{Host{}};
   e.ExecuteAllJobs(dir / "jobs/", dir / "en.lng", false, false, false);
   EXPECT_EQ(e.svc.T(11), "Copied: ");
-  EXPECT_EQ(e.svc.Id(11), 11);
   e.ExecuteAllJobs(dir / "jobs/", dir / "fr.lng", false, false, false);
   EXPECT_EQ(e.svc.T(11), "Copied: ");
 }

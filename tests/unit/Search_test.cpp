@@ -206,14 +206,16 @@ using Filter = FileList (*)(Services&, FileList&, job&);
 // The filters in their fixed order, and the dispatch of what survives them to the action.
 class Filters : public Search {
  protected:
-  // Files below src: "name" (empty), "name:N" (N bytes) or "name@T" (written at T).
+  // Files below src: "name" (empty), "name:N" (N bytes) or "name@YYYY-MM-DD HH:MM:SS" (written then).
   FileList Make(const std::vector<std::string>& specs) {
     FileList list;
     for (const auto& s : specs) {
-      const auto colon = s.find(':'), at = s.find('@');
+      const auto at = s.find('@'), colon = s.substr(0, at).find(':');
       const std::string name = s.substr(0, std::min(colon, at));
       WriteFile(Src(name), colon == std::string::npos ? "" : std::string(std::stoul(s.substr(colon + 1)), 'x'));
-      if (at != std::string::npos) SetModified(Src(name), std::stoll(s.substr(at + 1)));
+      int t[6] = {};
+      if (at != s.npos && std::sscanf(s.c_str() + at + 1, "%d-%d-%d %d:%d:%d", t, t + 1, t + 2, t + 3, t + 4, t + 5) == 6)
+        SetModified(Src(name), LocalTime(t[0], t[1], t[2], t[3], t[4], t[5]));
       list.push_back(Src(name));
     }
     return list;
@@ -279,11 +281,8 @@ TEST_F(Filters, AttributesAreDroppedOnlyOnExactEquality) {
 }
 
 TEST_F(Filters, DateRangeKeepsTheWholeDaysInclusive) {
-  const FileList all = Make({"before@" + std::to_string(LocalTime(2024, 3, 9, 23, 59, 59)),
-                             "first@" + std::to_string(LocalTime(2024, 3, 10, 0, 0, 0)),
-                             "noon@" + std::to_string(LocalTime(2024, 3, 10, 12, 0, 0)),
-                             "last@" + std::to_string(LocalTime(2024, 3, 10, 23, 59, 59)),
-                             "after@" + std::to_string(LocalTime(2024, 3, 11, 0, 0, 0))});
+  const FileList all = Make({"before@2024-03-09 23:59:59", "first@2024-03-10 00:00:00", "noon@2024-03-10 12:00:00",
+                             "last@2024-03-10 23:59:59", "after@2024-03-11 00:00:00"});
   j.FileAge = 3, j.FileAgeType = 1, j.DateFrom = j.DateTo = "10.03.2024";
   EXPECT_EQ(Kept(&FilterDate, all), "first noon last");
   j.FileAge = 4;
@@ -299,10 +298,9 @@ TEST_F(Filters, DateRangeKeepsTheWholeDaysInclusive) {
 // leaves half a minute of slack before the clock crosses the next one.
 TEST_F(Filters, AgeCountsMinuteBoundariesNotElapsedMinutes) {
   svc.host.clock = Clock::StartingAt(LocalTime(2024, 5, 6, 12, 30, 30));
-  const FileList all = Make({"m0@" + std::to_string(LocalTime(2024, 5, 6, 12, 30, 0)),
-                             "m1@" + std::to_string(LocalTime(2024, 5, 6, 12, 29, 59)),   // 31 s
-                             "m2@" + std::to_string(LocalTime(2024, 5, 6, 12, 28, 59)),   // 91 s
-                             "m3@" + std::to_string(LocalTime(2024, 5, 6, 12, 27, 0))});
+  // m1 is 31 s old, m2 91 s.
+  const FileList all = Make({"m0@2024-05-06 12:30:00", "m1@2024-05-06 12:29:59", "m2@2024-05-06 12:28:59",
+                             "m3@2024-05-06 12:27:00"});
   j.FileAgeType = 1, j.FileAgeDiff = 2;
   j.FileAge = 1;  // at least two boundaries
   EXPECT_EQ(Kept(&FilterDate, all), "m2 m3");
@@ -312,7 +310,7 @@ TEST_F(Filters, AgeCountsMinuteBoundariesNotElapsedMinutes) {
   EXPECT_EQ(Kept(&FilterDate, all), "m0 m1 m2");
   j.FileAge = 1;  // "at least old" passes over a vanished file
   j.FileAgeDiff = 10;
-  const FileList old = Make({"old@" + std::to_string(LocalTime(2024, 1, 1, 0, 0, 0))});
+  const FileList old = Make({"old@2024-01-01 00:00:00"});
   EXPECT_EQ(Kept(&FilterDate, {Src("gone"), old[0]}), "gone old");
 }
 
@@ -330,9 +328,7 @@ TEST_F(Filters, TrapAndStop) {
   EXPECT_EQ(svc.trap.ErrorCount(), 2);
   // A stop empties the list.
   int yields = 0;
-  svc.host.yield = [&] {
-    if (++yields == 2) svc.stop = true;
-  };
+  svc.host.yield = [&] { if (++yields == 2) svc.stop = true; };
   list = Make({"a.zip", "b.zip", "c.zip"});
   EXPECT_TRUE(FilterZip(svc, list, j).empty());
   EXPECT_TRUE(list.empty());
@@ -382,8 +378,7 @@ TEST_F(Filters, ProcessFilesHandsOnOnlyWhatSurvives) {
   list = Make({"a.zip:1", "b.zip:500", "c.txt:1"});
   ProcessFiles(run, svc, list);
   EXPECT_EQ(j.Ext, "zip,doc");
-  const auto ids = rec.Ids();
-  EXPECT_EQ(std::count(ids.begin(), ids.end(), 70), 1);
+  EXPECT_EQ(std::ranges::count(rec.Ids(), 70), 1);
   EXPECT_FALSE(run.noFiles);
 
   Next();
@@ -391,15 +386,12 @@ TEST_F(Filters, ProcessFilesHandsOnOnlyWhatSurvives) {
   svc.stop = true;
   list = Make({"a.txt"});
   ProcessFiles(run, svc, list);
-  EXPECT_TRUE(rec.lines.empty());
-  EXPECT_TRUE(list.empty());
-  EXPECT_FALSE(run.noFiles);
+  EXPECT_EQ(std::tuple(rec.lines.size(), list.size(), run.noFiles), std::tuple(0u, 0u, false));
   svc.stop = false;  // a stop between filtering and acting: the dispatch yields first
   list = Make({"a.txt"});
   svc.host.yield = [&] { svc.stop = true; };
   DoMoveCopySelection(run, svc, list);
-  EXPECT_TRUE(rec.lines.empty());
-  EXPECT_TRUE(list.empty());
+  EXPECT_EQ(std::tuple(rec.lines.size(), list.size()), std::tuple(0u, 0u));
 }
 
 // File attributes and times as the file system keeps them, and as a job sets them; the type of

@@ -5,6 +5,7 @@
 #include <cerrno>
 #include <filesystem>
 #include <functional>
+#include <set>
 
 #include "engine/Catalogue.h"
 #include "engine/Engine.h"
@@ -27,12 +28,8 @@ using testing::WriteFile;
 // business), and lets a test act inside a log event.
 class Events : public testing::RecordingEvents {
  public:
-  void LogMessage(const std::string& LogMsg, std::int16_t MsgID, bool bView, bool bFile,
-                  bool bSameView, bool bIsLast) override {
-    static constexpr std::int16_t kDriver[] = {2, 3, 6, 7, 8, 9, 28};
-    if (std::find(std::begin(kDriver), std::end(kDriver), MsgID) != std::end(kDriver)) {
-      RecordingEvents::LogMessage(LogMsg, MsgID, bView, bFile, bSameView, bIsLast);
-    }
+  void LogMessage(const std::string& text, std::int16_t id, bool view, bool file, bool same, bool last) override {
+    if (std::set<int>{2, 3, 6, 7, 8, 9, 28}.contains(id)) RecordingEvents::LogMessage(text, id, view, file, same, last);
     if (onLog) onLog();
   }
   std::function<void()> onLog;
@@ -73,15 +70,10 @@ class RunDriverTest : public testing::Rig {
   std::string Value(const std::string& name, const std::string& key) {
     return KeyValue(ReadFile(jobs + name + ".kjb"), key).value_or("<missing>");
   }
-  void Pass(bool verbose = false) {
-    ev.lines.clear();
-    ev.jobs.clear();
-    driver.ExecuteAllJobs(jobs, "", verbose, false, false);
-  }
-  void RunOne(const std::string& file) {
-    ev.lines.clear();
-    ev.jobs.clear();
-    driver.ExecuteOneJob(file, jobs, "", false, false);
+  // A pass over the folder, or the one job file `one` run now.
+  void Pass(bool verbose = false, const std::string& one = "") {
+    ev.lines.clear(), ev.jobs.clear();
+    one.empty() ? driver.ExecuteAllJobs(jobs, "", verbose, false, false) : driver.ExecuteOneJob(one, jobs, "", false, false);
   }
 
   void Fires(const Schedule& r) {
@@ -91,8 +83,7 @@ class RunDriverTest : public testing::Rig {
     svc.host.shortDateFormat = r.dateFormat;
     errors = 0;
     Pass();
-    const auto texts = ev.Texts();
-    EXPECT_EQ(std::count(texts.begin(), texts.end(), "a: Starte Auftrag"), r.fires ? 1 : 0);
+    EXPECT_EQ(std::ranges::count(ev.Texts(), "a: Starte Auftrag"), r.fires ? 1 : 0);
     EXPECT_EQ(KeyValue(ReadFile(jobs + "a.kjb"), "IntState").value_or("-"), r.stateAfter);
     EXPECT_EQ(errors, r.errors);
   }
@@ -158,9 +149,7 @@ TEST_F(RunDriverTest, OnePassByTheJobsKeys) {
 TEST_F(RunDriverTest, RunOnceIsMarkedBeforeItRunsAndThenReportedInactive) {
   Job("a", "RunOnce=1\nCounter=1\nInterval=1\n");
   std::string statusAtStart;
-  ev.onLog = [&] {
-    if (statusAtStart.empty()) statusAtStart = Value("a", "Status");
-  };
+  ev.onLog = [&] { if (statusAtStart.empty()) statusAtStart = Value("a", "Status"); };
   Pass();
   EXPECT_EQ(statusAtStart, "5");
   EXPECT_EQ(Value("a", "Status"), "5");
@@ -184,7 +173,7 @@ TEST_F(RunDriverTest, PreviewStartLineByAction) {
       {4, "Dekomprimiere Dateien (Vorschau - keine Aktion)"}, {5, sync}, {22, sync}, {9, ""}};
   for (const auto& [action, line] : cases) {
     Job("a", "DoPreview=1\nAction=" + std::to_string(action) + "\n");
-    RunOne("a.kjb");
+    Pass(false, "a.kjb");
     ASSERT_FALSE(ev.lines.empty());
     EXPECT_EQ(ev.lines[0].id == 3 ? ev.lines[0].text : "", line.empty() ? "" : start + line) << action;
     EXPECT_TRUE(ev.lines.back().isLast);
@@ -218,8 +207,7 @@ TEST_F(RunDriverTest, DueFlagCarriesOverToAJobWhoseScheduleIsNotTested) {
   // A job that is never due passes "not due" on.
   Job(a, "IntervalType=2\nCounter=1\n");
   Pass();
-  EXPECT_TRUE(ev.lines.empty());
-  EXPECT_TRUE(ev.jobs.empty());
+  EXPECT_TRUE(ev.lines.empty() && ev.jobs.empty());
 }
 
 // One job runs now without writing its state or sending CurrentJob events (e2e RunTest's
@@ -232,7 +220,7 @@ TEST_F(RunDriverTest, OneJobNowWithoutStateOrEvents) {
   Job("a", "Counter=7\nRunOnce=1\n");
   const std::string before = ReadFile(path);
   driver.jobError = true;
-  RunOne("a.kjb");
+  Pass(false, "a.kjb");
   EXPECT_THAT(ev.lines, ElementsAre(Line("a: Starte Auftrag", 3, true, true, false),
                                     Line("a: Auftrag ausgeführt (mit Fehler)", 28, true, true, true)));
   EXPECT_TRUE(driver.jobEndedWithError && ev.jobs.empty());
@@ -252,22 +240,20 @@ TEST_F(RunDriverTest, DryRunWritesNoScheduleState) {
 }
 
 TEST_F(RunDriverTest, StopEndsTheRunAfterTheCurrentJob) {
-  Job("a", "Counter=1\n");
-  Job("b", "Counter=1\n");
+  const auto due = [&] { for (const char* name : {"a", "b"}) Job(name, "Counter=1\n"); };
+  due();
   ev.onLog = [this] { driver.StopMsg(true); };
   Pass();
   ASSERT_EQ(ev.lines.size(), 2u);
   const std::string name = ev.lines[0].text.substr(0, 1);
   EXPECT_THAT(ev.lines, ElementsAre(Line(name + ": Starte Auftrag", 3, true, true, false),
-                                    Line(name + ": Aktion 'Aufträge ausführen' abgebrochen", 2,
-                                         true, true, true)));
+                                    Line(name + ": Aktion 'Aufträge ausführen' abgebrochen", 2, true, true, true)));
   EXPECT_EQ(ev.jobs.size(), 2u);  // the stopped job's two events, none of the other
 
   // A stop requested between runs is forgotten.
   ev.onLog = nullptr;
   driver.StopMsg(true);
-  Job("a", "Counter=1\n");
-  Job("b", "Counter=1\n");
+  due();
   Pass();
   EXPECT_EQ(ev.lines.size(), 4u);
 }

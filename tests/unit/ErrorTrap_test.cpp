@@ -52,7 +52,7 @@ TEST_F(ErrorTrapTest, ErrorLogLineAndQuestion) {
   const std::string report = head + "2 (No such file or directory) occurred in module clsKestrel, Sub CopyFiles, line " +
                              std::to_string(line) + ".";
   ASSERT_EQ(asked_.size(), 1u);
-  EXPECT_EQ(std::tie(asked_[0].title, asked_[0].text, asked_[0].buttons),
+  EXPECT_EQ(std::tuple(asked_[0].title, asked_[0].text, asked_[0].buttons),
             std::tuple("Unexpected Error", report, MessageBoxRequest::Buttons::AbortRetryIgnore));
   trap_.Report("modUnZip", "Sub UnZip_Files", 5, "bad call", 10);
   trap_.Report("modUnZip", "Sub UnZip_Files", 440, "Archive!broken", 11);

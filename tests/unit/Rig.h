@@ -36,9 +36,7 @@ inline const std::string kBig = [] {
 // The names directly in a folder, sorted.
 inline std::vector<std::string> Names(const std::string& folder) {
   std::vector<std::string> out;
-  for (const auto& e : std::filesystem::directory_iterator(folder)) {
-    out.push_back(e.path().filename().string());
-  }
+  for (const auto& e : std::filesystem::directory_iterator(folder)) out.push_back(e.path().filename().string());
   std::sort(out.begin(), out.end());
   return out;
 }
@@ -63,17 +61,13 @@ class Rig : public ::testing::Test {
     driver.catalogueLoaded = true;
     svc.events = &rec;
     svc.noSizeCheck = true;
-    std::filesystem::create_directories(src);
-    std::filesystem::create_directories(dst);
+    for (const auto& folder : {src, dst}) std::filesystem::create_directories(folder);
     Fresh();
   }
   // The job back to its defaults over src -> dst.
   job& Fresh() {
     j = job{};
-    j.JobName = "job";
-    j.From = src;
-    j.To = dst;
-    j.DoPreview = 0;
+    j.JobName = "job", j.From = src, j.To = dst, j.DoPreview = 0;
     return j;
   }
   std::string Src(const std::string& rel) const { return src + "/" + rel; }
@@ -107,17 +101,12 @@ class Rig : public ::testing::Test {
       if (std::filesystem::is_empty(root)) out.push_back(std::string(tag) + "/");
       for (const auto& e : std::filesystem::recursive_directory_iterator(root)) {
         const std::string rel = tag + e.path().string().substr(root.size());
-        if (e.is_directory()) {
-          if (std::filesystem::is_empty(e.path())) out.push_back(rel + "/");
-          continue;
-        }
-        std::string data = ReadFile(e.path().string());
+        if (e.is_directory() && std::filesystem::is_empty(e.path())) out.push_back(rel + "/");
+        if (e.is_directory()) continue;
+        std::string data = ReadFile(e.path().string()), names;
         if (data.starts_with("PK\x03\x04") || data.starts_with("PK\x05\x06")) {
-          data.clear();
-          for (const auto& entry : PyEntries(tmp, e.path().string())) {
-            data += (data.empty() ? "" : ",") + entry.substr(0, entry.find('|'));
-          }
-          data = "[" + data + "]";
+          for (const auto& entry : PyEntries(tmp, e.path().string())) names += "," + entry.substr(0, entry.find('|'));
+          data = "[" + names.substr(names.empty() ? 0 : 1) + "]";
         }
         out.push_back(rel + "=" + (data == kBig ? "BIG" : data));
       }
@@ -154,10 +143,8 @@ class Rig : public ::testing::Test {
   }
   // Clears the record and the job's error flag between two cases of a table.
   void Next() {
-    rec.lines.clear();
-    rec.counters.clear();
-    run.jobError = false;
-    run.noFiles = false;
+    rec.lines.clear(), rec.counters.clear();
+    run.jobError = run.noFiles = false;
   }
 
   TempDir tmp;

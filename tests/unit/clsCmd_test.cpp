@@ -58,26 +58,23 @@ struct LeftRunning {
 
 // How long the call waits is read from what happened in which order (the program still running
 // when the call returned, its output already there, the host clock's seconds, the number of
-// passes), never from a wall clock threshold that a busy machine could cross. The program's
-// stdout goes to this process's stdout, or to stderr where the host says so.
+// passes), never from a wall clock threshold that a busy machine could cross. (The program's
+// stdout on stderr, where the host says so: e2e RunTest's external program.)
 TEST(clsCmd, WaitsForTheWholeCommandLineUpToItsLimitAndNeverKillsIt) {
-  const std::string sleeper = "$$ > pid; exec sleep 5";  // records its pid, runs on past the call
-  const std::string talker = "0.3; echo out; echo err >&2";
+  // The sleeper records its pid and runs on past the call.
+  const std::string sleeper = "$$ > pid; exec sleep 5", talker = "0.3; echo out; echo err >&2";
   const struct {
     const char* name;
     std::string path, param;
-    int wait, maxSec;
-    bool toStderr;
-    int yields;       // -1: at least one, and a few per second waited (blocks between passes)
+    int wait, maxSec, yields;  // yields -1: at least one, and a few per second waited (blocks between passes)
     bool pastLimit;   // a second boundary of the host clock has passed
     const char *out, *err;
   } cases[] = {
-      {"limit 0: one pass, the program keeps running", "echo", sleeper, 1, 0, false, 1, false, "", ""},
-      {"a program ending at once takes one pass", "true", "", 1, 5, false, 1, false, "", ""},
-      {"no wait: no pass, the program is reaped later", "echo", sleeper, 0, 5, false, 0, false, "", ""},
-      {"outliving the limit: blocks between passes, then returns", "echo", sleeper, 1, 1, false, -1, true, "", ""},
-      {"waits for the whole command line", "sleep", talker, 1, 30, false, -1, false, "out\n", "err\n"},
-      {"stdout to stderr", "sleep", talker, 1, 30, true, -1, false, "", "out\nerr\n"},
+      {"limit 0: one pass, the program keeps running", "echo", sleeper, 1, 0, 1, false, "", ""},
+      {"a program ending at once takes one pass", "true", "", 1, 5, 1, false, "", ""},
+      {"no wait: no pass, the program is reaped later", "echo", sleeper, 0, 5, 0, false, "", ""},
+      {"outliving the limit: blocks between passes, then returns", "echo", sleeper, 1, 1, -1, true, "", ""},
+      {"waits for the whole command line", "sleep", talker, 1, 30, -1, false, "out\n", "err\n"},
   };
   for (const auto& c : cases) {
     SCOPED_TRACE(c.name);
@@ -85,15 +82,13 @@ TEST(clsCmd, WaitsForTheWholeCommandLineUpToItsLimitAndNeverKillsIt) {
     testing::CurrentDir here(dir.str());
     RecordingHost rec;
     Host host = rec.Make();
-    host.programStdoutToStderr = c.toStderr;
     job j = Program(c.path, c.param, c.wait, c.maxSec);
     const std::time_t start = host.clock.Now();
     ::testing::internal::CaptureStdout();
     ::testing::internal::CaptureStderr();
     clsCmd(host).ShellAndWait(j);
     const std::string err = ::testing::internal::GetCapturedStderr(), out = ::testing::internal::GetCapturedStdout();
-    EXPECT_EQ(out, c.out);
-    EXPECT_EQ(err, c.err);
+    EXPECT_EQ(out + "|" + err, std::string(c.out) + "|" + c.err);
     const std::time_t took = host.clock.Now() - start;
     EXPECT_TRUE(c.yields < 0 ? rec.yields >= 1 && rec.yields <= 20 * (took + 1) : rec.yields == c.yields) << rec.yields;
     EXPECT_TRUE(!c.pastLimit || took >= 1);
@@ -136,7 +131,7 @@ TEST(clsCmd, PathWithBlanksIsSplitAndAStartFailureShowsTheMessageOnce) {
     EXPECT_NO_THROW(clsCmd(rec.Make()).ShellAndWait(j));
     ::testing::internal::GetCapturedStderr();
     ASSERT_EQ(rec.boxes.size(), 1u);
-    EXPECT_EQ(std::tie(rec.boxes[0].title, rec.boxes[0].text, rec.boxes[0].buttons),
+    EXPECT_EQ(std::tuple(rec.boxes[0].title, rec.boxes[0].text, rec.boxes[0].buttons),
               std::tuple("External program error", "Problems while executing\r\n" + c.path +
                          "\r\nProgram has not been started!", MessageBoxRequest::Buttons::OkOnly));
   }

@@ -86,7 +86,7 @@ TEST(GetJobs, TakesJobFilesInListingOrder) {
   EXPECT_TRUE(jobs.GetJobs(folder, "x.txt").empty());
   for (const auto& missing : {jobs.GetJobs(folder, "gone.kjb"), jobs.GetJobs(dir / "jobs")}) {
     ASSERT_EQ(missing.size(), 1u);
-    EXPECT_EQ(std::tie(missing[0].JobName, missing[0].DoPreview), std::tuple("", 1));
+    EXPECT_EQ(std::tuple(missing[0].JobName, +missing[0].DoPreview), std::tuple(""s, 1));
   }
 }
 

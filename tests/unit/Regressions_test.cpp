@@ -1,11 +1,7 @@
 // Defects found by fuzzing, fault injection and hostile trees, each pinned by the smallest case
 // that showed it.
 #include "Rig.h"
-#include "jobs/Profile.h"
-#include "selection/RegExp.h"
 #include "selection/Sync.h"
-#include "unit/ZipTestSupport.h"
-#include "zip/modZIP32vb.h"
 
 #include <atomic>
 #include <set>
@@ -13,19 +9,6 @@
 
 namespace orvKestrel::testing {
 namespace {
-
-// A Windows-1252 file whose only non-UTF-8 bytes sat in the line being replaced used to be
-// written back in bytes that read as UTF-8: its leading "ï»¿" became a byte-order mark, and the
-// section behind it, ignored before, took over every key.
-TEST(Regressions, ProfileWriteKeepsTheMeaningOfTheOtherLines) {
-  const std::string file = "\xEF\xBB\xBF[Job]\nName=a\n[Job]\nFrom=caf\xE9\nTo=x\xC3\xA4\n";
-  const Profile before(file);
-  ASSERT_EQ(before.Get("Job", "From", "-"), "caf\xC3\xA9");
-  const Profile after(SetProfileValue(file, "Job", "From", "1"));
-  EXPECT_EQ(after.Get("Job", "From", "-"), "1");
-  EXPECT_EQ(after.Get("Job", "Name", "-"), before.Get("Job", "Name", "-"));
-  EXPECT_EQ(after.Get("Job", "To", "-"), before.Get("Job", "To", "-"));  // "xÃ¤", not "xä"
-}
 
 class Regression : public Rig {};
 

@@ -1,18 +1,12 @@
 #include <gmock/gmock.h>
-#include <gtest/gtest.h>
 
-#include <algorithm>
 #include <cerrno>
-#include <filesystem>
 #include <functional>
 #include <set>
 
 #include "engine/Catalogue.h"
-#include "engine/Engine.h"
 #include "jobs/NumberText.h"
 #include "platform/SysError.h"
-#include "support/Faults.h"
-#include "support/TestSupport.h"
 #include "unit/Rig.h"
 
 namespace orvKestrel {

@@ -1,6 +1,5 @@
 // The folder walk and its patterns, the filters, the dispatch of what survives them, and the
 // attributes and types of files they look at.
-#include "platform/Paths.h"
 #include "platform/SysError.h"
 #include "selection/RegExp.h"
 #include "selection/modDetermineFileType.h"

@@ -99,6 +99,11 @@ TEST(SetProfileValue, KeepsEveryOtherLine) {
        "\xE2\x86\x92", "[Job]\nName=M\xC3\xBCller\nA=\xE2\x86\x92\n"},
       {"undefined Windows-1252 bytes stay as they were", "[Job]\nName=a\x81\x8D\x8F\x90\x9D\xE4\n", "Job",
        "To", "b", "[Job]\nName=a\x81\x8D\x8F\x90\x9D\xE4\nTo=b\n"},
+      // Written back as it was, the rest of such a file once read as UTF-8: its "ï»¿" became a
+      // byte-order mark, and the section behind it, ignored before, took over every key.
+      {"Windows-1252 whose only non-UTF-8 bytes are replaced is rewritten as UTF-8 of the same text",
+       "\xEF\xBB\xBF[Job]\nName=a\n[Job]\nFrom=caf\xE9\nTo=x\xC3\xA4\n", "Job", "From", "1",
+       "\xC3\xAF\xC2\xBB\xC2\xBF[Job]\nName=a\n[Job]\nFrom=1\nTo=x\xC3\x83\xC2\xA4\n"},
       {"a line break in the value", "", "Job", "A", "1\n2", "<refused>"},
       {"an equals sign in the key", "", "Job", "A=B", "1", "<refused>"},
       {"a blank key", "", "Job", " ", "1", "<refused>"},

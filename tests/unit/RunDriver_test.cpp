@@ -253,8 +253,15 @@ TEST_F(RunDriverTest, StopEndsTheRunAfterTheCurrentJob) {
 }
 
 // A state of yesterday fires, in ISO too, and a state that reads as no date counts as never
-// fired: e2e dates_test (AStateInAnotherFormatNeverStopsTheSchedule). Here the edges.
-TEST_F(RunDriverTest, DailyFiresOnThePassAfterTheOneThatFoundTheTime) {
+// fired: e2e dates_test (AStateInAnotherFormatNeverStopsTheSchedule). Here the edges: a daily
+// schedule fires on the pass after the one that found the time, weekdays run from Monday 0 to
+// Sunday 6, a day of the month never moves to a shorter month's last day, and a date fires on
+// its day only.
+TEST_F(RunDriverTest, SchedulesFireAtTheirEdges) {
+  const std::string monthly = "IntTimeType=2\nIntervalTime=00:00:00\nIntState=01.01.2026\nIntMonthDay=";
+  const auto date = [](const std::string& d, const std::string& time = "10:00:00") {
+    return "IntTimeType=3\nIntervalTime=" + time + "\nIntState=01.01.2026\nIntervalDate=" + d + "\n";
+  };
   const Schedule rows[] = {
       {Daily("-"), June(15, 7, 59), false, "-"},
       {Daily("-"), June(15, 8, 0), false, "-"},  // equal is not yet
@@ -267,31 +274,8 @@ TEST_F(RunDriverTest, DailyFiresOnThePassAfterTheOneThatFoundTheTime) {
       // No time: never, and no error; a time that does not convert is one.
       {Daily("01.06.2026", ""), June(15, 12, 0), false, "01.06.2026"},
       {Daily("01.06.2026", "noon"), June(15, 12, 0), false, "01.06.2026", 1},
-  };
-  for (const Schedule& r : rows) Fires(r);
-}
-
-TEST_F(RunDriverTest, WeeklyMapsMondayZeroToSundaySix) {
-  for (int day = 14; day <= 21; ++day) {  // Sunday 14 to Sunday 21
-    for (int wd = 0; wd <= 7; ++wd) {     // 7 never fires
-      const bool fires = wd == (day - 8) % 7;
-      Fires({"IntTimeType=1\nIntervalTime=00:00:00\nIntState=01.01.2026\nIntWeekDay=" +
-                 std::to_string(wd) + "\n",
-             June(day, 12, 0), fires, fires ? std::to_string(day) + ".06.2026" : "01.01.2026"});
-    }
-  }
-}
-
-TEST_F(RunDriverTest, MonthlyNeverMovesToTheLastDayAndDatesFireOnTheirDayOnly) {
-  const std::string monthly = "IntTimeType=2\nIntervalTime=00:00:00\nIntState=01.01.2026\nIntMonthDay=";
-  for (int d = 1; d <= 30; ++d) Fires({monthly + "31\n", June(d, 12, 0), false, "01.01.2026"});
-  Fires({monthly + "31\n", LocalTime(2026, 7, 31, 12, 0), true, "31.07.2026"});
-  Fires({monthly + "15\n", June(15, 12, 0), true, "15.06.2026"});
-
-  const auto date = [](const std::string& d, const std::string& time = "10:00:00") {
-    return "IntTimeType=3\nIntervalTime=" + time + "\nIntState=01.01.2026\nIntervalDate=" + d + "\n";
-  };
-  const Schedule rows[] = {
+      {monthly + "31\n", LocalTime(2026, 7, 31, 12, 0), true, "31.07.2026"},
+      {monthly + "15\n", June(15, 12, 0), true, "15.06.2026"},
       {date("14.06.2026"), June(15, 12, 0), false, "01.01.2026"},
       {date("16.06.2026"), June(15, 12, 0), false, "01.01.2026"},
       {date("15.06.2026 10:00"), June(15, 12, 0), false, "01.01.2026"},
@@ -302,6 +286,14 @@ TEST_F(RunDriverTest, MonthlyNeverMovesToTheLastDayAndDatesFireOnTheirDayOnly) {
       {date("someday", "23:00:00"), June(15, 12, 0), false, "01.01.2026", 1},
   };
   for (const Schedule& r : rows) Fires(r);
+  for (int d = 1; d <= 30; ++d) Fires({monthly + "31\n", June(d, 12, 0), false, "01.01.2026"});
+  for (int day = 14; day <= 21; ++day) {  // Sunday 14 to Sunday 21; weekday 7 never fires
+    for (int wd = 0; wd <= 7; ++wd) {
+      const bool fires = wd == (day - 8) % 7;
+      Fires({"IntTimeType=1\nIntervalTime=00:00:00\nIntState=01.01.2026\nIntWeekDay=" + std::to_string(wd) + "\n",
+             June(day, 12, 0), fires, fires ? std::to_string(day) + ".06.2026" : "01.01.2026"});
+    }
+  }
 }
 
 // 0 and below are taken as 1 megabyte, in the caller's value too. A drive that cannot be

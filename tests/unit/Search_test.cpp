@@ -254,10 +254,6 @@ TEST_F(Filters, SizeExtensionAndZip) {
     SCOPED_TRACE(j.Ext + " " + std::to_string(j.FileOpt));
     EXPECT_EQ(Kept(r.f, Make(r.files)), r.kept);
   }
-  Fresh();
-  j.Ext = "txt, *.LOG", j.ExtOpt = 2;
-  Kept(&FilterExtention, Make({"a.txt"}));
-  EXPECT_EQ(j.Ext, "txt,*.LOG");  // the list is kept without its blanks
 }
 
 TEST_F(Filters, AttributesAreDroppedOnlyOnExactEquality) {
@@ -376,7 +372,7 @@ TEST_F(Filters, ProcessFilesHandsOnOnlyWhatSurvives) {
   j.FileSize = 100, j.Ext = "zip ,doc";
   list = Make({"a.zip:1", "b.zip:500", "c.txt:1"});
   ProcessFiles(run, svc, list);
-  EXPECT_EQ(j.Ext, "zip,doc");
+  EXPECT_EQ(j.Ext, "zip,doc");  // the extension filter keeps the list without its blanks
   EXPECT_EQ(std::ranges::count(rec.Ids(), 70), 1);
   EXPECT_FALSE(run.noFiles);
 
@@ -441,8 +437,7 @@ TEST_F(Attributes, HiddenSystemArchiveRoundTripThroughTheExtendedAttribute) {
   if (!UserXattrsWork(tmp.str())) GTEST_SKIP() << "no user extended attributes on " << tmp.str();
   for (const auto& [bit, text] : {std::pair{kAttrHidden, "0x2"}, {kAttrSystem, "0x4"}, {kAttrArchive, "0x20"}}) {
     SetAttribute(svc, bit, file);
-    EXPECT_EQ(Get(file), bit);
-    EXPECT_EQ(DosAttrib(file), text);
+    EXPECT_EQ(std::pair(Get(file), DosAttrib(file)), std::pair(bit, std::string(text)));
     UnsetAttribute(svc, bit, file);
     EXPECT_EQ(Get(file), 0u);
   }

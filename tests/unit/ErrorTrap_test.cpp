@@ -20,15 +20,12 @@ std::string App() { return program_invocation_short_name; }
 
 class ErrorTrapTest : public ::testing::Test {
  protected:
-  // Answers the trap's question from a script; records what it was asked.
+  // Answers the trap's questions from a script (then Abort); records what it was asked.
   void Answer(std::vector<BoxAnswer> answers) {
-    answers_ = std::move(answers);
+    answers_ = std::move(answers), asked_.clear();
     host_.messageBox = [this](const MessageBoxRequest& box) {
       asked_.push_back(box);
-      if (answers_.empty()) return BoxAnswer::Abort;
-      const BoxAnswer a = answers_.front();
-      answers_.erase(answers_.begin());
-      return a;
+      return asked_.size() <= answers_.size() ? answers_[asked_.size() - 1] : BoxAnswer::Abort;
     };
   }
 

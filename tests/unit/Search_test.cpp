@@ -62,11 +62,10 @@ TEST_F(Search, DepthFirstPreOrderInListingOrderWithFilesBeforeSubFolders) {
 // patterns prune whole sub-trees. An empty wildcard is rewritten ("^$" for files, "//" for
 // folders) and matches no name; only an empty regular expression stays empty.
 TEST_F(Search, PatternsSelectAndPrune) {
-  for (const char* f : {".profile", "a.b.txt", "syslog.txt", "LOGFILE.DAT", "keep1/x.log", "drop/c.txt",
-                        "drop/keep2/y.txt"}) {
+  for (const char* f : {".profile", "a.b.txt", "syslog.txt", "LOGFILE.DAT", "keep1/x.log", "drop/c.txt", "drop/keep2/y.txt"})
     WriteFile(Src(f), "");
-  }
   const std::string top = "LOGFILE.DAT a.b.txt syslog.txt";
+  const std::string all = "LOGFILE.DAT a.b.txt drop/c.txt drop/keep2/y.txt keep1/x.log syslog.txt";
   const auto file = [](CheckState how, const char* p, CheckState re = 0) {
     return [=](job& j) { j.DoFileMatch = how, j.Filename = p, j.UseFileRegEx = j.UseFolderRegEx = re; };
   };
@@ -74,25 +73,18 @@ TEST_F(Search, PatternsSelectAndPrune) {
     return [=](job& j) { j.DoFolderMatch = how, j.FolderMatch = p, j.UseFileRegEx = j.UseFolderRegEx = re; };
   };
   const std::pair<std::function<void(job&)>, std::string> rows[] = {
-      {[](job&) {}, "LOGFILE.DAT a.b.txt drop/c.txt drop/keep2/y.txt keep1/x.log syslog.txt"},
+      {[](job&) {}, all},
       {file(2, "*log*"), "LOGFILE.DAT syslog.txt"},  // "x.log" has the base name "x"
       {file(2, "a.b"), "a.b.txt"},
       {file(1, "*log*"), "a.b.txt drop/c.txt drop/keep2/y.txt keep1/x.log"},
       {folder(2, "keep*"), "LOGFILE.DAT a.b.txt keep1/x.log syslog.txt"},
       {folder(1, "keep*"), "LOGFILE.DAT a.b.txt drop/c.txt syslog.txt"},
       {folder(1, "src"), top},  // a component of From excludes every sub-folder
-      {file(2, ""), ""},
-      {file(2, "", 1), ""},
-      {file(1, ""), "LOGFILE.DAT a.b.txt drop/c.txt drop/keep2/y.txt keep1/x.log syslog.txt"},
-      {file(1, "", 1), ""},
-      {folder(2, ""), top},
-      {folder(2, "", 1), top},
-      {folder(1, ""), "LOGFILE.DAT a.b.txt drop/c.txt drop/keep2/y.txt keep1/x.log syslog.txt"},
-      {folder(1, "", 1), top},
+      {file(2, ""), ""}, {file(2, "", 1), ""}, {file(1, ""), all}, {file(1, "", 1), ""},
+      {folder(2, ""), top}, {folder(2, "", 1), top}, {folder(1, ""), all}, {folder(1, "", 1), top},
   };
   for (const auto& [set, expected] : rows) {
-    Fresh();
-    set(j);
+    set(Fresh());
     SCOPED_TRACE(j.Filename + " | " + j.FolderMatch);
     EXPECT_EQ(Sorted(), expected);
   }
@@ -106,9 +98,8 @@ TEST_F(Search, WhatTheWalkTakes) {
   for (const char* f : {"real.txt", "sub/deep.txt", ".hid/x.txt", ".hid/deeper/y.txt", "line\nbreak.txt",
                         ".kestrel-notes.txt", "a.kestrel-42", ".kestrel-0123456789abcdeg.tmp", ".x.kestrel-tmp-",
                         ".kestrel-0123456789abcdef.tmp.toolong", ".kestrel-0123456789abcdef.tmp",
-                        ".kestrel-0123456789abcdef.tmp.Ab12Cd", ".a.kjb.kestrel-tmp-123456", ".b.txt.kestrel-42"}) {
+                        ".kestrel-0123456789abcdef.tmp.Ab12Cd", ".a.kjb.kestrel-tmp-123456", ".b.txt.kestrel-42"})
     WriteFile(Src(f), "");
-  }
   fs::create_symlink(Src("real.txt"), Src("link.txt"));
   fs::create_symlink(src, Src("sub/loop"));
   fs::create_symlink(Src("missing"), Src("dangling.txt"));
@@ -120,8 +111,7 @@ TEST_F(Search, WhatTheWalkTakes) {
 }
 
 TEST_F(Search, AttributeSkipsReadTheSubFolderOnlyWhenAsked) {
-  WriteFile(Src("ro/a.txt"), "");
-  WriteFile(Src("sys/b.txt"), "");
+  for (const char* f : {"ro/a.txt", "sys/b.txt"}) WriteFile(Src(f), "");
   ::chmod(Src("ro").c_str(), 0555);
   j.NoReadOnlyFolderScan = 1;
   EXPECT_EQ(Walk(), std::vector<std::string>{"sys/b.txt"});
@@ -317,8 +307,7 @@ TEST_F(Filters, TrapAndStop) {
   svc.host.messageBox = [](const MessageBoxRequest&) { return BoxAnswer::Ignore; };
   Fresh();
   j.FileOpt = 1, j.FileSize = 5;
-  FileList list = Make({"big:10"});
-  list.push_back(Src("gone"));
+  FileList list = {Make({"big:10"})[0], Src("gone")};
   EXPECT_EQ(Kept(&FilterFileSize, list), "big gone");
   EXPECT_EQ(svc.trap.ErrorCount(), 2);
   // A stop empties the list.
@@ -331,12 +320,9 @@ TEST_F(Filters, TrapAndStop) {
 
 TEST_F(Filters, EachActionIsAnnouncedAsAProgressLine) {
   const std::tuple<std::int16_t, CheckState, int, std::string> cases[] = {
-      {0, 0, 18, "job: Kopiere Dateien ..."},
-      {0, 1, 18, "job: Kopiere Dateien ..."},
-      {1, 0, 19, "job: Verschiebe Dateien ..."},
-      {2, 1, 20, "job: Lösche Dateien aus " + src},
-      {3, 1, 30, "job: Komprimiere Dateien (Kopie) -  "},
-      {4, 1, 70, "job: Dekomprimiere Dateien"},
+      {0, 0, 18, "job: Kopiere Dateien ..."}, {0, 1, 18, "job: Kopiere Dateien ..."},
+      {1, 0, 19, "job: Verschiebe Dateien ..."}, {2, 1, 20, "job: Lösche Dateien aus " + src},
+      {3, 1, 30, "job: Komprimiere Dateien (Kopie) -  "}, {4, 1, 70, "job: Dekomprimiere Dateien"},
       {5, 0, 89, "job: Synchronisiere Verzeichnis " + src + " mit " + dst},
       {5, 1, 91, "job: Synchronisiere Verzeichnis (Vorschau) " + src},
       {22, 1, 96, "job: Lösche Dateien aus sekundärem Verzeichnis " + dst},

@@ -301,25 +301,18 @@ TEST_F(RunDriverTest, SchedulesFireAtTheirEdges) {
 // "free space unknown" above). 2048 megabytes overflow the limit in bytes: an
 // error, and going on regardless compares with 0, which only -1 is below.
 TEST_F(RunDriverTest, FreeSpaceBelowTheLimitOnly) {
-  const struct {
-    std::int32_t limit;
-    bool noInfo;
-    BoxAnswer answer;
-    bool below;
-    std::int32_t limitAfter;
-    int asked;
-  } rows[] = {{0, false, BoxAnswer::Abort, false, 1, 0},      {-5, false, BoxAnswer::Abort, false, 1, 0},
-              {2047, true, BoxAnswer::Abort, true, 2047, 0},  {2048, true, BoxAnswer::Abort, false, 2048, 1},
-              {2048, true, BoxAnswer::Ignore, true, 2048, 2}, {100000, false, BoxAnswer::Ignore, false, 100000, 3}};
+  // The limit, whether the drive cannot be queried, the answer to an error, whether the space is
+  // below the limit, the limit afterwards and the questions asked so far.
+  const std::tuple<std::int32_t, bool, BoxAnswer, bool, std::int32_t, int> rows[] = {
+      {0, false, BoxAnswer::Abort, false, 1, 0},      {-5, false, BoxAnswer::Abort, false, 1, 0},
+      {2047, true, BoxAnswer::Abort, true, 2047, 0},  {2048, true, BoxAnswer::Abort, false, 2048, 1},
+      {2048, true, BoxAnswer::Ignore, true, 2048, 2}, {100000, false, BoxAnswer::Ignore, false, 100000, 3}};
   int asked = 0;
-  for (const auto& r : rows) {
-    SCOPED_TRACE(r.limit);
-    if (r.noInfo) faults.Arm(FaultOp::Statvfs, 1, EIO);
-    svc.host.messageBox = [&](const MessageBoxRequest&) { return ++asked, r.answer; };
-    std::int32_t limit = r.limit;
-    EXPECT_EQ(CheckFreeSpace(svc, limit, src), r.below);
-    EXPECT_EQ(limit, r.limitAfter);
-    EXPECT_EQ(asked, r.asked);
+  for (const auto& [given, noInfo, answer, below, after, askedAfter] : rows) {
+    if (noInfo) faults.Arm(FaultOp::Statvfs, 1, EIO);
+    svc.host.messageBox = [&, answer](const MessageBoxRequest&) { return ++asked, answer; };
+    std::int32_t limit = given;
+    EXPECT_EQ(std::tuple(CheckFreeSpace(svc, limit, src), limit, asked), std::tuple(below, after, askedAfter)) << given;
   }
   EXPECT_NE(testing::ReadFile(tmp / "error.log").find("#6 (Overflow)"), std::string::npos);
 }

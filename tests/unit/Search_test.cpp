@@ -221,12 +221,8 @@ TEST_F(Filters, SizeExtensionAndZip) {
   const auto ext = [](std::int16_t opt, const char* e) { return [=](job& j) { j.ExtOpt = opt, j.Ext = e; }; };
   const std::vector<std::string> sized = {"99:99", "100:100", "101:101"};
   const std::vector<std::string> named = {"a.txt", "b.LOG", "c.log", "d.TXT", "noext", "e.doc", "f.txt.bak", "g."};
-  const struct {
-    Filter f;
-    std::function<void(job&)> set;
-    std::vector<std::string> files;
-    const char* kept;
-  } rows[] = {
+  // The filter, the job's settings, the files and those the filter keeps.
+  const std::tuple<Filter, std::function<void(job&)>, std::vector<std::string>, const char*> rows[] = {
       {&FilterFileSize, size(1), sized, "101"},  // the limit is exclusive both ways
       {&FilterFileSize, size(2), sized, "99"},
       {&FilterFileSize, size(0), sized, "99 100 101"},
@@ -238,11 +234,9 @@ TEST_F(Filters, SizeExtensionAndZip) {
       {&FilterExtention, ext(3, "txt"), named, "a.txt b.LOG c.log d.TXT noext e.doc f.txt.bak g."},
       {&FilterZip, [](job&) {}, {"a.zip", "B.ZIP", "c.zip.txt", "zip"}, "a.zip B.ZIP"},
   };
-  for (const auto& r : rows) {
-    Fresh();
-    r.set(j);
-    SCOPED_TRACE(j.Ext + " " + std::to_string(j.FileOpt));
-    EXPECT_EQ(Kept(r.f, Make(r.files)), r.kept);
+  for (const auto& [f, set, files, kept] : rows) {
+    set(Fresh());
+    EXPECT_EQ(Kept(f, Make(files)), kept) << j.Ext << " " << j.FileOpt;
   }
 }
 
@@ -478,19 +472,18 @@ TEST_F(Attributes, FileTimesByTheJobsFields) {
   const std::string s = Source("s"), d = Dest("d", "d");
   const struct timespec st[2] = {{kNew, 123456789}, {kOld, 987654321}};
   ::utimensat(AT_FDCWD, s.c_str(), st, 0);
-  const struct {
-    CheckState modified, access;
-    std::time_t written, accessed;
-  } rows[] = {{1, 0, kOld, kOld - 1000}, {0, 2, kOld - 2000, kNew}, {1, 1, kOld, kNew}};
+  // DestTModified, DestTAccess, and the times written.
+  const std::tuple<CheckState, CheckState, std::time_t, std::time_t> rows[] = {
+      {1, 0, kOld, kOld - 1000}, {0, 2, kOld - 2000, kNew}, {1, 1, kOld, kNew}};
   j.DestTCreated = 1;
-  for (const auto& r : rows) {
-    j.DestTModified = r.modified, j.DestTAccess = r.access;
+  for (const auto& [modified, access, written, accessed] : rows) {
+    j.DestTModified = modified, j.DestTAccess = access;
     SetTimes(d, kOld - 1000, kOld - 2000);
     ASSERT_TRUE(ReadSourceFileTime(run, svc, s) && ReadDestFileTime(run, svc, d));
     WriteFile(d, "new contents");  // the overwrite moves its times on
     EXPECT_TRUE(WriteFileTime(run, svc, d));
-    EXPECT_EQ(std::pair(svc.fs.GetTimes(d).written, svc.fs.GetTimes(d).accessed), std::pair(r.written, r.accessed))
-        << r.modified << r.access;
+    EXPECT_EQ(std::pair(svc.fs.GetTimes(d).written, svc.fs.GetTimes(d).accessed), std::pair(written, accessed))
+        << modified << access;
   }
   struct stat buf {};
   ::stat(d.c_str(), &buf);

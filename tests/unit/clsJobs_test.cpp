@@ -93,12 +93,11 @@ TEST(GetJobs, TakesJobFilesInListingOrder) {
 // The third of five job files has a bad number: Abort stops the listing there (naming file, key
 // and value), Ignore passes over the file, Retry reads it again (the user fixed it meanwhile).
 TEST(GetJobs, ABadNumberStopsIgnoresOrRetriesAsAnswered) {
-  const struct {
-    BoxAnswer answer;
-    std::vector<int> read;  // the files read, by their place in the listing
-  } cases[] = {{BoxAnswer::Abort, {0, 1}}, {BoxAnswer::Ignore, {0, 1, 3, 4}}, {BoxAnswer::Retry, {0, 1, 2, 3, 4}}};
-  for (const auto& c : cases) {
-    SCOPED_TRACE(static_cast<int>(c.answer));
+  // The answer, and the files read by their place in the listing.
+  const std::pair<BoxAnswer, std::vector<int>> cases[] = {
+      {BoxAnswer::Abort, {0, 1}}, {BoxAnswer::Ignore, {0, 1, 3, 4}}, {BoxAnswer::Retry, {0, 1, 2, 3, 4}}};
+  for (const auto& [answer, read] : cases) {
+    SCOPED_TRACE(static_cast<int>(answer));
     TempDir dir;
     InFolder here(dir.str());
     for (const char* name : {"j1.kjb", "j2.kjb", "j3.kjb", "j4.kjb", "j5.kjb"}) WriteJob(dir, name);
@@ -106,13 +105,13 @@ TEST(GetJobs, ABadNumberStopsIgnoresOrRetriesAsAnswered) {
     WriteJob(dir, order[2], "Counter=abc\n");
     std::vector<std::string> asked;
     clsJobs jobs(FixedHost(&asked, [&] {
-      if (c.answer == BoxAnswer::Retry) WriteJob(dir, order[2], "Counter=1\n");
-      return c.answer;
+      if (answer == BoxAnswer::Retry) WriteJob(dir, order[2], "Counter=1\n");
+      return answer;
     }));
     std::vector<std::string> expected;
-    for (int i : c.read) expected.push_back(order[i]);
+    for (int i : read) expected.push_back(order[i]);
     EXPECT_EQ(Names(jobs.GetJobs(dir.str() + "/")), expected);
-    EXPECT_EQ(jobs.LastReadFailed(), c.answer != BoxAnswer::Retry);
+    EXPECT_EQ(jobs.LastReadFailed(), answer != BoxAnswer::Retry);
     ASSERT_EQ(asked.size(), 1u);
     for (const std::string& part : {"#13"s, dir / order[2], "key \"Counter\""s, "\"abc\""s})
       EXPECT_NE(asked[0].find(part), std::string::npos) << asked[0];
@@ -123,10 +122,8 @@ TEST(GetJobs, ABadNumberStopsIgnoresOrRetriesAsAnswered) {
 TEST(GetJobs, ReadErrorsAreReportedAndFailTheRead) {
   TempDir dir;
   InFolder here(dir.str());
-  const struct {
-    std::string content;  // "<folder>": a folder named like the job file
-    std::string report;   // "": the file reads
-  } cases[] = {
+  // The contents ("<folder>": a folder named like the job file) and the report ("": the file reads).
+  const std::pair<std::string, std::string> cases[] = {
       {"[Job]\nCounter=\n", "Type mismatch"},  // empty is no number
       {"[Job]\nName=b\n", ""},
       {"[Job]\nAction=32768\n", "#6 (Overflow"},
@@ -137,16 +134,16 @@ TEST(GetJobs, ReadErrorsAreReportedAndFailTheRead) {
       {"[Job]\nZipGrade=32768\n", "#6 (Overflow"},
       {"<folder>", dir / "a.kjb"},
   };
-  for (const auto& c : cases) {
-    SCOPED_TRACE(c.content);
+  for (const auto& [content, report] : cases) {
+    SCOPED_TRACE(content);
     std::filesystem::remove_all(dir / "a.kjb");
-    c.content == "<folder>" ? (void)std::filesystem::create_directories(dir / "a.kjb") : WriteFile(dir / "a.kjb", c.content);
+    content == "<folder>" ? (void)std::filesystem::create_directories(dir / "a.kjb") : WriteFile(dir / "a.kjb", content);
     std::vector<std::string> asked;
     clsJobs jobs(FixedHost(&asked, [] { return BoxAnswer::Abort; }));
-    EXPECT_EQ(jobs.GetJobs(dir.str() + "/", "a.kjb").size(), c.report.empty() ? 1u : 0u);
-    EXPECT_EQ(jobs.LastReadFailed(), !c.report.empty());
-    ASSERT_EQ(asked.size(), c.report.empty() ? 0u : 1u);
-    for (const std::string& text : asked) EXPECT_NE(text.find(c.report), std::string::npos) << text;
+    EXPECT_EQ(jobs.GetJobs(dir.str() + "/", "a.kjb").size(), report.empty() ? 1u : 0u);
+    EXPECT_EQ(jobs.LastReadFailed(), !report.empty());
+    ASSERT_EQ(asked.size(), report.empty() ? 0u : 1u);
+    for (const std::string& text : asked) EXPECT_NE(text.find(report), std::string::npos) << text;
   }
 }
 

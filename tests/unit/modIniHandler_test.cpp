@@ -19,19 +19,12 @@ using testing::ReadFile;
 using testing::TempDir;
 using testing::WriteFile;
 
-struct ReadCase {
-  const char* name;
-  std::string file;
-  const char* key;
-  std::string expected;
-  int nSize = 256;
-};
-
 TEST(Profile, ReadsValuesAsTheProfileFunctionsDo) {
   const std::string longValue(300, 'x');
   std::string umlauts;
   for (int i = 0; i < 300; ++i) umlauts += "\xC3\xA4";  // 300 times "ä" in UTF-8
-  const ReadCase cases[] = {
+  // What the case shows, the file, the key of [Job] and its value ("dflt": the default).
+  const std::tuple<const char*, std::string, const char*, std::string> cases[] = {
       {"plain", "[Job]\nName=a\n", "Name", "a"},
       {"names without regard to case", "[jOB]\nNAME=a\n", "name", "a"},
       {"blanks around key and value", "  [ Job ]  \n  Name  =  a b  \n", "Name", "a b"},
@@ -58,31 +51,21 @@ TEST(Profile, ReadsValuesAsTheProfileFunctionsDo) {
       {"UTF-8", "[Job]\nName=M\xC3\xBCller\n", "Name", "M\xC3\xBCller"},
       {"cut to 255 characters", "[Job]\nFrom=" + longValue + "\n", "From", std::string(255, 'x')},
       {"cut counts characters, not bytes", "[Job]\nFrom=" + umlauts + "\n", "From", umlauts.substr(0, 510)},
-      {"cut to nSize - 1", "[Job]\nName=abcdef\n", "Name", "abc", 4},
-      {"nSize 1 gives nothing", "[Job]\nName=abcdef\n", "Name", "", 1},
-      {"the default is cut too", "", "Name", "df", 3},
       {"bytes Windows-1252 leaves undefined", "[Job]\nName=a\x81\x8D\x8F\x90\x9D\xE4\n", "Name",
        "a\xC2\x81\xC2\x8D\xC2\x8F\xC2\x90\xC2\x9D\xC3\xA4"},
   };
-  for (const ReadCase& c : cases) {
-    SCOPED_TRACE(c.name);
-    EXPECT_EQ(Profile(c.file).Get("Job", c.key, "dflt", c.nSize), c.expected);
-  }
+  for (const auto& [name, file, key, expected] : cases) EXPECT_EQ(Profile(file).Get("Job", key, "dflt"), expected) << name;
+  // A value, and the default too, is cut to nSize - 1.
+  EXPECT_EQ(Profile("[Job]\nName=abcdef\n").Get("Job", "Name", "dflt", 4), "abc");
+  EXPECT_EQ(Profile("[Job]\nName=abcdef\n").Get("Job", "Name", "dflt", 1), "");
+  EXPECT_EQ(Profile("").Get("Job", "Name", "dflt", 3), "df");
 }
-
-struct WriteCase {
-  const char* name;
-  std::string before;
-  const char* section;
-  const char* key;
-  std::string value;
-  std::string after;  // "<refused>": throws
-};
 
 TEST(SetProfileValue, KeepsEveryOtherLine) {
   const std::string head = "; my backup job\n[Job]\nName=Backup\n; how often\n", info = "\n[Info]\nProgVersion=2.1\n";
   const std::string job = head + "Counter = 3   \nTo=/b\n" + info;
-  const WriteCase cases[] = {
+  // What the case shows, the file before, section, key and value, and the file after ("<refused>": throws).
+  const std::tuple<const char*, std::string, const char*, const char*, std::string, std::string> cases[] = {
       {"replaces the value in place", job, "Job", "counter", "2", head + "Counter=2\nTo=/b\n" + info},
       {"adds a key after the section's last key", job, "JOB", "Status", "5", head + "Counter = 3   \nTo=/b\nStatus=5\n" + info},
       {"adds a missing section at the end", job, "Extra", "IntState", "22.11.2026", job + "\n[Extra]\nIntState=22.11.2026\n"},
@@ -108,15 +91,12 @@ TEST(SetProfileValue, KeepsEveryOtherLine) {
       {"an equals sign in the key", "", "Job", "A=B", "1", "<refused>"},
       {"a blank key", "", "Job", " ", "1", "<refused>"},
   };
-  for (const WriteCase& c : cases) {
-    SCOPED_TRACE(c.name);
-    std::string got;
+  for (const auto& [name, before, section, key, value, after] : cases) {
     try {
-      got = SetProfileValue(c.before, c.section, c.key, c.value);
+      EXPECT_EQ(SetProfileValue(before, section, key, value), after) << name;
     } catch (const KestrelError&) {
-      got = "<refused>";
+      EXPECT_EQ("<refused>", after) << name;
     }
-    EXPECT_EQ(got, c.after);
   }
 }
 

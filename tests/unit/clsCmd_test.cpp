@@ -63,41 +63,38 @@ struct LeftRunning {
 TEST(clsCmd, WaitsForTheWholeCommandLineUpToItsLimitAndNeverKillsIt) {
   // The sleeper records its pid and runs on past the call.
   const std::string sleeper = "$$ > pid; exec sleep 5", talker = "0.3; echo out; echo err >&2";
-  const struct {
-    const char* name;
-    std::string path, param;
-    int wait, maxSec, yields;  // yields -1: at least one, and a few per second waited (blocks between passes)
-    bool pastLimit;   // a second boundary of the host clock has passed
-    const char *out, *err;
-  } cases[] = {
+  // What the case shows, the program, ExecWait, ExecMaxSec, the passes (-1: at least one, and a few
+  // per second waited: blocks between passes), whether a second boundary of the host clock has
+  // passed, and the program's stdout and stderr.
+  const std::tuple<const char*, std::string, std::string, int, int, int, bool, std::string, std::string> cases[] = {
       {"limit 0: one pass, the program keeps running", "echo", sleeper, 1, 0, 1, false, "", ""},
       {"a program ending at once takes one pass", "true", "", 1, 5, 1, false, "", ""},
       {"no wait: no pass, the program is reaped later", "echo", sleeper, 0, 5, 0, false, "", ""},
       {"outliving the limit: blocks between passes, then returns", "echo", sleeper, 1, 1, -1, true, "", ""},
       {"waits for the whole command line", "sleep", talker, 1, 30, -1, false, "out\n", "err\n"},
   };
-  for (const auto& c : cases) {
-    SCOPED_TRACE(c.name);
+  for (const auto& [name, path, param, wait, maxSec, yields, pastLimit, out, err] : cases) {
+    SCOPED_TRACE(name);
     TempDir dir;
     testing::CurrentDir here(dir.str());
     RecordingHost rec;
     Host host = rec.Make();
-    job j = Program(c.path, c.param, c.wait, c.maxSec);
+    job j = Program(path, param, wait, maxSec);
     const std::time_t start = host.clock.Now();
     ::testing::internal::CaptureStdout();
     ::testing::internal::CaptureStderr();
     clsCmd(host).ShellAndWait(j);
-    const std::string err = ::testing::internal::GetCapturedStderr(), out = ::testing::internal::GetCapturedStdout();
-    EXPECT_EQ(out + "|" + err, std::string(c.out) + "|" + c.err);
+    const std::string stderrText = ::testing::internal::GetCapturedStderr();
+    EXPECT_EQ(std::pair(::testing::internal::GetCapturedStdout(), stderrText), std::pair(out, err));
     const std::time_t took = host.clock.Now() - start;
-    EXPECT_TRUE(c.yields < 0 ? rec.yields >= 1 && rec.yields <= 20 * (took + 1) : rec.yields == c.yields) << rec.yields;
-    EXPECT_TRUE(!c.pastLimit || took >= 1);
+    EXPECT_TRUE(yields < 0 ? rec.yields >= 1 && rec.yields <= 20 * (took + 1) : rec.yields == yields) << rec.yields;
+    EXPECT_TRUE(!pastLimit || took >= 1);
     EXPECT_TRUE(rec.boxes.empty());
-    if (c.param != sleeper) continue;
+    if (param != sleeper) continue;
     LeftRunning program(dir / "pid");
     ASSERT_NE(program.State(), 0);
     ASSERT_NE(program.State(), 'Z');
-    if (c.wait != 0 && !c.pastLimit) continue;
+    if (wait != 0 && !pastLimit) continue;
     ::kill(program.pid, SIGKILL);  // then it must vanish: reaped, no zombie left
     for (int i = 0; i < 200 && program.State() != 0; ++i) std::this_thread::sleep_for(5ms);
     EXPECT_EQ(program.State(), 0) << "left a zombie";

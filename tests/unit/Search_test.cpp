@@ -388,9 +388,7 @@ class Attributes : public Rig {
 TEST_F(Attributes, ReadOnlyAndHiddenFromPermissionsNameAndKindWrittenOnlyWhenChanged) {
   EXPECT_EQ(Get(file), 0u);
   ::chmod(file.c_str(), 0464);  // group write alone does not make it writable for the owner
-  EXPECT_EQ(Get(file), kAttrReadOnly);
-  EXPECT_EQ(Get(Source(".dot")), kAttrHidden);
-  EXPECT_EQ(Get(src), kAttrDirectory);
+  EXPECT_EQ((std::vector{Get(file), Get(Source(".dot")), Get(src)}), (std::vector{kAttrReadOnly, kAttrHidden, kAttrDirectory}));
   EXPECT_THROW(Get(Src("missing")), KestrelError);
   // Read-only clears every write bit and gives the owner's back.
   ::chmod(file.c_str(), 0664);
@@ -404,11 +402,9 @@ TEST_F(Attributes, ReadOnlyAndHiddenFromPermissionsNameAndKindWrittenOnlyWhenCha
   ::chmod(file.c_str(), 0444);
   SetAttribute(svc, kAttrReadOnly, file);
   ::chmod(file.c_str(), 0644);
-  EXPECT_EQ(faults.Calls(FaultOp::SetAttributes), 0);
-  EXPECT_EQ(svc.trap.ErrorCount(), 0);
+  EXPECT_EQ(std::pair(faults.Calls(FaultOp::SetAttributes), svc.trap.ErrorCount()), std::pair(0, 0));
   SetAttribute(svc, kAttrReadOnly, file);  // now a write is needed, and it fails
-  EXPECT_EQ(svc.trap.ErrorCount(), 1);
-  EXPECT_EQ(ModeOf(file), 0644u);
+  EXPECT_EQ(std::pair(svc.trap.ErrorCount(), ModeOf(file)), std::pair(1, 0644u));
   SetAttribute(svc, kAttrReadOnly, Src("missing"));
   EXPECT_EQ(svc.trap.ErrorCount(), 2);
 }
@@ -422,8 +418,7 @@ TEST_F(Attributes, HiddenSystemArchiveRoundTripThroughTheExtendedAttribute) {
     EXPECT_EQ(Get(file), 0u);
   }
   for (const std::uint32_t bit : {kAttrHidden, kAttrArchive, kAttrReadOnly, kAttrSystem}) SetAttribute(svc, bit, file);
-  EXPECT_EQ(Get(file), 39u);  // system set on a read-only file, which stays read-only
-  EXPECT_EQ(ModeOf(file), 0444u);
+  EXPECT_EQ(std::pair(Get(file), ModeOf(file)), std::pair(39u, 0444u));  // system set on a read-only file, which stays so
   // A file server's value: text, then a NUL and a binary tail; unknown bits are kept.
   ::chmod(file.c_str(), 0644);
   SetDosAttrib(file, std::string("0x822\0\x03\x00", 7));
@@ -435,15 +430,13 @@ TEST_F(Attributes, HiddenSystemArchiveRoundTripThroughTheExtendedAttribute) {
   // A dot name is hidden without recording it.
   const std::string dot = Source(".dot");
   SetAttribute(svc, kAttrArchive, dot);
-  EXPECT_EQ(DosAttrib(dot), "0x20");
-  EXPECT_EQ(Get(dot), kAttrHidden | kAttrArchive);
+  EXPECT_EQ(std::pair(DosAttrib(dot), Get(dot)), std::pair("0x20"s, kAttrHidden | kAttrArchive));
 }
 
 TEST_F(Attributes, DestinationAndSourceChoicesByMode) {
   if (!UserXattrsWork(tmp.str())) GTEST_SKIP() << "no user extended attributes on " << tmp.str();
   j.AttrHidden1 = j.AttrArchive1 = 1;
-  j.AttrSystem1 = 2;  // only a checked box counts
-  j.AttrSetDest = 2;  // neither set nor clear
+  j.AttrSystem1 = j.AttrSetDest = 2;  // only a checked box counts; 2 neither sets nor clears
   SetDestAttributes(svc, file, j);
   EXPECT_EQ(Get(file), 0u);
   j.AttrSetDest = 0;
@@ -515,11 +508,8 @@ TEST_F(Attributes, FileTypeByTheFirstMatchingTest) {
       {"", "Unknown text file"},  // the blank buffer passes no test
       {std::string(300, 'a') + "GIF89", "Unknown text file"},  // only the first 300 bytes count
   };
-  int i = 0;
-  for (const auto& [content, type] : cases) {
-    EXPECT_EQ(GetFileType(svc.fs, Source("t" + std::to_string(i), content)), type) << i;
-    ++i;
-  }
+  for (std::size_t i = 0; i < std::size(cases); ++i)
+    EXPECT_EQ(GetFileType(svc.fs, Source("t" + std::to_string(i), cases[i].first)), cases[i].second) << i;
   EXPECT_EQ(GetFileType(svc.fs, Src("missing")), "NOT FOUND");
 }
 

@@ -87,9 +87,8 @@ TEST_F(ErrorTrapTest, TraceLinesOfNestedProcedures) {
   host_.traceSink = [this](const std::string& line) { lines_.push_back(line); };
   {
     std::string verbose = "False";
-    Proc outer(trap_, "clsKestrel", "Sub ExecuteAllJobs", [&] {
-      return ParamText({{"sJobDir", "/j/"}, {"bVerbose", Opt(verbose)}});
-    });
+    const auto params = [&] { return ParamText({{"sJobDir", "/j/"}, {"bVerbose", Opt(verbose)}}); };
+    Proc outer(trap_, "clsKestrel", "Sub ExecuteAllJobs", params);
     Proc inner(trap_, "modDiskFree", "Function GetDiskFree", [] { return std::string("()"); });
     inner.Do([] { throw KestrelError(2, "No such file or directory"); });
     verbose = "True";

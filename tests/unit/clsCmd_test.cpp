@@ -34,8 +34,7 @@ struct RecordingHost {
 
 job Program(const std::string& path, const std::string& param, int wait, int maxSec) {
   job j;
-  std::tie(j.ExecPath, j.ExecParam, j.ExecWait) = std::tuple(path, param, wait);
-  j.ExecMaxSec = static_cast<std::int16_t>(maxSec);
+  std::tie(j.ExecPath, j.ExecParam, j.ExecWait, j.ExecMaxSec) = std::tuple(path, param, wait, maxSec);
   return j;
 }
 

@@ -4,7 +4,6 @@
 #include "support/TestSupport.h"
 
 #include <gtest/gtest.h>
-#include <unistd.h>
 
 #include <filesystem>
 
@@ -68,9 +67,8 @@ TEST(GetJobs, ConvertsValues) {
 // of defaults, nothing from inside the folder.
 TEST(GetJobs, TakesJobFilesInListingOrder) {
   TempDir dir;
-  for (const char* name : {"x.txt", "b.kjb", "A.KJB", ".hidden.kjb", "noext", "jobs/inside.kjb", "jobs-old.kjb"}) {
+  for (const char* name : {"x.txt", "b.kjb", "A.KJB", ".hidden.kjb", "noext", "jobs/inside.kjb", "jobs-old.kjb"})
     WriteJob(dir, name);
-  }
   std::filesystem::create_directories(dir / "folder.kjb");
   std::filesystem::create_symlink(dir / "b.kjb", dir / "link.kjb");
   clsJobs jobs(FixedHost());

@@ -242,8 +242,7 @@ TEST_F(Filters, SizeExtensionAndZip) {
 
 TEST_F(Filters, AttributesAreDroppedOnlyOnExactEquality) {
   FileList list = Make({"plain", ".hidden", "ro", ".hidro"});
-  ::chmod(Src("ro").c_str(), 0444);
-  ::chmod(Src(".hidro").c_str(), 0444);  // hidden + read-only = 3
+  for (const char* f : {"ro", ".hidro"}) ::chmod(Src(f).c_str(), 0444);  // .hidro: hidden + read-only = 3
   j.AttrHidden = j.AttrReadOnly = 1;
   EXPECT_EQ(Kept(&FilterAttributes, list), "plain .hidro");
   Fresh().AttrNormal = 1;

@@ -73,13 +73,11 @@ class RunDriverTest : public testing::Rig {
   void Fires(const Schedule& r) {
     SCOPED_TRACE(r.keys + "at " + std::to_string(r.now));
     Job("a", "IntervalType=1\n" + r.keys);
-    svc.host.clock = Clock::FixedAt(r.now);
-    svc.host.shortDateFormat = r.dateFormat;
-    errors = 0;
+    svc.host.clock = Clock::FixedAt(r.now), svc.host.shortDateFormat = r.dateFormat, errors = 0;
     Pass();
-    EXPECT_EQ(std::ranges::count(ev.Texts(), "a: Starte Auftrag"), r.fires ? 1 : 0);
-    EXPECT_EQ(KeyValue(ReadFile(jobs + "a.kjb"), "IntState").value_or("-"), r.stateAfter);
-    EXPECT_EQ(errors, r.errors);
+    const std::string state = KeyValue(ReadFile(jobs + "a.kjb"), "IntState").value_or("-");
+    EXPECT_EQ(std::tuple(std::ranges::count(ev.Texts(), "a: Starte Auftrag"), state, errors),
+              std::tuple(r.fires ? 1 : 0, r.stateAfter, r.errors));
   }
   const std::string jobs = tmp / "jobs/";
   Events ev;

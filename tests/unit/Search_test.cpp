@@ -47,9 +47,8 @@ TEST_F(Search, DepthFirstPreOrderInListingOrderWithFilesBeforeSubFolders) {
   std::vector<std::string> expected;
   const std::function<void(const std::string&)> list = [&](const std::string& rel) {
     std::vector<std::string> subs;
-    for (const auto& e : fs::directory_iterator(Src(rel))) {
+    for (const auto& e : fs::directory_iterator(Src(rel)))
       (e.is_directory() ? subs : expected).push_back(rel + e.path().filename().string());
-    }
     for (const auto& sub : subs) list(sub + "/");
   };
   list("");

@@ -15,6 +15,7 @@ namespace orvKestrel::testing {
 namespace {
 
 namespace fs = std::filesystem;
+using namespace std::string_literals;
 
 class Search : public Rig {
  protected:
@@ -336,27 +337,21 @@ TEST_F(Filters, EachActionIsAnnouncedAsAProgressLine) {
 // without a word. (The check line, and an emptied list that never reaches the action: e2e
 // selection_test, OnlyTheSelectedFilesReachTheAction.)
 TEST_F(Filters, ProcessFilesHandsOnOnlyWhatSurvives) {
-  j.Action = 4;
-  j.Ext = "txt, log";  // the extension filter, after the zip filter, would rewrite this
-  j.ExtOpt = 2;
+  // The extraction takes archives only; the extension filter, after the zip filter, would have
+  // rewritten the list.
+  j.Action = 4, j.ExtOpt = 2, j.Ext = "txt, log";
   FileList list = Make({"a.txt"});
   ProcessFiles(run, svc, list);
-  EXPECT_TRUE(run.noFiles);  // the extraction takes archives only
-  EXPECT_EQ(j.Ext, "txt, log");
+  EXPECT_EQ(std::pair(run.noFiles, j.Ext), std::pair(true, "txt, log"s));
 
-  Next();
-  j.DoPreview = 1;
-  j.FileOpt = 2;  // smaller than 100 bytes
-  j.FileSize = 100, j.Ext = "zip ,doc";
+  Next();  // one archive smaller than 100 bytes; the extension filter drops the blanks of its list
+  j.DoPreview = 1, j.FileOpt = 2, j.FileSize = 100, j.Ext = "zip ,doc";
   list = Make({"a.zip:1", "b.zip:500", "c.txt:1"});
   ProcessFiles(run, svc, list);
-  EXPECT_EQ(j.Ext, "zip,doc");  // the extension filter keeps the list without its blanks
-  EXPECT_EQ(std::ranges::count(rec.Ids(), 70), 1);
-  EXPECT_FALSE(run.noFiles);
+  EXPECT_EQ(std::tuple(j.Ext, std::ranges::count(rec.Ids(), 70), run.noFiles), std::tuple("zip,doc"s, 1, false));
 
   Next();
-  Fresh().Action = 0;
-  svc.stop = true;
+  Fresh().Action = 0, svc.stop = true;
   list = Make({"a.txt"});
   ProcessFiles(run, svc, list);
   EXPECT_EQ(std::tuple(rec.lines.size(), list.size(), run.noFiles), std::tuple(0u, 0u, false));
@@ -369,7 +364,6 @@ TEST_F(Filters, ProcessFilesHandsOnOnlyWhatSurvives) {
 
 // File attributes and times as the file system keeps them, and as a job sets them; the type of
 // a file by its first bytes.
-using namespace std::string_literals;
 
 class Attributes : public Rig {
  protected:

@@ -59,8 +59,7 @@ class Rig : public ::testing::Test {
     driver.LoadLogMessages("");
     driver.SetMsgIDs();
     driver.catalogueLoaded = true;
-    svc.events = &rec;
-    svc.noSizeCheck = true;
+    svc.events = &rec, svc.noSizeCheck = true;
     for (const auto& folder : {src, dst}) std::filesystem::create_directories(folder);
     Fresh();
   }
@@ -73,12 +72,8 @@ class Rig : public ::testing::Test {
   std::string Src(const std::string& rel) const { return src + "/" + rel; }
   std::string Dst(const std::string& rel) const { return dst + "/" + rel; }
   // A file below src (dst) with the given contents and write time (0: now).
-  std::string Source(const std::string& rel, const std::string& data = "data", std::time_t t = 0) {
-    return Put(Src(rel), data, t);
-  }
-  std::string Dest(const std::string& rel, const std::string& data, std::time_t t = 0) {
-    return Put(Dst(rel), data, t);
-  }
+  std::string Source(const std::string& rel, const std::string& data = "data", std::time_t t = 0) { return Put(Src(rel), data, t); }
+  std::string Dest(const std::string& rel, const std::string& data, std::time_t t = 0) { return Put(Dst(rel), data, t); }
   static std::string Put(const std::string& path, const std::string& data, std::time_t t) {
     WriteFile(path, data);
     if (t != 0) SetModified(path, t);
@@ -87,9 +82,8 @@ class Rig : public ::testing::Test {
   std::vector<std::string> Lines() const { return rec.Texts(); }
   // The lines after the count line.
   std::vector<std::string> FileLines() const {
-    auto lines = rec.Texts();
-    if (!lines.empty()) lines.erase(lines.begin());
-    return lines;
+    const auto lines = rec.Texts();
+    return {lines.begin() + (lines.empty() ? 0 : 1), lines.end()};
   }
   // Both trees as text, sorted: "s/..." and "d/..." files with their contents (an archive as
   // its entry names in archive order, kBig as "BIG"), empty folders with a

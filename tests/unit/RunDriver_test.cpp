@@ -100,40 +100,35 @@ TEST_F(RunDriverTest, OnePassByTheJobsKeys) {
   const std::string daily = "IntervalType=1\nIntTimeType=0\nIntervalTime=08:00:00\n";
   const std::string space = "ChkFreeSpace=1\nFreeSpaceVal=1\nCounter=1\nInterval=4\n";
   const std::vector<std::string> ran = {"a: Starte Auftrag", "a: Auftrag ausgeführt"};
-  const struct {
-    const char* name;
-    std::string keys;
-    bool verbose;
-    std::vector<std::string> texts;
-    const char* events;
-    const char* counter;  // afterwards
-    bool noSpaceInfo = false;  // the free space cannot be asked: -1, below any limit
-  } rows[] = {
-      {"counter 0 never runs", "", false, {}, nullptr, "-1"},
-      {"and keeps falling", "Counter=-2\n", false, {}, nullptr, "-3"},
-      {"a delete job needs no destination", "To=" + tmp / "missing\nAction=2\nCounter=1\n", false, ran, nullptr, "0"},
+  // What the row shows, the keys, verbose, the lines, the CurrentJob events ("counter/status ",
+  // nullptr: not looked at), the Counter afterwards, and whether the free space cannot be asked
+  // (-1, below any limit).
+  const std::tuple<const char*, std::string, bool, std::vector<std::string>, const char*, const char*, bool> rows[] = {
+      {"counter 0 never runs", "", false, {}, nullptr, "-1", false},
+      {"and keeps falling", "Counter=-2\n", false, {}, nullptr, "-3", false},
+      {"a delete job needs no destination", "To=" + tmp / "missing\nAction=2\nCounter=1\n", false, ran, nullptr, "0", false},
       {"missing paths are state 2", "To=" + tmp / "missing\nCounter=1\nInterval=3\n", true,
-       {"a: Pfade ungültig"}, "0/2 3/2 ", "3"},
-      {"and silent without verbose", "To=" + tmp / "missing\nCounter=1\nInterval=3\n", false, {}, nullptr, "3"},
-      {"inactive does not count down", "Inactive=1\nCounter=2\n", true, {}, nullptr, "2"},
-      {"and says so when due", "Inactive=1\nCounter=1\n", true, {"a: Auftrag deaktiviert"}, nullptr, "1"},
-      {"only unscheduled jobs count", daily + "IntState=14.06.2026\n", false, ran, nullptr, "<missing>"},
-      {"free space above the limit", space, false, {}, "4/0 ", "4"},
+       {"a: Pfade ungültig"}, "0/2 3/2 ", "3", false},
+      {"and silent without verbose", "To=" + tmp / "missing\nCounter=1\nInterval=3\n", false, {}, nullptr, "3", false},
+      {"inactive does not count down", "Inactive=1\nCounter=2\n", true, {}, nullptr, "2", false},
+      {"and says so when due", "Inactive=1\nCounter=1\n", true, {"a: Auftrag deaktiviert"}, nullptr, "1", false},
+      {"only unscheduled jobs count", daily + "IntState=14.06.2026\n", false, ran, nullptr, "<missing>", false},
+      {"free space above the limit", space, false, {}, "4/0 ", "4", false},
       {"free space unknown", space, false, ran, "0/0 4/0 ", "4", true},
       // A preview job is left out of ordinary runs (taken in with --preview-jobs: e2e actions_test).
-      {"preview job", "DoPreview=1\nCounter=1\n", true, {}, "", "1"},
+      {"preview job", "DoPreview=1\nCounter=1\n", true, {}, "", "1", false},
   };
-  for (const auto& r : rows) {
-    SCOPED_TRACE(r.name);
-    Job("a", r.keys);
+  for (const auto& [name, keys, verbose, texts, events, counter, noSpaceInfo] : rows) {
+    SCOPED_TRACE(name);
+    Job("a", keys);
     WriteFile(src + "/f.txt", "f");  // the delete job's row takes it
-    if (r.noSpaceInfo) faults.Arm(FaultOp::Statvfs, 1, EIO);
-    Pass(r.verbose);
-    EXPECT_EQ(ev.Texts(), r.texts);
-    std::string events;
-    for (const auto& c : ev.jobs) events += std::to_string(c.lCounter) + "/" + std::to_string(c.iStatus) + " ";
-    EXPECT_TRUE(r.events == nullptr || events == r.events) << events;
-    EXPECT_EQ(Value("a", "Counter"), r.counter);
+    if (noSpaceInfo) faults.Arm(FaultOp::Statvfs, 1, EIO);
+    Pass(verbose);
+    EXPECT_EQ(ev.Texts(), texts);
+    std::string got;
+    for (const auto& c : ev.jobs) got += std::to_string(c.lCounter) + "/" + std::to_string(c.iStatus) + " ";
+    EXPECT_TRUE(events == nullptr || got == events) << got;
+    EXPECT_EQ(Value("a", "Counter"), counter);
   }
   EXPECT_EQ(errors, 0);
 }

@@ -106,8 +106,7 @@ TEST_F(ErrorTrapTest, TraceLinesOfNestedProcedures) {
   EXPECT_THAT(lines_[4], MatchesRegex(stamp("[0-9]") + "<-" + inner + "\\(\\)\r\n"));
   EXPECT_THAT(lines_[5], MatchesRegex(stamp("4") + "<-" + outer + "True\\)\r\n"));
   // A leave without an enter pushes the next enter neither left of column 0 nor right.
-  trap_.Leave("m", "Sub Unmatched", "()");
-  trap_.Leave("m", "Sub Unmatched", "()");
+  for (int i = 0; i < 2; ++i) trap_.Leave("m", "Sub Unmatched", "()");
   trap_.Enter("m", "Sub A", "()");
   ASSERT_EQ(lines_.size(), 9u);
   EXPECT_NE(lines_[7].find("] <-m : Sub Unmatched"), std::string::npos);

@@ -138,8 +138,7 @@ TEST_F(RunDriverTest, RunOnceIsMarkedBeforeItRunsAndThenReportedInactive) {
   std::string statusAtStart;
   ev.onLog = [&] { if (statusAtStart.empty()) statusAtStart = Value("a", "Status"); };
   Pass();
-  EXPECT_EQ(statusAtStart, "5");
-  EXPECT_EQ(Value("a", "Status"), "5");
+  EXPECT_EQ(std::pair(statusAtStart, Value("a", "Status")), std::pair(std::string("5"), std::string("5")));
   EXPECT_THAT(ev.Texts(), ElementsAre("a: Starte Auftrag", "a: Auftrag ausgeführt"));
   EXPECT_THAT(ev.jobs, ElementsAre(Current("a.kjb", 0, 0, 1), Current("a.kjb", 0, 1, 5)));
 

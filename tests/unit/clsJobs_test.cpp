@@ -14,7 +14,6 @@ using namespace std::string_literals;
 using testing::TempDir;
 using testing::WriteFile;
 
-using InFolder = testing::CurrentDir;  // the trap's error.log lands there
 
 // A host with a fixed clock whose message boxes record their text and answer with answer().
 Host FixedHost(std::vector<std::string>* asked = nullptr, std::function<BoxAnswer()> answer = nullptr) {
@@ -97,7 +96,7 @@ TEST(GetJobs, ABadNumberStopsIgnoresOrRetriesAsAnswered) {
   for (const auto& [answer, read] : cases) {
     SCOPED_TRACE(static_cast<int>(answer));
     TempDir dir;
-    InFolder here(dir.str());
+    testing::CurrentDir here(dir.str());  // the trap's error.log lands there
     for (const char* name : {"j1.kjb", "j2.kjb", "j3.kjb", "j4.kjb", "j5.kjb"}) WriteJob(dir, name);
     const std::vector<std::string> order = ListingOrder(dir);
     WriteJob(dir, order[2], "Counter=abc\n");
@@ -119,7 +118,7 @@ TEST(GetJobs, ABadNumberStopsIgnoresOrRetriesAsAnswered) {
 // A value that does not convert fails the read and is reported; a missing key is no error.
 TEST(GetJobs, ReadErrorsAreReportedAndFailTheRead) {
   TempDir dir;
-  InFolder here(dir.str());
+  testing::CurrentDir here(dir.str());
   // The contents ("<folder>": a folder named like the job file) and the report ("": the file reads).
   const std::pair<std::string, std::string> cases[] = {
       {"[Job]\nCounter=\n", "Type mismatch"},  // empty is no number

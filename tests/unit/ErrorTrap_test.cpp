@@ -20,15 +20,12 @@ std::string App() { return program_invocation_short_name; }
 
 class ErrorTrapTest : public ::testing::Test {
  protected:
-  // Answers the trap's question from a script; records what it was asked.
+  // Answers the trap's questions from a script (then Abort); records what it was asked.
   void Answer(std::vector<BoxAnswer> answers) {
-    answers_ = std::move(answers);
+    answers_ = std::move(answers), asked_.clear();
     host_.messageBox = [this](const MessageBoxRequest& box) {
       asked_.push_back(box);
-      if (answers_.empty()) return BoxAnswer::Abort;
-      const BoxAnswer a = answers_.front();
-      answers_.erase(answers_.begin());
-      return a;
+      return asked_.size() <= answers_.size() ? answers_[asked_.size() - 1] : BoxAnswer::Abort;
     };
   }
 
@@ -48,21 +45,18 @@ TEST_F(ErrorTrapTest, ErrorLogLineAndQuestion) {
   Proc p(trap_, "clsKestrel", "Sub CopyFiles");
   const int line = __LINE__ + 1;
   EXPECT_FALSE(p.Do([&] { ThrowSys(ENOENT, "open", "a"); }));
-  const std::string report = "OrvDev FailSafe reports " + App() +
-                             " program error #2 (No such file or directory) occurred in module "
-                             "clsKestrel, Sub CopyFiles, line " + std::to_string(line) + ".";
+  const std::string head = "OrvDev FailSafe reports " + App() + " program error #";
+  const std::string report = head + "2 (No such file or directory) occurred in module clsKestrel, Sub CopyFiles, line " +
+                             std::to_string(line) + ".";
   ASSERT_EQ(asked_.size(), 1u);
-  EXPECT_EQ(asked_[0].title, "Unexpected Error");
-  EXPECT_EQ(asked_[0].text, report);
-  EXPECT_EQ(asked_[0].buttons, MessageBoxRequest::Buttons::AbortRetryIgnore);
+  EXPECT_EQ(std::tuple(asked_[0].title, asked_[0].text, asked_[0].buttons),
+            std::tuple("Unexpected Error", report, MessageBoxRequest::Buttons::AbortRetryIgnore));
   trap_.Report("modUnZip", "Sub UnZip_Files", 5, "bad call", 10);
   trap_.Report("modUnZip", "Sub UnZip_Files", 440, "Archive!broken", 11);
   EXPECT_EQ(ReadFile(dir_ / "error.log"),
-            report + "\nOrvDev FailSafe reports " + App() +
-                " program error #5 (bad call) occurred in module modUnZip, Sub UnZip_Files, line 10.\n"
-                "OrvDev FailSafe reports " + App() +
-                " program error #440 (Archive!broken) occurred in module modUnZip, Sub UnZip_Files, line 11. "
-                "This error was generated remotely by modUnZip, a component of " + App() + ".\n");
+            report + "\n" + head + "5 (bad call) occurred in module modUnZip, Sub UnZip_Files, line 10.\n" + head +
+                "440 (Archive!broken) occurred in module modUnZip, Sub UnZip_Files, line 11. This error was "
+                "generated remotely by modUnZip, a component of " + App() + ".\n");
   EXPECT_EQ(trap_.ErrorCount(), 3);
 }
 
@@ -72,11 +66,8 @@ TEST_F(ErrorTrapTest, AnswersDecideHowTheProcedureGoesOn) {
   Answer({BoxAnswer::Retry, BoxAnswer::Retry});
   Proc p(trap_, "m", "Sub P");
   int runs = 0;
-  EXPECT_TRUE(p.Do([&] {
-    if (++runs < 3) throw KestrelError(6, "Overflow");
-  }));
-  EXPECT_EQ(runs, 3);
-  EXPECT_EQ(asked_.size(), 2u);
+  EXPECT_TRUE(p.Do([&] { if (++runs < 3) throw KestrelError(6, "Overflow"); }));
+  EXPECT_EQ(std::pair(runs, asked_.size()), std::pair(3, 2ul));
   Answer({BoxAnswer::Ignore});
   EXPECT_TRUE(p.Do([] { throw KestrelError(13, "Type mismatch"); }));
   Answer({BoxAnswer::Abort});
@@ -84,10 +75,7 @@ TEST_F(ErrorTrapTest, AnswersDecideHowTheProcedureGoesOn) {
   EXPECT_EQ(trap_.ErrorCount(), 4);
   host_.messageBox = nullptr;
   runs = 0;
-  EXPECT_FALSE(p.Do([&] {
-    ++runs;
-    throw std::runtime_error("boom");
-  }));
+  EXPECT_FALSE(p.Do([&] { ++runs, throw std::runtime_error("boom"); }));
   EXPECT_EQ(runs, 1);
   EXPECT_THAT(ReadFile(dir_ / "error.log"), ::testing::HasSubstr("#51 (boom)"));
 }
@@ -98,9 +86,8 @@ TEST_F(ErrorTrapTest, TraceLinesOfNestedProcedures) {
   host_.traceSink = [this](const std::string& line) { lines_.push_back(line); };
   {
     std::string verbose = "False";
-    Proc outer(trap_, "clsKestrel", "Sub ExecuteAllJobs", [&] {
-      return ParamText({{"sJobDir", "/j/"}, {"bVerbose", Opt(verbose)}});
-    });
+    const auto params = [&] { return ParamText({{"sJobDir", "/j/"}, {"bVerbose", Opt(verbose)}}); };
+    Proc outer(trap_, "clsKestrel", "Sub ExecuteAllJobs", params);
     Proc inner(trap_, "modDiskFree", "Function GetDiskFree", [] { return std::string("()"); });
     inner.Do([] { throw KestrelError(2, "No such file or directory"); });
     verbose = "True";
@@ -119,8 +106,7 @@ TEST_F(ErrorTrapTest, TraceLinesOfNestedProcedures) {
   EXPECT_THAT(lines_[4], MatchesRegex(stamp("[0-9]") + "<-" + inner + "\\(\\)\r\n"));
   EXPECT_THAT(lines_[5], MatchesRegex(stamp("4") + "<-" + outer + "True\\)\r\n"));
   // A leave without an enter pushes the next enter neither left of column 0 nor right.
-  trap_.Leave("m", "Sub Unmatched", "()");
-  trap_.Leave("m", "Sub Unmatched", "()");
+  for (int i = 0; i < 2; ++i) trap_.Leave("m", "Sub Unmatched", "()");
   trap_.Enter("m", "Sub A", "()");
   ASSERT_EQ(lines_.size(), 9u);
   EXPECT_NE(lines_[7].find("] <-m : Sub Unmatched"), std::string::npos);

@@ -36,9 +36,7 @@ inline const std::string kBig = [] {
 // The names directly in a folder, sorted.
 inline std::vector<std::string> Names(const std::string& folder) {
   std::vector<std::string> out;
-  for (const auto& e : std::filesystem::directory_iterator(folder)) {
-    out.push_back(e.path().filename().string());
-  }
+  for (const auto& e : std::filesystem::directory_iterator(folder)) out.push_back(e.path().filename().string());
   std::sort(out.begin(), out.end());
   return out;
 }
@@ -61,30 +59,21 @@ class Rig : public ::testing::Test {
     driver.LoadLogMessages("");
     driver.SetMsgIDs();
     driver.catalogueLoaded = true;
-    svc.events = &rec;
-    svc.noSizeCheck = true;
-    std::filesystem::create_directories(src);
-    std::filesystem::create_directories(dst);
+    svc.events = &rec, svc.noSizeCheck = true;
+    for (const auto& folder : {src, dst}) std::filesystem::create_directories(folder);
     Fresh();
   }
   // The job back to its defaults over src -> dst.
   job& Fresh() {
     j = job{};
-    j.JobName = "job";
-    j.From = src;
-    j.To = dst;
-    j.DoPreview = 0;
+    j.JobName = "job", j.From = src, j.To = dst, j.DoPreview = 0;
     return j;
   }
   std::string Src(const std::string& rel) const { return src + "/" + rel; }
   std::string Dst(const std::string& rel) const { return dst + "/" + rel; }
   // A file below src (dst) with the given contents and write time (0: now).
-  std::string Source(const std::string& rel, const std::string& data = "data", std::time_t t = 0) {
-    return Put(Src(rel), data, t);
-  }
-  std::string Dest(const std::string& rel, const std::string& data, std::time_t t = 0) {
-    return Put(Dst(rel), data, t);
-  }
+  std::string Source(const std::string& rel, const std::string& data = "data", std::time_t t = 0) { return Put(Src(rel), data, t); }
+  std::string Dest(const std::string& rel, const std::string& data, std::time_t t = 0) { return Put(Dst(rel), data, t); }
   static std::string Put(const std::string& path, const std::string& data, std::time_t t) {
     WriteFile(path, data);
     if (t != 0) SetModified(path, t);
@@ -93,9 +82,8 @@ class Rig : public ::testing::Test {
   std::vector<std::string> Lines() const { return rec.Texts(); }
   // The lines after the count line.
   std::vector<std::string> FileLines() const {
-    auto lines = rec.Texts();
-    if (!lines.empty()) lines.erase(lines.begin());
-    return lines;
+    const auto lines = rec.Texts();
+    return {lines.begin() + (lines.empty() ? 0 : 1), lines.end()};
   }
   // Both trees as text, sorted: "s/..." and "d/..." files with their contents (an archive as
   // its entry names in archive order, kBig as "BIG"), empty folders with a
@@ -107,17 +95,12 @@ class Rig : public ::testing::Test {
       if (std::filesystem::is_empty(root)) out.push_back(std::string(tag) + "/");
       for (const auto& e : std::filesystem::recursive_directory_iterator(root)) {
         const std::string rel = tag + e.path().string().substr(root.size());
-        if (e.is_directory()) {
-          if (std::filesystem::is_empty(e.path())) out.push_back(rel + "/");
-          continue;
-        }
-        std::string data = ReadFile(e.path().string());
+        if (e.is_directory() && std::filesystem::is_empty(e.path())) out.push_back(rel + "/");
+        if (e.is_directory()) continue;
+        std::string data = ReadFile(e.path().string()), names;
         if (data.starts_with("PK\x03\x04") || data.starts_with("PK\x05\x06")) {
-          data.clear();
-          for (const auto& entry : PyEntries(tmp, e.path().string())) {
-            data += (data.empty() ? "" : ",") + entry.substr(0, entry.find('|'));
-          }
-          data = "[" + data + "]";
+          for (const auto& entry : PyEntries(tmp, e.path().string())) names += "," + entry.substr(0, entry.find('|'));
+          data = "[" + names.substr(names.empty() ? 0 : 1) + "]";
         }
         out.push_back(rel + "=" + (data == kBig ? "BIG" : data));
       }
@@ -154,10 +137,8 @@ class Rig : public ::testing::Test {
   }
   // Clears the record and the job's error flag between two cases of a table.
   void Next() {
-    rec.lines.clear();
-    rec.counters.clear();
-    run.jobError = false;
-    run.noFiles = false;
+    rec.lines.clear(), rec.counters.clear();
+    run.jobError = run.noFiles = false;
   }
 
   TempDir tmp;

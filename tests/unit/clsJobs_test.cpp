@@ -1,21 +1,19 @@
 #include <orvKestrel/clsJobs.h>
 
 #include "jobs/JobFields.h"
-#include "platform/FileSystem.h"
 #include "support/TestSupport.h"
 
 #include <gtest/gtest.h>
-#include <unistd.h>
 
 #include <filesystem>
 
 namespace orvKestrel {
 namespace {
 
+using namespace std::string_literals;
 using testing::TempDir;
 using testing::WriteFile;
 
-using InFolder = testing::CurrentDir;  // the trap's error.log lands there
 
 // A host with a fixed clock whose message boxes record their text and answer with answer().
 Host FixedHost(std::vector<std::string>* asked = nullptr, std::function<BoxAnswer()> answer = nullptr) {
@@ -39,11 +37,9 @@ std::vector<std::string> Names(const std::vector<job>& jobs) {
 
 // Job files of dir in the order the file system lists them.
 std::vector<std::string> ListingOrder(const TempDir& dir) {
-  FileSystem fs;
   std::vector<std::string> out;
-  const auto entries = fs.ListFolder(dir.str());
-  for (const DirEntry& e : entries.value()) {
-    if (e.name.ends_with(".kjb") || e.name.ends_with(".KJB")) out.push_back(e.name);
+  for (const auto& e : std::filesystem::directory_iterator(dir.str())) {
+    if (const auto n = e.path().filename().string(); n.ends_with(".kjb") || n.ends_with(".KJB")) out.push_back(n);
   }
   return out;
 }
@@ -70,9 +66,8 @@ TEST(GetJobs, ConvertsValues) {
 // of defaults, nothing from inside the folder.
 TEST(GetJobs, TakesJobFilesInListingOrder) {
   TempDir dir;
-  for (const char* name : {"x.txt", "b.kjb", "A.KJB", ".hidden.kjb", "noext", "jobs/inside.kjb", "jobs-old.kjb"}) {
+  for (const char* name : {"x.txt", "b.kjb", "A.KJB", ".hidden.kjb", "noext", "jobs/inside.kjb", "jobs-old.kjb"})
     WriteJob(dir, name);
-  }
   std::filesystem::create_directories(dir / "folder.kjb");
   std::filesystem::create_symlink(dir / "b.kjb", dir / "link.kjb");
   clsJobs jobs(FixedHost());
@@ -83,53 +78,49 @@ TEST(GetJobs, TakesJobFilesInListingOrder) {
   }
   EXPECT_EQ(Names(got), expected);
   EXPECT_EQ(got.size(), 4u);
-  EXPECT_EQ(Names(jobs.GetJobs(dir.str() + "/", "A.KJB")), std::vector<std::string>{"A.KJB"});
-  EXPECT_TRUE(jobs.GetJobs(dir.str() + "/", "x.txt").empty());
-  const std::vector<job> missing = jobs.GetJobs(dir.str() + "/", "gone.kjb");
-  ASSERT_EQ(missing.size(), 1u);
-  EXPECT_EQ(missing[0].JobName, "");
-  EXPECT_EQ(missing[0].DoPreview, 1);
-  EXPECT_EQ(Names(jobs.GetJobs(dir / "jobs")), std::vector<std::string>{""});
+  const std::string folder = dir.str() + "/";
+  EXPECT_EQ(Names(jobs.GetJobs(folder, "A.KJB")), std::vector<std::string>{"A.KJB"});
+  EXPECT_TRUE(jobs.GetJobs(folder, "x.txt").empty());
+  for (const auto& missing : {jobs.GetJobs(folder, "gone.kjb"), jobs.GetJobs(dir / "jobs")}) {
+    ASSERT_EQ(missing.size(), 1u);
+    EXPECT_EQ(std::tuple(missing[0].JobName, +missing[0].DoPreview), std::tuple(""s, 1));
+  }
 }
 
 // The third of five job files has a bad number: Abort stops the listing there (naming file, key
 // and value), Ignore passes over the file, Retry reads it again (the user fixed it meanwhile).
 TEST(GetJobs, ABadNumberStopsIgnoresOrRetriesAsAnswered) {
-  const struct {
-    BoxAnswer answer;
-    std::vector<int> read;  // the files read, by their place in the listing
-  } cases[] = {{BoxAnswer::Abort, {0, 1}}, {BoxAnswer::Ignore, {0, 1, 3, 4}}, {BoxAnswer::Retry, {0, 1, 2, 3, 4}}};
-  for (const auto& c : cases) {
-    SCOPED_TRACE(static_cast<int>(c.answer));
+  // The answer, and the files read by their place in the listing.
+  const std::pair<BoxAnswer, std::vector<int>> cases[] = {
+      {BoxAnswer::Abort, {0, 1}}, {BoxAnswer::Ignore, {0, 1, 3, 4}}, {BoxAnswer::Retry, {0, 1, 2, 3, 4}}};
+  for (const auto& [answer, read] : cases) {
+    SCOPED_TRACE(static_cast<int>(answer));
     TempDir dir;
-    InFolder here(dir.str());
+    testing::CurrentDir here(dir.str());  // the trap's error.log lands there
     for (const char* name : {"j1.kjb", "j2.kjb", "j3.kjb", "j4.kjb", "j5.kjb"}) WriteJob(dir, name);
     const std::vector<std::string> order = ListingOrder(dir);
     WriteJob(dir, order[2], "Counter=abc\n");
     std::vector<std::string> asked;
     clsJobs jobs(FixedHost(&asked, [&] {
-      if (c.answer == BoxAnswer::Retry) WriteJob(dir, order[2], "Counter=1\n");
-      return c.answer;
+      if (answer == BoxAnswer::Retry) WriteJob(dir, order[2], "Counter=1\n");
+      return answer;
     }));
     std::vector<std::string> expected;
-    for (int i : c.read) expected.push_back(order[i]);
+    for (int i : read) expected.push_back(order[i]);
     EXPECT_EQ(Names(jobs.GetJobs(dir.str() + "/")), expected);
-    EXPECT_EQ(jobs.LastReadFailed(), c.answer != BoxAnswer::Retry);
+    EXPECT_EQ(jobs.LastReadFailed(), answer != BoxAnswer::Retry);
     ASSERT_EQ(asked.size(), 1u);
-    for (const std::string& part : std::vector<std::string>{"#13", dir / order[2], "key \"Counter\"", "\"abc\""}) {
+    for (const std::string& part : {"#13"s, dir / order[2], "key \"Counter\""s, "\"abc\""s})
       EXPECT_NE(asked[0].find(part), std::string::npos) << asked[0];
-    }
   }
 }
 
 // A value that does not convert fails the read and is reported; a missing key is no error.
 TEST(GetJobs, ReadErrorsAreReportedAndFailTheRead) {
   TempDir dir;
-  InFolder here(dir.str());
-  const struct {
-    std::string content;  // "<folder>": a folder named like the job file
-    std::string report;   // "": the file reads
-  } cases[] = {
+  testing::CurrentDir here(dir.str());
+  // The contents ("<folder>": a folder named like the job file) and the report ("": the file reads).
+  const std::pair<std::string, std::string> cases[] = {
       {"[Job]\nCounter=\n", "Type mismatch"},  // empty is no number
       {"[Job]\nName=b\n", ""},
       {"[Job]\nAction=32768\n", "#6 (Overflow"},
@@ -140,16 +131,16 @@ TEST(GetJobs, ReadErrorsAreReportedAndFailTheRead) {
       {"[Job]\nZipGrade=32768\n", "#6 (Overflow"},
       {"<folder>", dir / "a.kjb"},
   };
-  for (const auto& c : cases) {
-    SCOPED_TRACE(c.content);
+  for (const auto& [content, report] : cases) {
+    SCOPED_TRACE(content);
     std::filesystem::remove_all(dir / "a.kjb");
-    c.content == "<folder>" ? (void)std::filesystem::create_directories(dir / "a.kjb") : WriteFile(dir / "a.kjb", c.content);
+    content == "<folder>" ? (void)std::filesystem::create_directories(dir / "a.kjb") : WriteFile(dir / "a.kjb", content);
     std::vector<std::string> asked;
     clsJobs jobs(FixedHost(&asked, [] { return BoxAnswer::Abort; }));
-    EXPECT_EQ(jobs.GetJobs(dir.str() + "/", "a.kjb").size(), c.report.empty() ? 1u : 0u);
-    EXPECT_EQ(jobs.LastReadFailed(), !c.report.empty());
-    ASSERT_EQ(asked.size(), c.report.empty() ? 0u : 1u);
-    for (const std::string& text : asked) EXPECT_NE(text.find(c.report), std::string::npos) << text;
+    EXPECT_EQ(jobs.GetJobs(dir.str() + "/", "a.kjb").size(), report.empty() ? 1u : 0u);
+    EXPECT_EQ(jobs.LastReadFailed(), !report.empty());
+    ASSERT_EQ(asked.size(), report.empty() ? 0u : 1u);
+    for (const std::string& text : asked) EXPECT_NE(text.find(report), std::string::npos) << text;
   }
 }
 

@@ -43,6 +43,7 @@ class ZipFacade : public Rig {
     Zip_Files(run, svc, files);
   }
   bool HasLine(const std::string& text) const { return std::ranges::count(rec.Texts(), text) == 1; }
+  void EmptyDst() const { fs::remove_all(dst), fs::create_directories(dst); }
   ZipLibrary& zip = *svc.zip;
   FileList files;
 };
@@ -67,16 +68,13 @@ TEST_F(ZipFacade, ArchivesMadeWithWorkersReadInOtherToolsAndComeBack) {
             (Strings{"small.txt|5|0|1700000000", "big.bin|5242883|8|1700003600", "sub/\xC3\xBC \xC3\xB1.txt|6|8|1699992800",
                    "caf\xCE\x98.txt|5|8|1700000000"}));  // no UTF-8 flag: read as code page 437
   for (const std::string tool : {"unzip -tq ", "7z t "}) {
-    if (!HaveTool(tool.substr(0, tool.find(' ')))) continue;
-    const ToolResult t = RunTool(tool + Quote(archive));
+    const ToolResult t = HaveTool(tool.substr(0, tool.find(' '))) ? RunTool(tool + Quote(archive)) : ToolResult{0, ""};
     EXPECT_EQ(t.status, 0) << t.output;
   }
   EXPECT_EQ(zip.UnZipEx(archive, tmp / "back", "*.*", 1, "", 0, 0), 4);
   for (const auto& f : fs::recursive_directory_iterator(src)) {
-    if (!f.is_regular_file()) continue;
     const std::string back = tmp / ("back/" + fs::relative(f.path(), src).string());
-    EXPECT_EQ(ReadFile(back), ReadFile(f.path())) << back;
-    EXPECT_EQ(WriteTime(back), WriteTime(f.path())) << back;
+    EXPECT_TRUE(!f.is_regular_file() || (ReadFile(back) == ReadFile(f.path()) && WriteTime(back) == WriteTime(f.path()))) << back;
   }
 }
 
@@ -92,10 +90,10 @@ TEST_F(ZipFacade, CheckZipFileTellsMissingDamagedAndForeignFiles) {
                         "z=zipfile.ZipFile(" + Quote(tmp / "dirs.zip") + ",'w')\n"
                         "z.writestr('a/', '')\nz.writestr('a/b/', '')\nz.close()\n").status, 0);
   fs::create_directory(tmp / "folder.zip");
-  const std::vector<std::pair<std::string, std::int32_t>> cases = {
-      {"good.zip", 0}, {"missing.zip", 2}, {"cut.zip", 1}, {"empty.zip", 1},
-      {"dirs.zip", 1}, {"text.zip", 3},    {"pkjunk.zip", 3}, {"folder.zip", 3}};
-  for (const auto& [name, status] : cases) EXPECT_EQ(zip.CheckZipFile(tmp / name, ""), status) << name;
+  for (const auto& [name, status] : {std::pair{"good.zip", 0}, {"missing.zip", 2}, {"cut.zip", 1}, {"empty.zip", 1},
+                                     {"dirs.zip", 1}, {"text.zip", 3}, {"pkjunk.zip", 3}, {"folder.zip", 3}}) {
+    EXPECT_EQ(zip.CheckZipFile(tmp / name, ""), status) << name;
+  }
   EXPECT_EQ(zip.ZipFileCount(tmp / "dirs.zip"), 0);
   EXPECT_EQ(zip.UnZipEx(tmp / "cut.zip", tmp / "cut", "*.*", 1, "", 0, 0), 0);
 }
@@ -115,8 +113,7 @@ TEST_F(ZipFacade, OneCommitTakesOneSourcePerNameAndLeavesOutVanishedOnes) {
   EXPECT_EQ(Add(archive, "never-there.txt"), 0);
   fs::remove(Src("gone.txt"));
   ASSERT_TRUE(zip.Flush());
-  ASSERT_EQ(zip.FailedSources().size(), 1u);
-  EXPECT_EQ(zip.FailedSources()[0].source, Src("gone.txt"));
+  EXPECT_TRUE(zip.FailedSources().size() == 1 && zip.FailedSources()[0].source == Src("gone.txt"));
   EXPECT_EQ(ArchiveEntries(archive), (Entries{{"n.txt", "first"}}));
 }
 
@@ -129,8 +126,7 @@ TEST_F(ZipFacade, AFileChangedWhileItIsReadIsNotStoredNorDeleted) {
     Strings lines[2];
     for (const int workers : {1, 4}) {
       SCOPED_TRACE(::testing::Message() << "ZipAll " << zipAll << ", workers " << workers);
-      fs::remove_all(dst);
-      fs::create_directories(dst);
+      EmptyDst();
       zip.SetWorkers(workers);
       std::tie(j.ZipAll, j.ZipExtStruct, j.Exist, j.EFSelect, j.ZipDelComp) = std::tuple(zipAll, 1, 4, 0, 0);
       const std::string big = Source("big.bin", std::string(kSize, 'o'), kT0);
@@ -151,12 +147,9 @@ TEST_F(ZipFacade, AFileChangedWhileItIsReadIsNotStoredNorDeleted) {
       });
       RunZip({big, other});
       faults.Every(FaultOp::Read, nullptr);
-      EXPECT_GE(reads, 2);
+      EXPECT_TRUE(reads >= 2 && run.jobError && fs::file_size(big) == kSize && !Exists(other));
       EXPECT_TRUE(HasLine("job: Fehler: The file changed while it was read - " + big)) << ::testing::PrintToString(Lines());
-      EXPECT_TRUE(run.jobError);
       EXPECT_TRUE(ArchiveEntries(archive).value_or(Entries{})["big.bin"] == before->at("big.bin")) << "the entry changed";
-      EXPECT_EQ(fs::file_size(big), kSize);
-      EXPECT_FALSE(Exists(other));
       EXPECT_EQ(ArchiveEntries(zipAll == 0 ? archive : Dst("other.txt.zip")).value_or(Entries{})["other.txt"], "other");
       lines[workers / 4] = Lines();
     }
@@ -181,8 +174,7 @@ TEST_F(ZipFacade, WhatChangedAfterItWasReadIsKept) {
   };
   for (const auto& c : cases) {
     SCOPED_TRACE(c.name);
-    fs::remove_all(dst);
-    fs::create_directories(dst);
+    EmptyDst();
     std::tie(j.ZipAll, j.ZipDelComp) = std::tuple(c.zipAll, 1);
     const std::string a = Source("a.txt", "line 1\n"), b = Source("b.txt", "b");
     const std::string changed = c.change[0] == '~' ? Dst(c.change + 1) : Src(c.change);
@@ -213,9 +205,7 @@ TEST_F(ZipFacade, WhatChangedAfterItWasReadIsKept) {
     Next();
     files = {Src("a.zip")};
     UnZip_Files(run, svc, files);
-    EXPECT_EQ(ReadFile(Src("a.zip")), replacement);
-    EXPECT_EQ(ReadFile(Dst("a.txt")), "data");
-    EXPECT_TRUE(run.jobError);
+    EXPECT_TRUE(ReadFile(Src("a.zip")) == replacement && ReadFile(Dst("a.txt")) == "data" && run.jobError);
     EXPECT_EQ(rec.Texts().back(), "job: Fehler: The file changed after it was read and was kept - " + Src("a.zip"));
   }
 }
@@ -245,8 +235,7 @@ TEST_F(ZipFacade, AFailedReplacementKeepsTheOldArchive) {
 TEST_F(ZipFacade, ACancelLeavesTheArchiveAsItWasAndNoTemporaries) {
   for (const int workers : {1, 4}) {
     SCOPED_TRACE(workers);
-    fs::remove_all(dst);
-    fs::create_directories(dst);
+    EmptyDst();
     const std::string archive = Dst("a.zip");
     zip.StartZipRun(1, 0);
     zip.SetWorkers(workers);
@@ -260,10 +249,7 @@ TEST_F(ZipFacade, ACancelLeavesTheArchiveAsItWasAndNoTemporaries) {
     const auto cancel = [&] { zip.CancelZip(); };
     for (const auto& f : files) ASSERT_EQ(zip.ZipAddFile(archive, f, 3, 0), 1);
     faults.Before(FaultOp::Read, 8, cancel);
-    EXPECT_FALSE(zip.Flush());
-    EXPECT_TRUE(zip.LastCancelled());
-    EXPECT_TRUE(zip.WrittenSources().empty());
-    EXPECT_EQ(ReadFile(archive), before);
+    EXPECT_TRUE(!zip.Flush() && zip.LastCancelled() && zip.WrittenSources().empty() && ReadFile(archive) == before);
     EXPECT_EQ(TempLeftovers(dst), Strings{});
 
     faults.Disarm();
@@ -274,8 +260,7 @@ TEST_F(ZipFacade, ACancelLeavesTheArchiveAsItWasAndNoTemporaries) {
     zip.StartUnzipRun({});
     const std::int32_t count = zip.UnZipEx(archive, Dst("x"), "*", 1, "", 0, 0);
     faults.Disarm();
-    EXPECT_TRUE(zip.LastCancelled());
-    EXPECT_LT(count, 20);
+    EXPECT_TRUE(zip.LastCancelled() && count < 20) << count;
     EXPECT_EQ(TempLeftovers(dst), Strings{});
     for (const auto& f : fs::directory_iterator(Dst("x"))) {
       EXPECT_EQ(ReadFile(f.path()), ReadFile(Src(f.path().filename().string()))) << f.path();
@@ -298,10 +283,7 @@ class Compression : public ZipFacade {
   };
   void Check(const Row& r) {
     SCOPED_TRACE(r.name);
-    for (const std::string& root : {src, dst}) {
-      fs::remove_all(root);
-      fs::create_directories(root);
-    }
+    fs::remove_all(src), fs::create_directories(src), EmptyDst();
     Fresh();
     Next();
     r.set(j);
@@ -309,9 +291,8 @@ class Compression : public ZipFacade {
     for (const auto& [rel, data] : r.files) {
       const std::string path = (rel[0] == 's' ? src : dst) + std::string(rel).substr(1);
       const std::string text = data;
-      if (text == "DIR") fs::create_directories(path);
-      if (text.starts_with("zip:")) MakeArchive(path, {{text.substr(4), text.substr(4)}});
-      if (text != "DIR" && !text.starts_with("zip:")) WriteFile(path, text);
+      text == "DIR" ? void(fs::create_directories(path))
+      : text.starts_with("zip:") ? MakeArchive(path, {{text.substr(4), text.substr(4)}}) : WriteFile(path, text);
       if (rel[0] == 's') files.push_back(path);
     }
     const std::string before = Tree();
@@ -400,14 +381,12 @@ TEST_F(Compression, PasswordProtectsTheEntries) {
   j.ZipPwd = "Pa55";
   Zip_Files(run, svc, files);
   const std::string archive = Dst("job.zip");
-  EXPECT_EQ(svc.zip->CheckZipFile(archive, "Pa55"), 0);
-  EXPECT_EQ(svc.zip->CheckZipFile(archive, "wrong"), 4);
-  EXPECT_EQ(svc.zip->CheckZipFile(archive, ""), 4);
+  for (const auto& [password, status] : {std::pair{"Pa55", 0}, {"wrong", 4}, {"", 4}}) {
+    EXPECT_EQ(svc.zip->CheckZipFile(archive, password), status) << password;
+  }
   EXPECT_EQ(svc.zip->UnZipEx(archive, tmp / "bad", "*.*", 1, "wrong", 0, 0), 0);
-  ASSERT_EQ(svc.zip->Failures().size(), 1u);
-  EXPECT_EQ(svc.zip->Failures()[0].kind, ZipLibrary::EntryFailure::Kind::Password);
-  EXPECT_FALSE(Exists(tmp / "bad/a.txt"));
-  EXPECT_EQ(TempLeftovers(tmp / "bad"), Strings{});
+  EXPECT_TRUE(svc.zip->Failures().size() == 1 && svc.zip->Failures()[0].kind == ZipLibrary::EntryFailure::Kind::Password);
+  EXPECT_EQ(Names(tmp / "bad"), Strings{});  // not even a temporary
   EXPECT_EQ(svc.zip->UnZipEx(archive, tmp / "good", "*.*", 1, "Pa55", 0, 0), 1);
   EXPECT_EQ(ReadFile(tmp / "good/a.txt"), "secret text");
   if (!HaveTool("7z")) GTEST_SKIP() << "7z is not installed (p7zip-full, scripts/setup.sh)";
@@ -423,8 +402,7 @@ TEST_F(Compression, OnlyExactlyHiddenFilesAreUnhiddenForTheCall) {
       {true, false, 2}, {false, true, 0}, {true, true, 0}, {false, false, 2}};
   for (const auto& c : cases) {
     SCOPED_TRACE(::testing::Message() << c.preview << c.dryRun);
-    fs::remove_all(dst);
-    fs::create_directories(dst);
+    EmptyDst();
     files = {Source(".first"), Source(".hidden"), Source("ro-hidden")};
     svc.fs.SetAttributes(files[0], kAttrHidden);
     svc.fs.SetAttributes(files[2], kAttrHidden | kAttrReadOnly);
@@ -433,10 +411,8 @@ TEST_F(Compression, OnlyExactlyHiddenFilesAreUnhiddenForTheCall) {
     faults.Disarm();
     c.preview ? Zip_Preview(run, svc, files) : Zip_Files(run, svc, files);
     EXPECT_EQ(faults.Calls(FaultOp::SetAttributes), c.calls);
-    EXPECT_EQ(svc.fs.GetAttributes(files[1]), kAttrHidden);
-    EXPECT_EQ(svc.fs.GetAttributes(files[2]), kAttrHidden | kAttrReadOnly);
-    EXPECT_EQ(Exists(Dst("job.zip")), !c.preview && !c.dryRun);
-    EXPECT_TRUE(Exists(files[0]));
+    EXPECT_EQ(std::pair(svc.fs.GetAttributes(files[1]), svc.fs.GetAttributes(files[2])), std::pair(kAttrHidden, kAttrHidden | kAttrReadOnly));
+    EXPECT_TRUE(Exists(Dst("job.zip")) == (!c.preview && !c.dryRun) && Exists(files[0]));
   }
   EXPECT_EQ(Tree(), "d/job.zip=[.first,.hidden,ro-hidden] s/.first=data s/.hidden=data s/ro-hidden=data");  // the run, last
 }
@@ -453,13 +429,10 @@ TEST(LinkResolution, FollowsTheLinksOnTheWay) {
     return it == links.end() ? std::nullopt : std::optional<std::string>(it->second);
   };
   struct Case { Parts at; std::string target; bool inside; };
-  for (const Case& c : {Case{{}, "a/l/a/l/../..", false}, Case{{}, "a/l/..", false},
-                        Case{{"a"}, "b/l1/..", false}, Case{{}, "a/l/x", true},
-                        Case{{}, "a/b/l1/a/l", true}, Case{{}, "up/etc", false},
-                        Case{{}, "loop1", false}, Case{{"a"}, "../x", true},
-                        Case{{"a"}, "../../x", false}, Case{{}, "/etc", false},
-                        Case{{}, "", false}, Case{{"a", "b"}, "l1/a/l/../c", false},
-                        Case{{}, std::string("..\0/x", 5), false}}) {
+  for (const Case& c : {Case{{}, "a/l/a/l/../..", false}, {{}, "a/l/..", false}, {{"a"}, "b/l1/..", false}, {{}, "a/l/x", true},
+                        {{}, "a/b/l1/a/l", true}, {{}, "up/etc", false}, {{}, "loop1", false}, {{"a"}, "../x", true},
+                        {{"a"}, "../../x", false}, {{}, "/etc", false}, {{}, "", false}, {{"a", "b"}, "l1/a/l/../c", false},
+                        {{}, std::string("..\0/x", 5), false}}) {
     EXPECT_EQ(zipnames::LinkResolvesInside(c.at, c.target, lookup), c.inside) << c.target;
   }
 }

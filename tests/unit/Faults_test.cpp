@@ -78,9 +78,7 @@ struct RunResult {
   // The numbers of the lines "t10" (error), "t3" (start), "t6" (done), "t7" (no files), "t28".
   static constexpr std::int16_t idError = 10, idStart = 3, idDone = 6, idNoFiles = 7, idDoneWithError = 28;
 
-  bool HasError() const {
-    return std::any_of(lines.begin(), lines.end(), [&](const Line& l) { return l.id == idError; });
-  }
+  bool HasError() const { return std::ranges::any_of(lines, [&](const Line& l) { return l.id == idError; }); }
   std::int16_t EndId() const { return lines.empty() ? 0 : lines.back().id; }
   enum class Phase { Before, InJob, After };
   // Where the fault fired: before the job's start line (reading the job folder and file),
@@ -100,66 +98,54 @@ struct RunResult {
   }
 };
 
-// One tree with its job, below a folder of its own (in memory where there is one: the engine
-// flushes every file it writes, and the runs are many).
-class FaultRun {
- public:
-  explicit FaultRun(const Scenario& s) {
-    std::string tmpl = (::access("/dev/shm", W_OK) == 0 ? "/dev/shm" : fs::temp_directory_path().string()) + "/kestrel-faults-XXXXXX";
-    if (::mkdtemp(tmpl.data()) == nullptr) throw std::runtime_error("mkdtemp");
-    root_ = tmpl;
-    for (const char* top : {"/src", "/dst"}) fs::create_directories(root_ + top);
-    for (const auto& [rel, data] : s.files) WriteFile(root_ + "/" + rel, data);
-    for (const auto& [rel, entries] : s.archives) MakeArchive(root_ + "/" + rel, entries);
-    for (const auto& e : fs::recursive_directory_iterator(root_)) {
-      const std::string rel = e.path().string().substr(root_.size() + 1);
-      if (e.is_regular_file()) SetModified(e.path().string(), s.times.contains(rel) ? s.times.at(rel) : 1700000000);
-    }
-    WriteFile(root_ + "/jobs/j.kjb", "[Job]\nName=j\nFrom=" + root_ + "/src\nTo=" + root_ +
-               "/dst\nDoPreview=0\nIntervalType=0\nInterval=1\nCounter=1\n" + s.keys);
+// A run of a scenario's tree with its job, below a folder of its own (in memory where there is
+// one: the engine flushes every file it writes, and the runs are many), with the n-th call of op
+// made to fail with err. jobs: the run's workers (copies and archive entries made ahead); 1
+// starts none.
+RunResult RunScenario(const Scenario& s, FaultOp op, int n, int err, int jobs = 1) {
+  const TempDir dir = [] {
+    const ScopedEnv shm("TMPDIR", ::access("/dev/shm", W_OK) == 0 ? "/dev/shm" : fs::temp_directory_path().string());
+    return TempDir();
+  }();
+  const std::string root = dir.str();
+  for (const char* top : {"/src", "/dst"}) fs::create_directories(root + top);
+  for (const auto& [rel, data] : s.files) WriteFile(root + "/" + rel, data);
+  for (const auto& [rel, entries] : s.archives) MakeArchive(root + "/" + rel, entries);
+  for (const auto& e : fs::recursive_directory_iterator(root)) {
+    const std::string rel = e.path().string().substr(root.size() + 1);
+    if (e.is_regular_file()) SetModified(e.path().string(), s.times.contains(rel) ? s.times.at(rel) : 1700000000);
   }
-  ~FaultRun() { std::error_code ec; fs::remove_all(root_, ec); }
-  FaultRun(const FaultRun&) = delete;
-  FaultRun& operator=(const FaultRun&) = delete;
-
-  // jobs: the run's workers (copies and archive entries made ahead); 1 starts none.
-  RunResult Run(FaultOp op, int n, int err, int jobs = 1) {
-    RunResult r;
-    std::tie(r.op, r.err, r.jobs, r.before) = std::tuple(op, err, jobs, TreeSnapshot(root_));
-    {
-      CurrentDir here(root_);  // error.log
-      Faults faults;
-      Engine e{Host{}, &faults};
-      RecordingEvents rec;
-      rec.onLine = [&](const LoggedLine& l) { r.lines.push_back({l.text, l.id, faults.Fired()}); };
-      e.svc.events = &rec;
-      e.svc.jobs = jobs;
-      e.svc.zip->SetWorkers(jobs);
-      faults.Arm(op, n, err);
-      e.ExecuteAllJobs(root_ + "/jobs/", "", false, false, false);
-      r.fired = faults.Fired();
-      r.firedInWorker = r.fired && faults.FiredOn() != std::this_thread::get_id();
-      r.trapErrors = e.svc.trap.ErrorCount();
-      for (std::size_t i = 0; i < r.calls.size(); ++i) r.calls[i] = faults.Calls(static_cast<FaultOp>(i));
-    }
-    r.after = TreeSnapshot(root_);
-    for (const auto& [rel, text] : r.after) r.archivesAfter[rel] = rel.ends_with(".zip") ? ArchiveEntries(root_ + "/" + rel) : std::nullopt;
-    // The job file still reads, with the job as it was written; nothing else in its folder.
-    clsJobs reader;
-    const std::vector<job> read = reader.GetJobs(root_ + "/jobs/", "j.kjb");
-    if (read.size() != 1 || reader.LastReadFailed()) {
-      r.jobFileProblem = "does not read";
-    } else if (read[0].From != root_ + "/src" || read[0].To != root_ + "/dst" || read[0].JobName != "j") {
-      r.jobFileProblem = "changed: " + ReadFile(root_ + "/jobs/j.kjb");
-    } else if (std::distance(fs::directory_iterator(root_ + "/jobs"), {}) != 1) {
-      r.jobFileProblem = "a stray file beside it";
-    }
-    return r;
+  WriteFile(root + "/jobs/j.kjb", "[Job]\nName=j\nFrom=" + root + "/src\nTo=" + root +
+             "/dst\nDoPreview=0\nIntervalType=0\nInterval=1\nCounter=1\n" + s.keys);
+  RunResult r;
+  std::tie(r.op, r.err, r.jobs, r.before) = std::tuple(op, err, jobs, TreeSnapshot(root));
+  {
+    CurrentDir here(root);  // error.log
+    Faults faults;
+    Engine e{Host{}, &faults};
+    RecordingEvents rec;
+    rec.onLine = [&](const LoggedLine& l) { r.lines.push_back({l.text, l.id, faults.Fired()}); };
+    e.svc.events = &rec;
+    e.svc.jobs = jobs;
+    e.svc.zip->SetWorkers(jobs);
+    faults.Arm(op, n, err);
+    e.ExecuteAllJobs(root + "/jobs/", "", false, false, false);
+    r.fired = faults.Fired();
+    r.firedInWorker = r.fired && faults.FiredOn() != std::this_thread::get_id();
+    r.trapErrors = e.svc.trap.ErrorCount();
+    for (std::size_t i = 0; i < r.calls.size(); ++i) r.calls[i] = faults.Calls(static_cast<FaultOp>(i));
   }
-
- private:
-  std::string root_;
-};
+  r.after = TreeSnapshot(root);
+  for (const auto& [rel, text] : r.after) r.archivesAfter[rel] = rel.ends_with(".zip") ? ArchiveEntries(root + "/" + rel) : std::nullopt;
+  // The job file still reads, with the job as it was written; nothing else in its folder.
+  clsJobs reader;
+  const std::vector<job> read = reader.GetJobs(root + "/jobs/", "j.kjb");
+  if (read.size() != 1 || reader.LastReadFailed() || read[0].From != root + "/src" || read[0].To != root + "/dst" ||
+      read[0].JobName != "j" || std::distance(fs::directory_iterator(root + "/jobs"), {}) != 1) {
+    r.jobFileProblem = "does not read as written, or has a stray file beside it: " + ReadFile(root + "/jobs/j.kjb");
+  }
+  return r;
+}
 
 // What every run with a fault must keep, measured against a clean run of the same tree:
 //  - no partial file: each file holds what it held before, what a clean run leaves there, or
@@ -184,13 +170,10 @@ class FaultRun {
 //    such as creating its unnamed file) may leave the result of a clean run without a message:
 //    that file is then made the usual way, which meets the fault no more;
 //  - the job file still reads, as it was written.
-std::vector<std::string> CheckInvariants(const Scenario& s, const RunResult& clean,
-                                                const RunResult& r) {
+std::vector<std::string> CheckInvariants(const Scenario& s, const RunResult& clean, const RunResult& r) {
   std::vector<std::string> out;
   std::set<std::string> whole;
-  for (const auto* tree : {&r.before, &clean.after}) {
-    for (const auto& [p, d] : *tree) whole.insert(d);
-  }
+  for (const auto* tree : {&r.before, &clean.after}) for (const auto& [p, d] : *tree) whole.insert(d);
   const auto holds = [](const auto& tree, const std::string& path, const std::string& data) {
     const auto it = tree.find(path);
     return it != tree.end() && it->second == data;
@@ -243,12 +226,9 @@ std::string Bytes(std::size_t n, unsigned seed) {
   return out;
 }
 
-const Tree kSourceTree = {
-    {"src/a.txt", "alpha\n"},
-    {"src/big.bin", Bytes(1536 * 1024, 7)},  // two copy steps: a fault can hit the second one
-    {"src/sub/c.txt", "gamma\n"},
-    {"src/sub/deep/d.txt", "delta\n"},
-};
+// big.bin takes two copy steps: a fault can hit the second one.
+const Tree kSourceTree = {{"src/a.txt", "alpha\n"}, {"src/big.bin", Bytes(1536 * 1024, 7)}, {"src/sub/c.txt", "gamma\n"},
+                          {"src/sub/deep/d.txt", "delta\n"}};
 
 Tree With(Tree more) {
   more.insert(kSourceTree.begin(), kSourceTree.end());  // keys of more win
@@ -256,12 +236,9 @@ Tree With(Tree more) {
 }
 
 const Scenario kScenarios[] = {
-    {"copy",
-     "Action=0\nSubFolder=1\nFStruct=1\nExist=3\nAttrSetDest=1\nAttrArchive1=1\n",
-     With({{"dst/a.txt", "old alpha\n"}}), {}},
+    {"copy", "Action=0\nSubFolder=1\nFStruct=1\nExist=3\nAttrSetDest=1\nAttrArchive1=1\n", With({{"dst/a.txt", "old alpha\n"}}), {}},
     {"move", "Action=1\nSubFolder=1\nFStruct=1\nDelEFolSource=1\n", kSourceTree, {}},
-    {"sync",
-     "Action=5\nExist=4\nEFSelect=0\nExtFileTime=1\nSyncDelete=1\nSubFolder=1\nFStruct=1\n",
+    {"sync", "Action=5\nExist=4\nEFSelect=0\nExtFileTime=1\nSyncDelete=1\nSubFolder=1\nFStruct=1\n",
      // d.txt has been synchronised before: both sides hold it.
      With({{"dst/a.txt", "older alpha\n"}, {"dst/gone.txt", "only here\n"},
                         {"dst/sub/e.txt", "epsilon\n"}, {"dst/sub/deep/d.txt", "delta\n"}}),
@@ -273,15 +250,10 @@ const Scenario kScenarios[] = {
     // An archive per file, one of them added to under the newer-only policy: each source
     // goes only once its own archive is written, and only as it was read. A file that cannot
     // be opened gives a zero result, which this layout reports as "Ersetzt"; it stays.
-    {"compress_single",
-     "Action=3\nSubFolder=1\nZipAll=1\nZipExtStruct=1\nZipDelComp=1\nExist=4\nEFSelect=0\n"
-     "ExtFileTime=1\n",
-     kSourceTree, {{"src/a.txt", 1800000000}},
-     {{"dst/a.txt.zip", {{"a.txt", "old alpha\n"}, {"keep.txt", "kept\n"}}}},
+    {"compress_single", "Action=3\nSubFolder=1\nZipAll=1\nZipExtStruct=1\nZipDelComp=1\nExist=4\nEFSelect=0\nExtFileTime=1\n",
+     kSourceTree, {{"src/a.txt", 1800000000}}, {{"dst/a.txt.zip", {{"a.txt", "old alpha\n"}, {"keep.txt", "kept\n"}}}},
      {FaultOp::Open}},
-    {"extract",
-     "Action=4\nDestZipFolder=1\nDestZipFilter=*.*\nDestZipExist=3\nZipDelDeComp=1\n",
-     {{"dst/a.txt", "old alpha\n"}}, {},
+    {"extract", "Action=4\nDestZipFolder=1\nDestZipFilter=*.*\nDestZipExist=3\nZipDelDeComp=1\n", {{"dst/a.txt", "old alpha\n"}}, {},
      {{"src/pack.zip", {{"a.txt", "alpha\n"}, {"sub/b.txt", Bytes(300 * 1024, 3)}}},
       {"src/more.zip", {{"c.txt", "gamma\n"}}}}},
 };
@@ -301,21 +273,18 @@ class FaultInjection : public ::testing::TestWithParam<std::tuple<Scenario, int>
 
 TEST_P(FaultInjection, EveryFaultLeavesCompleteFilesAndIsReported) {
   const auto& [s, jobs] = GetParam();
-  FaultRun clean(s);
-  const RunResult base = clean.Run(FaultOp::Count, 0, 0, jobs);
+  const RunResult base = RunScenario(s, FaultOp::Count, 0, 0, jobs);
   ASSERT_TRUE(base.ok()) << s.name << " clean run:\n" << base.Describe();
   ASSERT_TRUE(base.after != base.before) << s.name << ": the clean run must change the trees";
   if (jobs > 1) {
-    FaultRun alone(s);
-    ASSERT_EQ(base.after, alone.Run(FaultOp::Count, 0, 0).after) << s.name << ": workers change the result";
+    ASSERT_EQ(base.after, RunScenario(s, FaultOp::Count, 0, 0).after) << s.name << ": workers change the result";
   }
   int injected = 0;
   std::string problems;
   for (const auto& [op, opName, errors] : kKinds) {
     for (int n = 1; n <= base.calls[static_cast<std::size_t>(op)]; ++n) {
       for (const int err : errors) {
-        FaultRun run(s);
-        const RunResult r = run.Run(op, n, err, jobs);
+        const RunResult r = RunScenario(s, op, n, err, jobs);
         injected += r.fired ? 1 : 0;
         for (const std::string& p : r.fired ? CheckInvariants(s, base, r) : std::vector<std::string>{}) {
           problems += std::string(opName) + " call " + std::to_string(n) + " " + std::strerror(err) + ": " + p +

@@ -14,7 +14,7 @@
 namespace orvKestrel::testing {
 namespace {
 
-enum class Act { Copy, Move, Delete, DeleteSync };
+using Act = void (*)(JobRun&, Services&, FileList&);  // CopyFiles, MoveFiles, DeleteFiles, DeleteSyncFiles
 struct F {
   const char* path;  // "s/..." below the source, "d/..." below the destination
   const char* data;  // "BIG": larger than one copy step
@@ -40,23 +40,10 @@ const auto kNone = [](job&) {};
 
 class Actions : public Rig {
  protected:
-  std::string Full(const std::string& p) const {
-    return p.empty() ? p : (p[0] == 's' ? src : dst) + p.substr(1);
-  }
-  void Do(Act act, FileList& list) {
-    switch (act) {
-      case Act::Copy: return CopyFiles(run, svc, list);
-      case Act::Move: return MoveFiles(run, svc, list);
-      case Act::Delete: return DeleteFiles(run, svc, list);
-      case Act::DeleteSync: return DeleteSyncFiles(run, svc, list);
-    }
-  }
+  std::string Full(const std::string& p) const { return p.empty() ? p : (p[0] == 's' ? src : dst) + p.substr(1); }
   void Check(const Row& r) {
     SCOPED_TRACE(r.name);
-    for (const std::string& root : {src, dst}) {
-      std::filesystem::remove_all(root);
-      std::filesystem::create_directories(root);
-    }
+    for (const std::string& root : {src, dst}) std::filesystem::remove_all(root), std::filesystem::create_directories(root);
     Fresh();
     Next();
     driver.BeginCall();
@@ -68,7 +55,7 @@ class Actions : public Rig {
     }
     for (const auto& p : r.list) list.push_back(Full(p));
     faults.Arm(r.fault.op, r.fault.n, r.fault.err);
-    Do(r.act, list);
+    r.act(run, svc, list);
     faults.Disarm();
     EXPECT_TRUE(list.empty());
     ExpectLines(r.lines, FileLines());
@@ -91,19 +78,19 @@ const auto Exist = [](std::int16_t e, std::int16_t sel = 0, CheckState del = 0) 
 // the synchronisations).
 TEST_F(Actions, CopyByPolicy) {
   const Row rows[] = {
-      {"1 deletes the source, reported twice", Act::Copy, Exist(1),
+      {"1 deletes the source, reported twice", CopyFiles, Exist(1),
        {{"s/a.txt", "new"}, {"d/a.txt", "old"}, {"s/b.txt", "b"}},
        {kSrcDeleted, kSrcDeleted, "Kopiert: {s}b.txt nach {d}b.txt"}, "d/a.txt=old d/b.txt=b s/b.txt=b"},
-      {"4 older, selector 1", Act::Copy, Exist(4, 1), {{"s/a.txt", "new", kOld}, {"d/a.txt", "old", kMid}},
+      {"4 older, selector 1", CopyFiles, Exist(4, 1), {{"s/a.txt", "new", kOld}, {"d/a.txt", "old", kMid}},
        {"Von kopierter Datei überschrieben: {s}a.txt nach {d}a.txt"}, "d/a.txt=new s/a.txt=new"},
-      {"4, selector 8 never", Act::Copy, Exist(4, 8), {{"s/a.txt", "new", kNew}, {"d/a.txt", "old", kMid}},
+      {"4, selector 8 never", CopyFiles, Exist(4, 8), {{"s/a.txt", "new", kNew}, {"d/a.txt", "old", kMid}},
        {kNewer}, "d/a.txt=old s/a.txt=new"},
-      {"EFSDelete whatever the comparison said", Act::Copy, Exist(4, 0, 1),
+      {"EFSDelete whatever the comparison said", CopyFiles, Exist(4, 0, 1),
        {{"s/a.txt", "older", kOld}, {"d/a.txt", "newer", kNew}, {"s/b.txt", "newer", kNew},
         {"d/b.txt", "older", kOld}},
        {kNewer, "Von kopierter Datei überschrieben: {s}b.txt nach {d}b.txt"}, "d/a.txt=newer d/b.txt=newer s/"},
-      {"unknown policy skips silently", Act::Copy, Exist(5), {{"s/a.txt", "a"}}, {}, "d/ s/a.txt=a"},
-      {"2 twice in one list counts on", Act::Copy,
+      {"unknown policy skips silently", CopyFiles, Exist(5), {{"s/a.txt", "a"}}, {}, "d/ s/a.txt=a"},
+      {"2 twice in one list counts on", CopyFiles,
        [](job& j) { j.Exist = 2, j.PickRenamer = 1, j.RenameType = 1, j.RenameTxt = "Kopie"; },
        {{"s/a.txt", "a"}, {"d/a.txt", "taken"}},
        {"Kopiert: {s}a.txt nach {d}Kopie1.txt", "Kopiert: {s}a.txt nach {d}Kopie2.txt"},
@@ -112,7 +99,7 @@ TEST_F(Actions, CopyByPolicy) {
   for (const Row& r : rows) Check(r);
   // Only comparing: a new file is left alone, except when renaming; the count line says so.
   for (const std::int16_t e : {0, 1, 2, 3, 4}) {
-    Check({"only comparing", Act::Copy, [=](job& j) { j.OnlyCompare = j.PickRenamer = 1, j.Exist = e; }, {{"s/a.txt", "a"}},
+    Check({"only comparing", CopyFiles, [=](job& j) { j.OnlyCompare = j.PickRenamer = 1, j.Exist = e; }, {{"s/a.txt", "a"}},
            e == 2 ? Strings{"Kopiert: {s}a.txt nach {d}a.txt"} : Strings{}, e == 2 ? "d/a.txt=a s/a.txt=a" : "d/ s/a.txt=a"});
     EXPECT_EQ(Lines().front(), "Datei gefunden: 1 (Vergleiche nur existierende Dateien)");
   }
@@ -124,24 +111,24 @@ TEST_F(Actions, CopyByPolicy) {
 // the source itself: the e2e safety rows, by hard link, linked folder and bind mount.)
 TEST_F(Actions, Failures) {
   const Row rows[] = {
-      {"no space after the first step", Act::Copy, kNone, {{"s/a.txt", "BIG"}, {"s/b.txt", "b"}},
+      {"no space after the first step", CopyFiles, kNone, {{"s/a.txt", "BIG"}, {"s/b.txt", "b"}},
        {"job: Fehler: No space left on device -  Move files {s}a.txt", "Kopiert: {s}b.txt nach {d}b.txt"},
        "d/b.txt=b s/a.txt=BIG s/b.txt=b", {}, {FaultOp::Write, 2, ENOSPC}},
-      {"unreadable", Act::Copy, kNone, {{"s/a.txt", "a"}, {"s/b.txt", "b"}},
+      {"unreadable", CopyFiles, kNone, {{"s/a.txt", "a"}, {"s/b.txt", "b"}},
        {"job: Fehler: Permission denied -  Move files {s}a.txt", "Kopiert: {s}b.txt nach {d}b.txt"},
        "d/b.txt=b s/a.txt=a s/b.txt=b", {}, {FaultOp::Open, 1, EACCES}},
-      {"vanished", Act::Copy, kNone, {{"s/b.txt", "b"}},
+      {"vanished", CopyFiles, kNone, {{"s/b.txt", "b"}},
        {"job: Fehler: No such file or directory -  Move files {s}gone.txt", "Kopiert: {s}b.txt nach {d}b.txt"},
        "d/b.txt=b s/b.txt=b", {"s/gone.txt", "s/b.txt"}},
-      {"3: a failed replacement keeps the old destination", Act::Copy, Exist(3),
+      {"3: a failed replacement keeps the old destination", CopyFiles, Exist(3),
        {{"s/a.txt", "BIG", kNew}, {"d/a.txt", "old", kOld}},
        {"job: Fehler: Input/output error -  Move files {s}a.txt"}, "d/a.txt=old s/a.txt=BIG", {},
        {FaultOp::Rename, 1, EIO}},
-      {"4: a failed replacement keeps the source", Act::Copy, Exist(4, 0, 1),
+      {"4: a failed replacement keeps the source", CopyFiles, Exist(4, 0, 1),
        {{"s/a.txt", "BIG", kNew}, {"d/a.txt", "old", kOld}},
        {"job: Fehler: Input/output error -  Move files {s}a.txt"}, "d/a.txt=old s/a.txt=BIG", {},
        {FaultOp::Write, 2, EIO}},
-      {"renaming finds no \".\" below the destination's root", Act::Copy,
+      {"renaming finds no \".\" below the destination's root", CopyFiles,
        [](job& j) { j.Exist = 2, j.PickRenamer = 1; }, {{"s/README", "r"}, {"d/README", "taken"}, {"s/b.txt", "b"}},
        {"job: Fehler: Invalid procedure call or argument -  Move files {s}README", "Kopiert: {s}b.txt nach {d}b.txt"},
        "d/README=taken d/b.txt=b s/README=r s/b.txt=b"},
@@ -154,25 +141,25 @@ TEST_F(Actions, Failures) {
 
 TEST_F(Actions, MoveByPolicy) {
   const Row rows[] = {
-      {"3 replaces", Act::Move, Exist(3), {{"s/a.txt", "new"}, {"d/a.txt", "old"}},
+      {"3 replaces", MoveFiles, Exist(3), {{"s/a.txt", "new"}, {"d/a.txt", "old"}},
        {"Von verschobener Datei überschrieben: {s}a.txt nach {d}a.txt"}, "d/a.txt=new s/"},
-      {"refused comparison with EFSDelete deletes the source", Act::Move, Exist(4, 0, 1),
+      {"refused comparison with EFSDelete deletes the source", MoveFiles, Exist(4, 0, 1),
        {{"s/a.txt", "older", kOld}, {"d/a.txt", "newer", kNew}, {"s/b.txt", "newer", kNew},
         {"d/b.txt", "older", kOld}},
        {kNewer, "Von verschobener Datei überschrieben: {s}b.txt nach {d}b.txt"}, "d/a.txt=newer d/b.txt=newer s/"},
-      {"failed after the replacement's deletion: only the old destination is lost", Act::Move, Exist(3),
+      {"failed after the replacement's deletion: only the old destination is lost", MoveFiles, Exist(3),
        {{"s/a.txt", "new"}, {"d/a.txt", "old"}, {"s/b.txt", "b"}},
        {"job: Fehler: Permission denied - Func MoveFiles {s}a.txt", "Verschoben: {s}b.txt nach {d}b.txt"},
        "d/b.txt=b s/a.txt=new", {}, {FaultOp::Rename, 1, EACCES}},
-      {"across file systems", Act::Move, kNone, {{"s/a.txt", "BIG"}},
+      {"across file systems", MoveFiles, kNone, {{"s/a.txt", "BIG"}},
        {kMoved}, "d/a.txt=BIG s/", {}, {FaultOp::Rename, 1, EXDEV}},
-      {"across file systems, vanished", Act::Move, kNone, {{"s/hidden", "BIG"}},
+      {"across file systems, vanished", MoveFiles, kNone, {{"s/hidden", "BIG"}},
        {"job: Fehler: No such file or directory - Func MoveFiles {s}a.txt"}, "d/ s/hidden=BIG", {"s/a.txt"},
        {FaultOp::Rename, 1, EXDEV}},
-      {"3 with the structure removes the emptied folder", Act::Move,
+      {"3 with the structure removes the emptied folder", MoveFiles,
        [](job& j) { j.FStruct = 1, j.Exist = 3; }, {{"s/sub/a.txt", "new"}, {"d/sub/a.txt", "old"}},
        {"Von verschobener Datei überschrieben: {s}sub/a.txt nach {d}sub/a.txt"}, "d/sub/a.txt=new s/"},
-      {"3 flat keeps it", Act::Move, Exist(3), {{"s/sub/a.txt", "new"}, {"d/a.txt", "old"}},
+      {"3 flat keeps it", MoveFiles, Exist(3), {{"s/sub/a.txt", "new"}, {"d/a.txt", "old"}},
        {"Von verschobener Datei überschrieben: {s}sub/a.txt nach {d}a.txt"}, "d/a.txt=new s/sub/"},
   };
   for (const Row& r : rows) Check(r);
@@ -182,18 +169,18 @@ TEST_F(Actions, MoveByPolicy) {
 // (ATrashThatCannotBeMadeIsReportedPerFile).
 TEST_F(Actions, Delete) {
   const Row rows[] = {
-      {"files and emptied folders, never From", Act::Delete, [](job& j) { j.DelEFol = 1; },
+      {"files and emptied folders, never From", DeleteFiles, [](job& j) { j.DelEFol = 1; },
        {{"s/a.txt", "a"}, {"s/x/y/b.txt", "b"}, {"s/x/keep/.hidden", "h"}},
        {kSrcDeleted, "Quelle gelöscht (Datei existiert): {s}x/y/b.txt", "Verzeichnis gelöscht: {s}x/y"},
        "d/ s/x/keep/.hidden=h", {"s/a.txt", "", "s/x/y/b.txt"}},
-      {"From with a trailing separator", Act::Delete, [](job& j) { j.DelEFol = 1, j.From += "/"; },
+      {"From with a trailing separator", DeleteFiles, [](job& j) { j.DelEFol = 1, j.From += "/"; },
        {{"s/a.txt", "a"}}, {kSrcDeleted}, "d/ s/"},
-      {"emptied folders stay without DelEFol", Act::Delete, kNone, {{"s/x/a.txt", "a"}},
+      {"emptied folders stay without DelEFol", DeleteFiles, kNone, {{"s/x/a.txt", "a"}},
        {"Quelle gelöscht (Datei existiert): {s}x/a.txt"}, "d/ s/x/"},
-      {"a failure, and the list goes on", Act::Delete, kNone, {{"s/b.txt", "b"}},
+      {"a failure, and the list goes on", DeleteFiles, kNone, {{"s/b.txt", "b"}},
        {"Fehler: No such file or directory - {s}gone.txt", "Quelle gelöscht (Datei existiert): {s}b.txt"},
        "d/ s/", {"s/gone.txt", "s/b.txt"}},
-      {"synchronisation keeps the secondary root", Act::DeleteSync, [](job& j) { j.DelEFol = 1; },
+      {"synchronisation keeps the secondary root", DeleteSyncFiles, [](job& j) { j.DelEFol = 1; },
        {{"d/sub/b.txt", "b"}},
        {"Datei gelöscht (Im primären Verzeichnis nicht vorhanden) {d}sub/b.txt", "Verzeichnis gelöscht: {d}sub"},
        "d/ s/", {"d/sub/b.txt"}},

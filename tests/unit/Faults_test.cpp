@@ -59,16 +59,12 @@ Tree TreeSnapshot(const std::string& root) {
   return out;
 }
 
-struct Line {
-  std::string text;
-  std::int16_t id;
-  bool firedBefore;  // the armed fault had fired when the line was raised
-};
+// A line of the run; firedBefore: the armed fault had fired when the line was raised.
+struct Line { std::string text; std::int16_t id; bool firedBefore; };
 
 struct RunResult {
   FaultOp op = FaultOp::Count;
-  int err = 0, jobs = 1;
-  int trapErrors = 0;  // errors the error trap reported (error.log and the host)
+  int err = 0, jobs = 1, trapErrors = 0;  // trapErrors: reported by the error trap (error.log and the host)
   Tree before, after;
   std::map<std::string, std::optional<Tree>> archivesAfter;
   std::vector<Line> lines;
@@ -182,11 +178,10 @@ std::vector<std::string> CheckInvariants(const Scenario& s, const RunResult& cle
     const bool hidden = path.starts_with('.') || path.find("/.") != std::string::npos;
     if (hidden && !r.before.contains(path) && !clean.after.contains(path)) out.push_back(path + " is left behind");
     const auto archive = r.archivesAfter.find(path);  // a readable archive of whole files will do
-    const bool ok = whole.contains(data) ||
-                    (archive != r.archivesAfter.end() && archive->second &&
-                     std::all_of(archive->second->begin(), archive->second->end(),
-                                 [&](const auto& entry) { return whole.contains(entry.second); }));
-    if (!ok) out.push_back(path + " is neither as it was nor complete");
+    if (!whole.contains(data) && (archive == r.archivesAfter.end() || !archive->second ||
+                                  !std::ranges::all_of(*archive->second, [&](const auto& e) { return whole.contains(e.second); }))) {
+      out.push_back(path + " is neither as it was nor complete");
+    }
   }
   for (const auto& [path, data] : r.before) {
     bool keptByClean = false, kept = holds(r.after, path, data);
@@ -200,18 +195,13 @@ std::vector<std::string> CheckInvariants(const Scenario& s, const RunResult& cle
   const bool reported = (r.HasError() && r.EndId() == r.idDoneWithError) || r.trapErrors > 0;
   const bool asClean = r.after == clean.after;
   const bool excused = r.op == FaultOp::Statvfs || (r.op == FaultOp::Rename && r.err == EXDEV) || r.jobs > 1;
-  switch (r.FiredIn()) {
-    case RunResult::Phase::Before:
-      if (r.after != r.before) out.push_back("a fault before the job changed the trees");
-      break;
-    case RunResult::Phase::After:
-      if (!asClean) out.push_back("a fault after the job changed its result");
-      break;
-    case RunResult::Phase::InJob:
-      if (reported || r.op == FaultOp::List || s.silentLess.contains(r.op) || (excused && asClean)) break;
-      out.push_back(std::string("a failed file operation is not reported (") +
-                    (r.firedInWorker ? "in a worker" : "in the run") + (asClean ? ", as clean)" : ")"));
-      break;
+  using enum RunResult::Phase;
+  const RunResult::Phase phase = r.FiredIn();
+  if (phase == Before && r.after != r.before) out.push_back("a fault before the job changed the trees");
+  if (phase == After && !asClean) out.push_back("a fault after the job changed its result");
+  if (phase == InJob && !reported && r.op != FaultOp::List && !s.silentLess.contains(r.op) && !(excused && asClean)) {
+    out.push_back(std::string("a failed file operation is not reported (") + (r.firedInWorker ? "in a worker" : "in the run") +
+                  (asClean ? ", as clean)" : ")"));
   }
   if (!r.jobFileProblem.empty()) out.push_back("job file " + r.jobFileProblem);
   return out;
@@ -293,7 +283,6 @@ TEST_P(FaultInjection, EveryFaultLeavesCompleteFilesAndIsReported) {
       }
     }
   }
-  RecordProperty("injected", injected);
   std::printf("[ faults   ] %s, %d jobs: %d faults injected\n", s.name, jobs, injected);
   EXPECT_GT(injected, 20);
   EXPECT_EQ(problems, "");
@@ -301,10 +290,7 @@ TEST_P(FaultInjection, EveryFaultLeavesCompleteFilesAndIsReported) {
 
 INSTANTIATE_TEST_SUITE_P(Jobs, FaultInjection,
                          ::testing::Combine(::testing::ValuesIn(kScenarios), ::testing::Values(1, 4)),
-                         [](const auto& info) {
-                           return std::string(std::get<0>(info.param).name) + "_jobs" +
-                                  std::to_string(std::get<1>(info.param));
-                         });
+                         [](const auto& i) { return std::string(std::get<0>(i.param).name) + "_jobs" + std::to_string(std::get<1>(i.param)); });
 
 }  // namespace
 }  // namespace orvKestrel::testing

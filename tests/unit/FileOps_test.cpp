@@ -276,17 +276,13 @@ TEST_F(Prefetch, PoolBeginsTasksInOrderAndNoFurtherAheadThanAllowed) {
       pool.Add(std::vector<OrderedPool::Task>(kTasks, [&](std::size_t k, unsigned worker) {
         EXPECT_LT(worker, workers);
         EXPECT_LE(k, hand.load() + 1) << "begun too far ahead";
-        {
-          const std::lock_guard lock(m);
-          begun.push_back(k);
-        }
+        std::scoped_lock{m}, begun.push_back(k);  // the lock lives to the end of the statement
         std::this_thread::sleep_for(std::chrono::milliseconds(1));
         finished[k] = 1;
       }));
       for (std::size_t k = 0; k < kTasks; ++k) {
         hand = k;
-        EXPECT_TRUE(pool.Wait(k));
-        EXPECT_TRUE(finished[k]) << k;
+        EXPECT_TRUE(pool.Wait(k) && finished[k]) << k;
       }
     }
     if (workers > 1) std::sort(begun.begin(), begun.end());  // begun in order, noted in any
@@ -302,17 +298,9 @@ TEST_F(Prefetch, PoolDropsWhatNoWorkerBeganAndStopsAWaitingTask) {
   {
     OrderedPool pool(1);
     const auto note = [&](std::size_t k, unsigned) { ran[k] = 1; };
-    pool.Add({[&, gate = go.get_future().share()](std::size_t k, unsigned) {
-                ran[k] = 1;
-                first.count_down();
-                gate.wait();  // holds the only worker
-              },
-              note, note, note,
-              [&](std::size_t k, unsigned) {
-                ran[k] = 1;
-                fourth.count_down();
-                near = pool.Near(100, 1);  // the consumer never comes near: until the pool stops
-              },
+    // Task 0 holds the only worker; task 4 waits for a consumer that never comes near, until the pool stops.
+    pool.Add({[&, gate = go.get_future().share()](std::size_t k, unsigned) { note(k, 0), first.count_down(), gate.wait(); },
+              note, note, note, [&](std::size_t k, unsigned) { note(k, 0), fourth.count_down(), near = pool.Near(100, 1); },
               note});
     first.wait();
     EXPECT_FALSE(pool.Wait(2, true)) << "not begun: the consumer does it";
@@ -326,38 +314,30 @@ TEST_F(Prefetch, PoolDropsWhatNoWorkerBeganAndStopsAWaitingTask) {
 }
 
 TEST_F(Prefetch, ACopyMadeAheadIsNamedOnlyForTheSourceItWasMadeFrom) {
-  const struct {
-    const char* name;
-    bool changeSource, existing, overwrite;  // changeSource: rewritten (same length) after the copy was made
-    std::string expected;  // at Dest afterwards
-    int error;
-  } cases[] = {
-      {"unchanged", false, false, false, "contents", 0},
-      {"rewritten after it was read", true, false, false, "CONTENTS", 0},
-      {"replacing", false, true, true, "contents", 0},
-      {"replacing a rewritten source", true, true, true, "CONTENTS", 0},
-      {"an existing name is kept", false, true, false, "old", EEXIST},
-  };
+  // The source rewritten (same length) after the copy was made, a destination there, told to
+  // overwrite it: what the destination holds afterwards, and the error.
+  const std::tuple<bool, bool, bool, std::string, int> cases[] = {
+      {false, false, false, "contents", 0}, {true, false, false, "CONTENTS", 0}, {false, true, true, "contents", 0},
+      {true, true, true, "CONTENTS", 0},    {false, true, false, "old", EEXIST}};
   const std::string a = Src("a.txt");
-  for (const auto& c : cases) {
-    SCOPED_TRACE(c.name);
-    std::filesystem::remove_all(dst);
-    std::filesystem::create_directories(dst);
+  for (const auto& [changeSource, existing, overwrite, expected, error] : cases) {
+    SCOPED_TRACE(::testing::Message() << changeSource << existing << overwrite);
+    std::filesystem::remove_all(dst), std::filesystem::create_directories(dst);
     Source("a.txt", "contents", kOld);
     ::chmod(a.c_str(), 0640);
     const auto into = svc.fs.OpenBeneath(dst, "", false);
     auto ready = PrepareCopy(nullptr, a, into->fd(), into->path(), false, [](std::uint64_t) { return true; });
     ASSERT_TRUE(ready.has_value());
-    if (c.changeSource) {
+    if (changeSource) {
       // Change times tick coarsely (a jiffy on some file systems): the rewrite comes later.
       std::this_thread::sleep_for(std::chrono::milliseconds(20));
       Source("a.txt", "CONTENTS", kOld);  // the same length and time: only the change time tells
     }
-    if (c.existing) WriteFile(Dst("a.txt"), "old");
-    EXPECT_EQ(ErrorOf([&] { svc.fs.CopyFile(a, *into, "a.txt", c.overwrite, &*ready); }), c.error);
-    EXPECT_EQ(ReadFile(Dst("a.txt")), c.expected);
+    if (existing) WriteFile(Dst("a.txt"), "old");
+    EXPECT_EQ(ErrorOf([&] { svc.fs.CopyFile(a, *into, "a.txt", overwrite, &*ready); }), error);
+    EXPECT_EQ(ReadFile(Dst("a.txt")), expected);
     EXPECT_EQ(Names(dst), Strings{"a.txt"});
-    EXPECT_TRUE(c.error != 0 || (ModeOf(Dst("a.txt")) == 0640u && WriteTime(Dst("a.txt")) == kOld));
+    EXPECT_TRUE(error != 0 || (ModeOf(Dst("a.txt")) == 0640u && WriteTime(Dst("a.txt")) == kOld));
   }
 }
 
@@ -395,9 +375,7 @@ TEST_F(Prefetch, LookedUpStatusesCountOnlyWhileTheRunChangedNothing) {
   const std::string made = Dst("made.txt"), absent = Dst("absent.txt");
   const std::uint64_t before = fs.Changes();
   const PathStatus stale = StatusOf(made);
-  PathStatus claimed{absent, 0, {}, 0};  // a worker's word for a file that is not there
-  claimed.stat.isFile = true;
-  fs.Seed(before, claimed);
+  fs.Seed(before, PathStatus{absent, 0, {.isFile = true, .times = {}}, 0});  // a worker's word for a file that is not there
   EXPECT_TRUE(fs.FileExists(absent)) << "a current look is taken as it is";
   fs.WriteFileAtomic(made, "x");
   fs.Seed(before, stale);

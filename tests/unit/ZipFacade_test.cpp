@@ -139,11 +139,9 @@ TEST_F(ZipFacade, AFileChangedWhileItIsReadIsNotStoredNorDeleted) {
       j.ZipDelComp = 1;
       int reads = 0;  // the second step of the big file overwrites its middle, as an editor would
       faults.Every(FaultOp::Read, [&] {
-        if (OpenHere(big) && ++reads == 2) {
-          const int fd = ::open(big.c_str(), O_WRONLY);
-          EXPECT_EQ(::pwrite(fd, "NEW!", 4, kSize / 2), 4);
-          ::close(fd);
-        }
+        if (!OpenHere(big) || ++reads != 2) return;
+        const int fd = ::open(big.c_str(), O_WRONLY);
+        EXPECT_TRUE(::pwrite(fd, "NEW!", 4, kSize / 2) == 4 && ::close(fd) == 0);
       });
       RunZip({big, other});
       faults.Every(FaultOp::Read, nullptr);
@@ -160,40 +158,30 @@ TEST_F(ZipFacade, AFileChangedWhileItIsReadIsNotStoredNorDeleted) {
 // A source changed, or its archive replaced, between the commit and the deletion of the
 // source; an archive replaced after extraction read it, before its deletion: each is kept.
 TEST_F(ZipFacade, WhatChangedAfterItWasReadIsKept) {
-  const struct {
-    const char* name;
-    CheckState zipAll;
-    FaultOp op;  // the change comes before its n-th call
-    int n;
-    const char *change, *kept, *line;  // change: below src, or below dst after a "~"
-  } cases[] = {
-      {"a source, all", 0, FaultOp::Unlink, 1, "a.txt", "a.txt", "Fehler: The file changed after it was read and was kept - "},
-      {"a source, single", 1, FaultOp::Unlink, 1, "a.txt", "a.txt", "Fehler: The file changed after it was read and was kept - "},
-      // Opens: the file when staged, when read, then the archive read back.
-      {"its archive", 1, FaultOp::Open, 3, "~a.zip", "a.txt", "job: Fehler: The archive does not hold the file as it was read - "},
-  };
-  for (const auto& c : cases) {
-    SCOPED_TRACE(c.name);
+  // ZipAll; what changes just before the n-th call of op: a.txt, or the archive (the opens:
+  // a.txt staged, read, then the archive read back); the line that keeps a.txt.
+  const std::tuple<CheckState, FaultOp, int, std::string, std::string> cases[] = {
+      {0, FaultOp::Unlink, 1, Src("a.txt"), "Fehler: The file changed after it was read and was kept - "},
+      {1, FaultOp::Unlink, 1, Src("a.txt"), "Fehler: The file changed after it was read and was kept - "},
+      {1, FaultOp::Open, 3, Dst("a.zip"), "job: Fehler: The archive does not hold the file as it was read - "}};
+  for (const auto& [zipAll, op, n, changed, line] : cases) {
+    SCOPED_TRACE(changed + " " + std::to_string(zipAll));
     EmptyDst();
-    std::tie(j.ZipAll, j.ZipDelComp) = std::tuple(c.zipAll, 1);
+    std::tie(j.ZipAll, j.ZipDelComp) = std::tuple(zipAll, 1);
     const std::string a = Source("a.txt", "line 1\n"), b = Source("b.txt", "b");
-    const std::string changed = c.change[0] == '~' ? Dst(c.change + 1) : Src(c.change);
-    faults.Before(c.op, c.n, [&] { WriteFile(changed, "changed\n"); });
+    faults.Before(op, n, [&] { WriteFile(changed, "changed\n"); });
     RunZip({a, b});
     faults.Disarm();
-    EXPECT_EQ(ReadFile(Src(c.kept)), changed == Src(c.kept) ? "changed\n" : "line 1\n");
-    EXPECT_TRUE(HasLine(c.line + Src(c.kept))) << ::testing::PrintToString(Lines());
-    const std::string deleted = c.zipAll == 0 ? "job: Gelöscht: " : "Gelöscht: ";
-    EXPECT_FALSE(HasLine(deleted + a));
-    EXPECT_TRUE(c.op == FaultOp::Open || (HasLine(deleted + b) && !Exists(b)));
+    EXPECT_EQ(ReadFile(a), changed == a ? "changed\n" : "line 1\n");
+    EXPECT_TRUE(HasLine(line + a)) << ::testing::PrintToString(Lines());
+    const std::string deleted = zipAll == 0 ? "job: Gelöscht: " : "Gelöscht: ";
+    EXPECT_TRUE(!HasLine(deleted + a) && (op == FaultOp::Open || (HasLine(deleted + b) && !Exists(b))));
   }
   // Extraction deletes an archive only while its name leads to the file that was read.
   Fresh().Action = 4;
   j.ZipDelDeComp = 1;
-  std::function<void()> action;
-  rec.onLine = [&](const LoggedLine& l) {  // after the archive was read, before its deletion
-    if ((l.id == 77 || l.id == 78) && action) std::exchange(action, nullptr)();
-  };
+  std::function<void()> action;  // runs after the archive was read, before its deletion
+  rec.onLine = [&](const LoggedLine& l) { if ((l.id == 77 || l.id == 78) && action) std::exchange(action, nullptr)(); };
   for (const std::int16_t bin : {0, 1}) {
     SCOPED_TRACE(bin);
     fs::remove(Dst("a.txt"));
@@ -224,8 +212,7 @@ TEST_F(ZipFacade, AFailedReplacementKeepsTheOldArchive) {
     faults.Arm(FaultOp::Write, 1, ENOSPC);  // the commit's writing
     RunZip({Source("a.txt", "new")});
     faults.Disarm();
-    EXPECT_EQ(ArchiveEntries(archive), before);
-    EXPECT_EQ(ReadFile(Src("a.txt")), "new");
+    EXPECT_TRUE(ArchiveEntries(archive) == before && ReadFile(Src("a.txt")) == "new");
     EXPECT_EQ(TempLeftovers(dst), Strings{});
   }
 }

@@ -276,8 +276,7 @@ class Compression : public ZipFacade {
     r.set(j);
     files.clear();
     for (const auto& [rel, data] : r.files) {
-      const std::string path = (rel[0] == 's' ? src : dst) + std::string(rel).substr(1);
-      const std::string text = data;
+      const std::string path = (rel[0] == 's' ? src : dst) + std::string(rel).substr(1), text = data;
       text == "DIR" ? void(fs::create_directories(path))
       : text.starts_with("zip:") ? MakeArchive(path, {{text.substr(4), text.substr(4)}}) : WriteFile(path, text);
       if (rel[0] == 's') files.push_back(path);

@@ -399,42 +399,33 @@ TEST_F(Policies, CreationTimesAreComparedInWholeSeconds) {
 // Each way in which a copy or a move deletes its source: untouched, the source goes; a line
 // appended just before the unlink keeps it, and the file gets an error line.
 TEST_F(Policies, ASourceWrittenToBeforeItsDeletionIsKept) {
-  const struct {
-    const char* what;
-    bool move;
-    std::int16_t exist, efsSelect, attrSetSource;
-    bool destExists, across;
-  } rows[] = {
-      {"copy, Exist 1", false, 1, 0, 0, true, false},
-      {"move, Exist 1", true, 1, 0, 0, true, false},
-      {"copy, Exist 4 replaced, EFSDelete", false, 4, 0, 0, true, false},
-      {"the same, the source's attributes left", false, 4, 0, 2, true, false},
-      {"copy, Exist 4 kept, EFSDelete", false, 4, 1, 0, true, false},
-      {"move, Exist 4 kept, EFSDelete", true, 4, 1, 0, true, false},
-      {"move to another file system", true, 0, 0, 0, false, true},
-  };
-  for (const auto& row : rows) {
+  // A move or a copy; Exist, EFSelect (with EFSDelete), AttrSetSource; to another file system, else
+  // over an older file.
+  const std::tuple<bool, std::int16_t, std::int16_t, std::int16_t, bool> rows[] = {
+      {false, 1, 0, 0, false}, {true, 1, 0, 0, false}, {false, 4, 0, 0, false}, {false, 4, 0, 2, false},
+      {false, 4, 1, 0, false}, {true, 4, 1, 0, false}, {true, 0, 0, 0, true}};
+  for (const auto& [move, exist, efsSelect, attrSetSource, across] : rows) {
     for (const bool appended : {false, true}) {
-      SCOPED_TRACE(std::string(row.what) + (appended ? ", appended" : ""));
+      SCOPED_TRACE(::testing::Message() << move << exist << efsSelect << attrSetSource << across << appended);
       const TempDir here;
-      j.To = row.across ? Elsewhere() : here.str();
+      j.To = across ? Elsewhere() : here.str();
       if (j.To.empty()) continue;
       const std::string s = Source("a.txt", "first line\n", kNew);
-      if (row.destExists) Put(j.To + "/a.txt", "old", kOld);
-      j.Exist = row.exist, j.EFSDelete = j.ExtFileTime = j.AttrArchive2 = 1, j.EFSelect = row.efsSelect;
-      j.AttrSetSource = row.attrSetSource;
+      if (!across) Put(j.To + "/a.txt", "old", kOld);
+      std::tie(j.Exist, j.EFSelect, j.AttrSetSource) = std::tuple(exist, efsSelect, attrSetSource);
+      j.EFSDelete = j.ExtFileTime = j.AttrArchive2 = 1;
       Next();
       driver.BeginCall();  // each row is a run of its own: an inode may come again
       if (appended) faults.Before(FaultOp::Unlink, 1, [&] { AppendFile(s, "last line\n"); });
       FileList list{s};
-      row.move ? MoveFiles(run, svc, list) : CopyFiles(run, svc, list);
+      move ? MoveFiles(run, svc, list) : CopyFiles(run, svc, list);
       faults.Disarm();
       EXPECT_EQ(ReadFile(s), appended ? "first line\nlast line\n" : "");
       const auto lines = Lines();
       EXPECT_EQ(std::ranges::any_of(lines, [](const std::string& l) { return l.find("changed after it was read") != std::string::npos; }), appended)
           << ::testing::PrintToString(lines);
       EXPECT_EQ(run.jobError, appended);
-      EXPECT_TRUE(!row.across || Exists(j.To + "/a.txt") != appended);
+      EXPECT_TRUE(!across || Exists(j.To + "/a.txt") != appended);
       std::filesystem::remove(s);
     }
   }

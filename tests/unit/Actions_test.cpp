@@ -74,9 +74,9 @@ const auto Exist = [](std::int16_t e, std::int16_t sel = 0, CheckState del = 0) 
   };
 };
 
-// A new file, policy 0 and policy 4 either way: e2e actions_test (CopyMoveAndDeleteJobs and
-// the synchronisations).
-TEST_F(Actions, CopyByPolicy) {
+// Copies and moves by the policy for an existing destination. (A new file, policy 0 and policy 4
+// either way: e2e actions_test, JobsByTheirOptions and the synchronisations.)
+TEST_F(Actions, CopyAndMoveByPolicy) {
   const Row rows[] = {
       {"1 deletes the source, reported twice", CopyFiles, Exist(1),
        {{"s/a.txt", "new"}, {"d/a.txt", "old"}, {"s/b.txt", "b"}},
@@ -95,6 +95,26 @@ TEST_F(Actions, CopyByPolicy) {
        {{"s/a.txt", "a"}, {"d/a.txt", "taken"}},
        {"Kopiert: {s}a.txt nach {d}Kopie1.txt", "Kopiert: {s}a.txt nach {d}Kopie2.txt"},
        "d/Kopie1.txt=a d/Kopie2.txt=a d/a.txt=taken s/a.txt=a", {"s/a.txt", "s/a.txt"}},
+      {"3 replaces", MoveFiles, Exist(3), {{"s/a.txt", "new"}, {"d/a.txt", "old"}},
+       {"Von verschobener Datei überschrieben: {s}a.txt nach {d}a.txt"}, "d/a.txt=new s/"},
+      {"refused comparison with EFSDelete deletes the source", MoveFiles, Exist(4, 0, 1),
+       {{"s/a.txt", "older", kOld}, {"d/a.txt", "newer", kNew}, {"s/b.txt", "newer", kNew},
+        {"d/b.txt", "older", kOld}},
+       {kNewer, "Von verschobener Datei überschrieben: {s}b.txt nach {d}b.txt"}, "d/a.txt=newer d/b.txt=newer s/"},
+      {"failed after the replacement's deletion: only the old destination is lost", MoveFiles, Exist(3),
+       {{"s/a.txt", "new"}, {"d/a.txt", "old"}, {"s/b.txt", "b"}},
+       {"job: Fehler: Permission denied - Func MoveFiles {s}a.txt", "Verschoben: {s}b.txt nach {d}b.txt"},
+       "d/b.txt=b s/a.txt=new", {}, {FaultOp::Rename, 1, EACCES}},
+      {"across file systems", MoveFiles, kNone, {{"s/a.txt", "BIG"}},
+       {kMoved}, "d/a.txt=BIG s/", {}, {FaultOp::Rename, 1, EXDEV}},
+      {"across file systems, vanished", MoveFiles, kNone, {{"s/hidden", "BIG"}},
+       {"job: Fehler: No such file or directory - Func MoveFiles {s}a.txt"}, "d/ s/hidden=BIG", {"s/a.txt"},
+       {FaultOp::Rename, 1, EXDEV}},
+      {"3 with the structure removes the emptied folder", MoveFiles,
+       [](job& j) { j.FStruct = 1, j.Exist = 3; }, {{"s/sub/a.txt", "new"}, {"d/sub/a.txt", "old"}},
+       {"Von verschobener Datei überschrieben: {s}sub/a.txt nach {d}sub/a.txt"}, "d/sub/a.txt=new s/"},
+      {"3 flat keeps it", MoveFiles, Exist(3), {{"s/sub/a.txt", "new"}, {"d/a.txt", "old"}},
+       {"Von verschobener Datei überschrieben: {s}sub/a.txt nach {d}a.txt"}, "d/a.txt=new s/sub/"},
   };
   for (const Row& r : rows) Check(r);
   // Only comparing: a new file is left alone, except when renaming; the count line says so.
@@ -137,32 +157,6 @@ TEST_F(Actions, Failures) {
   for (const Row& r : rows) {
     if (r.files[0].path != std::string("s/README") || tmp.str().find('.') == std::string::npos) Check(r);
   }
-}
-
-TEST_F(Actions, MoveByPolicy) {
-  const Row rows[] = {
-      {"3 replaces", MoveFiles, Exist(3), {{"s/a.txt", "new"}, {"d/a.txt", "old"}},
-       {"Von verschobener Datei überschrieben: {s}a.txt nach {d}a.txt"}, "d/a.txt=new s/"},
-      {"refused comparison with EFSDelete deletes the source", MoveFiles, Exist(4, 0, 1),
-       {{"s/a.txt", "older", kOld}, {"d/a.txt", "newer", kNew}, {"s/b.txt", "newer", kNew},
-        {"d/b.txt", "older", kOld}},
-       {kNewer, "Von verschobener Datei überschrieben: {s}b.txt nach {d}b.txt"}, "d/a.txt=newer d/b.txt=newer s/"},
-      {"failed after the replacement's deletion: only the old destination is lost", MoveFiles, Exist(3),
-       {{"s/a.txt", "new"}, {"d/a.txt", "old"}, {"s/b.txt", "b"}},
-       {"job: Fehler: Permission denied - Func MoveFiles {s}a.txt", "Verschoben: {s}b.txt nach {d}b.txt"},
-       "d/b.txt=b s/a.txt=new", {}, {FaultOp::Rename, 1, EACCES}},
-      {"across file systems", MoveFiles, kNone, {{"s/a.txt", "BIG"}},
-       {kMoved}, "d/a.txt=BIG s/", {}, {FaultOp::Rename, 1, EXDEV}},
-      {"across file systems, vanished", MoveFiles, kNone, {{"s/hidden", "BIG"}},
-       {"job: Fehler: No such file or directory - Func MoveFiles {s}a.txt"}, "d/ s/hidden=BIG", {"s/a.txt"},
-       {FaultOp::Rename, 1, EXDEV}},
-      {"3 with the structure removes the emptied folder", MoveFiles,
-       [](job& j) { j.FStruct = 1, j.Exist = 3; }, {{"s/sub/a.txt", "new"}, {"d/sub/a.txt", "old"}},
-       {"Von verschobener Datei überschrieben: {s}sub/a.txt nach {d}sub/a.txt"}, "d/sub/a.txt=new s/"},
-      {"3 flat keeps it", MoveFiles, Exist(3), {{"s/sub/a.txt", "new"}, {"d/a.txt", "old"}},
-       {"Von verschobener Datei überschrieben: {s}sub/a.txt nach {d}a.txt"}, "d/a.txt=new s/sub/"},
-  };
-  for (const Row& r : rows) Check(r);
 }
 
 // A recycle that fails is logged as deleted and as an error: e2e actions_safety_test

@@ -221,10 +221,7 @@ std::string Bytes(std::size_t n, unsigned seed) {
 const Tree kSourceTree = {{"src/a.txt", "alpha\n"}, {"src/big.bin", Bytes(1536 * 1024, 7)}, {"src/sub/c.txt", "gamma\n"},
                           {"src/sub/deep/d.txt", "delta\n"}};
 
-Tree With(Tree more) {
-  more.insert(kSourceTree.begin(), kSourceTree.end());  // keys of more win
-  return more;
-}
+Tree With(Tree more) { return more.insert(kSourceTree.begin(), kSourceTree.end()), more; }  // keys of more win
 
 const Scenario kScenarios[] = {
     {"copy", "Action=0\nSubFolder=1\nFStruct=1\nExist=3\nAttrSetDest=1\nAttrArchive1=1\n", With({{"dst/a.txt", "old alpha\n"}}), {}},
@@ -250,13 +247,10 @@ const Scenario kScenarios[] = {
 };
 
 const std::tuple<FaultOp, const char*, std::vector<int>> kKinds[] = {
-    {FaultOp::Open, "open", {ENOENT, EACCES}}, {FaultOp::Read, "read", {EIO}},
-    {FaultOp::Write, "write", {ENOSPC, EIO}},  {FaultOp::Rename, "rename", {EXDEV, EACCES}},
-    {FaultOp::Unlink, "unlink", {EACCES, EIO}}, {FaultOp::Copy, "copy", {EIO}},
-    {FaultOp::Statvfs, "statvfs", {EIO}},       {FaultOp::SetTimes, "set times", {EPERM}},
-    {FaultOp::SetAttributes, "set attributes", {ENOTSUP}}, {FaultOp::Trash, "trash", {EIO}},
-    {FaultOp::List, "list", {EACCES, EIO}},
-};
+    {FaultOp::Open, "open", {ENOENT, EACCES}}, {FaultOp::Read, "read", {EIO}}, {FaultOp::Write, "write", {ENOSPC, EIO}},
+    {FaultOp::Rename, "rename", {EXDEV, EACCES}}, {FaultOp::Unlink, "unlink", {EACCES, EIO}}, {FaultOp::Copy, "copy", {EIO}},
+    {FaultOp::Statvfs, "statvfs", {EIO}}, {FaultOp::SetTimes, "set times", {EPERM}},
+    {FaultOp::SetAttributes, "set attributes", {ENOTSUP}}, {FaultOp::Trash, "trash", {EIO}}, {FaultOp::List, "list", {EACCES, EIO}}};
 
 // With workers, which call is the n-th differs from run to run (a worker may make it): n runs
 // over the calls of the clean run as with one, and the invariants must hold for each.

@@ -15,15 +15,10 @@ namespace orvKestrel::testing {
 namespace {
 
 using Act = void (*)(JobRun&, Services&, FileList&);  // CopyFiles, MoveFiles, DeleteFiles, DeleteSyncFiles
-struct F {
-  const char* path;  // "s/..." below the source, "d/..." below the destination
-  const char* data;  // "BIG": larger than one copy step
-  std::time_t t = 0;
-};
-struct Fault {
-  FaultOp op = FaultOp::Count;
-  int n = 0, err = 0;
-};
+// A file: "s/..." below the source, "d/..." below the destination; "BIG": larger than one copy
+// step; its write time (0: now). A fault: op's n-th call fails with err.
+struct F { const char* path; const char* data; std::time_t t = 0; };
+struct Fault { FaultOp op = FaultOp::Count; int n = 0, err = 0; };
 struct Row {
   const char* name;
   Act act;
@@ -154,9 +149,7 @@ TEST_F(Actions, Failures) {
        "d/README=taken d/b.txt=b s/README=r s/b.txt=b"},
   };
   // The last row needs a temporary folder without a dot in its path.
-  for (const Row& r : rows) {
-    if (r.files[0].path != std::string("s/README") || tmp.str().find('.') == std::string::npos) Check(r);
-  }
+  for (const Row& r : rows) if (r.files[0].path != std::string("s/README") || tmp.str().find('.') == std::string::npos) Check(r);
 }
 
 // A recycle that fails is logged as deleted and as an error: e2e actions_safety_test
@@ -288,7 +281,8 @@ TEST_F(Actions, SingleFileDeletionsUseTheirOwnFieldsAndMessages) {
   for (const auto& [del, id, text] : cases) {
     Next();
     const std::string a = Source("x/a.txt", "a");
-    std::tie(j.DelEFolSource, j.ZipDelCompBinFolder, j.DelEFol) = std::tuple(del == &DeleteSourceFile, del == &DeleteZipSourceFile, del == &DeleteFile);
+    std::tie(j.DelEFolSource, j.ZipDelCompBinFolder, j.DelEFol) =
+        std::tuple(del == &DeleteSourceFile, del == &DeleteZipSourceFile, del == &DeleteFile);
     del(run, svc, a);
     del(run, svc, "");  // nothing to do
     EXPECT_EQ(Lines(), (Strings{text + a, "Verzeichnis gelöscht: " + Src("x")}));
@@ -300,12 +294,10 @@ TEST_F(Actions, SingleFileDeletionsUseTheirOwnFieldsAndMessages) {
 }
 
 TEST_F(Actions, CheckEmptyFolderGoesBySizeOneLevelAndNeverTakesFrom) {
-  Source("a/empty.txt", "");
-  Source("a/sub/also-empty", "");
+  for (const char* rel : {"a/empty.txt", "a/sub/also-empty", "top.txt"}) Source(rel, "");
   Source("b/full.txt", "x");
-  Source("top.txt", "");
   for (const char* moved : {"a/moved.txt", "b/moved.txt", "moved.txt"}) CheckEmptyFolder(svc, Src(moved), j);
-  EXPECT_EQ(Names(src), (std::vector<std::string>{"b", "top.txt"}));  // "a" held only empty files
+  EXPECT_EQ(Names(src), (Strings{"b", "top.txt"}));  // "a" held only empty files
   EXPECT_TRUE(Lines().empty());
 }
 

@@ -20,11 +20,8 @@ constexpr std::time_t kT0 = 1700000000;  // an even second
 
 // Whether this process holds path open (a worker reading it).
 bool OpenHere(const std::string& path) {
-  for (const auto& e : fs::directory_iterator("/proc/self/fd")) {
-    std::error_code ec;
-    if (fs::read_symlink(e.path(), ec) == path) return true;
-  }
-  return false;
+  const auto is = [&](const fs::directory_entry& e) { std::error_code ec; return fs::read_symlink(e.path(), ec) == path; };
+  return std::ranges::any_of(fs::directory_iterator("/proc/self/fd"), is);
 }
 
 class ZipFacade : public Rig {
@@ -34,14 +31,10 @@ class ZipFacade : public Rig {
   }
   // Stages src/rel into archive under its path below src/.
   std::int32_t Add(const std::string& archive, const std::string& rel) {
-    zip.SaveFolderLocation(src + "/");
-    return zip.ZipAddFile(archive, Src(rel), 3, 0);
+    return zip.SaveFolderLocation(src + "/"), zip.ZipAddFile(archive, Src(rel), 3, 0);
   }
   // A compression run of files, from a clean record.
-  void RunZip(FileList files) {
-    Next();
-    Zip_Files(run, svc, files);
-  }
+  void RunZip(FileList files) { Next(); Zip_Files(run, svc, files); }
   bool HasLine(const std::string& text) const { return std::ranges::count(rec.Texts(), text) == 1; }
   void EmptyDst() const { fs::remove_all(dst), fs::create_directories(dst); }
   ZipLibrary& zip = *svc.zip;

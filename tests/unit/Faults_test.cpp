@@ -171,10 +171,7 @@ std::vector<std::string> CheckInvariants(const Scenario& s, const RunResult& cle
   std::vector<std::string> out;
   std::set<std::string> whole;
   for (const auto* tree : {&r.before, &clean.after}) for (const auto& [p, d] : *tree) whole.insert(d);
-  const auto holds = [](const auto& tree, const std::string& path, const std::string& data) {
-    const auto it = tree.find(path);
-    return it != tree.end() && it->second == data;
-  };
+  const auto holds = [](const Tree& t, const std::string& p, const std::string& d) { return t.contains(p) && t.at(p) == d; };
   for (const auto& [path, data] : r.after) {
     const bool hidden = path.starts_with('.') || path.find("/.") != std::string::npos;
     if (hidden && !r.before.contains(path) && !clean.after.contains(path)) out.push_back(path + " is left behind");

@@ -201,29 +201,25 @@ TEST_F(FileOpsTest, ErrorsNameTheCallAndThePath) {
   Dest("file.txt", "x");
   std::filesystem::create_directory_symlink(src, Dst("link"));
   const auto linkText = "The destination goes through a link: " + Dst("link");
-  const struct {
-    std::function<void()> op;
-    int number;
-    std::string call, path, description = {};  // empty: the system's text for number
-  } cases[] = {
-      {[&] { fs.OpenToRead(Src("none")); }, ENOENT, "open", Src("none")},
-      {[&] { fs.MoveFile(a, Dst("file.txt/a.txt")); }, ENOTDIR, "renameat2", Dst("file.txt/a.txt")},
-      {[&] { fs.ReadHead(src, 4); }, EISDIR, "read", src},
-      {[&] { fs.RemoveFolder(src); }, ENOTEMPTY, "rmdir", src},
-      {[&] { fs.DeleteFile(*fs.OpenBeneath(dst, "", false), "none", true); }, ENOENT, "fstatat", Dst("none")},
-      {[&] { fs.OpenBeneath(dst, "link/sub", true); }, ELOOP, "openat2", Dst("link"), linkText},
-      {[&] { fs.OpenContained(dst).Sub("link"); }, ELOOP, "openat", Dst("link")},
-      {[&] { faults.Arm(FaultOp::Unlink, 1, EIO), fs.DeleteFile(a, true); }, EIO, "unlink", a},
+  // The call, its error number, the call named with its path, and the description ("": the system's text).
+  const std::tuple<std::function<void()>, int, std::string, std::string> cases[] = {
+      {[&] { fs.OpenToRead(Src("none")); }, ENOENT, "open " + Src("none"), ""},
+      {[&] { fs.MoveFile(a, Dst("file.txt/a.txt")); }, ENOTDIR, "renameat2 " + Dst("file.txt/a.txt"), ""},
+      {[&] { fs.ReadHead(src, 4); }, EISDIR, "read " + src, ""},
+      {[&] { fs.RemoveFolder(src); }, ENOTEMPTY, "rmdir " + src, ""},
+      {[&] { fs.DeleteFile(*fs.OpenBeneath(dst, "", false), "none", true); }, ENOENT, "fstatat " + Dst("none"), ""},
+      {[&] { fs.OpenBeneath(dst, "link/sub", true); }, ELOOP, "openat2 " + Dst("link"), linkText},
+      {[&] { fs.OpenContained(dst).Sub("link"); }, ELOOP, "openat " + Dst("link"), ""},
+      {[&] { faults.Arm(FaultOp::Unlink, 1, EIO), fs.DeleteFile(a, true); }, EIO, "unlink " + a, ""},
   };
-  for (const auto& c : cases) {
+  for (const auto& [op, number, callAndPath, description] : cases) {
     std::string got = "no error";
     try {
-      c.op();
+      op();
     } catch (const KestrelError& e) {
       got = std::to_string(e.Number()) + " " + e.Call() + " " + e.Path() + ": " + e.Description();
     }
-    EXPECT_EQ(got, std::to_string(c.number) + " " + c.call + " " + c.path + ": " +
-                       (c.description.empty() ? std::strerror(c.number) : c.description));
+    EXPECT_EQ(got, std::to_string(number) + " " + callAndPath + ": " + (description.empty() ? std::strerror(number) : description));
   }
   EXPECT_TRUE(Exists(a));
 }

@@ -28,8 +28,7 @@ using Tree = std::map<std::string, std::string>;  // path -> contents
 // Helpers: a small tree with one job, a run of the engine in this process with one armed fault,
 // snapshots of the trees, and the invariants every run must keep.
 struct Scenario {
-  const char* name;
-  const char* keys;                             // the job's own keys
+  const char *name, *keys;  // keys: the job's own
   Tree files;     // below the root: "src/..." and "dst/..."
   std::map<std::string, std::time_t> times;     // write times other than the default
   // Archives to make below the root: path -> entries (name -> contents).

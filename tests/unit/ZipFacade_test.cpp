@@ -76,9 +76,8 @@ TEST_F(ZipFacade, CheckZipFileTellsMissingDamagedAndForeignFiles) {
   ASSERT_EQ(Add(tmp / "good.zip", "a.txt"), 1);
   ASSERT_TRUE(zip.Flush());
   const std::string good = ReadFile(tmp / "good.zip");
-  WriteFile(tmp / "cut.zip", good.substr(0, good.size() / 2));
-  WriteFile(tmp / "text.zip", "just some text");
-  WriteFile(tmp / "pkjunk.zip", "PKjunk that is not a record");
+  for (const auto& [name, data] : {std::pair{"cut.zip", good.substr(0, good.size() / 2)}, {"text.zip", "just some text"},
+                                   {"pkjunk.zip", "PKjunk that is not a record"}}) WriteFile(tmp / name, data);
   ASSERT_EQ(Python(tmp, "import zipfile\nzipfile.ZipFile(" + Quote(tmp / "empty.zip") + ",'w').close()\n"
                         "z=zipfile.ZipFile(" + Quote(tmp / "dirs.zip") + ",'w')\n"
                         "z.writestr('a/', '')\nz.writestr('a/b/', '')\nz.close()\n").status, 0);
@@ -94,9 +93,7 @@ TEST_F(ZipFacade, CheckZipFileTellsMissingDamagedAndForeignFiles) {
 // Two sources for one entry name in one commit: the second is refused, the first stays. A
 // source that vanishes before the commit is left out and named.
 TEST_F(ZipFacade, OneCommitTakesOneSourcePerNameAndLeavesOutVanishedOnes) {
-  Source("a/n.txt", "first");
-  Source("b/n.txt", "second");
-  Source("gone.txt", "gone");
+  for (const auto& [rel, data] : {std::pair{"a/n.txt", "first"}, {"b/n.txt", "second"}, {"gone.txt", "gone"}}) Source(rel, data);
   const std::string archive = tmp / "flat.zip";
   zip.SaveFolderLocation(Src("a/"));
   ASSERT_EQ(zip.ZipFile(archive, Src("a/n.txt"), "", 0, 0), 1);
@@ -226,9 +223,8 @@ TEST_F(ZipFacade, ACancelLeavesTheArchiveAsItWasAndNoTemporaries) {
     const std::string before = ReadFile(archive);
     files.clear();
     for (int i = 0; i < 24; ++i) files.push_back(Source("f" + std::to_string(i), std::string(300000, 'a' + i)));
-    const auto cancel = [&] { zip.CancelZip(); };
     for (const auto& f : files) ASSERT_EQ(zip.ZipAddFile(archive, f, 3, 0), 1);
-    faults.Before(FaultOp::Read, 8, cancel);
+    faults.Before(FaultOp::Read, 8, [&] { zip.CancelZip(); });
     EXPECT_TRUE(!zip.Flush() && zip.LastCancelled() && zip.WrittenSources().empty() && ReadFile(archive) == before);
     EXPECT_EQ(TempLeftovers(dst), Strings{});
 
@@ -236,7 +232,7 @@ TEST_F(ZipFacade, ACancelLeavesTheArchiveAsItWasAndNoTemporaries) {
     for (const auto& f : files) ASSERT_EQ(zip.ZipAddFile(archive, f, 3, 0), 1);
     ASSERT_TRUE(zip.Flush());
     fs::create_directories(Dst("x"));
-    faults.Before(FaultOp::Write, 8, cancel);
+    faults.Before(FaultOp::Write, 8, [&] { zip.CancelZip(); });
     zip.StartUnzipRun({});
     const std::int32_t count = zip.UnZipEx(archive, Dst("x"), "*", 1, "", 0, 0);
     faults.Disarm();

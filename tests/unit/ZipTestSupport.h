@@ -41,8 +41,7 @@ inline bool HaveTool(const std::string& name) { return RunTool("command -v " + n
 inline ToolResult Python(const TempDir& dir, const std::string& script) {
   const std::string path = dir / "script.py";
   WriteFile(path, script);
-  static const std::string python =
-      std::filesystem::exists("/usr/bin/python3") ? "/usr/bin/python3 -I" : "python3";
+  static const std::string python = std::filesystem::exists("/usr/bin/python3") ? "/usr/bin/python3 -I" : "python3";
   return RunTool(python + " " + Quote(path));
 }
 

@@ -25,10 +25,7 @@ class Faults : public FaultPoints {
   void Before(FaultOp op, int n, std::function<void()> action) { Set(op, n, 0, std::move(action)); }
   // Runs action before every call of op from now on (nullptr: no more), one call at a time and
   // under the lock: it must not call the engine's file system.
-  void Every(FaultOp op, std::function<void()> action) {
-    const std::scoped_lock lock(mutex_);
-    std::tie(everyOp_, every_) = std::tuple(op, std::move(action));
-  }
+  void Every(FaultOp op, std::function<void()> action) { std::scoped_lock{mutex_}, everyOp_ = op, every_ = std::move(action); }
   int Check(FaultOp op) override {
     std::unique_lock lock(mutex_);
     if (every_ && op == everyOp_) every_();
@@ -40,16 +37,10 @@ class Faults : public FaultPoints {
     return err;
   }
   // How many calls of op were counted since the last Arm/Disarm.
-  int Calls(FaultOp op) const {
-    const std::scoped_lock lock(mutex_);
-    return calls_[static_cast<std::size_t>(op)];
-  }
+  int Calls(FaultOp op) const { return std::scoped_lock{mutex_}, calls_[static_cast<std::size_t>(op)]; }
   bool Fired() const { return FiredOn() != std::thread::id{}; }
   // The thread that made the failing call (a worker's, or the run's own); none before it fired.
-  std::thread::id FiredOn() const {
-    const std::scoped_lock lock(mutex_);
-    return firedOn_;
-  }
+  std::thread::id FiredOn() const { return std::scoped_lock{mutex_}, firedOn_; }
 
  private:
   void Set(FaultOp op, int n, int err, std::function<void()> action) {

@@ -11,6 +11,7 @@
 #include <gtest/gtest.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
@@ -27,8 +28,7 @@ using Tree = std::map<std::string, std::string>;  // path -> contents
 // Helpers: a small tree with one job, a run of the engine in this process with one armed fault,
 // snapshots of the trees, and the invariants every run must keep.
 struct Scenario {
-  const char* name;
-  const char* keys;                             // the job's own keys
+  const char *name, *keys;  // keys: the job's own
   Tree files;     // below the root: "src/..." and "dst/..."
   std::map<std::string, std::time_t> times;     // write times other than the default
   // Archives to make below the root: path -> entries (name -> contents).
@@ -59,16 +59,12 @@ Tree TreeSnapshot(const std::string& root) {
   return out;
 }
 
-struct Line {
-  std::string text;
-  std::int16_t id;
-  bool firedBefore;  // the armed fault had fired when the line was raised
-};
+// A line of the run; firedBefore: the armed fault had fired when the line was raised.
+struct Line { std::string text; std::int16_t id; bool firedBefore; };
 
 struct RunResult {
   FaultOp op = FaultOp::Count;
-  int err = 0, jobs = 1;
-  int trapErrors = 0;  // errors the error trap reported (error.log and the host)
+  int err = 0, jobs = 1, trapErrors = 0;  // trapErrors: reported by the error trap (error.log and the host)
   Tree before, after;
   std::map<std::string, std::optional<Tree>> archivesAfter;
   std::vector<Line> lines;
@@ -78,9 +74,7 @@ struct RunResult {
   // The numbers of the lines "t10" (error), "t3" (start), "t6" (done), "t7" (no files), "t28".
   static constexpr std::int16_t idError = 10, idStart = 3, idDone = 6, idNoFiles = 7, idDoneWithError = 28;
 
-  bool HasError() const {
-    return std::any_of(lines.begin(), lines.end(), [&](const Line& l) { return l.id == idError; });
-  }
+  bool HasError() const { return std::ranges::any_of(lines, [&](const Line& l) { return l.id == idError; }); }
   std::int16_t EndId() const { return lines.empty() ? 0 : lines.back().id; }
   enum class Phase { Before, InJob, After };
   // Where the fault fired: before the job's start line (reading the job folder and file),
@@ -100,66 +94,54 @@ struct RunResult {
   }
 };
 
-// One tree with its job, below a folder of its own (in memory where there is one: the engine
-// flushes every file it writes, and the runs are many).
-class FaultRun {
- public:
-  explicit FaultRun(const Scenario& s) {
-    std::string tmpl = (::access("/dev/shm", W_OK) == 0 ? "/dev/shm" : fs::temp_directory_path().string()) + "/kestrel-faults-XXXXXX";
-    if (::mkdtemp(tmpl.data()) == nullptr) throw std::runtime_error("mkdtemp");
-    root_ = tmpl;
-    for (const char* top : {"/src", "/dst"}) fs::create_directories(root_ + top);
-    for (const auto& [rel, data] : s.files) WriteFile(root_ + "/" + rel, data);
-    for (const auto& [rel, entries] : s.archives) MakeArchive(root_ + "/" + rel, entries);
-    for (const auto& e : fs::recursive_directory_iterator(root_)) {
-      const std::string rel = e.path().string().substr(root_.size() + 1);
-      if (e.is_regular_file()) SetModified(e.path().string(), s.times.contains(rel) ? s.times.at(rel) : 1700000000);
-    }
-    WriteFile(root_ + "/jobs/j.kjb", "[Job]\nName=j\nFrom=" + root_ + "/src\nTo=" + root_ +
-               "/dst\nDoPreview=0\nIntervalType=0\nInterval=1\nCounter=1\n" + s.keys);
+// A run of a scenario's tree with its job, below a folder of its own (in memory where there is
+// one: the engine flushes every file it writes, and the runs are many), with the n-th call of op
+// made to fail with err. jobs: the run's workers (copies and archive entries made ahead); 1
+// starts none.
+RunResult RunScenario(const Scenario& s, FaultOp op, int n, int err, int jobs = 1) {
+  const TempDir dir = [] {
+    const ScopedEnv shm("TMPDIR", ::access("/dev/shm", W_OK) == 0 ? "/dev/shm" : fs::temp_directory_path().string());
+    return TempDir();
+  }();
+  const std::string root = dir.str();
+  for (const char* top : {"/src", "/dst"}) fs::create_directories(root + top);
+  for (const auto& [rel, data] : s.files) WriteFile(root + "/" + rel, data);
+  for (const auto& [rel, entries] : s.archives) MakeArchive(root + "/" + rel, entries);
+  for (const auto& e : fs::recursive_directory_iterator(root)) {
+    const std::string rel = e.path().string().substr(root.size() + 1);
+    if (e.is_regular_file()) SetModified(e.path().string(), s.times.contains(rel) ? s.times.at(rel) : 1700000000);
   }
-  ~FaultRun() { std::error_code ec; fs::remove_all(root_, ec); }
-  FaultRun(const FaultRun&) = delete;
-  FaultRun& operator=(const FaultRun&) = delete;
-
-  // jobs: the run's workers (copies and archive entries made ahead); 1 starts none.
-  RunResult Run(FaultOp op, int n, int err, int jobs = 1) {
-    RunResult r;
-    std::tie(r.op, r.err, r.jobs, r.before) = std::tuple(op, err, jobs, TreeSnapshot(root_));
-    {
-      CurrentDir here(root_);  // error.log
-      Faults faults;
-      Engine e{Host{}, &faults};
-      RecordingEvents rec;
-      rec.onLine = [&](const LoggedLine& l) { r.lines.push_back({l.text, l.id, faults.Fired()}); };
-      e.svc.events = &rec;
-      e.svc.jobs = jobs;
-      e.svc.zip->SetWorkers(jobs);
-      faults.Arm(op, n, err);
-      e.ExecuteAllJobs(root_ + "/jobs/", "", false, false, false);
-      r.fired = faults.Fired();
-      r.firedInWorker = r.fired && faults.FiredOn() != std::this_thread::get_id();
-      r.trapErrors = e.svc.trap.ErrorCount();
-      for (std::size_t i = 0; i < r.calls.size(); ++i) r.calls[i] = faults.Calls(static_cast<FaultOp>(i));
-    }
-    r.after = TreeSnapshot(root_);
-    for (const auto& [rel, text] : r.after) r.archivesAfter[rel] = rel.ends_with(".zip") ? ArchiveEntries(root_ + "/" + rel) : std::nullopt;
-    // The job file still reads, with the job as it was written; nothing else in its folder.
-    clsJobs reader;
-    const std::vector<job> read = reader.GetJobs(root_ + "/jobs/", "j.kjb");
-    if (read.size() != 1 || reader.LastReadFailed()) {
-      r.jobFileProblem = "does not read";
-    } else if (read[0].From != root_ + "/src" || read[0].To != root_ + "/dst" || read[0].JobName != "j") {
-      r.jobFileProblem = "changed: " + ReadFile(root_ + "/jobs/j.kjb");
-    } else if (std::distance(fs::directory_iterator(root_ + "/jobs"), {}) != 1) {
-      r.jobFileProblem = "a stray file beside it";
-    }
-    return r;
+  WriteFile(root + "/jobs/j.kjb", "[Job]\nName=j\nFrom=" + root + "/src\nTo=" + root +
+             "/dst\nDoPreview=0\nIntervalType=0\nInterval=1\nCounter=1\n" + s.keys);
+  RunResult r;
+  std::tie(r.op, r.err, r.jobs, r.before) = std::tuple(op, err, jobs, TreeSnapshot(root));
+  {
+    CurrentDir here(root);  // error.log
+    Faults faults;
+    Engine e{Host{}, &faults};
+    RecordingEvents rec;
+    rec.onLine = [&](const LoggedLine& l) { r.lines.push_back({l.text, l.id, faults.Fired()}); };
+    e.svc.events = &rec;
+    e.svc.jobs = jobs;
+    e.svc.zip->SetWorkers(jobs);
+    faults.Arm(op, n, err);
+    e.ExecuteAllJobs(root + "/jobs/", "", false, false, false);
+    r.fired = faults.Fired();
+    r.firedInWorker = r.fired && faults.FiredOn() != std::this_thread::get_id();
+    r.trapErrors = e.svc.trap.ErrorCount();
+    for (std::size_t i = 0; i < r.calls.size(); ++i) r.calls[i] = faults.Calls(static_cast<FaultOp>(i));
   }
-
- private:
-  std::string root_;
-};
+  r.after = TreeSnapshot(root);
+  for (const auto& [rel, text] : r.after) r.archivesAfter[rel] = rel.ends_with(".zip") ? ArchiveEntries(root + "/" + rel) : std::nullopt;
+  // The job file still reads, with the job as it was written; nothing else in its folder.
+  clsJobs reader;
+  const std::vector<job> read = reader.GetJobs(root + "/jobs/", "j.kjb");
+  if (read.size() != 1 || reader.LastReadFailed() || read[0].From != root + "/src" || read[0].To != root + "/dst" ||
+      read[0].JobName != "j" || std::distance(fs::directory_iterator(root + "/jobs"), {}) != 1) {
+    r.jobFileProblem = "does not read as written, or has a stray file beside it: " + ReadFile(root + "/jobs/j.kjb");
+  }
+  return r;
+}
 
 // What every run with a fault must keep, measured against a clean run of the same tree:
 //  - no partial file: each file holds what it held before, what a clean run leaves there, or
@@ -184,26 +166,19 @@ class FaultRun {
 //    such as creating its unnamed file) may leave the result of a clean run without a message:
 //    that file is then made the usual way, which meets the fault no more;
 //  - the job file still reads, as it was written.
-std::vector<std::string> CheckInvariants(const Scenario& s, const RunResult& clean,
-                                                const RunResult& r) {
+std::vector<std::string> CheckInvariants(const Scenario& s, const RunResult& clean, const RunResult& r) {
   std::vector<std::string> out;
   std::set<std::string> whole;
-  for (const auto* tree : {&r.before, &clean.after}) {
-    for (const auto& [p, d] : *tree) whole.insert(d);
-  }
-  const auto holds = [](const auto& tree, const std::string& path, const std::string& data) {
-    const auto it = tree.find(path);
-    return it != tree.end() && it->second == data;
-  };
+  for (const auto* tree : {&r.before, &clean.after}) for (const auto& [p, d] : *tree) whole.insert(d);
+  const auto holds = [](const Tree& t, const std::string& p, const std::string& d) { return t.contains(p) && t.at(p) == d; };
   for (const auto& [path, data] : r.after) {
     const bool hidden = path.starts_with('.') || path.find("/.") != std::string::npos;
     if (hidden && !r.before.contains(path) && !clean.after.contains(path)) out.push_back(path + " is left behind");
     const auto archive = r.archivesAfter.find(path);  // a readable archive of whole files will do
-    const bool ok = whole.contains(data) ||
-                    (archive != r.archivesAfter.end() && archive->second &&
-                     std::all_of(archive->second->begin(), archive->second->end(),
-                                 [&](const auto& entry) { return whole.contains(entry.second); }));
-    if (!ok) out.push_back(path + " is neither as it was nor complete");
+    if (!whole.contains(data) && (archive == r.archivesAfter.end() || !archive->second ||
+                                  !std::ranges::all_of(*archive->second, [&](const auto& e) { return whole.contains(e.second); }))) {
+      out.push_back(path + " is neither as it was nor complete");
+    }
   }
   for (const auto& [path, data] : r.before) {
     bool keptByClean = false, kept = holds(r.after, path, data);
@@ -217,18 +192,13 @@ std::vector<std::string> CheckInvariants(const Scenario& s, const RunResult& cle
   const bool reported = (r.HasError() && r.EndId() == r.idDoneWithError) || r.trapErrors > 0;
   const bool asClean = r.after == clean.after;
   const bool excused = r.op == FaultOp::Statvfs || (r.op == FaultOp::Rename && r.err == EXDEV) || r.jobs > 1;
-  switch (r.FiredIn()) {
-    case RunResult::Phase::Before:
-      if (r.after != r.before) out.push_back("a fault before the job changed the trees");
-      break;
-    case RunResult::Phase::After:
-      if (!asClean) out.push_back("a fault after the job changed its result");
-      break;
-    case RunResult::Phase::InJob:
-      if (reported || r.op == FaultOp::List || s.silentLess.contains(r.op) || (excused && asClean)) break;
-      out.push_back(std::string("a failed file operation is not reported (") +
-                    (r.firedInWorker ? "in a worker" : "in the run") + (asClean ? ", as clean)" : ")"));
-      break;
+  using enum RunResult::Phase;
+  const RunResult::Phase phase = r.FiredIn();
+  if (phase == Before && r.after != r.before) out.push_back("a fault before the job changed the trees");
+  if (phase == After && !asClean) out.push_back("a fault after the job changed its result");
+  if (phase == InJob && !reported && r.op != FaultOp::List && !s.silentLess.contains(r.op) && !(excused && asClean)) {
+    out.push_back(std::string("a failed file operation is not reported (") + (r.firedInWorker ? "in a worker" : "in the run") +
+                  (asClean ? ", as clean)" : ")"));
   }
   if (!r.jobFileProblem.empty()) out.push_back("job file " + r.jobFileProblem);
   return out;
@@ -243,25 +213,16 @@ std::string Bytes(std::size_t n, unsigned seed) {
   return out;
 }
 
-const Tree kSourceTree = {
-    {"src/a.txt", "alpha\n"},
-    {"src/big.bin", Bytes(1536 * 1024, 7)},  // two copy steps: a fault can hit the second one
-    {"src/sub/c.txt", "gamma\n"},
-    {"src/sub/deep/d.txt", "delta\n"},
-};
+// big.bin takes two copy steps: a fault can hit the second one.
+const Tree kSourceTree = {{"src/a.txt", "alpha\n"}, {"src/big.bin", Bytes(1536 * 1024, 7)}, {"src/sub/c.txt", "gamma\n"},
+                          {"src/sub/deep/d.txt", "delta\n"}};
 
-Tree With(Tree more) {
-  more.insert(kSourceTree.begin(), kSourceTree.end());  // keys of more win
-  return more;
-}
+Tree With(Tree more) { return more.insert(kSourceTree.begin(), kSourceTree.end()), more; }  // keys of more win
 
 const Scenario kScenarios[] = {
-    {"copy",
-     "Action=0\nSubFolder=1\nFStruct=1\nExist=3\nAttrSetDest=1\nAttrArchive1=1\n",
-     With({{"dst/a.txt", "old alpha\n"}}), {}},
+    {"copy", "Action=0\nSubFolder=1\nFStruct=1\nExist=3\nAttrSetDest=1\nAttrArchive1=1\n", With({{"dst/a.txt", "old alpha\n"}}), {}},
     {"move", "Action=1\nSubFolder=1\nFStruct=1\nDelEFolSource=1\n", kSourceTree, {}},
-    {"sync",
-     "Action=5\nExist=4\nEFSelect=0\nExtFileTime=1\nSyncDelete=1\nSubFolder=1\nFStruct=1\n",
+    {"sync", "Action=5\nExist=4\nEFSelect=0\nExtFileTime=1\nSyncDelete=1\nSubFolder=1\nFStruct=1\n",
      // d.txt has been synchronised before: both sides hold it.
      With({{"dst/a.txt", "older alpha\n"}, {"dst/gone.txt", "only here\n"},
                         {"dst/sub/e.txt", "epsilon\n"}, {"dst/sub/deep/d.txt", "delta\n"}}),
@@ -273,27 +234,19 @@ const Scenario kScenarios[] = {
     // An archive per file, one of them added to under the newer-only policy: each source
     // goes only once its own archive is written, and only as it was read. A file that cannot
     // be opened gives a zero result, which this layout reports as "Ersetzt"; it stays.
-    {"compress_single",
-     "Action=3\nSubFolder=1\nZipAll=1\nZipExtStruct=1\nZipDelComp=1\nExist=4\nEFSelect=0\n"
-     "ExtFileTime=1\n",
-     kSourceTree, {{"src/a.txt", 1800000000}},
-     {{"dst/a.txt.zip", {{"a.txt", "old alpha\n"}, {"keep.txt", "kept\n"}}}},
+    {"compress_single", "Action=3\nSubFolder=1\nZipAll=1\nZipExtStruct=1\nZipDelComp=1\nExist=4\nEFSelect=0\nExtFileTime=1\n",
+     kSourceTree, {{"src/a.txt", 1800000000}}, {{"dst/a.txt.zip", {{"a.txt", "old alpha\n"}, {"keep.txt", "kept\n"}}}},
      {FaultOp::Open}},
-    {"extract",
-     "Action=4\nDestZipFolder=1\nDestZipFilter=*.*\nDestZipExist=3\nZipDelDeComp=1\n",
-     {{"dst/a.txt", "old alpha\n"}}, {},
+    {"extract", "Action=4\nDestZipFolder=1\nDestZipFilter=*.*\nDestZipExist=3\nZipDelDeComp=1\n", {{"dst/a.txt", "old alpha\n"}}, {},
      {{"src/pack.zip", {{"a.txt", "alpha\n"}, {"sub/b.txt", Bytes(300 * 1024, 3)}}},
       {"src/more.zip", {{"c.txt", "gamma\n"}}}}},
 };
 
 const std::tuple<FaultOp, const char*, std::vector<int>> kKinds[] = {
-    {FaultOp::Open, "open", {ENOENT, EACCES}}, {FaultOp::Read, "read", {EIO}},
-    {FaultOp::Write, "write", {ENOSPC, EIO}},  {FaultOp::Rename, "rename", {EXDEV, EACCES}},
-    {FaultOp::Unlink, "unlink", {EACCES, EIO}}, {FaultOp::Copy, "copy", {EIO}},
-    {FaultOp::Statvfs, "statvfs", {EIO}},       {FaultOp::SetTimes, "set times", {EPERM}},
-    {FaultOp::SetAttributes, "set attributes", {ENOTSUP}}, {FaultOp::Trash, "trash", {EIO}},
-    {FaultOp::List, "list", {EACCES, EIO}},
-};
+    {FaultOp::Open, "open", {ENOENT, EACCES}}, {FaultOp::Read, "read", {EIO}}, {FaultOp::Write, "write", {ENOSPC, EIO}},
+    {FaultOp::Rename, "rename", {EXDEV, EACCES}}, {FaultOp::Unlink, "unlink", {EACCES, EIO}}, {FaultOp::Copy, "copy", {EIO}},
+    {FaultOp::Statvfs, "statvfs", {EIO}}, {FaultOp::SetTimes, "set times", {EPERM}},
+    {FaultOp::SetAttributes, "set attributes", {ENOTSUP}}, {FaultOp::Trash, "trash", {EIO}}, {FaultOp::List, "list", {EACCES, EIO}}};
 
 // With workers, which call is the n-th differs from run to run (a worker may make it): n runs
 // over the calls of the clean run as with one, and the invariants must hold for each.
@@ -301,21 +254,18 @@ class FaultInjection : public ::testing::TestWithParam<std::tuple<Scenario, int>
 
 TEST_P(FaultInjection, EveryFaultLeavesCompleteFilesAndIsReported) {
   const auto& [s, jobs] = GetParam();
-  FaultRun clean(s);
-  const RunResult base = clean.Run(FaultOp::Count, 0, 0, jobs);
+  const RunResult base = RunScenario(s, FaultOp::Count, 0, 0, jobs);
   ASSERT_TRUE(base.ok()) << s.name << " clean run:\n" << base.Describe();
   ASSERT_TRUE(base.after != base.before) << s.name << ": the clean run must change the trees";
   if (jobs > 1) {
-    FaultRun alone(s);
-    ASSERT_EQ(base.after, alone.Run(FaultOp::Count, 0, 0).after) << s.name << ": workers change the result";
+    ASSERT_EQ(base.after, RunScenario(s, FaultOp::Count, 0, 0).after) << s.name << ": workers change the result";
   }
   int injected = 0;
   std::string problems;
   for (const auto& [op, opName, errors] : kKinds) {
     for (int n = 1; n <= base.calls[static_cast<std::size_t>(op)]; ++n) {
       for (const int err : errors) {
-        FaultRun run(s);
-        const RunResult r = run.Run(op, n, err, jobs);
+        const RunResult r = RunScenario(s, op, n, err, jobs);
         injected += r.fired ? 1 : 0;
         for (const std::string& p : r.fired ? CheckInvariants(s, base, r) : std::vector<std::string>{}) {
           problems += std::string(opName) + " call " + std::to_string(n) + " " + std::strerror(err) + ": " + p +
@@ -324,7 +274,6 @@ TEST_P(FaultInjection, EveryFaultLeavesCompleteFilesAndIsReported) {
       }
     }
   }
-  RecordProperty("injected", injected);
   std::printf("[ faults   ] %s, %d jobs: %d faults injected\n", s.name, jobs, injected);
   EXPECT_GT(injected, 20);
   EXPECT_EQ(problems, "");
@@ -332,10 +281,7 @@ TEST_P(FaultInjection, EveryFaultLeavesCompleteFilesAndIsReported) {
 
 INSTANTIATE_TEST_SUITE_P(Jobs, FaultInjection,
                          ::testing::Combine(::testing::ValuesIn(kScenarios), ::testing::Values(1, 4)),
-                         [](const auto& info) {
-                           return std::string(std::get<0>(info.param).name) + "_jobs" +
-                                  std::to_string(std::get<1>(info.param));
-                         });
+                         [](const auto& i) { return std::string(std::get<0>(i.param).name) + "_jobs" + std::to_string(std::get<1>(i.param)); });
 
 }  // namespace
 }  // namespace orvKestrel::testing

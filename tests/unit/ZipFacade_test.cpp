@@ -20,11 +20,8 @@ constexpr std::time_t kT0 = 1700000000;  // an even second
 
 // Whether this process holds path open (a worker reading it).
 bool OpenHere(const std::string& path) {
-  for (const auto& e : fs::directory_iterator("/proc/self/fd")) {
-    std::error_code ec;
-    if (fs::read_symlink(e.path(), ec) == path) return true;
-  }
-  return false;
+  const auto is = [&](const fs::directory_entry& e) { std::error_code ec; return fs::read_symlink(e.path(), ec) == path; };
+  return std::ranges::any_of(fs::directory_iterator("/proc/self/fd"), is);
 }
 
 class ZipFacade : public Rig {
@@ -34,15 +31,12 @@ class ZipFacade : public Rig {
   }
   // Stages src/rel into archive under its path below src/.
   std::int32_t Add(const std::string& archive, const std::string& rel) {
-    zip.SaveFolderLocation(src + "/");
-    return zip.ZipAddFile(archive, Src(rel), 3, 0);
+    return zip.SaveFolderLocation(src + "/"), zip.ZipAddFile(archive, Src(rel), 3, 0);
   }
   // A compression run of files, from a clean record.
-  void RunZip(FileList files) {
-    Next();
-    Zip_Files(run, svc, files);
-  }
+  void RunZip(FileList files) { Next(); Zip_Files(run, svc, files); }
   bool HasLine(const std::string& text) const { return std::ranges::count(rec.Texts(), text) == 1; }
+  void EmptyDst() const { fs::remove_all(dst), fs::create_directories(dst); }
   ZipLibrary& zip = *svc.zip;
   FileList files;
 };
@@ -67,16 +61,13 @@ TEST_F(ZipFacade, ArchivesMadeWithWorkersReadInOtherToolsAndComeBack) {
             (Strings{"small.txt|5|0|1700000000", "big.bin|5242883|8|1700003600", "sub/\xC3\xBC \xC3\xB1.txt|6|8|1699992800",
                    "caf\xCE\x98.txt|5|8|1700000000"}));  // no UTF-8 flag: read as code page 437
   for (const std::string tool : {"unzip -tq ", "7z t "}) {
-    if (!HaveTool(tool.substr(0, tool.find(' ')))) continue;
-    const ToolResult t = RunTool(tool + Quote(archive));
+    const ToolResult t = HaveTool(tool.substr(0, tool.find(' '))) ? RunTool(tool + Quote(archive)) : ToolResult{0, ""};
     EXPECT_EQ(t.status, 0) << t.output;
   }
   EXPECT_EQ(zip.UnZipEx(archive, tmp / "back", "*.*", 1, "", 0, 0), 4);
   for (const auto& f : fs::recursive_directory_iterator(src)) {
-    if (!f.is_regular_file()) continue;
     const std::string back = tmp / ("back/" + fs::relative(f.path(), src).string());
-    EXPECT_EQ(ReadFile(back), ReadFile(f.path())) << back;
-    EXPECT_EQ(WriteTime(back), WriteTime(f.path())) << back;
+    EXPECT_TRUE(!f.is_regular_file() || (ReadFile(back) == ReadFile(f.path()) && WriteTime(back) == WriteTime(f.path()))) << back;
   }
 }
 
@@ -85,17 +76,16 @@ TEST_F(ZipFacade, CheckZipFileTellsMissingDamagedAndForeignFiles) {
   ASSERT_EQ(Add(tmp / "good.zip", "a.txt"), 1);
   ASSERT_TRUE(zip.Flush());
   const std::string good = ReadFile(tmp / "good.zip");
-  WriteFile(tmp / "cut.zip", good.substr(0, good.size() / 2));
-  WriteFile(tmp / "text.zip", "just some text");
-  WriteFile(tmp / "pkjunk.zip", "PKjunk that is not a record");
+  for (const auto& [name, data] : {std::pair{"cut.zip", good.substr(0, good.size() / 2)}, {"text.zip", "just some text"},
+                                   {"pkjunk.zip", "PKjunk that is not a record"}}) WriteFile(tmp / name, data);
   ASSERT_EQ(Python(tmp, "import zipfile\nzipfile.ZipFile(" + Quote(tmp / "empty.zip") + ",'w').close()\n"
                         "z=zipfile.ZipFile(" + Quote(tmp / "dirs.zip") + ",'w')\n"
                         "z.writestr('a/', '')\nz.writestr('a/b/', '')\nz.close()\n").status, 0);
   fs::create_directory(tmp / "folder.zip");
-  const std::vector<std::pair<std::string, std::int32_t>> cases = {
-      {"good.zip", 0}, {"missing.zip", 2}, {"cut.zip", 1}, {"empty.zip", 1},
-      {"dirs.zip", 1}, {"text.zip", 3},    {"pkjunk.zip", 3}, {"folder.zip", 3}};
-  for (const auto& [name, status] : cases) EXPECT_EQ(zip.CheckZipFile(tmp / name, ""), status) << name;
+  for (const auto& [name, status] : {std::pair{"good.zip", 0}, {"missing.zip", 2}, {"cut.zip", 1}, {"empty.zip", 1},
+                                     {"dirs.zip", 1}, {"text.zip", 3}, {"pkjunk.zip", 3}, {"folder.zip", 3}}) {
+    EXPECT_EQ(zip.CheckZipFile(tmp / name, ""), status) << name;
+  }
   EXPECT_EQ(zip.ZipFileCount(tmp / "dirs.zip"), 0);
   EXPECT_EQ(zip.UnZipEx(tmp / "cut.zip", tmp / "cut", "*.*", 1, "", 0, 0), 0);
 }
@@ -103,9 +93,7 @@ TEST_F(ZipFacade, CheckZipFileTellsMissingDamagedAndForeignFiles) {
 // Two sources for one entry name in one commit: the second is refused, the first stays. A
 // source that vanishes before the commit is left out and named.
 TEST_F(ZipFacade, OneCommitTakesOneSourcePerNameAndLeavesOutVanishedOnes) {
-  Source("a/n.txt", "first");
-  Source("b/n.txt", "second");
-  Source("gone.txt", "gone");
+  for (const auto& [rel, data] : {std::pair{"a/n.txt", "first"}, {"b/n.txt", "second"}, {"gone.txt", "gone"}}) Source(rel, data);
   const std::string archive = tmp / "flat.zip";
   zip.SaveFolderLocation(Src("a/"));
   ASSERT_EQ(zip.ZipFile(archive, Src("a/n.txt"), "", 0, 0), 1);
@@ -115,8 +103,7 @@ TEST_F(ZipFacade, OneCommitTakesOneSourcePerNameAndLeavesOutVanishedOnes) {
   EXPECT_EQ(Add(archive, "never-there.txt"), 0);
   fs::remove(Src("gone.txt"));
   ASSERT_TRUE(zip.Flush());
-  ASSERT_EQ(zip.FailedSources().size(), 1u);
-  EXPECT_EQ(zip.FailedSources()[0].source, Src("gone.txt"));
+  EXPECT_TRUE(zip.FailedSources().size() == 1 && zip.FailedSources()[0].source == Src("gone.txt"));
   EXPECT_EQ(ArchiveEntries(archive), (Entries{{"n.txt", "first"}}));
 }
 
@@ -129,8 +116,7 @@ TEST_F(ZipFacade, AFileChangedWhileItIsReadIsNotStoredNorDeleted) {
     Strings lines[2];
     for (const int workers : {1, 4}) {
       SCOPED_TRACE(::testing::Message() << "ZipAll " << zipAll << ", workers " << workers);
-      fs::remove_all(dst);
-      fs::create_directories(dst);
+      EmptyDst();
       zip.SetWorkers(workers);
       std::tie(j.ZipAll, j.ZipExtStruct, j.Exist, j.EFSelect, j.ZipDelComp) = std::tuple(zipAll, 1, 4, 0, 0);
       const std::string big = Source("big.bin", std::string(kSize, 'o'), kT0);
@@ -143,20 +129,15 @@ TEST_F(ZipFacade, AFileChangedWhileItIsReadIsNotStoredNorDeleted) {
       j.ZipDelComp = 1;
       int reads = 0;  // the second step of the big file overwrites its middle, as an editor would
       faults.Every(FaultOp::Read, [&] {
-        if (OpenHere(big) && ++reads == 2) {
-          const int fd = ::open(big.c_str(), O_WRONLY);
-          EXPECT_EQ(::pwrite(fd, "NEW!", 4, kSize / 2), 4);
-          ::close(fd);
-        }
+        if (!OpenHere(big) || ++reads != 2) return;
+        const int fd = ::open(big.c_str(), O_WRONLY);
+        EXPECT_TRUE(::pwrite(fd, "NEW!", 4, kSize / 2) == 4 && ::close(fd) == 0);
       });
       RunZip({big, other});
       faults.Every(FaultOp::Read, nullptr);
-      EXPECT_GE(reads, 2);
+      EXPECT_TRUE(reads >= 2 && run.jobError && fs::file_size(big) == kSize && !Exists(other));
       EXPECT_TRUE(HasLine("job: Fehler: The file changed while it was read - " + big)) << ::testing::PrintToString(Lines());
-      EXPECT_TRUE(run.jobError);
       EXPECT_TRUE(ArchiveEntries(archive).value_or(Entries{})["big.bin"] == before->at("big.bin")) << "the entry changed";
-      EXPECT_EQ(fs::file_size(big), kSize);
-      EXPECT_FALSE(Exists(other));
       EXPECT_EQ(ArchiveEntries(zipAll == 0 ? archive : Dst("other.txt.zip")).value_or(Entries{})["other.txt"], "other");
       lines[workers / 4] = Lines();
     }
@@ -167,41 +148,30 @@ TEST_F(ZipFacade, AFileChangedWhileItIsReadIsNotStoredNorDeleted) {
 // A source changed, or its archive replaced, between the commit and the deletion of the
 // source; an archive replaced after extraction read it, before its deletion: each is kept.
 TEST_F(ZipFacade, WhatChangedAfterItWasReadIsKept) {
-  const struct {
-    const char* name;
-    CheckState zipAll;
-    FaultOp op;  // the change comes before its n-th call
-    int n;
-    const char *change, *kept, *line;  // change: below src, or below dst after a "~"
-  } cases[] = {
-      {"a source, all", 0, FaultOp::Unlink, 1, "a.txt", "a.txt", "Fehler: The file changed after it was read and was kept - "},
-      {"a source, single", 1, FaultOp::Unlink, 1, "a.txt", "a.txt", "Fehler: The file changed after it was read and was kept - "},
-      // Opens: the file when staged, when read, then the archive read back.
-      {"its archive", 1, FaultOp::Open, 3, "~a.zip", "a.txt", "job: Fehler: The archive does not hold the file as it was read - "},
-  };
-  for (const auto& c : cases) {
-    SCOPED_TRACE(c.name);
-    fs::remove_all(dst);
-    fs::create_directories(dst);
-    std::tie(j.ZipAll, j.ZipDelComp) = std::tuple(c.zipAll, 1);
+  // ZipAll; what changes just before the n-th call of op: a.txt, or the archive (the opens:
+  // a.txt staged, read, then the archive read back); the line that keeps a.txt.
+  const std::tuple<CheckState, FaultOp, int, std::string, std::string> cases[] = {
+      {0, FaultOp::Unlink, 1, Src("a.txt"), "Fehler: The file changed after it was read and was kept - "},
+      {1, FaultOp::Unlink, 1, Src("a.txt"), "Fehler: The file changed after it was read and was kept - "},
+      {1, FaultOp::Open, 3, Dst("a.zip"), "job: Fehler: The archive does not hold the file as it was read - "}};
+  for (const auto& [zipAll, op, n, changed, line] : cases) {
+    SCOPED_TRACE(changed + " " + std::to_string(zipAll));
+    EmptyDst();
+    std::tie(j.ZipAll, j.ZipDelComp) = std::tuple(zipAll, 1);
     const std::string a = Source("a.txt", "line 1\n"), b = Source("b.txt", "b");
-    const std::string changed = c.change[0] == '~' ? Dst(c.change + 1) : Src(c.change);
-    faults.Before(c.op, c.n, [&] { WriteFile(changed, "changed\n"); });
+    faults.Before(op, n, [&] { WriteFile(changed, "changed\n"); });
     RunZip({a, b});
     faults.Disarm();
-    EXPECT_EQ(ReadFile(Src(c.kept)), changed == Src(c.kept) ? "changed\n" : "line 1\n");
-    EXPECT_TRUE(HasLine(c.line + Src(c.kept))) << ::testing::PrintToString(Lines());
-    const std::string deleted = c.zipAll == 0 ? "job: Gelöscht: " : "Gelöscht: ";
-    EXPECT_FALSE(HasLine(deleted + a));
-    EXPECT_TRUE(c.op == FaultOp::Open || (HasLine(deleted + b) && !Exists(b)));
+    EXPECT_EQ(ReadFile(a), changed == a ? "changed\n" : "line 1\n");
+    EXPECT_TRUE(HasLine(line + a)) << ::testing::PrintToString(Lines());
+    const std::string deleted = zipAll == 0 ? "job: Gelöscht: " : "Gelöscht: ";
+    EXPECT_TRUE(!HasLine(deleted + a) && (op == FaultOp::Open || (HasLine(deleted + b) && !Exists(b))));
   }
   // Extraction deletes an archive only while its name leads to the file that was read.
   Fresh().Action = 4;
   j.ZipDelDeComp = 1;
-  std::function<void()> action;
-  rec.onLine = [&](const LoggedLine& l) {  // after the archive was read, before its deletion
-    if ((l.id == 77 || l.id == 78) && action) std::exchange(action, nullptr)();
-  };
+  std::function<void()> action;  // runs after the archive was read, before its deletion
+  rec.onLine = [&](const LoggedLine& l) { if ((l.id == 77 || l.id == 78) && action) std::exchange(action, nullptr)(); };
   for (const std::int16_t bin : {0, 1}) {
     SCOPED_TRACE(bin);
     fs::remove(Dst("a.txt"));
@@ -213,9 +183,7 @@ TEST_F(ZipFacade, WhatChangedAfterItWasReadIsKept) {
     Next();
     files = {Src("a.zip")};
     UnZip_Files(run, svc, files);
-    EXPECT_EQ(ReadFile(Src("a.zip")), replacement);
-    EXPECT_EQ(ReadFile(Dst("a.txt")), "data");
-    EXPECT_TRUE(run.jobError);
+    EXPECT_TRUE(ReadFile(Src("a.zip")) == replacement && ReadFile(Dst("a.txt")) == "data" && run.jobError);
     EXPECT_EQ(rec.Texts().back(), "job: Fehler: The file changed after it was read and was kept - " + Src("a.zip"));
   }
 }
@@ -234,8 +202,7 @@ TEST_F(ZipFacade, AFailedReplacementKeepsTheOldArchive) {
     faults.Arm(FaultOp::Write, 1, ENOSPC);  // the commit's writing
     RunZip({Source("a.txt", "new")});
     faults.Disarm();
-    EXPECT_EQ(ArchiveEntries(archive), before);
-    EXPECT_EQ(ReadFile(Src("a.txt")), "new");
+    EXPECT_TRUE(ArchiveEntries(archive) == before && ReadFile(Src("a.txt")) == "new");
     EXPECT_EQ(TempLeftovers(dst), Strings{});
   }
 }
@@ -245,8 +212,7 @@ TEST_F(ZipFacade, AFailedReplacementKeepsTheOldArchive) {
 TEST_F(ZipFacade, ACancelLeavesTheArchiveAsItWasAndNoTemporaries) {
   for (const int workers : {1, 4}) {
     SCOPED_TRACE(workers);
-    fs::remove_all(dst);
-    fs::create_directories(dst);
+    EmptyDst();
     const std::string archive = Dst("a.zip");
     zip.StartZipRun(1, 0);
     zip.SetWorkers(workers);
@@ -257,25 +223,20 @@ TEST_F(ZipFacade, ACancelLeavesTheArchiveAsItWasAndNoTemporaries) {
     const std::string before = ReadFile(archive);
     files.clear();
     for (int i = 0; i < 24; ++i) files.push_back(Source("f" + std::to_string(i), std::string(300000, 'a' + i)));
-    const auto cancel = [&] { zip.CancelZip(); };
     for (const auto& f : files) ASSERT_EQ(zip.ZipAddFile(archive, f, 3, 0), 1);
-    faults.Before(FaultOp::Read, 8, cancel);
-    EXPECT_FALSE(zip.Flush());
-    EXPECT_TRUE(zip.LastCancelled());
-    EXPECT_TRUE(zip.WrittenSources().empty());
-    EXPECT_EQ(ReadFile(archive), before);
+    faults.Before(FaultOp::Read, 8, [&] { zip.CancelZip(); });
+    EXPECT_TRUE(!zip.Flush() && zip.LastCancelled() && zip.WrittenSources().empty() && ReadFile(archive) == before);
     EXPECT_EQ(TempLeftovers(dst), Strings{});
 
     faults.Disarm();
     for (const auto& f : files) ASSERT_EQ(zip.ZipAddFile(archive, f, 3, 0), 1);
     ASSERT_TRUE(zip.Flush());
     fs::create_directories(Dst("x"));
-    faults.Before(FaultOp::Write, 8, cancel);
+    faults.Before(FaultOp::Write, 8, [&] { zip.CancelZip(); });
     zip.StartUnzipRun({});
     const std::int32_t count = zip.UnZipEx(archive, Dst("x"), "*", 1, "", 0, 0);
     faults.Disarm();
-    EXPECT_TRUE(zip.LastCancelled());
-    EXPECT_LT(count, 20);
+    EXPECT_TRUE(zip.LastCancelled() && count < 20) << count;
     EXPECT_EQ(TempLeftovers(dst), Strings{});
     for (const auto& f : fs::directory_iterator(Dst("x"))) {
       EXPECT_EQ(ReadFile(f.path()), ReadFile(Src(f.path().filename().string()))) << f.path();
@@ -294,35 +255,26 @@ class Compression : public ZipFacade {
     std::vector<std::pair<const char*, const char*>> files;
     Strings lines;          // {s} and {d} stand for the folders; see ExpectLines
     std::string after;      // the trees afterwards; a preview must leave them as they were
-    const char* counters = nullptr;  // "all/current ...", nullptr: not looked at
+    const char* counters = nullptr;  // "{ (all, current), ... }", nullptr: not looked at
   };
   void Check(const Row& r) {
     SCOPED_TRACE(r.name);
-    for (const std::string& root : {src, dst}) {
-      fs::remove_all(root);
-      fs::create_directories(root);
-    }
+    fs::remove_all(src), fs::create_directories(src), EmptyDst();
     Fresh();
     Next();
     r.set(j);
     files.clear();
     for (const auto& [rel, data] : r.files) {
-      const std::string path = (rel[0] == 's' ? src : dst) + std::string(rel).substr(1);
-      const std::string text = data;
-      if (text == "DIR") fs::create_directories(path);
-      if (text.starts_with("zip:")) MakeArchive(path, {{text.substr(4), text.substr(4)}});
-      if (text != "DIR" && !text.starts_with("zip:")) WriteFile(path, text);
+      const std::string path = (rel[0] == 's' ? src : dst) + std::string(rel).substr(1), text = data;
+      text == "DIR" ? void(fs::create_directories(path))
+      : text.starts_with("zip:") ? MakeArchive(path, {{text.substr(4), text.substr(4)}}) : WriteFile(path, text);
       if (rel[0] == 's') files.push_back(path);
     }
     const std::string before = Tree();
     r.preview ? Zip_Preview(run, svc, files) : Zip_Files(run, svc, files);
     ExpectLines(r.lines, Lines());
     EXPECT_EQ(Tree(), r.preview ? before : r.after);
-    if (r.counters != nullptr) {
-      std::string text;
-      for (const auto& [all, curr] : rec.counters) text += (text.empty() ? "" : " ") + std::to_string(all) + "/" + std::to_string(curr);
-      EXPECT_EQ(text, r.counters);
-    }
+    EXPECT_TRUE(r.counters == nullptr || ::testing::PrintToString(rec.counters) == r.counters) << ::testing::PrintToString(rec.counters);
   }
 };
 
@@ -335,10 +287,10 @@ const auto kSingle = [](std::int16_t e) { return [=](job& j) { j.ZipAll = 1, j.E
 TEST_F(Compression, ByModePolicyAndPreview) {
   const Row rows[] = {
       // "All" mode: one archive named after the job; its first file gets no line of its own.
-      {false, "one file", kAll, {{"s/a.txt", "a"}}, {"Datei gefunden: 1"}, "d/job.zip=[a.txt] s/a.txt=a", ""},
+      {false, "one file", kAll, {{"s/a.txt", "a"}}, {"Datei gefunden: 1"}, "d/job.zip=[a.txt] s/a.txt=a", "{}"},
       {false, "further files", kAll, {{"s/a.txt", "a"}, {"s/sub/b.txt", "b"}, {"s/sub/deep/c.txt", "c"}},
        {"Dateien gefunden: 3", "Hinzufügen: {s}sub/b.txt nach {d}job.zip", "Hinzufügen: {s}sub/deep/c.txt nach {d}job.zip"},
-       "d/job.zip=[a.txt,b.txt,c.txt] s/a.txt=a s/sub/b.txt=b s/sub/deep/c.txt=c", "3/2 3/3"},
+       "d/job.zip=[a.txt,b.txt,c.txt] s/a.txt=a s/sub/b.txt=b s/sub/deep/c.txt=c", "{ (3, 2), (3, 3) }"},
       // The inner structure is taken from the parent of From (e2e), or below From when it ends in "/".
       {false, "inner structure below From", [](job& j) { j.ZipIntStruct = 1, j.From += "/"; },
        {{"s/a.txt", "a"}, {"s/sub/b.txt", "b"}}, {"..."}, "d/job.zip=[a.txt,sub/b.txt] s/a.txt=a s/sub/b.txt=b"},
@@ -359,7 +311,7 @@ TEST_F(Compression, ByModePolicyAndPreview) {
       {false, "names", kSingle(0), {{"s/report.txt", "r"}, {"s/README", "R"}, {"s/x.txt/a.txt", "a"}},
        {"Dateien gefunden: 3", "Erstelle neue Zip Datei: {s}report.txt nach {d}report.zip",
         "Erstelle neue Zip Datei: {s}README nach {d}README", "Erstelle neue Zip Datei: {s}x.txt/a.txt nach {d}a.zip"},
-       "d/README=[README] d/a.zip=[a.txt] d/report.zip=[report.txt] s/README=R s/report.txt=r s/x.txt/a.txt=a", "3/1 3/2 3/3"},
+       "d/README=[README] d/a.zip=[a.txt] d/report.zip=[report.txt] s/README=R s/report.txt=r s/x.txt/a.txt=a", "{ (3, 1), (3, 2), (3, 3) }"},
       {false, "a zero result reads as replaced and keeps the source", [](job& j) { j.ZipAll = j.ZipDelComp = 1; },
        {{"s/folder.d", "DIR"}, {"s/b.txt", "b"}}, {"Dateien gefunden: 2", "Ersetzt: {s}folder.d nach {d}folder.zip",
        "Erstelle neue Zip Datei: {s}b.txt nach {d}b.zip", "..."}, "d/b.zip=[b.txt] s/folder.d/"},
@@ -367,7 +319,7 @@ TEST_F(Compression, ByModePolicyAndPreview) {
        {{"s/sub/report.txt", "r"}}, {"..."}, "d/sub/report.txt.zip=[report.txt] s/sub/report.txt=r"},
       // Previews change nothing; only Exist 1 previews deletions (ZipDelComp alone does not, although the run deletes).
       {true, "all mode", kAll, {{"s/a.txt", "a"}, {"s/b.txt", "b"}, {"s/c.txt", "c"}}, {"Dateien gefunden: 3",
-       "Würde zu Zip hinzugefügt: {s}b.txt nach {d}job.zip", "Würde zu Zip hinzugefügt: {s}c.txt nach {d}job.zip"}, "", "3/2 3/3"},
+       "Würde zu Zip hinzugefügt: {s}b.txt nach {d}job.zip", "Würde zu Zip hinzugefügt: {s}c.txt nach {d}job.zip"}, "", "{ (3, 2), (3, 3) }"},
       {true, "ZipDelComp does not", [](job& j) { j.ZipDelComp = 1; }, {{"s/a.txt", "a"}, {"s/b.txt", "b"}},
        {"Dateien gefunden: 2", "Würde zu Zip hinzugefügt: {s}b.txt nach {d}job.zip"}, ""},
       {true, "0 with an archive ends the preview", kAll, {{"s/a.txt", "a"}, {"s/b.txt", "b"}, {"d/job.zip", "x"}},
@@ -400,14 +352,12 @@ TEST_F(Compression, PasswordProtectsTheEntries) {
   j.ZipPwd = "Pa55";
   Zip_Files(run, svc, files);
   const std::string archive = Dst("job.zip");
-  EXPECT_EQ(svc.zip->CheckZipFile(archive, "Pa55"), 0);
-  EXPECT_EQ(svc.zip->CheckZipFile(archive, "wrong"), 4);
-  EXPECT_EQ(svc.zip->CheckZipFile(archive, ""), 4);
+  for (const auto& [password, status] : {std::pair{"Pa55", 0}, {"wrong", 4}, {"", 4}}) {
+    EXPECT_EQ(svc.zip->CheckZipFile(archive, password), status) << password;
+  }
   EXPECT_EQ(svc.zip->UnZipEx(archive, tmp / "bad", "*.*", 1, "wrong", 0, 0), 0);
-  ASSERT_EQ(svc.zip->Failures().size(), 1u);
-  EXPECT_EQ(svc.zip->Failures()[0].kind, ZipLibrary::EntryFailure::Kind::Password);
-  EXPECT_FALSE(Exists(tmp / "bad/a.txt"));
-  EXPECT_EQ(TempLeftovers(tmp / "bad"), Strings{});
+  EXPECT_TRUE(svc.zip->Failures().size() == 1 && svc.zip->Failures()[0].kind == ZipLibrary::EntryFailure::Kind::Password);
+  EXPECT_EQ(Names(tmp / "bad"), Strings{});  // not even a temporary
   EXPECT_EQ(svc.zip->UnZipEx(archive, tmp / "good", "*.*", 1, "Pa55", 0, 0), 1);
   EXPECT_EQ(ReadFile(tmp / "good/a.txt"), "secret text");
   if (!HaveTool("7z")) GTEST_SKIP() << "7z is not installed (p7zip-full, scripts/setup.sh)";
@@ -423,8 +373,7 @@ TEST_F(Compression, OnlyExactlyHiddenFilesAreUnhiddenForTheCall) {
       {true, false, 2}, {false, true, 0}, {true, true, 0}, {false, false, 2}};
   for (const auto& c : cases) {
     SCOPED_TRACE(::testing::Message() << c.preview << c.dryRun);
-    fs::remove_all(dst);
-    fs::create_directories(dst);
+    EmptyDst();
     files = {Source(".first"), Source(".hidden"), Source("ro-hidden")};
     svc.fs.SetAttributes(files[0], kAttrHidden);
     svc.fs.SetAttributes(files[2], kAttrHidden | kAttrReadOnly);
@@ -433,10 +382,8 @@ TEST_F(Compression, OnlyExactlyHiddenFilesAreUnhiddenForTheCall) {
     faults.Disarm();
     c.preview ? Zip_Preview(run, svc, files) : Zip_Files(run, svc, files);
     EXPECT_EQ(faults.Calls(FaultOp::SetAttributes), c.calls);
-    EXPECT_EQ(svc.fs.GetAttributes(files[1]), kAttrHidden);
-    EXPECT_EQ(svc.fs.GetAttributes(files[2]), kAttrHidden | kAttrReadOnly);
-    EXPECT_EQ(Exists(Dst("job.zip")), !c.preview && !c.dryRun);
-    EXPECT_TRUE(Exists(files[0]));
+    EXPECT_EQ(std::pair(svc.fs.GetAttributes(files[1]), svc.fs.GetAttributes(files[2])), std::pair(kAttrHidden, kAttrHidden | kAttrReadOnly));
+    EXPECT_TRUE(Exists(Dst("job.zip")) == (!c.preview && !c.dryRun) && Exists(files[0]));
   }
   EXPECT_EQ(Tree(), "d/job.zip=[.first,.hidden,ro-hidden] s/.first=data s/.hidden=data s/ro-hidden=data");  // the run, last
 }
@@ -453,13 +400,10 @@ TEST(LinkResolution, FollowsTheLinksOnTheWay) {
     return it == links.end() ? std::nullopt : std::optional<std::string>(it->second);
   };
   struct Case { Parts at; std::string target; bool inside; };
-  for (const Case& c : {Case{{}, "a/l/a/l/../..", false}, Case{{}, "a/l/..", false},
-                        Case{{"a"}, "b/l1/..", false}, Case{{}, "a/l/x", true},
-                        Case{{}, "a/b/l1/a/l", true}, Case{{}, "up/etc", false},
-                        Case{{}, "loop1", false}, Case{{"a"}, "../x", true},
-                        Case{{"a"}, "../../x", false}, Case{{}, "/etc", false},
-                        Case{{}, "", false}, Case{{"a", "b"}, "l1/a/l/../c", false},
-                        Case{{}, std::string("..\0/x", 5), false}}) {
+  for (const Case& c : {Case{{}, "a/l/a/l/../..", false}, {{}, "a/l/..", false}, {{"a"}, "b/l1/..", false}, {{}, "a/l/x", true},
+                        {{}, "a/b/l1/a/l", true}, {{}, "up/etc", false}, {{}, "loop1", false}, {{"a"}, "../x", true},
+                        {{"a"}, "../../x", false}, {{}, "/etc", false}, {{}, "", false}, {{"a", "b"}, "l1/a/l/../c", false},
+                        {{}, std::string("..\0/x", 5), false}}) {
     EXPECT_EQ(zipnames::LinkResolvesInside(c.at, c.target, lookup), c.inside) << c.target;
   }
 }

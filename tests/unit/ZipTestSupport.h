@@ -6,11 +6,8 @@
 
 #include <zip.h>
 
-#include <fcntl.h>
-#include <sys/stat.h>
 #include <sys/wait.h>
 
-#include <algorithm>
 #include <cstdio>
 #include <filesystem>
 #include <map>
@@ -31,12 +28,10 @@ struct ToolResult {
 inline ToolResult RunTool(const std::string& command) {
   ToolResult r;
   FILE* pipe = ::popen((command + " 2>&1").c_str(), "r");
-  if (pipe == nullptr) return r;
   char buf[4096];
-  std::size_t n = 0;
-  while ((n = std::fread(buf, 1, sizeof buf, pipe)) > 0) r.output.append(buf, n);
-  const int st = ::pclose(pipe);
-  r.status = WIFEXITED(st) ? WEXITSTATUS(st) : -1;
+  for (std::size_t n = 0; pipe != nullptr && (n = std::fread(buf, 1, sizeof buf, pipe)) > 0;) r.output.append(buf, n);
+  const int st = pipe != nullptr ? ::pclose(pipe) : -1;
+  r.status = st != -1 && WIFEXITED(st) ? WEXITSTATUS(st) : -1;
   return r;
 }
 
@@ -46,8 +41,7 @@ inline bool HaveTool(const std::string& name) { return RunTool("command -v " + n
 inline ToolResult Python(const TempDir& dir, const std::string& script) {
   const std::string path = dir / "script.py";
   WriteFile(path, script);
-  static const std::string python =
-      std::filesystem::exists("/usr/bin/python3") ? "/usr/bin/python3 -I" : "python3";
+  static const std::string python = std::filesystem::exists("/usr/bin/python3") ? "/usr/bin/python3 -I" : "python3";
   return RunTool(python + " " + Quote(path));
 }
 
@@ -103,8 +97,7 @@ inline void MakeArchive(const std::string& path, const std::map<std::string, std
   zip_t* za = zip_open(path.c_str(), ZIP_CREATE | ZIP_TRUNCATE, &err);
   if (za == nullptr) throw std::runtime_error("cannot make " + path);
   for (const auto& [name, data] : entries) {
-    const zip_int64_t i = zip_file_add(za, name.c_str(), zip_source_buffer(za, data.data(), data.size(), 0),
-                                       ZIP_FL_ENC_UTF_8);
+    const zip_int64_t i = zip_file_add(za, name.c_str(), zip_source_buffer(za, data.data(), data.size(), 0), ZIP_FL_ENC_UTF_8);
     zip_file_set_mtime(za, static_cast<zip_uint64_t>(i), 1700000000, 0);
   }
   if (zip_close(za) != 0) throw std::runtime_error("cannot write " + path);

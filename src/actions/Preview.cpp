@@ -68,7 +68,8 @@ class FolderPreview {
   // nothing on the disk.
   const std::string& RefusedBeneath(const std::string& root, const std::string& sub) {
     if (!checked_ || checked_->root != root || checked_->sub != sub) {
-      checked_ = Checked{root, sub, s_.fs.RefusedBeneath(root, sub)};
+      const auto refused = s_.fs.RefusedBeneath(root, sub);
+      checked_ = Checked{root, sub, refused ? refused->Description() : std::string()};
     }
     return checked_->refused;
   }

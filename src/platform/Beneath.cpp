@@ -93,11 +93,13 @@ std::shared_ptr<const DestFolder> FileSystem::OpenBeneath(const std::string& roo
   return TryOpenBeneath(root, sub, create).Value();
 }
 
-std::string FileSystem::RefusedBeneath(const std::string& root, const std::string& sub) {
+std::optional<KestrelError> FileSystem::RefusedBeneath(const std::string& root,
+                                                       const std::string& sub) {
   const auto opened = TryOpenBeneath(root, sub, false);
-  if (opened) return {};
+  if (opened) return std::nullopt;
   const int err = opened.Error().Number();
-  return err == ELOOP || err == ENOTDIR ? opened.Error().Description() : std::string();
+  if (err == ELOOP || err == ENOTDIR) return opened.Error();
+  return std::nullopt;
 }
 
 void FileSystem::DeleteFile(const DestFolder& folder, const std::string& name, bool force) {

@@ -228,9 +228,9 @@ class FileSystem {
   ContainedFolder OpenContained(const std::string& path);
   std::shared_ptr<const DestFolder> OpenBeneath(const std::string& root, const std::string& sub,
                                                 bool create);
-  // For a preview: the first level of root/sub that such an opening would refuse; "" when none
-  // (a missing level would be made).
-  std::string RefusedBeneath(const std::string& root, const std::string& sub);
+  // For a preview: the error of the first level of root/sub that such an opening would refuse (a
+  // link or no folder); nothing when none (a missing level would be made).
+  std::optional<KestrelError> RefusedBeneath(const std::string& root, const std::string& sub);
   // Counts the folders removed through this object: a folder opened before may be gone.
   std::uint64_t FolderRemovals() const { return folderRemovals_; }
   void DeleteFile(const std::string& path, bool force);  // force also removes read-only files

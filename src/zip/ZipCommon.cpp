@@ -1,5 +1,6 @@
 #include "zip/ZipCommon.h"
 
+#include "actions/Transfer.h"
 #include "platform/Paths.h"
 #include "platform/SysError.h"
 
@@ -39,6 +40,12 @@ std::string BaseFolder(const std::string& file, const job& job) {
 std::string SingleNameInTo(const job& job, const std::string& sFile) {
   const std::string ext = paths::GetExtensionName(sFile);
   return paths::BuildPath(job.To, paths::GetFileName(paths::ReplaceAll(sFile, "." + ext, ".zip")));
+}
+
+void RefuseAsTheRunWould(Services& s, const job& job, const std::string& folder) {
+  const std::string sub = actions::RelativeTo(folder, job.To);
+  if (sub.empty()) return;
+  if (auto refused = s.fs.RefusedBeneath(job.To, sub)) throw std::move(*refused);
 }
 
 namespace {

@@ -24,6 +24,10 @@ std::string BaseFolder(const std::string& file, const job& job);
 // without extension has every "." replaced) and only the file name part is used.
 std::string SingleNameInTo(const job& job, const std::string& sFile);
 
+// A preview of the mirrored folder of an archive throws what the run would meet there: a level
+// beneath To that is a link or no folder, which the run refuses instead of writing elsewhere.
+void RefuseAsTheRunWould(Services& s, const job& job, const std::string& folder);
+
 // The archive for Mode "All" or "Single" under the existing-archive policy; "" when Mode is
 // neither, the archive exists under policy 0, or the trap asked to leave. A preview names the
 // mirrored folder without making it and reports the deletion of policy 3 instead of making it.
@@ -41,6 +45,7 @@ std::string ArchiveFor(Services& s, P& p, job& job, const std::string& Mode,
     std::string folder;
     if (!p.Do([&] {
           folder = preview ? HandlePreviewFolders(s, sFile, job) : HandleFolders(s, sFile, job);
+          if (preview) RefuseAsTheRunWould(s, job, folder);
         })) {
       return {};
     }

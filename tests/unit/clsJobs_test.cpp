@@ -10,10 +10,10 @@
 namespace orvKestrel {
 namespace {
 
+namespace fs = std::filesystem;
 using namespace std::string_literals;
 using testing::TempDir;
 using testing::WriteFile;
-
 
 // A host with a fixed clock whose message boxes record their text and answer with answer().
 Host FixedHost(std::vector<std::string>* asked = nullptr, std::function<BoxAnswer()> answer = nullptr) {
@@ -38,7 +38,7 @@ std::vector<std::string> Names(const std::vector<job>& jobs) {
 // Job files of dir in the order the file system lists them.
 std::vector<std::string> ListingOrder(const TempDir& dir) {
   std::vector<std::string> out;
-  for (const auto& e : std::filesystem::directory_iterator(dir.str())) {
+  for (const auto& e : fs::directory_iterator(dir.str())) {
     if (const auto n = e.path().filename().string(); n.ends_with(".kjb") || n.ends_with(".KJB")) out.push_back(n);
   }
   return out;
@@ -68,8 +68,8 @@ TEST(GetJobs, TakesJobFilesInListingOrder) {
   TempDir dir;
   for (const char* name : {"x.txt", "b.kjb", "A.KJB", ".hidden.kjb", "noext", "jobs/inside.kjb", "jobs-old.kjb"})
     WriteJob(dir, name);
-  std::filesystem::create_directories(dir / "folder.kjb");
-  std::filesystem::create_symlink(dir / "b.kjb", dir / "link.kjb");
+  fs::create_directories(dir / "folder.kjb");
+  fs::create_symlink(dir / "b.kjb", dir / "link.kjb");
   clsJobs jobs(FixedHost());
   const std::vector<job> got = jobs.GetJobs(dir.str() + "/");
   std::vector<std::string> expected;
@@ -133,8 +133,8 @@ TEST(GetJobs, ReadErrorsAreReportedAndFailTheRead) {
   };
   for (const auto& [content, report] : cases) {
     SCOPED_TRACE(content);
-    std::filesystem::remove_all(dir / "a.kjb");
-    content == "<folder>" ? (void)std::filesystem::create_directories(dir / "a.kjb") : WriteFile(dir / "a.kjb", content);
+    fs::remove_all(dir / "a.kjb");
+    content == "<folder>" ? (void)fs::create_directories(dir / "a.kjb") : WriteFile(dir / "a.kjb", content);
     std::vector<std::string> asked;
     clsJobs jobs(FixedHost(&asked, [] { return BoxAnswer::Abort; }));
     EXPECT_EQ(jobs.GetJobs(dir.str() + "/", "a.kjb").size(), report.empty() ? 1u : 0u);

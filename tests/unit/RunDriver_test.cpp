@@ -301,7 +301,7 @@ TEST_F(RunDriverTest, FreeSpaceBelowTheLimitOnly) {
 }
 
 // 13 present but empty: the empty text, not the default; 28 built from the replaced "t6". An
-// engine loads its catalogue once: the second run's language file is not read.
+// engine loads its catalogue once: the language file of its second run is not read.
 TEST(Catalogue, LanguageFileReplacesTextsButNotAffixesOncePerEngine) {
   testing::TempDir dir;
   FileSystem fs;
@@ -314,9 +314,10 @@ TEST(Catalogue, LanguageFileReplacesTextsButNotAffixesOncePerEngine) {
                                       "Verschoben: "}));
   Engine e{Host{}};
   e.ExecuteAllJobs(dir / "jobs/", lang, false, false, false);
-  WriteFile(lang, "[LogMessages]\nt28=(with errors)\nt6=Done\nt11=Copie\n");  // both parts of "t28"
+  WriteFile(lang, "[LogMessages]\nt28=(with errors)\nt6=Done\n");  // both parts of "t28"
   EXPECT_EQ(load().Text(28), "Done (with errors)");
-  e.ExecuteAllJobs(dir / "jobs/", lang, false, false, false);
+  WriteFile(dir / "fr.lng", "[LogMessages]\nt11=Copie\n");
+  e.ExecuteAllJobs(dir / "jobs/", dir / "fr.lng", false, false, false);
   EXPECT_EQ(e.svc.T(11), "Copied: ");
 }
 

@@ -170,9 +170,7 @@ TEST_F(RunDriverTest, PreviewStartLineByAction) {
 }
 
 TEST_F(RunDriverTest, StateIsWrittenToTheFileNamedAfterTheJob) {
-  const std::string path = jobs + "x.kjb";
-  WriteFile(path, "[Job]\nName=other\nFrom=" + src + "\nTo=" + dst + "\nCounter=2\nDoPreview=0\n");
-  const std::string before = ReadFile(path);
+  const std::string path = Job("x", "Name=other\nCounter=2\n"), before = ReadFile(path);
   Pass();
   EXPECT_EQ(ReadFile(path), before);
   EXPECT_EQ(Value("other", "Counter"), "1");

@@ -61,9 +61,9 @@ TEST(GetJobs, ConvertsValues) {
 
 // A folder gives its job files in listing order (no hidden one, no folder; a link is read);
 // a named file goes through the same test (one that passes: e2e List's --file), and a missing
-// one reads as a record of defaults, like any missing key. Without a trailing separator, "jobs" + "*" lists the parent's names
-// beginning with "jobs"; the name is then joined to "jobs", where no such file is: one record
-// of defaults, nothing from inside the folder.
+// one reads as a record of defaults, like any missing key. Without a trailing separator,
+// "jobs" + "*" lists the parent's names beginning with "jobs"; the name is then joined to
+// "jobs", where no such file is: one record of defaults, nothing from inside the folder.
 TEST(GetJobs, TakesJobFilesInListingOrder) {
   TempDir dir;
   for (const char* name : {"x.txt", "b.kjb", "A.KJB", ".hidden.kjb", "noext", "jobs/inside.kjb", "jobs-old.kjb"})

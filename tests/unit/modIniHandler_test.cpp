@@ -54,7 +54,8 @@ TEST(Profile, ReadsValuesAsTheProfileFunctionsDo) {
       {"bytes Windows-1252 leaves undefined", "[Job]\nName=a\x81\x8D\x8F\x90\x9D\xE4\n", "Name",
        "a\xC2\x81\xC2\x8D\xC2\x8F\xC2\x90\xC2\x9D\xC3\xA4"},
   };
-  for (const auto& [name, file, key, expected] : cases) EXPECT_EQ(Profile(file).Get("Job", key, "dflt"), expected) << name;
+  for (const auto& [name, file, key, expected] : cases)
+    EXPECT_EQ(Profile(file).Get("Job", key, "dflt"), expected) << name;
   // A value, and the default too, is cut to nSize - 1.
   EXPECT_EQ(Profile("[Job]\nName=abcdef\n").Get("Job", "Name", "dflt", 4), "abc");
   EXPECT_EQ(Profile("[Job]\nName=abcdef\n").Get("Job", "Name", "dflt", 1), "");
@@ -67,13 +68,13 @@ TEST(SetProfileValue, KeepsEveryOtherLine) {
   // What the case shows, the file before, section, key and value, and the file after ("<refused>": throws).
   const std::tuple<const char*, std::string, const char*, const char*, std::string, std::string> cases[] = {
       {"replaces the value in place", job, "Job", "counter", "2", head + "Counter=2\nTo=/b\n" + info},
-      {"adds a key after the section's last key", job, "JOB", "Status", "5", head + "Counter = 3   \nTo=/b\nStatus=5\n" + info},
-      {"adds a missing section at the end", job, "Extra", "IntState", "22.11.2026", job + "\n[Extra]\nIntState=22.11.2026\n"},
+      {"adds after the last key", job, "JOB", "Status", "5", head + "Counter = 3   \nTo=/b\nStatus=5\n" + info},
+      {"adds a section at the end", job, "Extra", "IntState", "22.11.2026", job + "\n[Extra]\nIntState=22.11.2026\n"},
       {"creates the content of a new file", "", "Job", "Status", "5", "[Job]\nStatus=5\n"},
-      {"first of two sections and keys", "[Job]\nA=1\nA=2\n[job]\nA=3\n", "Job", "A", "9", "[Job]\nA=9\nA=2\n[job]\nA=3\n"},
+      {"first of two", "[Job]\nA=1\nA=2\n[job]\nA=3\n", "Job", "A", "9", "[Job]\nA=9\nA=2\n[job]\nA=3\n"},
       {"a key only in a repeated section goes into the first", "[Job]\nA=1\n[job]\nB=3\n", "Job", "B", "9",
        "[Job]\nA=1\nB=9\n[job]\nB=3\n"},
-      {"empty section gets the key after its header", "[Job]\n[Info]\nX=1\n", "Job", "A", "1", "[Job]\nA=1\n[Info]\nX=1\n"},
+      {"into an empty section", "[Job]\n[Info]\nX=1\n", "Job", "A", "1", "[Job]\nA=1\n[Info]\nX=1\n"},
       {"CRLF kept", "[Job]\r\nA=1\r\n", "Job", "B", "2", "[Job]\r\nA=1\r\nB=2\r\n"},
       {"last line without a line end", "[Job]\nA=1", "Job", "B", "2", "[Job]\nA=1\nB=2\n"},
       {"byte-order mark kept", "\xEF\xBB\xBF[Job]\nA=1\n", "Job", "A", "2", "\xEF\xBB\xBF[Job]\nA=2\n"},

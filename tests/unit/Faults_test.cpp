@@ -82,7 +82,8 @@ struct RunResult {
   Phase FiredIn() const {
     for (const Line& l : lines) {
       if (l.id == idStart && l.firedBefore) return Phase::Before;
-      if (l.id == idDone || l.id == idDoneWithError || l.id == idNoFiles) return l.firedBefore ? Phase::InJob : Phase::After;
+      const bool end = l.id == idDone || l.id == idDoneWithError || l.id == idNoFiles;
+      if (end) return l.firedBefore ? Phase::InJob : Phase::After;
     }
     return Phase::Before;
   }
@@ -132,7 +133,9 @@ RunResult RunScenario(const Scenario& s, FaultOp op, int n, int err, int jobs = 
     for (std::size_t i = 0; i < r.calls.size(); ++i) r.calls[i] = faults.Calls(static_cast<FaultOp>(i));
   }
   r.after = TreeSnapshot(root);
-  for (const auto& [rel, text] : r.after) r.archivesAfter[rel] = rel.ends_with(".zip") ? ArchiveEntries(root + "/" + rel) : std::nullopt;
+  for (const auto& [rel, text] : r.after) {
+    if (rel.ends_with(".zip")) r.archivesAfter[rel] = ArchiveEntries(root + "/" + rel);
+  }
   // The job file still reads, with the job as it was written; nothing else in its folder.
   clsJobs reader;
   const std::vector<job> read = reader.GetJobs(root + "/jobs/", "j.kjb");
@@ -170,13 +173,16 @@ std::vector<std::string> CheckInvariants(const Scenario& s, const RunResult& cle
   std::vector<std::string> out;
   std::set<std::string> whole;
   for (const auto* tree : {&r.before, &clean.after}) for (const auto& [p, d] : *tree) whole.insert(d);
-  const auto holds = [](const Tree& t, const std::string& p, const std::string& d) { return t.contains(p) && t.at(p) == d; };
+  const auto holds = [](const Tree& t, const std::string& p, const std::string& d) {
+    return t.contains(p) && t.at(p) == d;
+  };
   for (const auto& [path, data] : r.after) {
     const bool hidden = path.starts_with('.') || path.find("/.") != std::string::npos;
     if (hidden && !r.before.contains(path) && !clean.after.contains(path)) out.push_back(path + " is left behind");
     const auto archive = r.archivesAfter.find(path);  // a readable archive of whole files will do
+    const auto wholeEntry = [&](const auto& entry) { return whole.contains(entry.second); };
     if (!whole.contains(data) && (archive == r.archivesAfter.end() || !archive->second ||
-                                  !std::ranges::all_of(*archive->second, [&](const auto& e) { return whole.contains(e.second); }))) {
+                                  !std::ranges::all_of(*archive->second, wholeEntry))) {
       out.push_back(path + " is neither as it was nor complete");
     }
   }
@@ -197,8 +203,8 @@ std::vector<std::string> CheckInvariants(const Scenario& s, const RunResult& cle
   if (phase == Before && r.after != r.before) out.push_back("a fault before the job changed the trees");
   if (phase == After && !asClean) out.push_back("a fault after the job changed its result");
   if (phase == InJob && !reported && r.op != FaultOp::List && !s.silentLess.contains(r.op) && !(excused && asClean)) {
-    out.push_back(std::string("a failed file operation is not reported (") + (r.firedInWorker ? "in a worker" : "in the run") +
-                  (asClean ? ", as clean)" : ")"));
+    out.push_back(std::string("a failed file operation is not reported (") +
+                  (r.firedInWorker ? "in a worker" : "in the run") + (asClean ? ", as clean)" : ")"));
   }
   if (!r.jobFileProblem.empty()) out.push_back("job file " + r.jobFileProblem);
   return out;
@@ -214,18 +220,23 @@ std::string Bytes(std::size_t n, unsigned seed) {
 }
 
 // big.bin takes two copy steps: a fault can hit the second one.
-const Tree kSourceTree = {{"src/a.txt", "alpha\n"}, {"src/big.bin", Bytes(1536 * 1024, 7)}, {"src/sub/c.txt", "gamma\n"},
-                          {"src/sub/deep/d.txt", "delta\n"}};
+const Tree kSourceTree = {{"src/a.txt", "alpha\n"}, {"src/big.bin", Bytes(1536 * 1024, 7)},
+                          {"src/sub/c.txt", "gamma\n"}, {"src/sub/deep/d.txt", "delta\n"}};
 
-Tree With(Tree more) { return more.insert(kSourceTree.begin(), kSourceTree.end()), more; }  // keys of more win
+// The source tree with more files; those of more win.
+Tree With(Tree more) {
+  more.insert(kSourceTree.begin(), kSourceTree.end());
+  return more;
+}
 
 const Scenario kScenarios[] = {
-    {"copy", "Action=0\nSubFolder=1\nFStruct=1\nExist=3\nAttrSetDest=1\nAttrArchive1=1\n", With({{"dst/a.txt", "old alpha\n"}}), {}},
+    {"copy", "Action=0\nSubFolder=1\nFStruct=1\nExist=3\nAttrSetDest=1\nAttrArchive1=1\n",
+     With({{"dst/a.txt", "old alpha\n"}}), {}},
     {"move", "Action=1\nSubFolder=1\nFStruct=1\nDelEFolSource=1\n", kSourceTree, {}},
     {"sync", "Action=5\nExist=4\nEFSelect=0\nExtFileTime=1\nSyncDelete=1\nSubFolder=1\nFStruct=1\n",
      // d.txt has been synchronised before: both sides hold it.
-     With({{"dst/a.txt", "older alpha\n"}, {"dst/gone.txt", "only here\n"},
-                        {"dst/sub/e.txt", "epsilon\n"}, {"dst/sub/deep/d.txt", "delta\n"}}),
+     With({{"dst/a.txt", "older alpha\n"}, {"dst/gone.txt", "only here\n"}, {"dst/sub/e.txt", "epsilon\n"},
+           {"dst/sub/deep/d.txt", "delta\n"}}),
      {{"src/a.txt", 2000000000}, {"dst/a.txt", 1900000000}}},
     // The first file of an archive for the whole job that cannot be added is not reported
     // (only the further files are); it stays where it is.
@@ -234,19 +245,21 @@ const Scenario kScenarios[] = {
     // An archive per file, one of them added to under the newer-only policy: each source
     // goes only once its own archive is written, and only as it was read. A file that cannot
     // be opened gives a zero result, which this layout reports as "Ersetzt"; it stays.
-    {"compress_single", "Action=3\nSubFolder=1\nZipAll=1\nZipExtStruct=1\nZipDelComp=1\nExist=4\nEFSelect=0\nExtFileTime=1\n",
-     kSourceTree, {{"src/a.txt", 1800000000}}, {{"dst/a.txt.zip", {{"a.txt", "old alpha\n"}, {"keep.txt", "kept\n"}}}},
-     {FaultOp::Open}},
-    {"extract", "Action=4\nDestZipFolder=1\nDestZipFilter=*.*\nDestZipExist=3\nZipDelDeComp=1\n", {{"dst/a.txt", "old alpha\n"}}, {},
+    {"compress_single", "Action=3\nSubFolder=1\nZipAll=1\nZipExtStruct=1\nZipDelComp=1\nExist=4\nEFSelect=0\n"
+     "ExtFileTime=1\n", kSourceTree, {{"src/a.txt", 1800000000}},
+     {{"dst/a.txt.zip", {{"a.txt", "old alpha\n"}, {"keep.txt", "kept\n"}}}}, {FaultOp::Open}},
+    {"extract", "Action=4\nDestZipFolder=1\nDestZipFilter=*.*\nDestZipExist=3\nZipDelDeComp=1\n",
+     {{"dst/a.txt", "old alpha\n"}}, {},
      {{"src/pack.zip", {{"a.txt", "alpha\n"}, {"sub/b.txt", Bytes(300 * 1024, 3)}}},
       {"src/more.zip", {{"c.txt", "gamma\n"}}}}},
 };
 
 const std::tuple<FaultOp, const char*, std::vector<int>> kKinds[] = {
-    {FaultOp::Open, "open", {ENOENT, EACCES}}, {FaultOp::Read, "read", {EIO}}, {FaultOp::Write, "write", {ENOSPC, EIO}},
-    {FaultOp::Rename, "rename", {EXDEV, EACCES}}, {FaultOp::Unlink, "unlink", {EACCES, EIO}}, {FaultOp::Copy, "copy", {EIO}},
-    {FaultOp::Statvfs, "statvfs", {EIO}}, {FaultOp::SetTimes, "set times", {EPERM}},
-    {FaultOp::SetAttributes, "set attributes", {ENOTSUP}}, {FaultOp::Trash, "trash", {EIO}}, {FaultOp::List, "list", {EACCES, EIO}}};
+    {FaultOp::Open, "open", {ENOENT, EACCES}}, {FaultOp::Read, "read", {EIO}},
+    {FaultOp::Write, "write", {ENOSPC, EIO}}, {FaultOp::Rename, "rename", {EXDEV, EACCES}},
+    {FaultOp::Unlink, "unlink", {EACCES, EIO}}, {FaultOp::Copy, "copy", {EIO}}, {FaultOp::Statvfs, "statvfs", {EIO}},
+    {FaultOp::SetTimes, "set times", {EPERM}}, {FaultOp::SetAttributes, "set attributes", {ENOTSUP}},
+    {FaultOp::Trash, "trash", {EIO}}, {FaultOp::List, "list", {EACCES, EIO}}};
 
 // With workers, which call is the n-th differs from run to run (a worker may make it): n runs
 // over the calls of the clean run as with one, and the invariants must hold for each.
@@ -281,7 +294,10 @@ TEST_P(FaultInjection, EveryFaultLeavesCompleteFilesAndIsReported) {
 
 INSTANTIATE_TEST_SUITE_P(Jobs, FaultInjection,
                          ::testing::Combine(::testing::ValuesIn(kScenarios), ::testing::Values(1, 4)),
-                         [](const auto& i) { return std::string(std::get<0>(i.param).name) + "_jobs" + std::to_string(std::get<1>(i.param)); });
+                         [](const auto& i) {
+                           const Scenario& s = std::get<0>(i.param);
+                           return std::string(s.name) + "_jobs" + std::to_string(std::get<1>(i.param));
+                         });
 
 }  // namespace
 }  // namespace orvKestrel::testing

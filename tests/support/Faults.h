@@ -10,6 +10,7 @@
 #include <functional>
 #include <mutex>
 #include <thread>
+#include <tuple>
 #include <utility>
 
 namespace orvKestrel::testing {
@@ -55,9 +56,7 @@ class Faults : public FaultPoints {
   void Set(FaultOp op, int n, int err, std::function<void()> action) {
     const std::scoped_lock lock(mutex_);
     calls_.fill(0);
-    op_ = n > 0 ? op : FaultOp::Count;
-    n_ = n;
-    err_ = err;
+    std::tie(op_, n_, err_) = std::tuple(n > 0 ? op : FaultOp::Count, n, err);
     action_ = std::move(action);
     firedOn_ = {};
   }

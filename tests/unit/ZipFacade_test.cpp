@@ -80,9 +80,7 @@ TEST_F(ZipFacade, ArchivesMadeWithWorkersReadInOtherToolsAndComeBack) {
 }
 
 TEST_F(ZipFacade, CheckZipFileTellsMissingDamagedAndForeignFiles) {
-  Source("a.txt", std::string(20000, 'a') + "tail");
-  ASSERT_EQ(Add(tmp / "good.zip", "a.txt"), 1);
-  ASSERT_TRUE(zip.Flush());
+  MakeArchive(tmp / "good.zip", {{"a.txt", std::string(20000, 'a') + "tail"}});
   const std::string good = ReadFile(tmp / "good.zip");
   WriteFile(tmp / "cut.zip", good.substr(0, good.size() / 2));
   WriteFile(tmp / "text.zip", "just some text");
@@ -365,9 +363,7 @@ TEST_F(Compression, ByModePolicyAndPreview) {
 
 TEST_F(Compression, AStopEndsTheRunAndKeepsWhatWasAdded) {
   files = {Source("a.txt"), Source("b.txt"), Source("c.txt"), Source("d.txt")};
-  rec.onCounter = [&](std::int32_t, std::int32_t curr) {
-    if (curr == 3) driver.StopMsg(true);
-  };
+  rec.onCounter = [&](std::int32_t, std::int32_t curr) { if (curr == 3) driver.StopMsg(true); };
   Zip_Files(run, svc, files);
   EXPECT_EQ(Tree(), "d/job.zip=[a.txt,b.txt] s/a.txt=data s/b.txt=data s/c.txt=data s/d.txt=data");
 }

@@ -25,7 +25,11 @@ class Faults : public FaultPoints {
   void Before(FaultOp op, int n, std::function<void()> action) { Set(op, n, 0, std::move(action)); }
   // Runs action before every call of op from now on (nullptr: no more), one call at a time and
   // under the lock: it must not call the engine's file system.
-  void Every(FaultOp op, std::function<void()> action) { std::scoped_lock{mutex_}, everyOp_ = op, every_ = std::move(action); }
+  void Every(FaultOp op, std::function<void()> action) {
+    const std::scoped_lock lock(mutex_);
+    everyOp_ = op;
+    every_ = std::move(action);
+  }
   int Check(FaultOp op) override {
     std::unique_lock lock(mutex_);
     if (every_ && op == everyOp_) every_();
@@ -37,16 +41,24 @@ class Faults : public FaultPoints {
     return err;
   }
   // How many calls of op were counted since the last Arm/Disarm.
-  int Calls(FaultOp op) const { return std::scoped_lock{mutex_}, calls_[static_cast<std::size_t>(op)]; }
+  int Calls(FaultOp op) const { return Locked(calls_[static_cast<std::size_t>(op)]); }
   bool Fired() const { return FiredOn() != std::thread::id{}; }
   // The thread that made the failing call (a worker's, or the run's own); none before it fired.
-  std::thread::id FiredOn() const { return std::scoped_lock{mutex_}, firedOn_; }
+  std::thread::id FiredOn() const { return Locked(firedOn_); }
 
  private:
+  // A copy of a member, taken under the lock (naming the member needs none).
+  template <class T>
+  T Locked(const T& member) const {
+    const std::scoped_lock lock(mutex_);
+    return member;
+  }
   void Set(FaultOp op, int n, int err, std::function<void()> action) {
     const std::scoped_lock lock(mutex_);
     calls_.fill(0);
-    std::tie(op_, n_, err_, action_, firedOn_) = std::tuple(n > 0 ? op : FaultOp::Count, n, err, std::move(action), std::thread::id{});
+    std::tie(op_, n_, err_) = std::tuple(n > 0 ? op : FaultOp::Count, n, err);
+    action_ = std::move(action);
+    firedOn_ = {};
   }
   mutable std::mutex mutex_;
   std::array<int, static_cast<std::size_t>(FaultOp::Count)> calls_{};

@@ -40,12 +40,15 @@ class FileOpsTest : public Rig {
 
 // What cannot be done is refused and changes nothing: an existing destination (copy unless told
 // to overwrite), what is no file, a read-only file or folder content unless forced, a folder
-// that is not empty. Then told to, each does its work; a move renames within one file system,
-// and a folder's deletion follows no link.
+// that is not empty, a verified deletion of a file replaced under its name since it was read.
+// Then told to, each does its work; a move renames within one file system, and a folder's
+// deletion follows no link.
 TEST_F(FileOpsTest, RefusalsChangeNothing) {
   const std::string a = Source("a.txt", "new", kNew), ro = Source("ro.txt", "r"), inside = Source("d/ro.txt", "r");
   Source("d/e/.hidden", "h");
-  Dest("a.txt", "old");
+  const FileIdentity asRead = fs.CopyFile(a, Dst("a.txt"), false).read;
+  WriteFile(Src("a.new"), "new");  // the same contents under the same name, but another file
+  std::filesystem::rename(Src("a.new"), a);
   std::filesystem::create_directory_symlink(dst, Src("d/link"));
   for (const auto& p : {ro, inside}) ::chmod(p.c_str(), 0444);
   const std::pair<std::function<void()>, int> cases[] = {
@@ -53,7 +56,8 @@ TEST_F(FileOpsTest, RefusalsChangeNothing) {
       {[&] { fs.CopyFile(Src("none"), Dst("none"), true); }, ENOENT}, {[&] { fs.DeleteFile(ro, false); }, EACCES},
       {[&] { fs.CopyFile(Src("none"), "", true); }, kErrInvalidCall}, {[&] { fs.DeleteFile(src, true); }, EISDIR},
       {[&] { fs.DeleteFile(Src("none"), true); }, ENOENT}, {[&] { fs.CopyFile(src, Dst("x"), true); }, EISDIR},
-      {[&] { fs.DeleteFolder(Src("d"), false); }, EACCES}, {[&] { fs.RemoveFolder(dst); }, ENOTEMPTY}};
+      {[&] { fs.DeleteFolder(Src("d"), false); }, EACCES}, {[&] { fs.RemoveFolder(dst); }, ENOTEMPTY},
+      {[&] { fs.DeleteVerified(a, asRead, true); }, EAGAIN}};
   const std::string before = Tree();
   for (std::size_t i = 0; i < std::size(cases); ++i) EXPECT_EQ(ErrorOf(cases[i].first), cases[i].second) << i;
   EXPECT_EQ(Tree(), before);
@@ -79,7 +83,8 @@ TEST_F(FileOpsTest, AFailedCopyOrMoveLeavesBothSidesAsTheyWere) {
       if (overwrite) Dest("a.txt", "old");
       faults.Arm(op, n, EIO);
       const std::string to = across ? other : dst;
-      EXPECT_EQ(ErrorOf([&] { across ? fs.MoveFile(a, to + "/a.txt") : void(fs.CopyFile(a, Dst("a.txt"), overwrite)); }), EIO);
+      const auto act = [&] { across ? fs.MoveFile(a, to + "/a.txt") : void(fs.CopyFile(a, Dst("a.txt"), overwrite)); };
+      EXPECT_EQ(ErrorOf(act), EIO);
       EXPECT_TRUE(faults.Fired());
       EXPECT_TRUE(ReadFile(a) == kBig) << "the source changed";
       EXPECT_EQ(Names(to), overwrite ? Strings{"a.txt"} : Strings{});
@@ -112,17 +117,6 @@ TEST_F(FileOpsTest, CopyAndMoveAcrossFileSystemsKeepContentsPermissionsAndTimes)
   faults.Disarm();
 }
 
-// A source is removed only while its name still leads to the file as it was read: one replaced
-// under the same name is kept. (Untouched it goes, and written to it stays: Policies,
-// ASourceWrittenToBeforeItsDeletionIsKept, through each action that deletes a source.)
-TEST_F(FileOpsTest, VerifiedDeleteKeepsAFileReplacedUnderItsName) {
-  const std::string a = Source("a.txt", "copy");
-  const FileIdentity read = fs.CopyFile(a, Dst("a.txt"), true).read;
-  WriteFile(a + ".new", "copy"), std::filesystem::rename(a + ".new", a);
-  EXPECT_EQ(ErrorOf([&] { fs.DeleteVerified(a, read, true); }), EAGAIN);
-  EXPECT_TRUE(Exists(a));
-}
-
 // What the file-system object remembers (a file's status, a folder seen) must never hide a change
 // it made itself, and outside a scope it remembers nothing.
 TEST_F(FileOpsTest, RememberedStatusFollowsEveryChangeMadeThroughTheObject) {
@@ -151,7 +145,9 @@ TEST_F(FileOpsTest, RememberedStatusFollowsEveryChangeMadeThroughTheObject) {
       {[&] { fs.DeleteFolder(moved, true); }, ""}};
   for (const auto& [step, there] : steps) {
     step();
-    for (const auto& folder : {sub, moved}) EXPECT_EQ(fs.FolderStillExists(folder), folder == there) << folder << " " << there;
+    for (const auto& folder : {sub, moved}) {
+      EXPECT_EQ(fs.FolderStillExists(folder), folder == there) << folder << " " << there;
+    }
   }
 }
 
@@ -171,13 +167,16 @@ TEST_F(FileOpsTest, HomeTrashGetsTheFileAndItsInfoEntry) {
   const std::string a = Source("sub dir/grün & co.txt", "data");
   fs.Trash(a);
   EXPECT_TRUE(!Exists(a) && ReadFile(trash + "/files/grün & co.txt") == "data");
-  const std::string info = ReadFile(trash + "/info/grün & co.txt.trashinfo"),
-                    head = "[Trash Info]\nPath=" + paths::GetAbsolutePathName(src) + "/sub%20dir/gr%C3%BCn%20%26%20co.txt\nDeletionDate=";
+  const std::string info = ReadFile(trash + "/info/grün & co.txt.trashinfo");
+  const std::string head =
+      "[Trash Info]\nPath=" + paths::GetAbsolutePathName(src) + "/sub%20dir/gr%C3%BCn%20%26%20co.txt\nDeletionDate=";
   const std::regex date("\\d{4}-\\d\\d-\\d\\dT\\d\\d:\\d\\d:\\d\\d\n");
   EXPECT_TRUE(info.starts_with(head) && std::regex_match(info.substr(head.size()), date)) << info;
   const std::string longest(255, 'n');
-  for (const auto& [name, data] : {std::pair{"a.txt", "first"}, {"a.txt", "second"}, {"README", "third"}, {"README", "fourth"},
-                                   {longest.c_str(), "long"}}) fs.Trash(Source(name, data));
+  for (const auto& [name, data] : {std::pair{"a.txt", "first"}, {"a.txt", "second"}, {"README", "third"},
+                                   {"README", "fourth"}, {longest.c_str(), "long"}}) {
+    fs.Trash(Source(name, data));
+  }
   for (const auto& [name, data] : {std::pair{"a.txt", "first"}, {"a.2.txt", "second"}, {"README.2", "fourth"}}) {
     EXPECT_EQ(ReadFile(trash + "/files/" + name), data);
   }
@@ -209,7 +208,10 @@ TEST_F(FileOpsTest, ErrorsNameTheCallAndThePath) {
       {[&] { fs.DeleteFile(*fs.OpenBeneath(dst, "", false), "none", true); }, ENOENT, "fstatat " + Dst("none"), ""},
       {[&] { fs.OpenBeneath(dst, "link/sub", true); }, ELOOP, "openat2 " + Dst("link"), linkText},
       {[&] { fs.OpenContained(dst).Sub("link"); }, ELOOP, "openat " + Dst("link"), ""},
-      {[&] { faults.Arm(FaultOp::Unlink, 1, EIO), fs.DeleteFile(a, true); }, EIO, "unlink " + a, ""},
+      {[&] {
+         faults.Arm(FaultOp::Unlink, 1, EIO);
+         fs.DeleteFile(a, true);
+       }, EIO, "unlink " + a, ""},
   };
   for (const auto& [op, number, callAndPath, description] : cases) {
     std::string got = "no error";
@@ -218,7 +220,8 @@ TEST_F(FileOpsTest, ErrorsNameTheCallAndThePath) {
     } catch (const KestrelError& e) {
       got = std::to_string(e.Number()) + " " + e.Call() + " " + e.Path() + ": " + e.Description();
     }
-    EXPECT_EQ(got, std::to_string(number) + " " + callAndPath + ": " + (description.empty() ? std::strerror(number) : description));
+    const std::string text = description.empty() ? std::strerror(number) : description;
+    EXPECT_EQ(got, std::to_string(number) + " " + callAndPath + ": " + text);
   }
   EXPECT_TRUE(Exists(a));
 }
@@ -254,7 +257,10 @@ TEST_F(Prefetch, PoolBeginsTasksInOrderAndNoFurtherAheadThanAllowed) {
       pool.Add(std::vector<OrderedPool::Task>(kTasks, [&](std::size_t k, unsigned worker) {
         EXPECT_LT(worker, workers);
         EXPECT_LE(k, hand.load() + 1) << "begun too far ahead";
-        std::scoped_lock{m}, begun.push_back(k);  // the lock lives to the end of the statement
+        {
+          const std::scoped_lock lock(m);
+          begun.push_back(k);
+        }
         std::this_thread::sleep_for(std::chrono::milliseconds(1));
         finished[k] = 1;
       }));
@@ -276,10 +282,19 @@ TEST_F(Prefetch, PoolDropsWhatNoWorkerBeganAndStopsAWaitingTask) {
   {
     OrderedPool pool(1);
     const auto note = [&](std::size_t k, unsigned) { ran[k] = 1; };
-    // Task 0 holds the only worker; task 4 waits for a consumer that never comes near, until the pool stops.
-    pool.Add({[&, gate = go.get_future().share()](std::size_t k, unsigned) { note(k, 0), first.count_down(), gate.wait(); },
-              note, note, note, [&](std::size_t k, unsigned) { note(k, 0), fourth.count_down(), near = pool.Near(100, 1); },
-              note});
+    // Task 0 holds the only worker; task 4 waits for a consumer that never comes near, until the
+    // pool stops.
+    const auto holdsTheWorker = [&, gate = go.get_future().share()](std::size_t k, unsigned) {
+      note(k, 0);
+      first.count_down();
+      gate.wait();
+    };
+    const auto waitsForAConsumer = [&](std::size_t k, unsigned) {
+      note(k, 0);
+      fourth.count_down();
+      near = pool.Near(100, 1);
+    };
+    pool.Add({holdsTheWorker, note, note, note, waitsForAConsumer, note});
     first.wait();
     EXPECT_FALSE(pool.Wait(2, true)) << "not begun: the consumer does it";
     go.set_value();
@@ -300,7 +315,7 @@ TEST_F(Prefetch, ACopyMadeAheadIsNamedOnlyForTheSourceItWasMadeFrom) {
   const std::string a = Src("a.txt");
   for (const auto& [changeSource, existing, overwrite, expected, error] : cases) {
     SCOPED_TRACE(::testing::Message() << changeSource << existing << overwrite);
-    std::filesystem::remove_all(dst), std::filesystem::create_directories(dst);
+    EmptyFolder(dst);
     Source("a.txt", "contents", kOld);
     ::chmod(a.c_str(), 0640);
     const auto into = svc.fs.OpenBeneath(dst, "", false);
@@ -327,7 +342,8 @@ TEST_F(Prefetch, UnusedCopiesLeaveNothingAndGuessesSkipWhatWillNotBeCopied) {
     CopyAhead ahead(3, dst);
     std::vector<CopyOrder> orders;
     for (int i = 0; i < 8; ++i) {
-      orders.push_back({Source("s" + std::to_string(i), "file " + std::to_string(i)), Dst("s" + std::to_string(i)), true, false, i == 5});
+      const std::string name = "s" + std::to_string(i);
+      orders.push_back({Source(name, "file " + std::to_string(i)), Dst(name), true, false, i == 5});
     }
     ahead.Add(std::move(orders));
     for (int i : {1, 3, 5, 6}) {
@@ -350,7 +366,8 @@ TEST_F(Prefetch, LookedUpStatusesCountOnlyWhileTheRunChangedNothing) {
   const std::string made = Dst("made.txt"), absent = Dst("absent.txt");
   const std::uint64_t before = fs.Changes();
   const PathStatus stale = StatusOf(made);
-  fs.Seed(before, PathStatus{absent, 0, {.isFile = true, .times = {}}, 0});  // a worker's word for a file that is not there
+  // A worker's word for a file that is not there.
+  fs.Seed(before, PathStatus{absent, 0, {.isFile = true, .times = {}}, 0});
   EXPECT_TRUE(fs.FileExists(absent)) << "a current look is taken as it is";
   fs.WriteFileAtomic(made, "x");
   fs.Seed(before, stale);

@@ -20,8 +20,11 @@ constexpr std::time_t kT0 = 1700000000;  // an even second
 
 // Whether this process holds path open (a worker reading it).
 bool OpenHere(const std::string& path) {
-  const auto is = [&](const fs::directory_entry& e) { std::error_code ec; return fs::read_symlink(e.path(), ec) == path; };
-  return std::ranges::any_of(fs::directory_iterator("/proc/self/fd"), is);
+  std::error_code ec;
+  for (const auto& fd : fs::directory_iterator("/proc/self/fd")) {
+    if (fs::read_symlink(fd.path(), ec) == path) return true;
+  }
+  return false;
 }
 
 class ZipFacade : public Rig {
@@ -31,12 +34,15 @@ class ZipFacade : public Rig {
   }
   // Stages src/rel into archive under its path below src/.
   std::int32_t Add(const std::string& archive, const std::string& rel) {
-    return zip.SaveFolderLocation(src + "/"), zip.ZipAddFile(archive, Src(rel), 3, 0);
+    zip.SaveFolderLocation(src + "/");
+    return zip.ZipAddFile(archive, Src(rel), 3, 0);
   }
   // A compression run of files, from a clean record.
-  void RunZip(FileList files) { Next(); Zip_Files(run, svc, files); }
+  void RunZip(FileList files) {
+    Next();
+    Zip_Files(run, svc, files);
+  }
   bool HasLine(const std::string& text) const { return std::ranges::count(rec.Texts(), text) == 1; }
-  void EmptyDst() const { fs::remove_all(dst), fs::create_directories(dst); }
   ZipLibrary& zip = *svc.zip;
   FileList files;
 };
@@ -58,8 +64,9 @@ TEST_F(ZipFacade, ArchivesMadeWithWorkersReadInOtherToolsAndComeBack) {
   for (const char* rel : {"big.bin", "sub/\xC3\xBC \xC3\xB1.txt", "caf\xE9.txt"}) ASSERT_EQ(Add(archive, rel), 1);
   ASSERT_TRUE(zip.Flush());
   EXPECT_EQ(PyEntries(tmp, archive),
-            (Strings{"small.txt|5|0|1700000000", "big.bin|5242883|8|1700003600", "sub/\xC3\xBC \xC3\xB1.txt|6|8|1699992800",
-                   "caf\xCE\x98.txt|5|8|1700000000"}));  // no UTF-8 flag: read as code page 437
+            (Strings{"small.txt|5|0|1700000000", "big.bin|5242883|8|1700003600",
+                     "sub/\xC3\xBC \xC3\xB1.txt|6|8|1699992800",
+                     "caf\xCE\x98.txt|5|8|1700000000"}));  // no UTF-8 flag: read as code page 437
   for (const std::string tool : {"unzip -tq ", "7z t "}) {
     const ToolResult t = HaveTool(tool.substr(0, tool.find(' '))) ? RunTool(tool + Quote(archive)) : ToolResult{0, ""};
     EXPECT_EQ(t.status, 0) << t.output;
@@ -67,17 +74,17 @@ TEST_F(ZipFacade, ArchivesMadeWithWorkersReadInOtherToolsAndComeBack) {
   EXPECT_EQ(zip.UnZipEx(archive, tmp / "back", "*.*", 1, "", 0, 0), 4);
   for (const auto& f : fs::recursive_directory_iterator(src)) {
     const std::string back = tmp / ("back/" + fs::relative(f.path(), src).string());
-    EXPECT_TRUE(!f.is_regular_file() || (ReadFile(back) == ReadFile(f.path()) && WriteTime(back) == WriteTime(f.path()))) << back;
+    if (!f.is_regular_file()) continue;
+    EXPECT_TRUE(ReadFile(back) == ReadFile(f.path()) && WriteTime(back) == WriteTime(f.path())) << back;
   }
 }
 
 TEST_F(ZipFacade, CheckZipFileTellsMissingDamagedAndForeignFiles) {
-  Source("a.txt", std::string(20000, 'a') + "tail");
-  ASSERT_EQ(Add(tmp / "good.zip", "a.txt"), 1);
-  ASSERT_TRUE(zip.Flush());
+  MakeArchive(tmp / "good.zip", {{"a.txt", std::string(20000, 'a') + "tail"}});
   const std::string good = ReadFile(tmp / "good.zip");
-  for (const auto& [name, data] : {std::pair{"cut.zip", good.substr(0, good.size() / 2)}, {"text.zip", "just some text"},
-                                   {"pkjunk.zip", "PKjunk that is not a record"}}) WriteFile(tmp / name, data);
+  WriteFile(tmp / "cut.zip", good.substr(0, good.size() / 2));
+  WriteFile(tmp / "text.zip", "just some text");
+  WriteFile(tmp / "pkjunk.zip", "PKjunk that is not a record");
   ASSERT_EQ(Python(tmp, "import zipfile\nzipfile.ZipFile(" + Quote(tmp / "empty.zip") + ",'w').close()\n"
                         "z=zipfile.ZipFile(" + Quote(tmp / "dirs.zip") + ",'w')\n"
                         "z.writestr('a/', '')\nz.writestr('a/b/', '')\nz.close()\n").status, 0);
@@ -93,7 +100,9 @@ TEST_F(ZipFacade, CheckZipFileTellsMissingDamagedAndForeignFiles) {
 // Two sources for one entry name in one commit: the second is refused, the first stays. A
 // source that vanishes before the commit is left out and named.
 TEST_F(ZipFacade, OneCommitTakesOneSourcePerNameAndLeavesOutVanishedOnes) {
-  for (const auto& [rel, data] : {std::pair{"a/n.txt", "first"}, {"b/n.txt", "second"}, {"gone.txt", "gone"}}) Source(rel, data);
+  Source("a/n.txt", "first");
+  Source("b/n.txt", "second");
+  Source("gone.txt", "gone");
   const std::string archive = tmp / "flat.zip";
   zip.SaveFolderLocation(Src("a/"));
   ASSERT_EQ(zip.ZipFile(archive, Src("a/n.txt"), "", 0, 0), 1);
@@ -116,7 +125,7 @@ TEST_F(ZipFacade, AFileChangedWhileItIsReadIsNotStoredNorDeleted) {
     Strings lines[2];
     for (const int workers : {1, 4}) {
       SCOPED_TRACE(::testing::Message() << "ZipAll " << zipAll << ", workers " << workers);
-      EmptyDst();
+      EmptyFolder(dst);
       zip.SetWorkers(workers);
       std::tie(j.ZipAll, j.ZipExtStruct, j.Exist, j.EFSelect, j.ZipDelComp) = std::tuple(zipAll, 1, 4, 0, 0);
       const std::string big = Source("big.bin", std::string(kSize, 'o'), kT0);
@@ -136,8 +145,9 @@ TEST_F(ZipFacade, AFileChangedWhileItIsReadIsNotStoredNorDeleted) {
       RunZip({big, other});
       faults.Every(FaultOp::Read, nullptr);
       EXPECT_TRUE(reads >= 2 && run.jobError && fs::file_size(big) == kSize && !Exists(other));
-      EXPECT_TRUE(HasLine("job: Fehler: The file changed while it was read - " + big)) << ::testing::PrintToString(Lines());
-      EXPECT_TRUE(ArchiveEntries(archive).value_or(Entries{})["big.bin"] == before->at("big.bin")) << "the entry changed";
+      const std::string line = "job: Fehler: The file changed while it was read - " + big;
+      EXPECT_TRUE(HasLine(line)) << ::testing::PrintToString(Lines());
+      EXPECT_EQ(ArchiveEntries(archive).value_or(Entries{})["big.bin"], before->at("big.bin")) << "the entry changed";
       EXPECT_EQ(ArchiveEntries(zipAll == 0 ? archive : Dst("other.txt.zip")).value_or(Entries{})["other.txt"], "other");
       lines[workers / 4] = Lines();
     }
@@ -156,7 +166,7 @@ TEST_F(ZipFacade, WhatChangedAfterItWasReadIsKept) {
       {1, FaultOp::Open, 3, Dst("a.zip"), "job: Fehler: The archive does not hold the file as it was read - "}};
   for (const auto& [zipAll, op, n, changed, line] : cases) {
     SCOPED_TRACE(changed + " " + std::to_string(zipAll));
-    EmptyDst();
+    EmptyFolder(dst);
     std::tie(j.ZipAll, j.ZipDelComp) = std::tuple(zipAll, 1);
     const std::string a = Source("a.txt", "line 1\n"), b = Source("b.txt", "b");
     faults.Before(op, n, [&] { WriteFile(changed, "changed\n"); });
@@ -171,7 +181,9 @@ TEST_F(ZipFacade, WhatChangedAfterItWasReadIsKept) {
   Fresh().Action = 4;
   j.ZipDelDeComp = 1;
   std::function<void()> action;  // runs after the archive was read, before its deletion
-  rec.onLine = [&](const LoggedLine& l) { if ((l.id == 77 || l.id == 78) && action) std::exchange(action, nullptr)(); };
+  rec.onLine = [&](const LoggedLine& l) {
+    if ((l.id == 77 || l.id == 78) && action) std::exchange(action, nullptr)();
+  };
   for (const std::int16_t bin : {0, 1}) {
     SCOPED_TRACE(bin);
     fs::remove(Dst("a.txt"));
@@ -212,7 +224,7 @@ TEST_F(ZipFacade, AFailedReplacementKeepsTheOldArchive) {
 TEST_F(ZipFacade, ACancelLeavesTheArchiveAsItWasAndNoTemporaries) {
   for (const int workers : {1, 4}) {
     SCOPED_TRACE(workers);
-    EmptyDst();
+    EmptyFolder(dst);
     const std::string archive = Dst("a.zip");
     zip.StartZipRun(1, 0);
     zip.SetWorkers(workers);
@@ -259,22 +271,28 @@ class Compression : public ZipFacade {
   };
   void Check(const Row& r) {
     SCOPED_TRACE(r.name);
-    fs::remove_all(src), fs::create_directories(src), EmptyDst();
+    for (const std::string& root : {src, dst}) EmptyFolder(root);
     Fresh();
     Next();
     r.set(j);
     files.clear();
     for (const auto& [rel, data] : r.files) {
       const std::string path = (rel[0] == 's' ? src : dst) + std::string(rel).substr(1), text = data;
-      text == "DIR" ? void(fs::create_directories(path))
-      : text.starts_with("zip:") ? MakeArchive(path, {{text.substr(4), text.substr(4)}}) : WriteFile(path, text);
+      if (text == "DIR") {
+        fs::create_directories(path);
+      } else if (text.starts_with("zip:")) {
+        MakeArchive(path, {{text.substr(4), text.substr(4)}});
+      } else {
+        WriteFile(path, text);
+      }
       if (rel[0] == 's') files.push_back(path);
     }
     const std::string before = Tree();
     r.preview ? Zip_Preview(run, svc, files) : Zip_Files(run, svc, files);
     ExpectLines(r.lines, Lines());
     EXPECT_EQ(Tree(), r.preview ? before : r.after);
-    EXPECT_TRUE(r.counters == nullptr || ::testing::PrintToString(rec.counters) == r.counters) << ::testing::PrintToString(rec.counters);
+    const std::string counters = ::testing::PrintToString(rec.counters);
+    EXPECT_TRUE(r.counters == nullptr || counters == r.counters) << counters;
   }
 };
 
@@ -289,17 +307,20 @@ TEST_F(Compression, ByModePolicyAndPreview) {
       // "All" mode: one archive named after the job; its first file gets no line of its own.
       {false, "one file", kAll, {{"s/a.txt", "a"}}, {"Datei gefunden: 1"}, "d/job.zip=[a.txt] s/a.txt=a", "{}"},
       {false, "further files", kAll, {{"s/a.txt", "a"}, {"s/sub/b.txt", "b"}, {"s/sub/deep/c.txt", "c"}},
-       {"Dateien gefunden: 3", "Hinzufügen: {s}sub/b.txt nach {d}job.zip", "Hinzufügen: {s}sub/deep/c.txt nach {d}job.zip"},
+       {"Dateien gefunden: 3", "Hinzufügen: {s}sub/b.txt nach {d}job.zip",
+        "Hinzufügen: {s}sub/deep/c.txt nach {d}job.zip"},
        "d/job.zip=[a.txt,b.txt,c.txt] s/a.txt=a s/sub/b.txt=b s/sub/deep/c.txt=c", "{ (3, 2), (3, 3) }"},
       // The inner structure is taken from the parent of From (e2e), or below From when it ends in "/".
       {false, "inner structure below From", [](job& j) { j.ZipIntStruct = 1, j.From += "/"; },
        {{"s/a.txt", "a"}, {"s/sub/b.txt", "b"}}, {"..."}, "d/job.zip=[a.txt,sub/b.txt] s/a.txt=a s/sub/b.txt=b"},
-      {false, "0 with an archive does nothing", [](job& j) { j.ZipDelComp = 1; }, {{"s/a.txt", "a"}, {"s/b.txt", "b"},
-       {"d/job.zip", "not touched"}}, {"Dateien gefunden: 2", "{d}job.zip existiert - Keine Aktion: "}, "d/job.zip=not touched s/a.txt=a s/b.txt=b"},
+      {false, "0 with an archive does nothing", [](job& j) { j.ZipDelComp = 1; },
+       {{"s/a.txt", "a"}, {"s/b.txt", "b"}, {"d/job.zip", "not touched"}},
+       {"Dateien gefunden: 2", "{d}job.zip existiert - Keine Aktion: "}, "d/job.zip=not touched s/a.txt=a s/b.txt=b"},
       {false, "4 adds", kExist(4), {{"s/a.txt", "a"}, {"s/b.txt", "b"}, {"d/job.zip", "zip:old.txt"}}, {"..."},
        "d/job.zip=[old.txt,a.txt,b.txt] s/a.txt=a s/b.txt=b"},
-      {false, "3 replaces", kExist(3), {{"s/a.txt", "a"}, {"s/b.txt", "b"}, {"d/job.zip", "zip:old.txt"}}, {"Dateien gefunden: 2",
-       "Gelöscht: {d}job.zip - Erstelle neue Zip Datei: {d}job.zip", "Hinzufügen: {s}b.txt nach {d}job.zip"}, "d/job.zip=[a.txt,b.txt] s/a.txt=a s/b.txt=b"},
+      {false, "3 replaces", kExist(3), {{"s/a.txt", "a"}, {"s/b.txt", "b"}, {"d/job.zip", "zip:old.txt"}},
+       {"Dateien gefunden: 2", "Gelöscht: {d}job.zip - Erstelle neue Zip Datei: {d}job.zip",
+        "Hinzufügen: {s}b.txt nach {d}job.zip"}, "d/job.zip=[a.txt,b.txt] s/a.txt=a s/b.txt=b"},
       {false, "2 writes a free name", [](job& j) { j.Exist = 2, j.PickRenamer = 1; },
        {{"s/a.txt", "a"}, {"d/job.zip", "older"}}, {"..."}, "d/job.zip=older d/job_1.zip=[a.txt] s/a.txt=a"},
       // A folder stands for any path the library cannot read as a file.
@@ -311,15 +332,18 @@ TEST_F(Compression, ByModePolicyAndPreview) {
       {false, "names", kSingle(0), {{"s/report.txt", "r"}, {"s/README", "R"}, {"s/x.txt/a.txt", "a"}},
        {"Dateien gefunden: 3", "Erstelle neue Zip Datei: {s}report.txt nach {d}report.zip",
         "Erstelle neue Zip Datei: {s}README nach {d}README", "Erstelle neue Zip Datei: {s}x.txt/a.txt nach {d}a.zip"},
-       "d/README=[README] d/a.zip=[a.txt] d/report.zip=[report.txt] s/README=R s/report.txt=r s/x.txt/a.txt=a", "{ (3, 1), (3, 2), (3, 3) }"},
+       "d/README=[README] d/a.zip=[a.txt] d/report.zip=[report.txt] s/README=R s/report.txt=r s/x.txt/a.txt=a",
+       "{ (3, 1), (3, 2), (3, 3) }"},
       {false, "a zero result reads as replaced and keeps the source", [](job& j) { j.ZipAll = j.ZipDelComp = 1; },
        {{"s/folder.d", "DIR"}, {"s/b.txt", "b"}}, {"Dateien gefunden: 2", "Ersetzt: {s}folder.d nach {d}folder.zip",
-       "Erstelle neue Zip Datei: {s}b.txt nach {d}b.zip", "..."}, "d/b.zip=[b.txt] s/folder.d/"},
+        "Erstelle neue Zip Datei: {s}b.txt nach {d}b.zip", "..."}, "d/b.zip=[b.txt] s/folder.d/"},
       {false, "the folder structure keeps the extension", [](job& j) { j.ZipAll = j.ZipExtStruct = 1; },
        {{"s/sub/report.txt", "r"}}, {"..."}, "d/sub/report.txt.zip=[report.txt] s/sub/report.txt=r"},
-      // Previews change nothing; only Exist 1 previews deletions (ZipDelComp alone does not, although the run deletes).
-      {true, "all mode", kAll, {{"s/a.txt", "a"}, {"s/b.txt", "b"}, {"s/c.txt", "c"}}, {"Dateien gefunden: 3",
-       "Würde zu Zip hinzugefügt: {s}b.txt nach {d}job.zip", "Würde zu Zip hinzugefügt: {s}c.txt nach {d}job.zip"}, "", "{ (3, 2), (3, 3) }"},
+      // Previews change nothing; only Exist 1 previews deletions (ZipDelComp alone does not,
+      // although the run deletes).
+      {true, "all mode", kAll, {{"s/a.txt", "a"}, {"s/b.txt", "b"}, {"s/c.txt", "c"}},
+       {"Dateien gefunden: 3", "Würde zu Zip hinzugefügt: {s}b.txt nach {d}job.zip",
+        "Würde zu Zip hinzugefügt: {s}c.txt nach {d}job.zip"}, "", "{ (3, 2), (3, 3) }"},
       {true, "ZipDelComp does not", [](job& j) { j.ZipDelComp = 1; }, {{"s/a.txt", "a"}, {"s/b.txt", "b"}},
        {"Dateien gefunden: 2", "Würde zu Zip hinzugefügt: {s}b.txt nach {d}job.zip"}, ""},
       {true, "0 with an archive ends the preview", kAll, {{"s/a.txt", "a"}, {"s/b.txt", "b"}, {"d/job.zip", "x"}},
@@ -329,7 +353,8 @@ TEST_F(Compression, ByModePolicyAndPreview) {
       {true, "single, 3", kSingle(3), {{"s/a.txt", "a"}, {"d/a.zip", "x"}},
        {"Datei gefunden: 1", "Würde gelöscht: {d}a.zip", "Zip würde erstellt: {s}a.txt nach {d}a.zip"}, ""},
       {true, "single names, making no folder", kSingle(0), {{"s/README", "R"}, {"s/sub/r.txt", "r"}},
-       {"Dateien gefunden: 2", "Zip würde erstellt: {s}README nach {d}README", "Zip würde erstellt: {s}sub/r.txt nach {d}r.zip"}, ""},
+       {"Dateien gefunden: 2", "Zip würde erstellt: {s}README nach {d}README",
+        "Zip würde erstellt: {s}sub/r.txt nach {d}r.zip"}, ""},
       {true, "single with the structure", [](job& j) { j.ZipAll = j.ZipExtStruct = 1; }, {{"s/sub/r.txt", "r"}},
        {"...", "Zip würde erstellt: {s}sub/r.txt nach {d}sub/r.txt.zip"}, ""},
   };
@@ -338,9 +363,7 @@ TEST_F(Compression, ByModePolicyAndPreview) {
 
 TEST_F(Compression, AStopEndsTheRunAndKeepsWhatWasAdded) {
   files = {Source("a.txt"), Source("b.txt"), Source("c.txt"), Source("d.txt")};
-  rec.onCounter = [&](std::int32_t, std::int32_t curr) {
-    if (curr == 3) driver.StopMsg(true);
-  };
+  rec.onCounter = [&](std::int32_t, std::int32_t curr) { if (curr == 3) driver.StopMsg(true); };
   Zip_Files(run, svc, files);
   EXPECT_EQ(Tree(), "d/job.zip=[a.txt,b.txt] s/a.txt=data s/b.txt=data s/c.txt=data s/d.txt=data");
 }
@@ -352,11 +375,11 @@ TEST_F(Compression, PasswordProtectsTheEntries) {
   j.ZipPwd = "Pa55";
   Zip_Files(run, svc, files);
   const std::string archive = Dst("job.zip");
-  for (const auto& [password, status] : {std::pair{"Pa55", 0}, {"wrong", 4}, {"", 4}}) {
-    EXPECT_EQ(svc.zip->CheckZipFile(archive, password), status) << password;
-  }
+  const auto check = [&](const char* password) { return svc.zip->CheckZipFile(archive, password); };
+  EXPECT_EQ((std::vector{check("Pa55"), check("wrong"), check("")}), (std::vector{0, 4, 4}));
   EXPECT_EQ(svc.zip->UnZipEx(archive, tmp / "bad", "*.*", 1, "wrong", 0, 0), 0);
-  EXPECT_TRUE(svc.zip->Failures().size() == 1 && svc.zip->Failures()[0].kind == ZipLibrary::EntryFailure::Kind::Password);
+  const auto& failures = svc.zip->Failures();
+  EXPECT_TRUE(failures.size() == 1 && failures[0].kind == ZipLibrary::EntryFailure::Kind::Password);
   EXPECT_EQ(Names(tmp / "bad"), Strings{});  // not even a temporary
   EXPECT_EQ(svc.zip->UnZipEx(archive, tmp / "good", "*.*", 1, "Pa55", 0, 0), 1);
   EXPECT_EQ(ReadFile(tmp / "good/a.txt"), "secret text");
@@ -373,7 +396,7 @@ TEST_F(Compression, OnlyExactlyHiddenFilesAreUnhiddenForTheCall) {
       {true, false, 2}, {false, true, 0}, {true, true, 0}, {false, false, 2}};
   for (const auto& c : cases) {
     SCOPED_TRACE(::testing::Message() << c.preview << c.dryRun);
-    EmptyDst();
+    EmptyFolder(dst);
     files = {Source(".first"), Source(".hidden"), Source("ro-hidden")};
     svc.fs.SetAttributes(files[0], kAttrHidden);
     svc.fs.SetAttributes(files[2], kAttrHidden | kAttrReadOnly);
@@ -382,10 +405,12 @@ TEST_F(Compression, OnlyExactlyHiddenFilesAreUnhiddenForTheCall) {
     faults.Disarm();
     c.preview ? Zip_Preview(run, svc, files) : Zip_Files(run, svc, files);
     EXPECT_EQ(faults.Calls(FaultOp::SetAttributes), c.calls);
-    EXPECT_EQ(std::pair(svc.fs.GetAttributes(files[1]), svc.fs.GetAttributes(files[2])), std::pair(kAttrHidden, kAttrHidden | kAttrReadOnly));
+    EXPECT_EQ(svc.fs.GetAttributes(files[1]), kAttrHidden);
+    EXPECT_EQ(svc.fs.GetAttributes(files[2]), kAttrHidden | kAttrReadOnly);
     EXPECT_TRUE(Exists(Dst("job.zip")) == (!c.preview && !c.dryRun) && Exists(files[0]));
   }
-  EXPECT_EQ(Tree(), "d/job.zip=[.first,.hidden,ro-hidden] s/.first=data s/.hidden=data s/ro-hidden=data");  // the run, last
+  // The run, last.
+  EXPECT_EQ(Tree(), "d/job.zip=[.first,.hidden,ro-hidden] s/.first=data s/.hidden=data s/ro-hidden=data");
 }
 
 // A link is judged by where it leads once the other links on its way are followed.
@@ -400,10 +425,10 @@ TEST(LinkResolution, FollowsTheLinksOnTheWay) {
     return it == links.end() ? std::nullopt : std::optional<std::string>(it->second);
   };
   struct Case { Parts at; std::string target; bool inside; };
-  for (const Case& c : {Case{{}, "a/l/a/l/../..", false}, {{}, "a/l/..", false}, {{"a"}, "b/l1/..", false}, {{}, "a/l/x", true},
-                        {{}, "a/b/l1/a/l", true}, {{}, "up/etc", false}, {{}, "loop1", false}, {{"a"}, "../x", true},
-                        {{"a"}, "../../x", false}, {{}, "/etc", false}, {{}, "", false}, {{"a", "b"}, "l1/a/l/../c", false},
-                        {{}, std::string("..\0/x", 5), false}}) {
+  for (const Case& c : {Case{{}, "a/l/a/l/../..", false}, {{}, "a/l/..", false}, {{"a"}, "b/l1/..", false},
+                        {{}, "a/l/x", true}, {{}, "a/b/l1/a/l", true}, {{}, "up/etc", false}, {{}, "loop1", false},
+                        {{"a"}, "../x", true}, {{"a"}, "../../x", false}, {{}, "/etc", false}, {{}, "", false},
+                        {{"a", "b"}, "l1/a/l/../c", false}, {{}, std::string("..\0/x", 5), false}}) {
     EXPECT_EQ(zipnames::LinkResolvesInside(c.at, c.target, lookup), c.inside) << c.target;
   }
 }

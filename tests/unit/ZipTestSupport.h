@@ -29,7 +29,7 @@ inline ToolResult RunTool(const std::string& command) {
   ToolResult r;
   FILE* pipe = ::popen((command + " 2>&1").c_str(), "r");
   char buf[4096];
-  for (std::size_t n = 0; pipe != nullptr && (n = std::fread(buf, 1, sizeof buf, pipe)) > 0;) r.output.append(buf, n);
+  while (std::size_t n = pipe != nullptr ? std::fread(buf, 1, sizeof buf, pipe) : 0) r.output.append(buf, n);
   const int st = pipe != nullptr ? ::pclose(pipe) : -1;
   r.status = st != -1 && WIFEXITED(st) ? WEXITSTATUS(st) : -1;
   return r;
@@ -41,8 +41,8 @@ inline bool HaveTool(const std::string& name) { return RunTool("command -v " + n
 inline ToolResult Python(const TempDir& dir, const std::string& script) {
   const std::string path = dir / "script.py";
   WriteFile(path, script);
-  static const std::string python = std::filesystem::exists("/usr/bin/python3") ? "/usr/bin/python3 -I" : "python3";
-  return RunTool(python + " " + Quote(path));
+  const bool system = std::filesystem::exists("/usr/bin/python3");
+  return RunTool((system ? "/usr/bin/python3 -I " : "python3 ") + Quote(path));
 }
 
 // "name|size|method|seconds since the epoch of the local time stored" per entry, in archive
@@ -60,12 +60,19 @@ inline std::vector<std::string> PyEntries(const TempDir& dir, const std::string&
   return out;
 }
 
+// Makes folder empty, creating it where it is missing.
+inline void EmptyFolder(const std::string& folder) {
+  std::filesystem::remove_all(folder);
+  std::filesystem::create_directories(folder);
+}
+
 // Files left anywhere below folder whose name marks them as temporary.
 inline std::vector<std::string> TempLeftovers(const std::string& folder) {
   std::vector<std::string> out;
   for (const auto& e : std::filesystem::recursive_directory_iterator(folder)) {
     const std::string name = e.path().filename().string();
-    if (name.find(".kestrel-") != std::string::npos || name.find(".zip.") != std::string::npos) out.push_back(e.path().string());
+    const bool temporary = name.find(".kestrel-") != std::string::npos || name.find(".zip.") != std::string::npos;
+    if (temporary) out.push_back(e.path().string());
   }
   return out;
 }
@@ -97,7 +104,8 @@ inline void MakeArchive(const std::string& path, const std::map<std::string, std
   zip_t* za = zip_open(path.c_str(), ZIP_CREATE | ZIP_TRUNCATE, &err);
   if (za == nullptr) throw std::runtime_error("cannot make " + path);
   for (const auto& [name, data] : entries) {
-    const zip_int64_t i = zip_file_add(za, name.c_str(), zip_source_buffer(za, data.data(), data.size(), 0), ZIP_FL_ENC_UTF_8);
+    zip_source_t* source = zip_source_buffer(za, data.data(), data.size(), 0);
+    const zip_int64_t i = zip_file_add(za, name.c_str(), source, ZIP_FL_ENC_UTF_8);
     zip_file_set_mtime(za, static_cast<zip_uint64_t>(i), 1700000000, 0);
   }
   if (zip_close(za) != 0) throw std::runtime_error("cannot write " + path);

@@ -281,8 +281,6 @@ struct Entry { std::string name, data; bool link = false; };
 class ArchiveTest : public JobFolderTest {
  protected:
   void SetUp() override { if (!HaveTool("python3")) GTEST_SKIP() << "python3 is not installed (scripts/setup.sh)"; }
-  fs::path Src(const std::string& rel) const { return src() / rel; }
-  fs::path Dst(const std::string& rel) const { return dst() / rel; }
   // Runs a shell command; what it says goes into the failure.
   void Shell(const std::string& cmd) const {
     ASSERT_EQ(std::system((cmd + " >" + Quote((dir_ / "sh.out").string()) + " 2>&1").c_str()), 0)

@@ -228,7 +228,9 @@ inline int Count(const Lines& lines, const std::string& prefix, const Lines& par
   }));
 }
 
-inline bool HaveTool(const std::string& t) { return std::system(("command -v " + t + " >/dev/null 2>&1").c_str()) == 0; }
+inline bool HaveTool(const std::string& t) {
+  return std::system(("command -v " + t + " >/dev/null 2>&1").c_str()) == 0;
+}
 
 // The command line with the tests' clock and short date format after it.
 inline std::vector<std::string> At(std::vector<std::string> args, const std::string& now = "2026-11-22 10:00:00") {

@@ -67,7 +67,8 @@ TEST_F(Selection, OnlyTheSelectedFilesReachTheAction) {
 // --regex hands a folder expression over as it is: "^sub", tested against the whole path, then
 // names no folder and excludes nothing; without it "^" stands for the start of a folder's name.
 TEST_F(Selection, TheRegexSwitchTakesAFolderExpressionAsItIs) {
-  WriteJob(kDue + std::string("Action=0\nSubFolder=1\nFStruct=1\nDoFolderMatch=1\nUseFolderRegEx=1\nFolderMatch=^sub\n"));
+  WriteJob(kDue + std::string("Action=0\nSubFolder=1\nFStruct=1\nDoFolderMatch=1\nUseFolderRegEx=1\n"
+                              "FolderMatch=^sub\n"));
   for (const bool regex : {false, true}) {
     fs::remove_all(dst()), fs::create_directories(dst());
     EXPECT_EQ(RunJobs(regex ? Lines{"--regex"} : Lines{}).exitCode, 0);

@@ -148,7 +148,8 @@ TEST_F(OtherTools, ArchivesOfOtherToolsExtractByteForByte) {
   if (!HaveTool("7z") || !HaveTool("zip")) GTEST_SKIP() << "7z or zip missing (scripts/setup.sh)";
   const std::string files = " small.txt text.txt num.txt rand.bin";
   Shell("cd " + Data() + " && 7z a -tzip -mem=AES256 -pPW " + Into("aes.zip") + files + " && 7z a -tzip -mm=BZip2 " +
-        Into("bz.zip") + files + " && zip -q -fd " + Into("fd.zip") + files + " && zip -q -fz -r " + Into("fz.zip") + " .");
+        Into("bz.zip") + files + " && zip -q -fd " + Into("fd.zip") + files + " && zip -q -fz -r " + Into("fz.zip") +
+        " .");
   // stream.zip has no seek and no tell, so zipfile writes data descriptors; junk.zip ends in
   // trailing bytes; the local dates of dates.zip differ from its central ones.
   InSource("d=" + Data() + "\n"
@@ -195,9 +196,11 @@ TEST_F(OtherTools, UnreadableEntriesAreNamedAndKeepTheArchive) {
            "with zipfile.ZipFile('dup.zip', 'w') as z:\n"
            "  z.writestr('d.txt', 'first'); z.writestr('d.txt', 'second'); z.writestr('x', 'a file')\n"
            "  z.writestr('x/y', 'below a file'); z.writestr('big.bin', 'b' * (5 << 20))\n"
-           "with zipfile.ZipFile('noname.zip', 'w') as z: z.writestr(zipfile.ZipInfo(''), 'x'); z.writestr('ok.txt', 'ok')\n"
+           "with zipfile.ZipFile('noname.zip', 'w') as z:\n"
+           "  z.writestr(zipfile.ZipInfo(''), 'x'); z.writestr('ok.txt', 'ok')\n"
            "open('cut.zip', 'wb').write(open('dup.zip', 'rb').read()[:os.path.getsize('dup.zip') // 2])\n"
-           "with zipfile.ZipFile('crc.zip', 'w') as z: z.writestr('good.txt', 'good'); z.writestr('bad.txt', 'B' * 5000)\n"
+           "with zipfile.ZipFile('crc.zip', 'w') as z:\n"
+           "  z.writestr('good.txt', 'good'); z.writestr('bad.txt', 'B' * 5000)\n"
            "flip('crc.zip', 1, 100)\n");
   for (const std::string jobs : {"1", "4"}) {  // every archive is kept: the second run meets them again
     SCOPED_TRACE(jobs);

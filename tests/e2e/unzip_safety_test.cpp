@@ -93,9 +93,7 @@ TEST_F(UnzipSafety, LinksThatLeaveThroughOtherLinksAreRefused) {
     EmptyFolders();
     fs::create_directory_symlink(dir_ / "outside", D("planted"));
     std::vector<Entry> entries = links;
-    entries.push_back({"fine.txt", "fine"});
-    entries.push_back({"planted/through.txt", "x"});
-    entries.push_back({"../evil", "x"});
+    entries.insert(entries.end(), {{"fine.txt", "fine"}, {"planted/through.txt", "x"}, {"../evil", "x"}});
     Archive(S("l.zip"), entries);
     Job("ZipDelDeComp=1\nDestZipFolder=1\n");
     const RunResult r = RunJobs({"--jobs", jobs});

@@ -228,7 +228,9 @@ inline int Count(const Lines& lines, const std::string& prefix, const Lines& par
   }));
 }
 
-inline bool HaveTool(const std::string& t) { return std::system(("command -v " + t + " >/dev/null 2>&1").c_str()) == 0; }
+inline bool HaveTool(const std::string& t) {
+  return std::system(("command -v " + t + " >/dev/null 2>&1").c_str()) == 0;
+}
 
 // The command line with the tests' clock and short date format after it.
 inline std::vector<std::string> At(std::vector<std::string> args, const std::string& now = "2026-11-22 10:00:00") {
@@ -281,8 +283,6 @@ struct Entry { std::string name, data; bool link = false; };
 class ArchiveTest : public JobFolderTest {
  protected:
   void SetUp() override { if (!HaveTool("python3")) GTEST_SKIP() << "python3 is not installed (scripts/setup.sh)"; }
-  fs::path Src(const std::string& rel) const { return src() / rel; }
-  fs::path Dst(const std::string& rel) const { return dst() / rel; }
   // Runs a shell command; what it says goes into the failure.
   void Shell(const std::string& cmd) const {
     ASSERT_EQ(std::system((cmd + " >" + Quote((dir_ / "sh.out").string()) + " 2>&1").c_str()), 0)

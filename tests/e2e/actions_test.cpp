@@ -38,8 +38,8 @@ class Actions : public JobFolderTest {
 
 // Copy, move, delete and synchronisation jobs: both trees afterwards, and the exact per-file
 // lines or, for a synchronisation, which steps spoke (93: the pass back, 94: removal, 7: nothing
-// found). A file whose contents begin with "old" is the older one. (Renaming past taken names and
-// removal by the exact bytes of a relative path: the unit tests.)
+// found). A file whose contents begin with "old" is the older one. (Renaming past taken names,
+// removal by the exact bytes of a relative path and a delete job's emptied folders: the unit tests.)
 TEST_F(Actions, JobsByTheirOptions) {
   const std::string sync = "Action=5\nSubFolder=1\nFStruct=1\n", newer = sync + "Exist=4\nEFSelect=0\nExtFileTime=1\n";
   const struct {
@@ -57,12 +57,6 @@ TEST_F(Actions, JobsByTheirOptions) {
        {"Dateien gefunden: 2", "Keine Aktion (Datei vorhanden): " + S("a.txt") + " nach " + D("a.txt"),
         "Verschoben: " + S("sub/b.txt") + " nach " + D("sub/b.txt")},
        {{"a.txt", "a"}, {"sub/", ""}}, {{"a.txt", "old"}, {"sub/", ""}, {"sub/b.txt", "b"}}},
-      // Emptied folders go, the source folder itself stays.
-      {"Action=2\nSubFolder=1\nDelEFol=1\n", {{"a.txt", "a"}, {"sub/deep/b.txt", "b"}}, {},
-       {"Dateien gefunden: 2", "Quelle gelöscht (Datei existiert): " + S("a.txt"),
-        "Quelle gelöscht (Datei existiert): " + S("sub/deep/b.txt"), "Verzeichnis gelöscht: " + S("sub/deep"),
-        "Verzeichnis gelöscht: " + S("sub")},
-       {}, {}},
       {"Action=2\nDelType=1\n", {{"a.txt", "a"}}, {},
        {"Datei gefunden: 1", "Quelle gelöscht (Datei existiert): " + S("a.txt")}, {}, {}},
       // Both directions, the newer file wins.

@@ -56,7 +56,8 @@ class Parallel : public JobFolderTest {
     Lines options{"--jobs", std::to_string(jobs)};
     options.insert(options.end(), c.options.begin(), c.options.end());
     const RunResult r = RunJobs(options);
-    Outcome o{r.exitCode, {}, Listing(src(), true, false), Listing(to_, true, false), Listing(elsewhere(), true, false)};
+    Outcome o{r.exitCode, {}, Listing(src(), true, false), Listing(to_, true, false),
+              Listing(elsewhere(), true, false)};
     for (const std::string& line : SplitLines(r.out)) {
       auto event = nlohmann::ordered_json::parse(line, nullptr, false);
       if (event.is_object()) event.erase("seconds");

@@ -19,9 +19,7 @@ Lines DriverEvents(const std::string& out) {
   return kept;
 }
 
-std::string Value(const fs::path& ini, const std::string& key) {
-  return orvKestrel::testing::KeyValue(Get(ini), key).value_or("<missing>");
-}
+using orvKestrel::testing::KeyValue;
 
 class RunTest : public JobFolderTest {
  protected:
@@ -98,12 +96,13 @@ TEST_F(RunTest, JsonlStreamAndJobFileAfterwards) {
             Lines{"{\"event\":\"CurrentJob\",\"sFileName\":\"a.kjb\",\"lIndex\":0,\"lCounter\":1,\"iStatus\":0,"
                   "\"IntervalType\":0,\"IntervalTimeType\":0,\"IntervalTime\":\"00:00:00\",\"IntervalDate\":"
                   "\"22.11.2026\",\"IntervalWeekDay\":0,\"IntervalMonthDay\":1}"});
-  EXPECT_EQ(Value(jobs() / "a.kjb", "Counter"), "1");
+  EXPECT_EQ(KeyValue(Get(jobs() / "a.kjb"), "Counter"), "1");
   // Given with a trailing "/" the folder is the same; the trace names each procedure.
   r = Kestrel(At({"run", "jobs/", "--events", "jsonl", "--trace", (dir_ / "trace.txt").string()}));
   EXPECT_EQ(r.exitCode, 0) << r.err;
   for (const char* part : {" START FAILSAFE 6.60 LITE 22.11.2026,10:00:0",
-                           "] ->clsKestrel : Sub ExecuteAllJobs : (sJobDir=jobs/, ", "] <-\tclsKestrel : Sub DriveJob : "}) {
+                           "] ->clsKestrel : Sub ExecuteAllJobs : (sJobDir=jobs/, ",
+                           "] <-\tclsKestrel : Sub DriveJob : "}) {
     EXPECT_NE(Get(dir_ / "trace.txt").find(part), std::string::npos) << part;
   }
   const auto lines = DriverEvents(r.out);
@@ -113,7 +112,7 @@ TEST_F(RunTest, JsonlStreamAndJobFileAfterwards) {
   EXPECT_EQ(lines[2], "{\"event\":\"LogMessage\",\"LogMsg\":\"a: Auftrag ausgeführt\",\"MsgID\":6,\"bView\":true,"
                       "\"bFile\":true,\"bSameView\":true,\"bIsLast\":true}");
   EXPECT_EQ(nlohmann::json::parse(lines[3])["lCounter"], 3);
-  EXPECT_EQ(Value(jobs() / "a.kjb", "Counter"), "3");
+  EXPECT_EQ(KeyValue(Get(jobs() / "a.kjb"), "Counter"), "3");
 }
 
 TEST_F(RunTest, RunOneRunsTheNamedJobOnlyAndSaysWhyAPathIsNoJobFile) {
@@ -209,36 +208,28 @@ TEST_F(RunTest, TrapErrorsGoToStderrAndTheErrorLog) {
 
 // The job's program holds the pass until the file "go" appears. The job's first line reaches
 // the reader of stdout while the pass waits (its output is buffered, but never held back over a
-// wait). Asked for, a status line comes on stderr while it waits, and only then; a SIGINT ends
-// the job with "t2", never with "t6", and the pass with 130.
-TEST_F(RunTest, AHeldPassShowsProgressOnlyWhenAskedAndStopsOnSigint) {
+// wait), a status line asked for comes on stderr while it waits, and a SIGINT ends the job with
+// "t2", never with "t6", and the pass with 130. (That no status line comes unasked could only be
+// shown by waiting for a time, which this suite does not do.)
+TEST_F(RunTest, AHeldPassShowsProgressWhenAskedAndStopsOnSigint) {
   const fs::path go = dir_ / "go", out = dir_ / "out", err = dir_ / "err";
   WriteJob(Program("for i in $(seq 2000); do [ -e \"$1\" ] && exit 0; sleep 0.05; done\n", go.string(),
                    "Execution=0\nExecMaxSec=600\n"));
-  const std::string progress = "kestrel: progress: a.kjb: file ";
-  const auto said = [](const fs::path& file, const std::string& text) { return Get(file).find(text) != std::string::npos; };
-  for (const bool asked : {false, true}) {
-    SCOPED_TRACE(asked);
-    fs::remove(go);
-    Lines args = At({"run", "jobs", "--events", "jsonl"});
-    if (asked) args.insert(args.end(), {"--progress", "1"});
-    const pid_t pid = StartKestrel(args, dir_.root(), {.outFile = out.string(), .errFile = err.string()});
-    ASSERT_TRUE(Eventually([&] { return Catches(pid, SIGINT); }));
-    ASSERT_TRUE(Eventually([&] { return said(out, "a: Starte Auftrag"); }));
-    // Unasked, two seconds of waiting must give no line; asked, the line itself ends the wait.
-    if (!asked) std::this_thread::sleep_for(std::chrono::seconds(2));
-    EXPECT_TRUE(!asked || Eventually([&] { return said(err, progress); })) << Get(err);
-    if (asked) {
-      ASSERT_EQ(::kill(pid, SIGINT), 0);
-      // The handler is installed to run once: when it no longer catches, it has seen the signal.
-      ASSERT_TRUE(Eventually([&] { return !Catches(pid, SIGINT); }));
-    }
-    Put(go, "");
-    EXPECT_EQ(WaitFor(pid).exitCode, asked ? 130 : 0);
-    EXPECT_EQ(said(err, progress), asked) << Get(err);
-    EXPECT_EQ(said(out, "\"LogMsg\":\"a: Aktion 'Aufträge ausführen' abgebrochen\",\"MsgID\":2"), asked);
-    EXPECT_EQ(said(out, "Auftrag ausgeführt"), !asked);
-  }
+  const auto said = [](const fs::path& file, const std::string& text) {
+    return Get(file).find(text) != std::string::npos;
+  };
+  const pid_t pid = StartKestrel(At({"run", "jobs", "--events", "jsonl", "--progress", "1"}), dir_.root(),
+                                 {.outFile = out.string(), .errFile = err.string()});
+  ASSERT_TRUE(Eventually([&] { return Catches(pid, SIGINT); }));
+  ASSERT_TRUE(Eventually([&] { return said(out, "a: Starte Auftrag"); }));
+  EXPECT_TRUE(Eventually([&] { return said(err, "kestrel: progress: a.kjb: file "); })) << Get(err);
+  ASSERT_EQ(::kill(pid, SIGINT), 0);
+  // The handler is installed to run once: when it no longer catches, it has seen the signal.
+  ASSERT_TRUE(Eventually([&] { return !Catches(pid, SIGINT); }));
+  Put(go, "");
+  EXPECT_EQ(WaitFor(pid).exitCode, 130);
+  EXPECT_TRUE(said(out, "\"LogMsg\":\"a: Aktion 'Aufträge ausführen' abgebrochen\",\"MsgID\":2") &&
+              !said(out, "Auftrag ausgeführt")) << Get(out);
 }
 
 // Passes follow each other at the interval; SIGHUP reopens the log (after a rotation); SIGTERM
@@ -274,7 +265,7 @@ TEST_F(RunTest, DaemonRunsEveryIntervalReopensItsLogAndStopsOnSigterm) {
     for (const auto& l : lines) if (l.find("a: Starte Auftrag") != std::string::npos) stamps.push_back(l.substr(0, 19));
     EXPECT_TRUE(passes == 1 || stamps.at(0) < stamps.at(1)) << ::testing::PrintToString(stamps);
   }
-  EXPECT_EQ(Value(jobs() / "a.kjb", "Counter"), "1");
+  EXPECT_EQ(KeyValue(Get(jobs() / "a.kjb"), "Counter"), "1");
 }
 
 }  // namespace

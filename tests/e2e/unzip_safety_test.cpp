@@ -45,8 +45,8 @@ TEST_F(UnzipSafety, AnEntryNeverReplacesAnArchiveOrAFileOfTheRun) {
     EmptyFolders();
     Tree archives;
     for (const auto& [rel, entries] : c.archives) {
-      Archive(Src(rel), entries);
-      archives[rel] = Get(Src(rel));
+      Archive(S(rel), entries);
+      archives[rel] = Get(S(rel));
     }
     Job(c.keys + "DestZipExist=" + policy + "\n", c.intoSource);
     const RunResult r = RunJobs({"--jobs", jobs});
@@ -63,14 +63,14 @@ TEST_F(UnzipSafety, AnEntryNeverReplacesAnArchiveOrAFileOfTheRun) {
 
 // Two archives of one run with the same entry: the second never replaces the first's file.
 TEST_F(UnzipSafety, TwoArchivesForOneNameNeverReplaceEachOther) {
-  Archive(Src("a.zip"), {{"r.txt", "A"}});
-  Archive(Src("b.zip"), {{"r.txt", "B"}});
+  Archive(S("a.zip"), {{"r.txt", "A"}});
+  Archive(S("b.zip"), {{"r.txt", "B"}});
   Job("ZipDelDeComp=1\nDestZipExist=1\n");
   const RunResult r = RunJobs();
   EXPECT_EQ(r.exitCode, 1) << r.out;
-  ASSERT_NE(fs::exists(Src("a.zip")), fs::exists(Src("b.zip"))) << r.out;
-  const bool aKept = fs::exists(Src("a.zip"));
-  EXPECT_EQ(Get(Dst("r.txt")), aKept ? "B" : "A");
+  ASSERT_NE(fs::exists(S("a.zip")), fs::exists(S("b.zip"))) << r.out;
+  const bool aKept = fs::exists(S("a.zip"));
+  EXPECT_EQ(Get(D("r.txt")), aKept ? "B" : "A");
   EXPECT_EQ(Count(r.logs, "u: Fehler: ", {aKept ? "a.zip" : "b.zip", "r.txt"}), 1) << r.out;
 }
 
@@ -91,39 +91,34 @@ TEST_F(UnzipSafety, LinksThatLeaveThroughOtherLinksAreRefused) {
   for (const auto& [links, refused] : cases) for (const std::string jobs : {"1", "4"}) {
     SCOPED_TRACE(refused + " --jobs " + jobs);
     EmptyFolders();
-    fs::create_directory_symlink(dir_ / "outside", Dst("planted"));
+    fs::create_directory_symlink(dir_ / "outside", D("planted"));
     std::vector<Entry> entries = links;
-    entries.push_back({"fine.txt", "fine"});
-    entries.push_back({"planted/through.txt", "x"});
-    entries.push_back({"../evil", "x"});
-    Archive(Src("l.zip"), entries);
+    entries.insert(entries.end(), {{"fine.txt", "fine"}, {"planted/through.txt", "x"}, {"../evil", "x"}});
+    Archive(S("l.zip"), entries);
     Job("ZipDelDeComp=1\nDestZipFolder=1\n");
     const RunResult r = RunJobs({"--jobs", jobs});
     EXPECT_TRUE(r.exitCode == 1 && Count(r.logs, "u: Fehler: link points outside", {refused}) == 1 &&
                 Count(r.logs, "u: Fehler: ", {"planted/through.txt"}) == 1 &&
                 Count(r.logs, "u: Fehler: ", {"../evil"}) == 1) << r.out;
     EXPECT_EQ(Files(dir_ / "outside"), (Tree{{"secret", "secret"}}));
-    for (const Entry& l : links) EXPECT_EQ(fs::is_symlink(Dst(l.name)), l.name != refused) << l.name;
-    EXPECT_TRUE(Get(Dst("fine.txt")) == "fine" && fs::exists(Src("l.zip")));
+    for (const Entry& l : links) EXPECT_EQ(fs::is_symlink(D(l.name)), l.name != refused) << l.name;
+    EXPECT_TRUE(Get(D("fine.txt")) == "fine" && fs::exists(S("l.zip")));
     const std::string inside = fs::canonical(dst()).string();
     for (const auto& e : fs::recursive_directory_iterator(dst())) {
-      if (e.is_symlink() && e.path() != Dst("planted")) {
+      if (e.is_symlink() && e.path() != D("planted")) {
         EXPECT_TRUE(fs::weakly_canonical(e.path()).string().starts_with(inside)) << e.path();
       }
     }
   }
   EmptyFolders();
-  Archive(Src("sub/pack.zip"), {{"a.txt", "a"}});
-  fs::create_directories(Dst("sub"));
-  fs::create_directory_symlink(dir_ / "outside", Dst("sub/pack"));
+  Archive(S("sub/pack.zip"), {{"a.txt", "a"}});
+  fs::create_directories(D("sub"));
+  fs::create_directory_symlink(dir_ / "outside", D("sub/pack"));
   Job("SubFolder=1\nFStruct=1\nDestZipFolder=1\nZipDelDeComp=1\n");
   EXPECT_EQ(RunJobs().exitCode, 1);
   EXPECT_EQ(Files(dir_ / "outside"), (Tree{{"secret", "secret"}}));
-  EXPECT_TRUE(fs::exists(Src("sub/pack.zip")));
+  EXPECT_TRUE(fs::exists(S("sub/pack.zip")));
 }
-
-// The data of the interoperability archives, below dir/data.
-const std::vector<std::string> kDataFiles = {"small.txt", "text.txt", "num.txt", "rand.bin"};
 
 class OtherTools : public UnzipSafety {
  protected:
@@ -136,7 +131,7 @@ class OtherTools : public UnzipSafety {
            "open(d+'/rand.bin','wb').write(os.urandom(100000))\n");
   }
   std::string Data() const { return Quote((dir_ / "data").string()); }
-  std::string Into(const std::string& archive) const { return Quote(Src(archive).string()); }
+  std::string Into(const std::string& archive) const { return Quote(S(archive)); }
   // A python script that runs in the source folder.
   void InSource(const std::string& script) const { Python("os.chdir(" + Quote(src().string()) + ")\n" + script); }
 };
@@ -148,7 +143,8 @@ TEST_F(OtherTools, ArchivesOfOtherToolsExtractByteForByte) {
   if (!HaveTool("7z") || !HaveTool("zip")) GTEST_SKIP() << "7z or zip missing (scripts/setup.sh)";
   const std::string files = " small.txt text.txt num.txt rand.bin";
   Shell("cd " + Data() + " && 7z a -tzip -mem=AES256 -pPW " + Into("aes.zip") + files + " && 7z a -tzip -mm=BZip2 " +
-        Into("bz.zip") + files + " && zip -q -fd " + Into("fd.zip") + files + " && zip -q -fz -r " + Into("fz.zip") + " .");
+        Into("bz.zip") + files + " && zip -q -fd " + Into("fd.zip") + files + " && zip -q -fz -r " + Into("fz.zip") +
+        " .");
   // stream.zip has no seek and no tell, so zipfile writes data descriptors; junk.zip ends in
   // trailing bytes; the local dates of dates.zip differ from its central ones.
   InSource("d=" + Data() + "\n"
@@ -172,9 +168,9 @@ TEST_F(OtherTools, ArchivesOfOtherToolsExtractByteForByte) {
   EXPECT_EQ(Count(r.logs, "u: Fehler"), 0) << r.out;
   for (const std::string archive : {"aes", "bz", "fd", "fz", "stream", "junk", "dates"}) {
     SCOPED_TRACE(archive);
-    EXPECT_FALSE(fs::exists(Src(archive + ".zip")));
-    for (const std::string& f : kDataFiles) {
-      const fs::path out = Dst(archive + "/" + f);
+    EXPECT_FALSE(fs::exists(S(archive + ".zip")));
+    for (const std::string f : {"small.txt", "text.txt", "num.txt", "rand.bin"}) {
+      const fs::path out = D(archive + "/" + f);
       if (!fs::exists(out) && (archive == "junk" || archive == "dates")) continue;
       EXPECT_TRUE(Get(out) == Get(dir_ / ("data/" + f))) << f << " differs or is missing";
     }
@@ -195,9 +191,11 @@ TEST_F(OtherTools, UnreadableEntriesAreNamedAndKeepTheArchive) {
            "with zipfile.ZipFile('dup.zip', 'w') as z:\n"
            "  z.writestr('d.txt', 'first'); z.writestr('d.txt', 'second'); z.writestr('x', 'a file')\n"
            "  z.writestr('x/y', 'below a file'); z.writestr('big.bin', 'b' * (5 << 20))\n"
-           "with zipfile.ZipFile('noname.zip', 'w') as z: z.writestr(zipfile.ZipInfo(''), 'x'); z.writestr('ok.txt', 'ok')\n"
+           "with zipfile.ZipFile('noname.zip', 'w') as z:\n"
+           "  z.writestr(zipfile.ZipInfo(''), 'x'); z.writestr('ok.txt', 'ok')\n"
            "open('cut.zip', 'wb').write(open('dup.zip', 'rb').read()[:os.path.getsize('dup.zip') // 2])\n"
-           "with zipfile.ZipFile('crc.zip', 'w') as z: z.writestr('good.txt', 'good'); z.writestr('bad.txt', 'B' * 5000)\n"
+           "with zipfile.ZipFile('crc.zip', 'w') as z:\n"
+           "  z.writestr('good.txt', 'good'); z.writestr('bad.txt', 'B' * 5000)\n"
            "flip('crc.zip', 1, 100)\n");
   for (const std::string jobs : {"1", "4"}) {  // every archive is kept: the second run meets them again
     SCOPED_TRACE(jobs);
@@ -210,11 +208,11 @@ TEST_F(OtherTools, UnreadableEntriesAreNamedAndKeepTheArchive) {
     // Each failure once, and nothing under a name whose entry failed.
     for (const auto& [prefix, parts, n] : std::vector<std::tuple<std::string, Lines, int>>{
              {"u: Fehler: ", {"authentication failed", "tampered.zip: num.txt"}, 1},
-             {"Undefinierbarer Fehler (fehlendes Passwort?): " + Src("tampered.zip").string(), {}, 0},
+             {"Undefinierbarer Fehler (fehlendes Passwort?): " + S("tampered.zip"), {}, 0},
              {"u: Fehler: ", {"lzma.zip: num.txt"}, 1}, {"u: Fehler: ", {"dup.zip: d.txt"}, 1},
              {"u: Fehler: ", {"dup.zip: x/y"}, 1}, {"u: Fehler: entry without a name", {"noname.zip"}, 1},
              {"u: Fehler: ", {"crc.zip: bad.txt"}, 1},
-             {"Zip Datei ist beschädigt oder enthält keine Dateien: " + Src("cut.zip").string(), {}, 1}}) {
+             {"Zip Datei ist beschädigt oder enthält keine Dateien: " + S("cut.zip"), {}, 1}}) {
       EXPECT_EQ(Count(r.logs, prefix, parts), n) << prefix << ::testing::PrintToString(parts) << r.out;
     }
     // big.bin is too large for a worker to hold.

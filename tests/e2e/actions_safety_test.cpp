@@ -157,6 +157,28 @@ TEST_F(Safety, WritesStayInsideTheDestinationWhateverLinksWerePlantedThere) {
   }
 }
 
+// A compression job that mirrors the source's folders meets the same link: the archive of the
+// file below it is refused through the error trap, the others are made, and the preview
+// announces no archive there either.
+TEST_F(Safety, ZipArchivesStayInsideTheDestinationWhateverLinksWerePlantedThere) {
+  const fs::path elsewhere = dir_ / "elsewhere";
+  for (const bool preview : {true, false}) {
+    SCOPED_TRACE(preview ? "preview" : "run");
+    EmptyFolders();
+    fs::remove_all(elsewhere);
+    Plant(dir_.root(), {{"elsewhere/keep.txt", "victim"}, {"src/sub/a.txt", "a"}, {"src/c.txt", "c"}});
+    fs::create_directory_symlink(elsewhere, dst() / "sub");
+    WriteJob(std::string("Action=3\nZipAll=1\nZipExtStruct=1\nCounter=1\nInterval=1\nSubFolder=1\n") +
+             "DoPreview=" + (preview ? "1\n" : "0\n"));
+    const RunResult r = RunJobs({"--preview-jobs"});
+    EXPECT_EQ(Files(elsewhere), (Tree{{"keep.txt", "victim"}}));
+    EXPECT_EQ(Count(SplitLines(r.err), "", {"goes through a link: " + D("sub")}), 1) << r.err;
+    EXPECT_EQ(Count(SplitLines(r.out), "", {D("sub/a.txt.zip")}), 0) << r.out;
+    EXPECT_EQ(Count(SplitLines(r.out), "", {D("c.txt.zip")}), 1) << r.out;
+    EXPECT_EQ(fs::exists(dst() / "c.txt.zip"), !preview);
+  }
+}
+
 // Two sources meet at one destination name when the structure is flattened: whatever the
 // policy, the second never replaces the first (whose source a move has removed) nor is deleted
 // because the first is there; it stays with an error line. So also when two jobs of one pass

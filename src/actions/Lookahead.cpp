@@ -26,7 +26,7 @@ void Lookahead::Seed(std::size_t index, FileSystem& fs) {
   std::optional<LookedUp> looked = ahead_->Looked(index);
   if (!looked) return;
   fs.Seed(looked->changes, std::move(looked->dest));
-  if (looked->source) fs.Seed(looked->changes, std::move(*looked->source));
+  fs.Seed(looked->changes, std::move(looked->source));
 }
 
 std::optional<PreparedCopy> Lookahead::Take(std::size_t index) {
@@ -45,7 +45,6 @@ CopyOrder Lookahead::OrderFor(const std::string& source) const {
   order.whenMissing = job_.Exist == 2 || job_.OnlyCompare == 0;
   order.whenExists = job_.Exist == 2 || job_.Exist == 3;
   order.move = kind_ == Kind::Move;
-  order.lookSource = job_.Exist == 4 || SetsFileTimes(job_);
   return order;
 }
 

@@ -1,8 +1,7 @@
 // The files ahead of the one in hand, handed to the workers that copy them in advance (--jobs):
 // what the run expects to do with each, guessed from the job alone. The workers look up each
-// file's destination (and source, where the run asks about it) on the way; the run takes those
-// statuses instead of asking again, so a run of files that need no copy is looked at on two
-// cores.
+// file's destination and source on the way; the run takes those statuses instead of asking
+// again while they are current (StatusCache), so the run's thread mostly only names files.
 #pragma once
 
 #include "actions/Transfer.h"

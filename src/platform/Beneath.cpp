@@ -5,10 +5,15 @@
 #include "platform/FileSystem.h"
 #include "platform/Paths.h"
 #include "platform/SysError.h"
+#include "platform/UniqueFd.h"
 
 #include <fcntl.h>
+#include <linux/fs.h>
+#include <linux/magic.h>
 #include <linux/openat2.h>
+#include <sys/ioctl.h>
 #include <sys/stat.h>
+#include <sys/statfs.h>
 #include <sys/syscall.h>
 #include <unistd.h>
 
@@ -69,10 +74,34 @@ ErrorOr<std::shared_ptr<const DestFolder>> WalkLevels(std::shared_ptr<const Dest
   return at;
 }
 
+// Only file systems known to compare names by their bytes; of those, ext4, tmpfs and f2fs fold
+// case in a folder marked for it.
+bool NamesByBytes(int folder) {
+  struct statfs fs {};
+  if (::fstatfs(folder, &fs) != 0) return false;
+  switch (static_cast<unsigned long>(fs.f_type)) {
+    case BTRFS_SUPER_MAGIC:
+    case XFS_SUPER_MAGIC: return true;
+    case EXT4_SUPER_MAGIC:
+    case TMPFS_MAGIC:
+    case F2FS_SUPER_MAGIC: break;
+    default: return false;
+  }
+  const UniqueFd dir(::openat(folder, ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+  int flags = 0;  // the kernel writes an int, whatever the request's declared type
+  if (dir.get() < 0 || ::ioctl(dir.get(), FS_IOC_GETFLAGS, &flags) != 0) return false;
+  return (flags & FS_CASEFOLD_FL) == 0;
+}
+
 }  // namespace
 
 DestFolder::~DestFolder() {
   if (fd_ >= 0) ::close(fd_);
+}
+
+bool DestFolder::ExactNames() const {
+  if (!exactNames_) exactNames_ = NamesByBytes(fd_);
+  return *exactNames_;
 }
 
 ErrorOr<std::shared_ptr<const DestFolder>> FileSystem::TryOpenBeneath(const std::string& root,

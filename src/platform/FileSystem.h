@@ -44,18 +44,6 @@ struct DirEntry {
 // for files of a job.
 bool IsEngineTemporary(std::string_view name);
 
-// What makes a file the one that was read: device and inode name it, size and the modification
-// and change times (to the nanosecond) tell that its contents are still those that were read.
-struct FileIdentity {
-  std::uint64_t device = 0;
-  std::uint64_t inode = 0;
-  std::uint64_t size = 0;
-  std::int64_t modifiedNs = 0;
-  std::int64_t changedNs = 0;
-  bool SameObject(const FileIdentity& o) const { return device == o.device && inode == o.inode; }
-  bool operator==(const FileIdentity&) const = default;
-};
-
 // A file as such: the same key for every path, link or hard link that reaches it.
 struct FileKey {
   std::uint64_t device = 0;
@@ -86,10 +74,15 @@ class DestFolder {
   DestFolder& operator=(const DestFolder&) = delete;
   int fd() const { return fd_; }
   const std::string& path() const { return path_; }  // as text, for messages
+  // Whether two names of this folder are the same file only when their bytes are the same
+  // (apart from ASCII capitals, which some such file systems fold): false where a file system
+  // may fold case or normalise, or where it cannot be told. Asked once, by the run's thread.
+  bool ExactNames() const;
 
  private:
   int fd_;
   std::string path_;
+  mutable std::optional<bool> exactNames_;
 };
 
 // Names for the temporary file beside a destination, ".kestrel-<16 hex>.tmp": one random draw
@@ -165,6 +158,8 @@ class FileSystem {
   // How many changes were made through this object; a status read while it stayed the same is
   // still what the run itself left there. Safe to read from any thread.
   std::uint64_t Changes() const { return cache_.Changes(); }
+  // How many of those changes may have changed which folder a path names (see StatusCache).
+  std::uint64_t FolderChanges() const { return cache_.FolderChanges(); }
   // A status a worker looked up when Changes() was `changes`: taken as read by this object
   // inside the current scope, unless the run has changed something since.
   void Seed(std::uint64_t changes, PathStatus status) { cache_.Seed(changes, std::move(status)); }
@@ -277,9 +272,12 @@ class FileSystem {
   using Changing = StatusCache::Change;
 
   // dir's path is where ("" for AT_FDCWD), for errors.
+  // exactNames: dir compares names by their bytes (DestFolder::ExactNames).
   CopiedFile CopyAt(const std::string& source, int dir, const std::string& where,
                     const std::string& folder, const std::string& name, bool overwrite,
-                    PreparedCopy* ready = nullptr);
+                    PreparedCopy* ready = nullptr, bool exactNames = false);
+  // Whether path, as the run would find it now, is still the file that was read.
+  bool FoundAsRead(const std::string& path, const FileIdentity& read);
   void MoveAt(const std::string& source, int dir, const std::string& where,
               const std::string& folder, const std::string& name, PreparedCopy* ready = nullptr);
 

@@ -71,12 +71,30 @@ void FileSystem::Gate(FaultOp op, const char* call, const std::string& path) {
   orvKestrel::Gate(faults_, op, call, path);
 }
 
+namespace {
+
+std::int64_t Nanoseconds(const struct statx_timestamp& t) {
+  return static_cast<std::int64_t>(t.tv_sec) * 1'000'000'000 + t.tv_nsec;
+}
+
+}  // namespace
+
+// The last part is looked at as it is first: only a link takes a second look, at its target, and
+// is marked, since a change to any name may have changed what it leads to.
 PathStatus StatusAt(int folder, const char* name, std::string path) {
-  PathStatus s{std::move(path), 0, {}, 0};
+  PathStatus s{std::move(path), 0, {}, {}, false};
+  constexpr unsigned kMask = STATX_BASIC_STATS | STATX_BTIME;
   struct statx sx {};
-  if (::statx(folder, name, 0, STATX_BASIC_STATS | STATX_BTIME, &sx) != 0) {
+  if (::statx(folder, name, AT_SYMLINK_NOFOLLOW, kMask, &sx) != 0) {
     s.err = errno;
     return s;
+  }
+  if (S_ISLNK(sx.stx_mode)) {
+    s.link = true;
+    if (::statx(folder, name, 0, kMask, &sx) != 0) {
+      s.err = errno;
+      return s;
+    }
   }
   s.stat.isDir = S_ISDIR(sx.stx_mode);
   s.stat.isFile = S_ISREG(sx.stx_mode);
@@ -84,7 +102,8 @@ PathStatus StatusAt(int folder, const char* name, std::string path) {
   s.stat.times.accessed = sx.stx_atime.tv_sec;
   s.stat.times.written = sx.stx_mtime.tv_sec;
   s.stat.times.created = (sx.stx_mask & STATX_BTIME) ? sx.stx_btime.tv_sec : sx.stx_ctime.tv_sec;
-  s.device = makedev(sx.stx_dev_major, sx.stx_dev_minor);
+  s.id = {makedev(sx.stx_dev_major, sx.stx_dev_minor), sx.stx_ino, sx.stx_size,
+          Nanoseconds(sx.stx_mtime), Nanoseconds(sx.stx_ctime)};
   return s;
 }
 

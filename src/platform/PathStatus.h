@@ -14,6 +14,18 @@ struct FileTimes {
   std::time_t written = 0;
 };
 
+// What makes a file the one that was read: device and inode name it, size and the modification
+// and change times (to the nanosecond) tell that its contents are still those that were read.
+struct FileIdentity {
+  std::uint64_t device = 0;
+  std::uint64_t inode = 0;
+  std::uint64_t size = 0;
+  std::int64_t modifiedNs = 0;
+  std::int64_t changedNs = 0;
+  bool SameObject(const FileIdentity& o) const { return device == o.device && inode == o.inode; }
+  bool operator==(const FileIdentity&) const = default;
+};
+
 struct FileStat {
   bool isDir = false;
   bool isFile = false;  // a regular file
@@ -26,7 +38,8 @@ struct PathStatus {
   std::string path;
   int err = 0;
   FileStat stat;
-  std::uint64_t device = 0;
+  FileIdentity id;
+  bool link = false;  // the last part of the path is a link: its status is its target's
 };
 // The look-up itself: no state, so workers may call it at once.
 PathStatus StatusOf(const std::string& path);

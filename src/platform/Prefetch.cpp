@@ -75,28 +75,30 @@ void CopyAhead::Work(std::size_t index, unsigned worker, Slot& slot) {
 }
 
 
-PathStatus FolderStatuses::Of(const std::string& path, std::uint64_t changes) {
+PathStatus FolderStatuses::Of(const std::string& path, std::uint64_t folderChanges) {
   const auto slash = path.rfind('/');
   if (slash == std::string::npos || slash == 0) return StatusOf(path);
   const std::string_view folder(path.data(), slash), name(path.data() + slash + 1);
   if (name.empty() || name == "." || name == "..") return StatusOf(path);
   if (folder != folder_) {
     folder_ = folder;
-    changes_ = changes;
+    folderChanges_ = folderChanges;
     fd_ = UniqueFd(::open(folder_.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC));
   }
-  // A folder opened before the run's last change may no longer be the one its path names.
-  if (fd_.get() < 0 || changes != changes_) return StatusOf(path);
+  // A folder opened before such a change of the run may no longer be the one its path names.
+  if (fd_.get() < 0 || folderChanges != folderChanges_) return StatusOf(path);
   return StatusAt(fd_.get(), path.c_str() + slash + 1, path);
 }
 
-// The change count is read first: a change the run makes after it makes these statuses stale.
+// The change counts are read first: the run judges by them whether what is found here is
+// still current when it comes to the file.
 LookedUp CopyAhead::LookUp(const CopyOrder& order, FolderStatuses& dests,
                            FolderStatuses& sources) const {
   LookedUp looked;
   looked.changes = run_ ? run_->Changes() : 0;
-  looked.dest = dests.Of(order.dest, looked.changes);
-  if (order.lookSource || order.move) looked.source = sources.Of(order.source, looked.changes);
+  const std::uint64_t folderChanges = run_ ? run_->FolderChanges() : 0;
+  looked.dest = dests.Of(order.dest, folderChanges);
+  looked.source = sources.Of(order.source, folderChanges);
   return looked;
 }
 
@@ -105,7 +107,7 @@ std::optional<PreparedCopy> CopyAhead::Prepare(std::size_t index, const CopyOrde
   const int anchor = Anchor();
   if (anchor < 0) return std::nullopt;
   // A move within one file system is a rename: nothing to copy.
-  if (order.move && (looked.source->err != 0 || looked.source->device == anchorDevice_)) {
+  if (order.move && (looked.source.err != 0 || looked.source.id.device == anchorDevice_)) {
     return std::nullopt;
   }
   return PrepareCopy(faults_, order.source, anchor, anchorPath_, order.move, [&](std::uint64_t n) {

@@ -49,12 +49,12 @@ std::optional<PreparedCopy> PrepareCopy(FaultPoints* faults, const std::string& 
 // in it, so the kernel resolves one part of the path per file instead of all of them.
 class FolderStatuses {
  public:
-  // changes: the run's change count, read before this look-up.
-  PathStatus Of(const std::string& path, std::uint64_t changes);
+  // folderChanges: the run's FolderChanges(), read before this look-up.
+  PathStatus Of(const std::string& path, std::uint64_t folderChanges);
 
  private:
   std::string folder_;
-  std::uint64_t changes_ = 0;  // the run's change count when the folder was opened
+  std::uint64_t folderChanges_ = 0;  // when the folder was opened
   UniqueFd fd_;
 };
 
@@ -65,14 +65,13 @@ struct CopyOrder {
   bool whenMissing = false;  // a copy is expected when dest does not exist
   bool whenExists = false;   // and when it does (a replacing or renaming policy)
   bool move = false;         // only a source on another file system than the anchor is copied
-  bool lookSource = false;   // the run will ask about the source's status too
 };
 
 // The statuses a worker looked up for one file, and the run's change count before it did.
 struct LookedUp {
   std::uint64_t changes = 0;
   PathStatus dest;
-  std::optional<PathStatus> source;
+  PathStatus source;
 };
 
 class CopyAhead {

@@ -2,7 +2,13 @@
 // the few paths one file's steps ask about again and again, the free space of the last
 // destination, the folder last found. Every change made through the object forgets all of it,
 // so nothing remembered outlives a change the run made itself. Used by one thread, apart from
-// Changes().
+// Changes() and FolderChanges().
+//
+// A worker's look-up is dated by Changes() and taken while the run has changed nothing since,
+// or only given new files names that were free, in folders that tell names apart by their
+// bytes: such a name changes what a look-up finds only for a path that has it as one of its
+// parts, or that ends in a link. So a copy does not spoil what the workers found for the files
+// after it.
 #pragma once
 
 #include "platform/PathStatus.h"
@@ -10,8 +16,10 @@
 #include <atomic>
 #include <chrono>
 #include <cstdint>
+#include <deque>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <utility>
 #include <vector>
 
@@ -36,13 +44,21 @@ class StatusCache {
   }
   const PathStatus& Look(const std::string& path);
   // A status a worker looked up when Changes() was `changes`: taken as looked up here, inside a
-  // scope, unless something changed since.
+  // scope, while it is Current.
   void Seed(std::uint64_t changes, PathStatus status);
+  // Whether what a look-up found when Changes() was `changes` is still what the run left there.
+  bool Current(std::uint64_t changes, const PathStatus& status) const;
 
   // How many changes were made; safe to read from any thread.
   std::uint64_t Changes() const { return changes_.load(std::memory_order_acquire); }
+  // How many of them were more than a new name: a folder opened by path before may no longer be
+  // the one the path names. Safe to read from any thread.
+  std::uint64_t FolderChanges() const { return folderChanges_.load(std::memory_order_acquire); }
   // Forgets what was read. folders: a folder may have been removed or renamed.
   void Changed(bool folders);
+  // Forgets what was read after a new file got name, a name that was free, in a folder that
+  // tells names apart by their bytes.
+  void Named(std::string_view name);
 
   // The free bytes read for path less than a second ago, if any.
   std::optional<std::int64_t> FreeBytes(const std::string& path, Clock::time_point now) const;
@@ -63,15 +79,25 @@ class StatusCache {
   class Change {
    public:
     explicit Change(StatusCache& cache, bool folders = false) : cache_(cache), folders_(folders) {
-      cache_.Changed(folders_);
+      Note();
     }
-    ~Change() { cache_.Changed(folders_); }
+    // The change gives a new file `name` and does nothing else (see Named).
+    Change(StatusCache& cache, std::string_view name) : cache_(cache), name_(name) { Note(); }
+    ~Change() { Note(); }
     Change(const Change&) = delete;
     Change& operator=(const Change&) = delete;
 
    private:
+    void Note() {
+      if (name_) {
+        cache_.Named(*name_);
+      } else {
+        cache_.Changed(folders_);
+      }
+    }
     StatusCache& cache_;
-    bool folders_;
+    bool folders_ = false;
+    std::optional<std::string_view> name_;
   };
 
  private:
@@ -83,6 +109,11 @@ class StatusCache {
   std::vector<PathStatus> known_;  // only while a scope is open; a few paths at most
   PathStatus last_;                // the look-up outside a scope
   std::atomic<std::uint64_t> changes_{0};
+  std::atomic<std::uint64_t> folderChanges_{0};
+  // The names given since the last other change, with the change count each made, oldest
+  // first; a look-up dated before datedFrom_ is not current.
+  std::deque<std::pair<std::uint64_t, std::string>> named_;
+  std::uint64_t datedFrom_ = 0;
   std::optional<FreeFigure> free_;
   std::optional<SeenFolder> folder_;
 };

@@ -193,21 +193,26 @@ CopiedFile CopyThroughTemp(FaultPoints* faults, TempNames& names, const OpenSour
   return {read, written};
 }
 
+// Gives a copy made ahead dest's name; nothing when that fails (the caller then copies as without
+// it, and reports what that copy meets).
+std::optional<CopiedFile> NamePrepared(PreparedCopy& ready, TempNames& names, const At& dest,
+                                       bool overwrite) {
+  try {
+    ready.File().PlaceIn(dest.dir, dest.where, dest.name, overwrite, names);
+  } catch (const KestrelError&) {
+    return std::nullopt;
+  }
+  return CopiedFile{ready.Read(), ready.Written()};
+}
+
 // A copy made ahead takes dest's name only while source is still the file it was made from.
-// Nothing when it cannot be used (the source changed, another file system, any failure): the
-// caller then copies as without it, and reports what that copy meets.
 std::optional<CopiedFile> PlacePrepared(PreparedCopy* ready, TempNames& names,
                                         const std::string& source, const At& dest,
                                         bool overwrite) {
   if (ready == nullptr) return std::nullopt;
   struct stat now {};
   if (::stat(source.c_str(), &now) != 0 || IdentityOf(now) != ready->Read()) return std::nullopt;
-  try {
-    ready->File().PlaceIn(dest.dir, dest.where, dest.name, overwrite, names);
-  } catch (const KestrelError&) {
-    return std::nullopt;
-  }
-  return CopiedFile{ready->Read(), ready->Written()};
+  return NamePrepared(*ready, names, dest, overwrite);
 }
 
 void SyncFolder(const At& at) {
@@ -256,19 +261,27 @@ CopiedFile FileSystem::CopyFile(const std::string& source, const std::string& de
 CopiedFile FileSystem::CopyFile(const std::string& source, const DestFolder& folder,
                                 const std::string& name, bool overwrite, PreparedCopy* ready) {
   if (name.empty()) ThrowInvalidCall("openat", folder.path());
-  return CopyAt(source, folder.fd(), folder.path(), ".", name, overwrite, ready);
+  return CopyAt(source, folder.fd(), folder.path(), ".", name, overwrite, ready,
+                ready != nullptr && folder.ExactNames());
 }
 
 CopiedFile FileSystem::CopyAt(const std::string& source, int dir, const std::string& where,
                               const std::string& folder, const std::string& name,
-                              bool overwrite, PreparedCopy* ready) {
+                              bool overwrite, PreparedCopy* ready, bool exactNames) {
   std::optional<StatusCache::FreeFigure> figure = cache_.TakeFree();
+  Gate(FaultOp::Copy, "copy_file_range", source);
+  if (source.empty()) ThrowInvalidCall("open", source);
+  const At dest{dir, where, folder, name};
   std::optional<CopiedFile> copied;
-  {
+  // A copy made ahead whose source the run still finds as it was read is only given a name
+  // that was free: a change that leaves what the workers found for other names current.
+  if (ready != nullptr && !overwrite && exactNames && FoundAsRead(source, ready->Read())) {
+    const Changing naming(cache_, std::string_view(name));
+    copied = NamePrepared(*ready, tempNames_, dest, false);
+    ready = nullptr;  // tried
+  }
+  if (!copied) {
     const Changing changing(cache_);
-    Gate(FaultOp::Copy, "copy_file_range", source);
-    if (source.empty()) ThrowInvalidCall("open", source);
-    const At dest{dir, where, folder, name};
     copied = PlacePrepared(ready, tempNames_, source, dest, overwrite);
     if (!copied) {
       const OpenSource src = OpenRegular(faults_, source);
@@ -280,6 +293,11 @@ CopiedFile FileSystem::CopyAt(const std::string& source, int dir, const std::str
   // A replacement also frees the old file's blocks, which only a new reading tells.
   if (!overwrite && figure) cache_.Allocated(std::move(*figure), copied->read.size);
   return *copied;
+}
+
+bool FileSystem::FoundAsRead(const std::string& path, const FileIdentity& read) {
+  const PathStatus& now = cache_.Look(path);
+  return now.err == 0 && !now.link && now.id == read;
 }
 
 void FileSystem::MoveFile(const std::string& source, const std::string& dest) {

@@ -179,11 +179,11 @@ TEST_F(Search, PatternsMatch) {
     if (kind == 'd' || kind == 'D' || kind == 'C') CleanFolderPattern(svc, p, kind != 'd');
     EXPECT_EQ(re.Test(p, subject), matches) << kind << " " << pattern << " ~ " << subject;
   }
-  // A nested repetition is rewritten so that it cannot backtrack without end.
+  // A nested repetition is rewritten so that it cannot backtrack without end. (An expression that
+  // does not compile fails the job before any file: e2e run_safety_test.)
   std::string nested = "(.*)*x";
   CleanFolderPattern(svc, nested, true);
   EXPECT_EQ(nested, "(.?)*x");
-  EXPECT_THROW(re.Test("a(", "a"), KestrelError);
 }
 
 using Filter = FileList (*)(Services&, FileList&, job&);

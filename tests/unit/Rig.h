@@ -41,13 +41,10 @@ inline std::vector<std::string> Names(const std::string& folder) {
   return out;
 }
 
-// Whether the temporary file system keeps user extended attributes (hidden, system, archive).
+// Whether the temporary file system keeps user extended attributes (hidden, system, archive):
+// the folder itself is asked.
 inline bool UserXattrsWork(const std::string& dir) {
-  const std::string probe = dir + "/.xattr-probe";
-  WriteFile(probe, "");
-  const bool ok = ::setxattr(probe.c_str(), "user.probe", "1", 1, 0) == 0;
-  std::filesystem::remove(probe);
-  return ok;
+  return ::setxattr(dir.c_str(), "user.probe", "1", 1, 0) == 0;
 }
 inline void SetDosAttrib(const std::string& path, const std::string& value) {
   ::setxattr(path.c_str(), "user.DOSATTRIB", value.data(), value.size(), 0);

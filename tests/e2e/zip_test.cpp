@@ -1,7 +1,7 @@
 // Compression and extraction jobs and their previews, seen through `kestrel run`, and the
 // compression jobs that could lose files: a job whose archive lies among its sources, two
-// sources for one entry, an older file for a newer entry, a link planted in the destination (a
-// file written while it is packed: the unit tests, which time the write exactly).
+// sources for one entry, an older file for a newer entry (a link planted in the destination:
+// actions_safety_test; a file written while it is packed: the unit tests, which time the write).
 #include "e2e/E2eSupport.h"
 
 namespace e2e {
@@ -231,18 +231,6 @@ TEST_F(ZipSafety, AnOlderFileDoesNotReplaceANewerEntry) {
       EXPECT_EQ(fs::exists(src() / "f.txt"), std::string(data) == "older");
     }
   }
-}
-
-// An archive per file in the mirrored sub-folder: a link planted there is never written
-// through, and the file it would have held stays.
-TEST_F(ZipSafety, AnArchiveIsNeverWrittenThroughALinkPlantedInItsDestination) {
-  Put(src() / "sub/a.txt", "a");
-  fs::create_directories(dir_ / "elsewhere");
-  fs::create_directory_symlink(dir_ / "elsewhere", dst() / "sub");
-  Job(dst(), "SubFolder=1\nZipAll=1\nZipExtStruct=1\nZipDelComp=1\nExist=3\n");
-  EXPECT_EQ(RunJobs().exitCode, 1);
-  EXPECT_EQ(Files(dir_ / "elsewhere"), Tree{});
-  EXPECT_EQ(Get(src() / "sub/a.txt"), "a");
 }
 
 }  // namespace

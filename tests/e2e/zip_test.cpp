@@ -9,7 +9,10 @@ namespace {
 
 class ZipJobs : public ArchiveTest {
  protected:
-  void WriteJob(const std::string& keys) const { JobFolderTest::WriteJob("SubFolder=1\nCounter=1\n" + keys, "z"); }
+  // The job "z" into `to` (empty: dst), walking sub-folders, due at every pass; more keys after.
+  void Job(const std::string& keys, const fs::path& to = {}) const {
+    WriteJob("SubFolder=1\nCounter=1\nInterval=1\n" + keys, "z", {}, to);
+  }
   // sub + "pw.zip" in the source folder, encrypted with password. The traditional encryption
   // checks a password by one byte, so one archive in 256 takes "wrong" too: such an archive is
   // made again (its header is random), lest the test fail by chance.
@@ -30,14 +33,14 @@ class ZipJobs : public ArchiveTest {
 
 TEST_F(ZipJobs, CompressesTheSelectedFilesIntoTheJobsArchiveAndPreviewsIt) {
   Plant(src(), {{"a.txt", "alpha"}, {"sub/b.txt", "beta"}});
-  WriteJob("Action=3\nDoPreview=1\nExist=1\n");
+  Job("Action=3\nDoPreview=1\nExist=1\n");
   const auto before = Listing(src(), true);
   RunResult r = RunJobs({"--preview-jobs"});
   EXPECT_TRUE(r.exitCode == 0 && Count(r.logs, "Würde zu Zip hinzugefügt: ") == 1 &&
               (Has(r.logs, "Würde gelöscht: " + S("a.txt")) || Has(r.logs, "Würde gelöscht: " + S("sub/b.txt"))))
       << r.err << r.out;
   EXPECT_TRUE(Listing(src(), true) == before && Files(dst()).empty());
-  WriteJob("Action=3\nDoPreview=0\nZipIntStruct=1\nZipDelComp=1\n");
+  Job("Action=3\nDoPreview=0\nZipIntStruct=1\nZipDelComp=1\n");
   r = RunJobs();
   EXPECT_TRUE(r.exitCode == 0 && Has(r.logs, "Dateien gefunden: 2") && Count(r.logs, "z: Gelöscht: ") == 2) << r.out;
   EXPECT_EQ(Entries(D("z.zip")), "src/a.txt=alpha;src/sub/b.txt=beta;");
@@ -129,7 +132,7 @@ TEST_F(ZipJobs, Extraction) {
     EmptyFolders();
     c.setup();
     const auto before = Files(dst());
-    WriteJob(c.keys + "Action=4\nDoPreview=0\n");
+    Job(c.keys + "Action=4\nDoPreview=0\n");
     const RunResult r = RunJobs(c.option.empty() ? Lines{} : Lines{c.option});
     EXPECT_TRUE(c.exit < 0 || r.exitCode == c.exit) << r.exitCode << r.out;
     for (std::string line : c.lines) {
@@ -156,10 +159,7 @@ TEST_F(ZipJobs, Extraction) {
   EXPECT_FALSE(fs::exists(dir_ / "evil2.txt"));
 }
 
-class ZipSafety : public ArchiveTest {
- protected:
-  void Job(const fs::path& to, const std::string& keys) const { WriteJob(kDue + ("Action=3\n" + keys), "z", {}, to); }
-};
+using ZipSafety = ZipJobs;
 
 // Run 1 packs a.txt and b.txt and deletes them; run 2 finds the archives among its sources
 // beside c.txt. Each archive must keep what it holds and never be packed into itself.
@@ -181,7 +181,7 @@ TEST_F(ZipSafety, ARunNeverTakesItsOwnArchivesAsSources) {
     fs::path to = src() / c.to;
     if (std::string(c.to) == "=link") fs::create_directory_symlink(src(), to = dir_ / "link");
     fs::create_directories(to);
-    Job(to, std::string("SubFolder=1\nZipDelComp=1\nExist=4\n") + c.keys);
+    Job(std::string("Action=3\nDoPreview=0\nZipDelComp=1\nExist=4\n") + c.keys, to);
     Plant(src(), {{"a.txt", "A"}, {"b.txt", "B"}});
     ASSERT_EQ(RunJobs().exitCode, 0);
     Put(src() / "c.txt", "C");
@@ -204,7 +204,7 @@ TEST_F(ZipSafety, NothingThisRunWroteIsReplacedByThisRun) {
     SCOPED_TRACE(exist);
     EmptyFolders();
     Plant(src(), {{"a/f.txt", "first"}, {"b/f.txt", "second"}});
-    Job(dst(), std::string("SubFolder=1\nZipAll=1\nZipDelComp=1\nExist=") + exist + "\n");
+    Job(std::string("Action=3\nDoPreview=0\nZipAll=1\nZipDelComp=1\nExist=") + exist + "\n");
     const RunResult r = RunJobs();
     EXPECT_EQ(r.exitCode, 1) << r.out;
     const std::string entries = Entries(dst() / "f.zip");
@@ -222,7 +222,7 @@ TEST_F(ZipSafety, AnOlderFileDoesNotReplaceANewerEntry) {
     SCOPED_TRACE(zipAll + (" --jobs " + jobs));
     EmptyFolders();
     const fs::path archive = dst() / (std::string(zipAll) == "0" ? "z.zip" : "f.zip");
-    Job(dst(), std::string("ZipAll=") + zipAll + "\nZipDelComp=1\nExist=4\nEFSelect=0\n");
+    Job(std::string("Action=3\nDoPreview=0\nZipAll=") + zipAll + "\nZipDelComp=1\nExist=4\nEFSelect=0\n");
     for (const auto& [data, time, entries] : {std::tuple{"newer", 100, "f.txt=newer;"}, {"older", 0, "f.txt=newer;"},
                                               {"newest", 200, "f.txt=newest;"}}) {
       Put(src() / "f.txt", data, 1'700'000'000 + time);

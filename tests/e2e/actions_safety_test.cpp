@@ -152,7 +152,7 @@ TEST_F(Safety, WritesStayInsideTheDestinationWhateverLinksWerePlantedThere) {
       const RunResult r = RunJobs({"--preview-jobs"});
       EXPECT_EQ(Files(elsewhere), (Tree{{"a.txt", "victim"}}));
       const Lines errors = zip.empty() ? Errors(r) : SplitLines(r.err);
-      EXPECT_EQ(Count(errors, "", {"goes through a link: " + D("sub")}), 2) << r.out << r.err;
+      EXPECT_TRUE(errors.size() == 2 && Count(errors, "", {"goes through a link: " + D("sub")}) == 2) << r.out << r.err;
       EXPECT_EQ(Files(src() / "sub"), (Tree{{"a.txt", "intruder"}, {"deeper/b.txt", "intruder"}}));
       EXPECT_EQ(Count(r.logs, "", {D("sub/a.txt" + zip)}), 0) << r.out;
       EXPECT_GE(Count(r.logs, "", {D("other/c.txt" + zip)}), 1) << r.out;

@@ -1,4 +1,5 @@
-// kestrel list, run as a user runs it.
+// kestrel list and kestrel check, run as a user runs them: what they read of job files, and
+// one verdict per job file from check, which writes nothing.
 #include "e2e/E2eSupport.h"
 
 namespace e2e {
@@ -58,6 +59,74 @@ TEST_F(List, TheExampleJobs) {
     EXPECT_TRUE(j["From"].get<std::string>().starts_with("examples/demo/")) << j["From"];
   }
   EXPECT_EQ(actions, (std::set<std::int64_t>{0, 1, 2, 3, 5}));
+}
+
+using Check = JobFolderTest;
+
+TEST_F(Check, SaysOfEachJobWhetherItRunsAndWhatIsWrong) {
+  const std::string runs = kDue, daily = "DoPreview=0\nIntervalType=1\nIntervalTime=08:00:00\n";
+  const struct {
+    std::string name, extra;
+    bool valid, due;
+    std::string why, problem;  // parts of a reason and of a problem; empty: none expected
+    std::string jobName = {};  // when not the file's name
+    fs::path from = {}, to = {};
+  } cases[] = {
+      {"good", runs, true, true, "Counter is 1", ""},
+      {"preview", "Counter=1\nInterval=1\n", true, false, "DoPreview is 1", ""},
+      {"zero", "DoPreview=0\n", true, false, "Counter is 0", "never runs"},
+      {"later", "DoPreview=0\nCounter=3\n", true, false, "2 more pass", ""},
+      {"typo", "SubFolder=yes\n", false, false, "", "SubFolder"},
+      {"off", runs + "Inactive=1\n", true, false, "inactive", ""},
+      {"once", runs + "RunOnce=1\nStatus=5\n", true, false, "run-once", ""},
+      {"dup1", runs, true, true, "", "also the Name of dup2.kjb", "dup"},
+      {"dup2", runs, true, true, "", "also the Name of dup1.kjb", "dup"},
+      {"pattern", runs + "DoFileMatch=1\nFilename=(\n", true, true, "", "does not compile"},
+      {"daily", daily + "IntState=21.11.2026\n", true, true, "fires now", ""},
+      {"tomorrow", daily + "IntState=22.11.2026\n", true, false, "2026-11-23 08:00:00", ""},
+      {"fresh", daily, true, false, "only records IntState", ""},
+      {"badtime", "DoPreview=0\nIntervalType=1\nIntervalTime=8 o'clock\n", true, false, "", "not a time of day"},
+      {"other", runs, true, true, "", "differs from the file name", "elsewhere"},
+      {"slash", runs, true, false, "", "not a plain file name", "../x"},
+      {"nofolder", runs, true, false, "", "does not exist", "", dir_ / "gone", src() / "sub"},
+      {"nested", runs, true, true, "", "inside From", "", src(), dir_ / "src/../src/out"},
+  };
+  for (const auto& c : cases) {
+    Put(jobs() / (c.name + ".kjb"), "[Job]\nName=" + (c.jobName.empty() ? c.name : c.jobName) + "\nFrom=" +
+                                         (c.from.empty() ? src() : c.from).string() + "\nTo=" +
+                                         (c.to.empty() ? dst() : c.to).string() + "\n" + c.extra);
+  }
+  fs::create_directories(src() / "out");
+  const auto before = Files(dir_.root());
+
+  const RunResult r = Kestrel(At({"check", "jobs", "--events", "jsonl"}));
+  EXPECT_EQ(r.exitCode, 1) << r.err;
+  EXPECT_EQ(Files(dir_.root()), before) << "check must write nothing";
+  std::map<std::string, nlohmann::json> got;
+  for (const std::string& line : SplitLines(r.out)) {
+    const auto o = nlohmann::json::parse(line);
+    got[o["file"].get<std::string>()] = o;
+  }
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.name);
+    ASSERT_EQ(got.count(c.name + ".kjb"), 1u) << r.out;
+    const auto& o = got.at(c.name + ".kjb");
+    EXPECT_EQ(o["valid"], c.valid) << o.dump();
+    EXPECT_EQ(o["due"], c.due) << o.dump();
+    // A part of a reason or a problem is looked for in the list as JSON text.
+    EXPECT_TRUE(c.why.empty() || o["why"].dump().find(c.why) != std::string::npos || o["next"] == c.why) << o.dump();
+    EXPECT_TRUE(c.problem.empty() ? o["problems"].empty()
+                                  : o["problems"].dump().find(c.problem) != std::string::npos) << o.dump();
+  }
+  // Text: one block per job file, a count at the end; --file narrows to one job file: all well
+  // exits 0.
+  for (const auto& [file, code, parts] : std::vector<std::tuple<std::string, int, Lines>>{
+           {"", 1, {"typo.kjb\n  invalid: ", "\"yes\" is not a number", "18 job file(s)"}},
+           {"good.kjb", 0, {"due now: yes", "\n1 job file(s)"}}, {"none.kjb", 1, {"does not exist"}}}) {
+    const RunResult text = Kestrel(At(file.empty() ? Lines{"check", "jobs"} : Lines{"check", "jobs", "--file", file}));
+    EXPECT_EQ(text.exitCode, code) << file << text.err;
+    for (const std::string& part : parts) EXPECT_NE(text.out.find(part), std::string::npos) << part << text.out;
+  }
 }
 
 }  // namespace

@@ -90,7 +90,6 @@ TEST_F(Operations, ExitCodesSayWhyAPassFellShort) {
     int exit;
     std::string err;  // a part of stderr
   } cases[] = {
-      {"ok", kDue, 0, ""},
       {"nofolder", kDue, 4, "jobs/nofolder.kjb: the job was skipped: its folder To \""},
       {"unread", "DoPreview=0\nCounter=x\n", 3, "jobs/unread.kjb could not be read ("},
       {"fails", kDue + std::string("ExecDo=1\nExecPath=exit 3\nExecWait=1\nExecMaxSec=60\n"), 4,

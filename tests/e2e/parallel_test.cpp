@@ -30,10 +30,10 @@ struct Outcome {
 
 class Parallel : public JobFolderTest {
  protected:
-  // The source tree, a destination that holds older and newer versions of some files, and a
-  // sub-folder "sub" of the destination that is a link: its files fail (a link below To is
-  // never followed).
-  void FreshTrees() const {
+  // The case's job over fresh trees: the source tree, a destination that holds older and newer
+  // versions of some files, and a sub-folder "sub" of the destination that is a link: its files
+  // fail (a link below To is never followed).
+  Outcome Run(const Case& c, int jobs) {
     for (const fs::path& f : {src(), to_, elsewhere()}) fs::remove_all(f);
     for (int i = 0; i < 30; ++i) {
       const std::string folder = i < 12 ? "d0/" : i < 24 ? "d1/" : i < 27 ? "sub/" : "";
@@ -45,10 +45,6 @@ class Parallel : public JobFolderTest {
     Put(to_ / "f28.txt", "old top", kOld);
     fs::create_directories(elsewhere());
     fs::create_directory_symlink(elsewhere(), to_ / "sub");
-  }
-
-  Outcome Run(const Case& c, int jobs) {
-    FreshTrees();
     if (c.prepare) c.prepare();
     const bool flat = c.keys.find("FStruct=0") != std::string::npos;
     WriteJob(std::string(flat ? "" : "FStruct=1\n") + "SubFolder=1\nInterval=1\nCounter=1\n" + c.keys,

@@ -1,5 +1,6 @@
-// kestrel run, run-one and daemon, run as a user or a scheduler runs them: command lines, the
-// stream and the job file afterwards, dry runs, the error trap, the trace, a job's external
+// kestrel run, run-one and daemon, run as a user or a scheduler runs them: command lines (a date
+// that cannot be meant is refused before anything runs), the stream and the job file afterwards,
+// schedule states in another date format, dry runs, the error trap, the trace, a job's external
 // program, and signals.
 #include "e2e/E2eSupport.h"
 
@@ -135,6 +136,35 @@ TEST_F(RunTest, RunOneRunsTheNamedJobOnlyAndSaysWhyAPathIsNoJobFile) {
     const RunResult no = Kestrel({"run-one", path});
     EXPECT_TRUE(no.exitCode == 1 && no.out.empty()) << path;
     EXPECT_TRUE(no.err.starts_with("kestrel: " + path + " ") && no.err.find(why) != std::string::npos) << no.err;
+  }
+}
+
+// A schedule state in another date format never stops the schedule.
+TEST_F(RunTest, AScheduleStateInAnotherDateFormatNeverStopsTheSchedule) {
+  const struct {
+    std::string state, format;
+    bool firesNow;
+    std::string stateAfter;
+  } cases[] = {
+      {"21.11.2026", "%d.%m.%Y", true, "22.11.2026"},
+      {"2026-11-21", "%d.%m.%Y", true, "22.11.2026"},  // ISO whatever the format
+      {"2026-11-21", "%m/%d/%Y", true, "11/22/2026"},
+      {"21.11.2026", "%m/%d/%Y", false, "11/21/2026"},  // another format: as if never fired
+      {"garbage", "%Y-%m-%d", false, "2026-11-21"},
+  };
+  const auto run = [&](const std::string& format, const std::string& now) {
+    return Kestrel({"run", "jobs", "--now", now, "--date-format", format});
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.state + " read as " + c.format);
+    WriteJob("DoPreview=0\nIntervalType=1\nIntervalTimeType=0\nIntervalTime=08:00:00\nIntState=" + c.state + "\n",
+             "d");
+    const RunResult r = run(c.format, "2026-11-22 10:00:00");
+    EXPECT_EQ(r.exitCode, 0) << r.out << r.err;
+    EXPECT_EQ(r.err.find("Type mismatch"), std::string::npos) << r.err;
+    EXPECT_EQ(r.out.find("d: Starte Auftrag") != std::string::npos, c.firesNow) << r.out;
+    EXPECT_NE(Get(jobs() / "d.kjb").find("IntState=" + c.stateAfter + "\n"), std::string::npos);
+    EXPECT_TRUE(c.firesNow || run(c.format, "2026-11-22 10:05:00").out.find("d: Starte Auftrag") != std::string::npos);
   }
 }
 

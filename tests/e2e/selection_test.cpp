@@ -36,43 +36,40 @@ TEST_F(Selection, WalkLinesComeBeforeTheCheckLine) {
 }
 
 // Which steps speak (16: search, 17: check, 18: the action's head, 7: no files, 6: done) and
-// what is copied.
+// what is copied. --regex hands a folder expression over as it is: "^sub", tested against the
+// whole path, then names no folder and excludes nothing; without it "^" stands for the start of
+// a folder's name.
 TEST_F(Selection, OnlyTheSelectedFilesReachTheAction) {
-  const std::string check = "a: Überprüfe Dateien ...", none = "a: Keine Dateien gefunden";
+  const std::string check = "a: Überprüfe Dateien ...", none = "a: Keine Dateien gefunden",
+                    regex = "Action=0\nSubFolder=1\nFStruct=1\nDoFolderMatch=1\nUseFolderRegEx=1\nFolderMatch=^sub\n";
+  const Tree outsideSub{{"a.txt", "x"}, {"b.log", "x"}, {".hid/e.txt", "x"}, {"skip/f.txt", "x"}};
+  Tree all = outsideSub;
+  all.insert({{"sub/c.txt", "x"}, {"sub/deeper/d.txt", "x"}});
   const struct {
     std::string keys;
     std::map<int, Lines> texts;
     Tree dst;
+    Lines options = {};
   } cases[] = {
       {"Action=6\nSubFolder=0\n", {{16, {"Suche Dateien ..."}}, {17, {check}}}, {}},
       {"Action=0\nSubFolder=1\nExtOpt=2\nExt=doc, *.pdf\n", {{17, {check}}, {18, {}}, {7, {none}}, {6, {}}}, {}},
       {"Action=0\nSubFolder=1\nDoFileMatch=2\nFileName=zz*\n", {{17, {}}, {7, {none}}}, {}},
       {"Action=0\nSubFolder=1\nFStruct=1\nNoHidenFolderScan=1\nDoFolderMatch=1\nFolderMatch=skip\nExtOpt=2\nExt=TXT\n",
        {{18, {"a: Kopiere Dateien ..."}}}, {{"a.txt", "x"}, {"sub/c.txt", "x"}, {"sub/deeper/d.txt", "x"}}},
+      {regex, {}, outsideSub},
+      {regex, {}, all, {"--regex"}},
   };
   for (const auto& c : cases) {
-    SCOPED_TRACE(c.keys);
+    SCOPED_TRACE(c.keys + ::testing::PrintToString(c.options));
     fs::remove_all(dst());
     fs::create_directories(dst());
     WriteJob(kDue + c.keys);
-    const RunResult r = RunJobs();
+    const RunResult r = RunJobs(c.options);
     EXPECT_EQ(r.exitCode, 0);
     std::map<int, Lines> texts;
     for (const auto& e : LogEvents(r.out)) texts[e["MsgID"]].push_back(e["LogMsg"]);
     for (const auto& [id, lines] : c.texts) EXPECT_EQ(texts[id], lines) << id;
     EXPECT_EQ(Files(dst()), c.dst);
-  }
-}
-
-// --regex hands a folder expression over as it is: "^sub", tested against the whole path, then
-// names no folder and excludes nothing; without it "^" stands for the start of a folder's name.
-TEST_F(Selection, TheRegexSwitchTakesAFolderExpressionAsItIs) {
-  WriteJob(kDue + std::string("Action=0\nSubFolder=1\nFStruct=1\nDoFolderMatch=1\nUseFolderRegEx=1\n"
-                              "FolderMatch=^sub\n"));
-  for (const bool regex : {false, true}) {
-    fs::remove_all(dst()), fs::create_directories(dst());
-    EXPECT_EQ(RunJobs(regex ? Lines{"--regex"} : Lines{}).exitCode, 0);
-    EXPECT_TRUE(Files(dst()).contains("sub/c.txt") == regex && Files(dst()).contains("skip/f.txt")) << regex;
   }
 }
 

@@ -254,7 +254,8 @@ const std::tuple<FaultOp, const char*, std::vector<int>> kKinds[] = {
     {FaultOp::Trash, "trash", {EIO}}, {FaultOp::List, "list", {EACCES, EIO}}};
 
 // With workers, which call is the n-th differs from run to run (a worker may make it): n runs
-// over the calls of the clean run as with one, and the invariants must hold for each.
+// over the calls of the clean run as with one, and the invariants must hold for each. (That a
+// clean run with workers leaves what one with one worker leaves: e2e parallel_test.)
 class FaultInjection : public ::testing::TestWithParam<std::tuple<Scenario, int>> {};
 
 TEST_P(FaultInjection, EveryFaultLeavesCompleteFilesAndIsReported) {
@@ -262,9 +263,6 @@ TEST_P(FaultInjection, EveryFaultLeavesCompleteFilesAndIsReported) {
   const RunResult base = RunScenario(s, FaultOp::Count, 0, 0, jobs);
   ASSERT_TRUE(base.ok()) << s.name << " clean run:\n" << base.Describe();
   ASSERT_TRUE(base.after != base.before) << s.name << ": the clean run must change the trees";
-  if (jobs > 1) {
-    ASSERT_EQ(base.after, RunScenario(s, FaultOp::Count, 0, 0).after) << s.name << ": workers change the result";
-  }
   int injected = 0;
   std::string problems;
   for (const auto& [op, opName, errors] : kKinds) {

@@ -99,10 +99,7 @@ struct RunResult {
 // made to fail with err. jobs: the run's workers (copies and archive entries made ahead); 1
 // starts none.
 RunResult RunScenario(const Scenario& s, FaultOp op, int n, int err, int jobs = 1) {
-  const TempDir dir = [] {
-    const ScopedEnv shm("TMPDIR", ::access("/dev/shm", W_OK) == 0 ? "/dev/shm" : fs::temp_directory_path().string());
-    return TempDir();
-  }();
+  const TempDir dir("faults", ::access("/dev/shm", W_OK) == 0 ? "/dev/shm" : fs::temp_directory_path());
   const std::string root = dir.str();
   for (const char* top : {"/src", "/dst"}) fs::create_directories(root + top);
   for (const auto& [rel, data] : s.files) WriteFile(root + "/" + rel, data);

@@ -221,22 +221,9 @@ TEST_F(Actions, RenamingVariants) {
     EXPECT_TRUE(c.picker == 3 ? std::regex_match(name, std::regex(c.expected)) : name == c.expected) << name;
     EXPECT_TRUE(c.picker != 3 || name != GetValidPathName(svc, j, c.source, false)) << name << " came again";
   }
-  // With the folder structure the new name stays in the sub-folder, unless for an archive.
-  Fresh().Exist = 2;
-  j.PickRenamer = j.FStruct = 1;
-  Source("x/a.txt", "a");
-  Dest("x/a.txt", "taken");
-  std::filesystem::remove(Dst("a.txt"));
-  EXPECT_EQ(GetValidPathName(svc, j, Src("x/a.txt"), false), Dst("x/a_1.txt"));
-  EXPECT_EQ(GetValidPathName(svc, j, Src("x/a.txt"), true), Dst("a.txt"));
-}
-
-// The stamp, as the renaming writes it with the short date format's separators replaced; a
-// taken stamp counts on.
-TEST_F(Actions, DateStampRenaming) {
-  j.Exist = j.PickRenamer = 2;
-  Source("a.txt", "a");
-  Dest("a.txt", "taken");
+  // Picker 2: the stamp, as the renaming writes it with the short date format's separators
+  // replaced; a taken stamp counts on.
+  j.PickRenamer = 2;
   svc.host.clock = Clock::FixedAt(1'794'760'205);
   const std::tm tm = datetext::Local(svc.host.clock.Now());
   const auto stamp = [&](const char* date) {
@@ -251,6 +238,14 @@ TEST_F(Actions, DateStampRenaming) {
     svc.host.shortDateFormat = format;
     EXPECT_EQ(GetValidPathName(svc, j, Src("a.txt"), false), stamp(date));
   }
+  // With the folder structure the new name stays in the sub-folder, unless for an archive.
+  Fresh().Exist = 2;
+  j.PickRenamer = j.FStruct = 1;
+  Source("x/a.txt", "a");
+  Dest("x/a.txt", "taken");
+  std::filesystem::remove(Dst("a.txt"));
+  EXPECT_EQ(GetValidPathName(svc, j, Src("x/a.txt"), false), Dst("x/a_1.txt"));
+  EXPECT_EQ(GetValidPathName(svc, j, Src("x/a.txt"), true), Dst("a.txt"));
 }
 
 // Deleting one file: each caller reads its own recycle-bin and folder switches.

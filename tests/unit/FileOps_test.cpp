@@ -22,14 +22,16 @@
 namespace orvKestrel::testing {
 namespace {
 
-int ErrorOf(const std::function<void()>& f) {
+// The error that f throws as "number call path: description"; "" when it throws none.
+std::string ErrorText(const std::function<void()>& f) {
   try {
     f();
   } catch (const KestrelError& e) {
-    return e.Number();
+    return std::to_string(e.Number()) + " " + e.Call() + " " + e.Path() + ": " + e.Description();
   }
-  return 0;
+  return "";
 }
+int ErrorOf(const std::function<void()>& f) { return std::atoi(ErrorText(f).c_str()); }
 
 class FileOpsTest : public Rig {
  protected:
@@ -214,14 +216,8 @@ TEST_F(FileOpsTest, ErrorsNameTheCallAndThePath) {
        }, EIO, "unlink " + a, ""},
   };
   for (const auto& [op, number, callAndPath, description] : cases) {
-    std::string got = "no error";
-    try {
-      op();
-    } catch (const KestrelError& e) {
-      got = std::to_string(e.Number()) + " " + e.Call() + " " + e.Path() + ": " + e.Description();
-    }
     const std::string text = description.empty() ? std::strerror(number) : description;
-    EXPECT_EQ(got, std::to_string(number) + " " + callAndPath + ": " + text);
+    EXPECT_EQ(ErrorText(op), std::to_string(number) + " " + callAndPath + ": " + text);
   }
   EXPECT_TRUE(Exists(a));
 }

@@ -99,10 +99,7 @@ struct RunResult {
 // made to fail with err. jobs: the run's workers (copies and archive entries made ahead); 1
 // starts none.
 RunResult RunScenario(const Scenario& s, FaultOp op, int n, int err, int jobs = 1) {
-  const TempDir dir = [] {
-    const ScopedEnv shm("TMPDIR", ::access("/dev/shm", W_OK) == 0 ? "/dev/shm" : fs::temp_directory_path().string());
-    return TempDir();
-  }();
+  const TempDir dir("faults", ::access("/dev/shm", W_OK) == 0 ? "/dev/shm" : fs::temp_directory_path());
   const std::string root = dir.str();
   for (const char* top : {"/src", "/dst"}) fs::create_directories(root + top);
   for (const auto& [rel, data] : s.files) WriteFile(root + "/" + rel, data);
@@ -254,7 +251,8 @@ const std::tuple<FaultOp, const char*, std::vector<int>> kKinds[] = {
     {FaultOp::Trash, "trash", {EIO}}, {FaultOp::List, "list", {EACCES, EIO}}};
 
 // With workers, which call is the n-th differs from run to run (a worker may make it): n runs
-// over the calls of the clean run as with one, and the invariants must hold for each.
+// over the calls of the clean run as with one, and the invariants must hold for each. (That a
+// clean run with workers leaves what one with one worker leaves: e2e parallel_test.)
 class FaultInjection : public ::testing::TestWithParam<std::tuple<Scenario, int>> {};
 
 TEST_P(FaultInjection, EveryFaultLeavesCompleteFilesAndIsReported) {
@@ -262,9 +260,6 @@ TEST_P(FaultInjection, EveryFaultLeavesCompleteFilesAndIsReported) {
   const RunResult base = RunScenario(s, FaultOp::Count, 0, 0, jobs);
   ASSERT_TRUE(base.ok()) << s.name << " clean run:\n" << base.Describe();
   ASSERT_TRUE(base.after != base.before) << s.name << ": the clean run must change the trees";
-  if (jobs > 1) {
-    ASSERT_EQ(base.after, RunScenario(s, FaultOp::Count, 0, 0).after) << s.name << ": workers change the result";
-  }
   int injected = 0;
   std::string problems;
   for (const auto& [op, opName, errors] : kKinds) {

@@ -37,22 +37,16 @@ inline ToolResult RunTool(const std::string& command) {
 
 inline bool HaveTool(const std::string& name) { return RunTool("command -v " + name).status == 0; }
 
-// Runs a python3 script (written to a file beside the data) and returns its result.
-inline ToolResult Python(const TempDir& dir, const std::string& script) {
-  const std::string path = dir / "script.py";
-  WriteFile(path, script);
-  const bool system = std::filesystem::exists("/usr/bin/python3");
-  return RunTool((system ? "/usr/bin/python3 -I " : "python3 ") + Quote(path));
-}
-
 // "name|size|method|seconds since the epoch of the local time stored" per entry, in archive
 // order, read by python's zipfile (folders with their trailing "/"); a last line tells when
-// python failed.
+// python failed. The script is written to a file beside the data.
 inline std::vector<std::string> PyEntries(const TempDir& dir, const std::string& archive) {
-  const ToolResult r = Python(dir, "import time, zipfile\n"
-                                   "for i in zipfile.ZipFile(" + Quote(archive) + ").infolist():\n"
-                                   "  print('%s|%d|%d|%d' % (i.filename, i.file_size, i.compress_type,"
-                                   " time.mktime(i.date_time + (0, 0, -1))))\n");
+  WriteFile(dir / "script.py", "import time, zipfile\n"
+                               "for i in zipfile.ZipFile(" + Quote(archive) + ").infolist():\n"
+                               "  print('%s|%d|%d|%d' % (i.filename, i.file_size, i.compress_type,"
+                               " time.mktime(i.date_time + (0, 0, -1))))\n");
+  const bool system = std::filesystem::exists("/usr/bin/python3");
+  const ToolResult r = RunTool((system ? "/usr/bin/python3 -I " : "python3 ") + Quote(dir / "script.py"));
   std::vector<std::string> out;
   std::istringstream lines(r.output);
   for (std::string line; std::getline(lines, line);) out.push_back(line);
@@ -64,17 +58,6 @@ inline std::vector<std::string> PyEntries(const TempDir& dir, const std::string&
 inline void EmptyFolder(const std::string& folder) {
   std::filesystem::remove_all(folder);
   std::filesystem::create_directories(folder);
-}
-
-// Files left anywhere below folder whose name marks them as temporary.
-inline std::vector<std::string> TempLeftovers(const std::string& folder) {
-  std::vector<std::string> out;
-  for (const auto& e : std::filesystem::recursive_directory_iterator(folder)) {
-    const std::string name = e.path().filename().string();
-    const bool temporary = name.find(".kestrel-") != std::string::npos || name.find(".zip.") != std::string::npos;
-    if (temporary) out.push_back(e.path().string());
-  }
-  return out;
 }
 
 // The entries of an archive with their contents ("<damaged>" where one does not read), read

@@ -40,7 +40,9 @@ bool OrderedPool::Wait(std::size_t index, bool begunOnly) {
     ++next_;
     return false;
   }
+  awaited_ = index;
   done_.wait(lock, [&] { return Find(index)->state == State::Done; });
+  awaited_ = kNone;
   return true;
 }
 
@@ -80,7 +82,9 @@ void OrderedPool::Work(unsigned worker) {
     task = nullptr;  // what it holds goes outside the lock
     lock.lock();
     if (Entry* done = Find(index)) done->state = State::Done;
-    done_.notify_all();
+    // Only the task the consumer waits for wakes it: a wake-up per task finished would cost a
+    // switch of threads per file once the consumer keeps up with the workers.
+    if (index == awaited_) done_.notify_all();
   }
 }
 

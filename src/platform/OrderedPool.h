@@ -57,6 +57,8 @@ class OrderedPool {
   std::deque<Entry> entries_;  // tasks base_ onwards
   std::size_t base_ = 0, next_ = 0;  // next_: the next task to begin
   std::size_t reached_ = 0;          // the task the consumer has in hand
+  static constexpr std::size_t kNone = static_cast<std::size_t>(-1);
+  std::size_t awaited_ = kNone;      // the task the consumer waits for, if any
   std::atomic<bool> stopping_{false};
   std::vector<std::jthread> threads_;  // last: joined before the rest goes
 };

@@ -26,7 +26,7 @@ void Lookahead::Seed(std::size_t index, FileSystem& fs) {
   std::optional<LookedUp> looked = ahead_->Looked(index);
   if (!looked) return;
   fs.Seed(looked->changes, std::move(looked->dest));
-  fs.Seed(looked->changes, std::move(looked->source));
+  if (looked->source) fs.Seed(looked->changes, std::move(*looked->source));
 }
 
 std::optional<PreparedCopy> Lookahead::Take(std::size_t index) {
@@ -45,6 +45,9 @@ CopyOrder Lookahead::OrderFor(const std::string& source) const {
   order.whenMissing = job_.Exist == 2 || job_.OnlyCompare == 0;
   order.whenExists = job_.Exist == 2 || job_.Exist == 3;
   order.move = kind_ == Kind::Move;
+  // Its length and identity the run looks up itself (one look, as the copy is named): a look
+  // more per file for the workers, who are the slower side once copies are made ahead.
+  order.lookSource = job_.Exist == 4 || SetsFileTimes(job_);
   return order;
 }
 

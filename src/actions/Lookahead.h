@@ -1,7 +1,7 @@
 // The files ahead of the one in hand, handed to the workers that copy them in advance (--jobs):
 // what the run expects to do with each, guessed from the job alone. The workers look up each
-// file's destination and source on the way; the run takes those statuses instead of asking
-// again while they are current (StatusCache), so the run's thread mostly only names files.
+// file's destination (and source, where the run asks for more than its length) on the way; the
+// run takes those statuses instead of asking again while they are current (StatusCache).
 #pragma once
 
 #include "actions/Transfer.h"

@@ -80,13 +80,22 @@ PathStatus FolderStatuses::Of(const std::string& path, std::uint64_t folderChang
   if (slash == std::string::npos || slash == 0) return StatusOf(path);
   const std::string_view folder(path.data(), slash), name(path.data() + slash + 1);
   if (name.empty() || name == "." || name == "..") return StatusOf(path);
-  if (folder != folder_) {
+  // A folder opened before such a change of the run may no longer be the one its path names,
+  // and one that was missing may have been made since. It is opened at its second look-up
+  // with no change between: a run that changes folders at every file (moves, say) pays no
+  // opening per file.
+  if (folder != folder_ || folderChanges != folderChanges_) {
     folder_ = folder;
     folderChanges_ = folderChanges;
-    fd_ = UniqueFd(::open(folder_.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC));
+    fd_ = UniqueFd();
+    opened_ = false;
+    return StatusOf(path);
   }
-  // A folder opened before such a change of the run may no longer be the one its path names.
-  if (fd_.get() < 0 || folderChanges != folderChanges_) return StatusOf(path);
+  if (!opened_) {
+    fd_ = UniqueFd(::open(folder_.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC));
+    opened_ = true;
+  }
+  if (fd_.get() < 0) return StatusOf(path);
   return StatusAt(fd_.get(), path.c_str() + slash + 1, path);
 }
 
@@ -98,7 +107,7 @@ LookedUp CopyAhead::LookUp(const CopyOrder& order, FolderStatuses& dests,
   looked.changes = run_ ? run_->Changes() : 0;
   const std::uint64_t folderChanges = run_ ? run_->FolderChanges() : 0;
   looked.dest = dests.Of(order.dest, folderChanges);
-  looked.source = sources.Of(order.source, folderChanges);
+  if (order.lookSource || order.move) looked.source = sources.Of(order.source, folderChanges);
   return looked;
 }
 
@@ -107,7 +116,7 @@ std::optional<PreparedCopy> CopyAhead::Prepare(std::size_t index, const CopyOrde
   const int anchor = Anchor();
   if (anchor < 0) return std::nullopt;
   // A move within one file system is a rename: nothing to copy.
-  if (order.move && (looked.source.err != 0 || looked.source.id.device == anchorDevice_)) {
+  if (order.move && (looked.source->err != 0 || looked.source->id.device == anchorDevice_)) {
     return std::nullopt;
   }
   return PrepareCopy(faults_, order.source, anchor, anchorPath_, order.move, [&](std::uint64_t n) {

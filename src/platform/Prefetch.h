@@ -54,7 +54,8 @@ class FolderStatuses {
 
  private:
   std::string folder_;
-  std::uint64_t folderChanges_ = 0;  // when the folder was opened
+  std::uint64_t folderChanges_ = 0;  // when the folder was first looked in
+  bool opened_ = false;
   UniqueFd fd_;
 };
 
@@ -65,13 +66,14 @@ struct CopyOrder {
   bool whenMissing = false;  // a copy is expected when dest does not exist
   bool whenExists = false;   // and when it does (a replacing or renaming policy)
   bool move = false;         // only a source on another file system than the anchor is copied
+  bool lookSource = false;   // the run will ask about more of the source than its length
 };
 
 // The statuses a worker looked up for one file, and the run's change count before it did.
 struct LookedUp {
   std::uint64_t changes = 0;
   PathStatus dest;
-  PathStatus source;
+  std::optional<PathStatus> source;
 };
 
 class CopyAhead {

@@ -8,27 +8,17 @@ namespace orvKestrel {
 namespace {
 
 constexpr auto kFresh = std::chrono::seconds(1);
-// Names remembered: many times what the workers look up ahead of the run.
-constexpr std::size_t kNamesKept = 1024;
+// Names remembered at most; then they are forgotten, and older look-ups with them.
+constexpr std::size_t kNamesKept = 4096;
 
-char Lower(char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c; }
-
-// Whether name is one of path's parts. Capitals and small letters of ASCII count as the same:
-// some file systems that otherwise compare names by their bytes fold those.
-bool HasPart(std::string_view path, std::string_view name) {
-  const auto same = [&](std::string_view part) {
-    if (part.size() != name.size()) return false;
-    for (std::size_t i = 0; i < part.size(); ++i) {
-      if (Lower(part[i]) != Lower(name[i])) return false;
-    }
-    return true;
-  };
-  for (std::size_t start = 0; start <= path.size();) {
-    const std::size_t end = std::min(path.find('/', start), path.size());
-    if (same(path.substr(start, end - start))) return true;
-    start = end + 1;
+// Capitals and small letters of ASCII count as the same: some file systems that otherwise
+// compare names by their bytes fold those.
+std::string Folded(std::string_view name) {
+  std::string folded(name);
+  for (char& c : folded) {
+    if (c >= 'A' && c <= 'Z') c = static_cast<char>(c - 'A' + 'a');
   }
-  return false;
+  return folded;
 }
 
 }  // namespace
@@ -49,11 +39,18 @@ void StatusCache::Seed(std::uint64_t changes, PathStatus status) {
   known_.push_back(std::move(status));
 }
 
+// A look-up is spoilt by a name given after it that is one of its path's parts.
 bool StatusCache::Current(std::uint64_t changes, const PathStatus& status) const {
   if (changes == Changes()) return true;
   if (status.link || changes < datedFrom_) return false;
-  for (auto it = named_.rbegin(); it != named_.rend() && it->first > changes; ++it) {
-    if (HasPart(status.path, it->second)) return false;
+  const std::string_view path = status.path;
+  for (std::size_t start = 0; start < path.size();) {
+    const std::size_t end = std::min(path.find('/', start), path.size());
+    if (end > start) {
+      const auto named = named_.find(Folded(path.substr(start, end - start)));
+      if (named != named_.end() && named->second > changes) return false;
+    }
+    start = end + 1;
   }
   return true;
 }
@@ -70,10 +67,10 @@ void StatusCache::Changed(bool folders) {
 void StatusCache::Named(std::string_view name) {
   const std::uint64_t count = changes_.fetch_add(1, std::memory_order_acq_rel) + 1;
   if (named_.size() == kNamesKept) {
-    datedFrom_ = named_.front().first;
-    named_.pop_front();
+    named_.clear();
+    datedFrom_ = count;
   }
-  named_.emplace_back(count, name);
+  named_[Folded(name)] = count;
   known_.clear();
   free_.reset();
 }

@@ -16,10 +16,10 @@
 #include <atomic>
 #include <chrono>
 #include <cstdint>
-#include <deque>
 #include <optional>
 #include <string>
 #include <string_view>
+#include <unordered_map>
 #include <utility>
 #include <vector>
 
@@ -110,9 +110,9 @@ class StatusCache {
   PathStatus last_;                // the look-up outside a scope
   std::atomic<std::uint64_t> changes_{0};
   std::atomic<std::uint64_t> folderChanges_{0};
-  // The names given since the last other change, with the change count each made, oldest
-  // first; a look-up dated before datedFrom_ is not current.
-  std::deque<std::pair<std::uint64_t, std::string>> named_;
+  // The names given since the last other change (folded), with the change count each last
+  // made; a look-up dated before datedFrom_ is not current.
+  std::unordered_map<std::string, std::uint64_t> named_;
   std::uint64_t datedFrom_ = 0;
   std::optional<FreeFigure> free_;
   std::optional<SeenFolder> folder_;

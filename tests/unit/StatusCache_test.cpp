@@ -36,8 +36,9 @@ TEST(StatusCache, ALookStaysCurrentOnlyAcrossNamesThatCannotHaveChangedIt) {
   { const StatusCache::Change change(cache); }
   EXPECT_FALSE(cache.Current(first, Look("/d/a.txt")));
   const std::uint64_t second = cache.Changes();
-  for (int i = 0; i < 1000; ++i) {
-    const StatusCache::Change naming(cache, std::string_view("b.txt"));
+  for (int i = 0; i < 5000; ++i) {
+    const std::string name = "n" + std::to_string(i);
+    const StatusCache::Change naming(cache, std::string_view(name));
   }
   EXPECT_FALSE(cache.Current(second, Look("/d/a.txt")));
   EXPECT_FALSE(cache.FolderChanges() == 0) << "what may change a folder is counted apart";

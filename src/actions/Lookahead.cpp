@@ -23,15 +23,25 @@ void Lookahead::Reach(std::size_t index) {
 
 void Lookahead::Seed(std::size_t index, FileSystem& fs) {
   if (!ahead_) return;
+  // Waits for a copy a worker is making: the run would wait for it when it copies the file.
+  index_ = index;
+  taken_.reset();
+  if (auto made = ahead_->Take(index)) taken_.emplace(std::move(*made));
   std::optional<LookedUp> looked = ahead_->Looked(index);
-  if (!looked) return;
-  fs.Seed(looked->changes, std::move(looked->dest));
-  if (looked->source) fs.Seed(looked->changes, std::move(*looked->source));
+  if (looked) {
+    fs.Seed(looked->changes, std::move(looked->dest));
+    if (looked->source) fs.Seed(looked->changes, std::move(*looked->source));
+  }
+  // A path that could be opened names that file until this run changes it otherwise than by
+  // giving a free name (see StatusCache), whether it ends in a link or not.
+  if (taken_) fs.Seed(taken_->OpenedAt(), taken_->Opened());
 }
 
 std::optional<PreparedCopy> Lookahead::Take(std::size_t index) {
-  if (!ahead_) return std::nullopt;
-  return ahead_->Take(index);
+  std::optional<PreparedCopy> copy;
+  if (taken_ && index == index_) copy.emplace(std::move(*taken_));
+  taken_.reset();
+  return copy;
 }
 
 // A new destination is copied unless only existing files count; an existing one is replaced

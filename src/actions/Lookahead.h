@@ -19,9 +19,10 @@ class Lookahead {
   // Called for each file in list order before it is handled: the files up to the look-ahead
   // beyond it go to the workers, a batch at a time.
   void Reach(std::size_t index);
-  // Gives fs, inside its status scope, what the workers looked up for file index.
+  // Gives fs, inside its status scope, what the workers looked up for file index, and takes
+  // the copy made for it, if any; the files before it are dropped.
   void Seed(std::size_t index, FileSystem& fs);
-  // The copy made for file index, when there is one; the files before it are dropped.
+  // That copy, once.
   std::optional<PreparedCopy> Take(std::size_t index);
 
  private:
@@ -32,6 +33,8 @@ class Lookahead {
   const FileList& list_;
   Kind kind_;
   std::unique_ptr<CopyAhead> ahead_;
+  std::size_t index_ = 0;  // the file Seed was last called for
+  std::optional<PreparedCopy> taken_;  // its copy
 };
 
 }  // namespace orvKestrel::actions

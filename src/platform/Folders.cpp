@@ -89,13 +89,19 @@ PathStatus StatusAt(int folder, const char* name, std::string path) {
     s.err = errno;
     return s;
   }
-  if (S_ISLNK(sx.stx_mode)) {
-    s.link = true;
-    if (::statx(folder, name, 0, kMask, &sx) != 0) {
-      s.err = errno;
-      return s;
-    }
+  if (!S_ISLNK(sx.stx_mode)) return StatusFrom(std::move(s.path), sx);
+  s.link = true;
+  if (::statx(folder, name, 0, kMask, &sx) != 0) {
+    s.err = errno;
+    return s;
   }
+  s = StatusFrom(std::move(s.path), sx);
+  s.link = true;
+  return s;
+}
+
+PathStatus StatusFrom(std::string path, const struct statx& sx) {
+  PathStatus s{std::move(path), 0, {}, {}, false};
   s.stat.isDir = S_ISDIR(sx.stx_mode);
   s.stat.isFile = S_ISREG(sx.stx_mode);
   s.stat.size = sx.stx_size;

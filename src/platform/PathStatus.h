@@ -5,6 +5,8 @@
 #include <ctime>
 #include <string>
 
+struct statx;
+
 namespace orvKestrel {
 
 // Whole seconds since the epoch.
@@ -45,5 +47,7 @@ struct PathStatus {
 PathStatus StatusOf(const std::string& path);
 // The same for name in an open folder; path is what the status is reported for.
 PathStatus StatusAt(int folder, const char* name, std::string path);
+// What a statx of path found (links followed).
+PathStatus StatusFrom(std::string path, const struct statx& found);
 
 }  // namespace orvKestrel

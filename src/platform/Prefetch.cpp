@@ -47,9 +47,8 @@ std::shared_ptr<CopyAhead::Slot> CopyAhead::Drop(std::size_t index) {
 std::optional<PreparedCopy> CopyAhead::Take(std::size_t index) {
   const bool begun = pool_.Wait(index, true);
   const std::shared_ptr<Slot> slot = Drop(index);
-  Drop(index + 1);  // taken
   if (!slot || !begun) return std::nullopt;
-  return std::move(slot->copy);
+  return std::exchange(slot->copy, std::nullopt);
 }
 
 std::optional<LookedUp> CopyAhead::Looked(std::size_t index) {
@@ -69,7 +68,10 @@ void CopyAhead::Work(std::size_t index, unsigned worker, Slot& slot) {
   const bool exists = slot.looked->dest.err == 0;
   if (!(exists ? slot.order.whenExists : slot.order.whenMissing)) return;
   try {
-    if (auto made = Prepare(index, slot.order, *slot.looked)) slot.copy.emplace(std::move(*made));
+    if (auto made = Prepare(index, slot.order, *slot.looked)) {
+      made->DateOpened(slot.looked->changes);
+      slot.copy.emplace(std::move(*made));
+    }
   } catch (...) {
   }
 }

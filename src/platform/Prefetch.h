@@ -26,16 +26,23 @@ namespace orvKestrel {
 // times of the source as it was read.
 class PreparedCopy {
  public:
-  PreparedCopy(NewFile file, const FileIdentity& read, const FileKey& written)
-      : file_(std::move(file)), read_(read), written_(written) {}
+  PreparedCopy(NewFile file, const FileIdentity& read, const FileKey& written, PathStatus opened)
+      : file_(std::move(file)), read_(read), written_(written), opened_(std::move(opened)) {}
   NewFile& File() { return file_; }
   const FileIdentity& Read() const { return read_; }  // the source as it was read
   const FileKey& Written() const { return written_; }  // the new file, looked up by the worker
+  // The source's path as its opening found it (opening resolves the path as a look-up does),
+  // and the run's change count read before: the run's look-up of the source, done ahead.
+  const PathStatus& Opened() const { return opened_; }
+  std::uint64_t OpenedAt() const { return openedAt_; }
+  void DateOpened(std::uint64_t changes) { openedAt_ = changes; }
 
  private:
   NewFile file_;
   FileIdentity read_;
   FileKey written_;
+  PathStatus opened_;
+  std::uint64_t openedAt_ = 0;
 };
 
 // The copy of source as an unnamed file in the folder anchor (Transfers.cpp); nothing when
@@ -96,8 +103,8 @@ class CopyAhead {
   // dropped: indexes are asked in increasing order.
   std::optional<PreparedCopy> Take(std::size_t index);
   // What a worker looked up for file index; nothing when no worker is through with that yet
-  // (the caller looks itself: cheaper than waiting). The files before index are dropped, as
-  // by Take.
+  // (the caller looks itself: cheaper than waiting). Also after Take(index). The files before
+  // index are dropped, as by Take.
   std::optional<LookedUp> Looked(std::size_t index);
 
  private:

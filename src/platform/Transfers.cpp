@@ -122,7 +122,7 @@ void CopyUserXattrs(int in, int out) {
 
 struct OpenSource {
   UniqueFd fd;
-  struct stat st {};
+  struct statx sx {};  // as opened: what a look-up of its path would have found then
   const std::string& path;  // the caller's, which outlives it
 };
 
@@ -130,14 +130,20 @@ OpenSource OpenRegular(FaultPoints* faults, const std::string& source) {
   Gate(faults, FaultOp::Open, "open", source);
   OpenSource src{UniqueFd(::open(source.c_str(), O_RDONLY | O_CLOEXEC)), {}, source};
   if (src.fd.get() < 0) ThrowSys(errno, "open", source);
-  if (::fstat(src.fd.get(), &src.st) != 0) ThrowSys(errno, "fstat", source);
-  if (S_ISDIR(src.st.st_mode)) ThrowSys(EISDIR, "fstat", source);
-  if (!S_ISREG(src.st.st_mode)) ThrowSys(EINVAL, "fstat", source);
+  if (::statx(src.fd.get(), "", AT_EMPTY_PATH, STATX_BASIC_STATS | STATX_BTIME, &src.sx) != 0) {
+    ThrowSys(errno, "statx", source);
+  }
+  if (S_ISDIR(src.sx.stx_mode)) ThrowSys(EISDIR, "statx", source);
+  if (!S_ISREG(src.sx.stx_mode)) ThrowSys(EINVAL, "statx", source);
   return src;
 }
 
 std::int64_t Nanoseconds(const struct timespec& t) {
   return static_cast<std::int64_t>(t.tv_sec) * 1'000'000'000 + t.tv_nsec;
+}
+
+struct timespec Timespec(const struct statx_timestamp& t) {
+  return {static_cast<std::time_t>(t.tv_sec), static_cast<long>(t.tv_nsec)};
 }
 
 // A file written to while it was read gives a copy of no state it ever had: such a copy is
@@ -146,8 +152,9 @@ std::int64_t Nanoseconds(const struct timespec& t) {
 FileIdentity RefuseChangedSource(const OpenSource& src) {
   struct stat now {};
   if (::fstat(src.fd.get(), &now) != 0) ThrowSys(errno, "fstat", src.path);
-  if (now.st_size != src.st.st_size || now.st_mtim.tv_sec != src.st.st_mtim.tv_sec ||
-      now.st_mtim.tv_nsec != src.st.st_mtim.tv_nsec) {
+  if (static_cast<std::uint64_t>(now.st_size) != src.sx.stx_size ||
+      now.st_mtim.tv_sec != src.sx.stx_mtime.tv_sec ||
+      static_cast<std::uint32_t>(now.st_mtim.tv_nsec) != src.sx.stx_mtime.tv_nsec) {
     throw KestrelError(EAGAIN, "The file changed while it was copied", "fstat", src.path);
   }
   return IdentityOf(now);
@@ -168,29 +175,35 @@ void UnlinkVerified(const std::string& path, const FileIdentity& was) {
 
 // Fills a new file from an open source: contents, user attributes, permission bits and the
 // access and write times, flushed. With keepOwner the owner is kept where the process may set
-// it. Returns the source as it was read.
-FileIdentity FillCopy(FaultPoints* faults, const OpenSource& src, NewFile& tmp, bool keepOwner) {
-  CopyContents(faults, src.fd.get(), src.path, tmp, static_cast<std::uint64_t>(src.st.st_size));
+// it. Returns the source as it was read and the new file. The permission bits are set only
+// where the file was not made with them (a file made without a name can be: no one can open it
+// while it is written).
+CopiedFile FillCopy(FaultPoints* faults, const OpenSource& src, NewFile& tmp, bool keepOwner) {
+  CopyContents(faults, src.fd.get(), src.path, tmp, src.sx.stx_size);
   const FileIdentity read = RefuseChangedSource(src);
   CopyUserXattrs(src.fd.get(), tmp.fd());
-  if (keepOwner && ::fchown(tmp.fd(), src.st.st_uid, src.st.st_gid) != 0 && errno != EPERM) {
+  if (keepOwner && ::fchown(tmp.fd(), src.sx.stx_uid, src.sx.stx_gid) != 0 && errno != EPERM) {
     ThrowSys(errno, "fchown", tmp.Shown());
   }
-  if (::fchmod(tmp.fd(), src.st.st_mode & 07777) != 0) ThrowSys(errno, "fchmod", tmp.Shown());
+  struct stat made {};
+  if (::fstat(tmp.fd(), &made) != 0) ThrowSys(errno, "fstat", tmp.Shown());
+  const mode_t mode = src.sx.stx_mode & 07777;
+  if ((made.st_mode & 07777) != mode && ::fchmod(tmp.fd(), mode) != 0) {
+    ThrowSys(errno, "fchmod", tmp.Shown());
+  }
   Gate(faults, FaultOp::SetTimes, "futimens", [&] { return tmp.Shown(); });
-  tmp.SetTimes(src.st.st_atim, src.st.st_mtim);
+  tmp.SetTimes(Timespec(src.sx.stx_atime), Timespec(src.sx.stx_mtime));
   tmp.Flush();
-  return read;
+  return {read, FileKey(IdentityOf(made))};
 }
 
 // Copies an open source to dest through a temporary file, flushed before it gets dest's name.
 CopiedFile CopyThroughTemp(FaultPoints* faults, TempNames& names, const OpenSource& src,
                            const At& dest, bool overwrite, bool keepOwner) {
   NewFile tmp(dest.dir, dest.where, dest.folder, names, faults, 0600, !overwrite);
-  const FileIdentity read = FillCopy(faults, src, tmp, keepOwner);
-  const FileKey written(tmp.Identify());
+  const CopiedFile copied = FillCopy(faults, src, tmp, keepOwner);
   tmp.Place(dest.name, overwrite);
-  return {read, written};
+  return copied;
 }
 
 // Gives a copy made ahead dest's name; nothing when that fails (the caller then copies as without
@@ -411,11 +424,10 @@ std::optional<PreparedCopy> PrepareCopy(FaultPoints* faults, const std::string& 
                                         const std::string& anchorPath, bool keepOwner,
                                         const std::function<bool(std::uint64_t)>& wanted) {
   const OpenSource src = OpenRegular(faults, source);
-  if (!wanted(static_cast<std::uint64_t>(src.st.st_size))) return std::nullopt;
-  NewFile file = NewFile::Unnamed(faults, anchor, anchorPath, ".", 0600);
-  const FileIdentity read = FillCopy(faults, src, file, keepOwner);
-  const FileKey written(file.Identify());
-  return PreparedCopy(std::move(file), read, written);
+  if (!wanted(src.sx.stx_size)) return std::nullopt;
+  NewFile file = NewFile::Unnamed(faults, anchor, anchorPath, ".", src.sx.stx_mode & 07777);
+  const CopiedFile copied = FillCopy(faults, src, file, keepOwner);
+  return PreparedCopy(std::move(file), copied.read, copied.written, StatusFrom(source, src.sx));
 }
 
 }  // namespace orvKestrel

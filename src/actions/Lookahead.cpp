@@ -23,23 +23,26 @@ void Lookahead::Reach(std::size_t index) {
 
 void Lookahead::Seed(std::size_t index, FileSystem& fs) {
   if (!ahead_) return;
-  // Waits for a copy a worker is making: the run would wait for it when it copies the file.
-  index_ = index;
-  taken_.reset();
-  if (auto made = ahead_->Take(index)) taken_.emplace(std::move(*made));
+  taken_.reset();  // an earlier file's copy the run did not name
   std::optional<LookedUp> looked = ahead_->Looked(index);
-  if (looked) {
-    fs.Seed(looked->changes, std::move(looked->dest));
-    if (looked->source) fs.Seed(looked->changes, std::move(*looked->source));
+  if (!looked) return;  // the run looks itself: cheaper than waiting
+  fs.Seed(looked->changes, std::move(looked->dest));
+  if (looked->source) fs.Seed(looked->changes, std::move(*looked->source));
+  if (!looked->copying) return;
+  // Waits for the copy being made: the run would wait for it when it copies the file. A path
+  // that could be opened names that file until this run changes it otherwise than by giving a
+  // free name (see StatusCache), whether it ends in a link or not.
+  index_ = index;
+  if (auto made = ahead_->Take(index)) {
+    fs.Seed(made->OpenedAt(), made->Opened());
+    taken_.emplace(std::move(*made));
   }
-  // A path that could be opened names that file until this run changes it otherwise than by
-  // giving a free name (see StatusCache), whether it ends in a link or not.
-  if (taken_) fs.Seed(taken_->OpenedAt(), taken_->Opened());
 }
 
 std::optional<PreparedCopy> Lookahead::Take(std::size_t index) {
-  std::optional<PreparedCopy> copy;
-  if (taken_ && index == index_) copy.emplace(std::move(*taken_));
+  if (!ahead_) return std::nullopt;
+  if (!taken_ || index != index_) return ahead_->Take(index);
+  std::optional<PreparedCopy> copy(std::move(taken_));
   taken_.reset();
   return copy;
 }

@@ -64,9 +64,10 @@ std::optional<LookedUp> CopyAhead::Looked(std::size_t index) {
 void CopyAhead::Work(std::size_t index, unsigned worker, Slot& slot) {
   Looks& looks = looks_[worker];
   slot.looked = LookUp(slot.order, looks.dests, looks.sources);
-  slot.lookedUp.store(true, std::memory_order_release);
   const bool exists = slot.looked->dest.err == 0;
-  if (!(exists ? slot.order.whenExists : slot.order.whenMissing)) return;
+  slot.looked->copying = exists ? slot.order.whenExists : slot.order.whenMissing;
+  slot.lookedUp.store(true, std::memory_order_release);
+  if (!slot.looked->copying) return;
   try {
     if (auto made = Prepare(index, slot.order, *slot.looked)) {
       made->DateOpened(slot.looked->changes);

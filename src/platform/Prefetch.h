@@ -81,6 +81,7 @@ struct LookedUp {
   std::uint64_t changes = 0;
   PathStatus dest;
   std::optional<PathStatus> source;
+  bool copying = false;  // the worker goes on to copy the file
 };
 
 class CopyAhead {

@@ -55,7 +55,7 @@ std::optional<LookedUp> CopyAhead::Looked(std::size_t index) {
   pool_.Reach(index);
   const std::shared_ptr<Slot> slot = Drop(index);
   if (!slot || !slot->lookedUp.load(std::memory_order_acquire)) return std::nullopt;
-  return slot->looked;
+  return std::exchange(slot->looked, std::nullopt);
 }
 
 // Looks the file up, then makes its copy when one is wanted, once the run is within the window

@@ -103,9 +103,9 @@ class CopyAhead {
   // otherwise, and a file not begun yet is left to the caller. The files before index are
   // dropped: indexes are asked in increasing order.
   std::optional<PreparedCopy> Take(std::size_t index);
-  // What a worker looked up for file index; nothing when no worker is through with that yet
-  // (the caller looks itself: cheaper than waiting). Also after Take(index). The files before
-  // index are dropped, as by Take.
+  // What a worker looked up for file index, once; nothing when no worker is through with that
+  // yet (the caller looks itself: cheaper than waiting). Also after Take(index). The files
+  // before index are dropped, as by Take.
   std::optional<LookedUp> Looked(std::size_t index);
 
  private:

@@ -108,7 +108,7 @@ TEST_F(Check, SaysOfEachJobWhetherItRunsAndWhatIsWrong) {
     SCOPED_TRACE(c.name);
     ASSERT_EQ(got.count(c.name + ".kjb"), 1u) << r.out;
     const auto& o = got.at(c.name + ".kjb");
-    EXPECT_TRUE(o["valid"] == c.valid && o["due"] == c.due) << "want valid " << c.valid << " due " << c.due << o.dump();
+    EXPECT_TRUE(o["valid"] == c.valid && o["due"] == c.due) << "want valid, due " << c.valid << c.due << " " << o;
     // A part of a reason or a problem is looked for in the list as JSON text.
     EXPECT_TRUE(c.why.empty() || o["why"].dump().find(c.why) != std::string::npos || o["next"] == c.why) << o.dump();
     EXPECT_TRUE(c.problem.empty() ? o["problems"].empty()

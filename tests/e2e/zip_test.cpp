@@ -50,7 +50,7 @@ TEST_F(ZipJobs, CompressesTheSelectedFilesIntoTheJobsArchiveAndPreviewsIt) {
 }
 
 // Extraction jobs, one row per case: what is in the source folder, the job's keys, the lines
-// the run must say once each ($S, $D: the folders; "*": any text), the destination afterwards
+// the run must say once each ($S, $D: the folders), the destination afterwards
 // and the files kept in the source folder.
 TEST_F(ZipJobs, Extraction) {
   if (!HaveTool("zip")) GTEST_SKIP() << "zip is not installed";

@@ -50,22 +50,25 @@ TEST_F(ZipJobs, CompressesTheSelectedFilesIntoTheJobsArchiveAndPreviewsIt) {
 }
 
 // Extraction jobs, one row per case: what is in the source folder, the job's keys, the lines
-// the run must say once each ($S, $D: the folders; "*": any text), the destination afterwards
+// the run must say once each ($S, $D: the folders), the destination afterwards
 // and the files kept in the source folder.
 TEST_F(ZipJobs, Extraction) {
   if (!HaveTool("zip")) GTEST_SKIP() << "zip is not installed";
   const std::time_t entryTime = EntryTime();
   const auto zip = [this](const std::string& rel, const std::vector<Entry>& entries) { Archive(S(rel), entries); };
+  // a.zip holds old.txt, which the destination holds already, older or newer than the entry.
   const auto existing = [&](std::time_t t) {
     zip("a.zip", {{"old.txt", "archive"}, {"x.txt", "x"}});
     Put(D("old.txt"), "existing", t);
   };
+  const std::function<void()> older = [&] { existing(entryTime - 100); }, newer = [&] { existing(entryTime + 100); };
+  const auto keptBy = [](const std::string& why) { return "Keine Aktion (" + why + "): $S/a.zip: old.txt nach $D/"; };
   const Tree kept{{"old.txt", "existing"}, {"x.txt", "x"}}, replaced{{"old.txt", "archive"}, {"x.txt", "x"}};
-  const std::string found = "  Zip Dateien gefunden. Starte Dekompression", nothing = "Keine Aktion (",
+  const std::string found = "  Zip Dateien gefunden. Starte Dekompression",
                     damaged = "Zip Datei ist beschädigt oder enthält keine Dateien: $S/cut.zip",
                     cut = std::string("PK\x03\x04 cut short");  // a local header and no more
   const struct {
-    std::string name, keys, option;
+    std::string name, keys;  // DoPreview=1: the run previews
     std::function<void()> setup;
     int exit;  // -1: either
     Lines lines;
@@ -73,13 +76,13 @@ TEST_F(ZipJobs, Extraction) {
     std::set<std::string> srcAfter;
     std::string absent = {};  // no line mentions it
   } cases[] = {
-      {"each archive extracted and counted", "DestZipFolder=1\n", "",
+      {"each archive extracted and counted", "DestZipFolder=1\n",
        [&] { zip("two.zip", {{"a.txt", "A"}, {"d/b.txt", "B"}}); zip("one.zip", {{"c.txt", "C"}}); }, 0,
        {"2" + found + " ...", "2 Dateien wurden dekomprimiert: $S/two.zip nach $D",
         "1 Datei wurde dekomprimiert: $S/one.zip nach $D"},
        {{"a.txt", "A"}, {"d/b.txt", "B"}, {"c.txt", "C"}}, {"one.zip", "two.zip"}},
       // A file that is no archive by content goes silently; damaged and foreign ones are named.
-      {"what is no archive is skipped", "", "",
+      {"what is no archive is skipped", "",
        [&] {
          Plant(src(), {{"fake.zip", "just text"}, {"cut.zip", cut}, {"pk.zip", "PK but no zip"}});
          zip("real.zip", {{"r.txt", "R"}});
@@ -87,41 +90,30 @@ TEST_F(ZipJobs, Extraction) {
        {"4" + found + " ...", "1 Datei wurde dekomprimiert: $S/real.zip nach $D", damaged,
         "Ungültige Zip Datei: $S/pk.zip"},
        {{"r.txt", "R"}}, {"fake.zip", "real.zip", "cut.zip", "pk.zip"}, "fake.zip"},
-      {"a wrong password keeps the archive", "DestZipPwd=wrong\nZipDelDeComp=1\n", "",
+      {"a wrong password keeps the archive", "DestZipPwd=wrong\nZipDelDeComp=1\n",
        [&] { PasswordZip("right"); }, -1, {"Undefinierbarer Fehler (fehlendes Passwort?): $S/pw.zip"}, {}, {"pw.zip"}},
-      {"the right password extracts and deletes", "DestZipPwd=right\nZipDelDeComp=1\n", "",
+      {"the right password extracts and deletes", "DestZipPwd=right\nZipDelDeComp=1\n",
        [&] { PasswordZip("right"); }, 0, {"Zip Datei wurde gelöscht: $S/pw.zip"}, {{"secret.txt", "secret"}}, {}},
       // The walk takes the files of a folder before its sub-folders: cut.zip comes first.
-      {"a status the engine does not know keeps the skip decision before it", "DestZipPwd=wrong\n", "",
+      {"a status the engine does not know keeps the skip decision before it", "DestZipPwd=wrong\n",
        [&] { Put(S("cut.zip"), cut); PasswordZip("right", "sub/"); }, -1, {damaged}, {},
        {"cut.zip", "sub/pw.zip"}, "Undefinierbarer"},
       // An entry that the policy keeps is named, and its archive stays: it holds its only copy.
-      {"policy 0 keeps an existing file", "DestZipExist=0\nZipDelDeComp=1\n", "",
-       [&] { existing(entryTime - 100); }, 0,
-       {nothing + "Datei vorhanden): $S/a.zip: old.txt nach $D/old.txt"}, kept, {"a.zip"}},
-      {"policy 1 replaces it", "DestZipExist=1\n", "", [&] { existing(entryTime + 100); }, 0, {}, replaced, {"a.zip"}},
-      {"policy 2 replaces an older file", "DestZipExist=2\n", "", [&] { existing(entryTime - 100); }, 0, {}, replaced,
-       {"a.zip"}},
-      {"policy 2 keeps a newer file", "DestZipExist=2\nZipDelDeComp=1\n", "", [&] { existing(entryTime + 100); }, 0,
-       {nothing + "Neuere Datei existiert): $S/a.zip: old.txt nach $D/old.txt"}, kept, {"a.zip"}},
-      {"an unknown policy keeps it", "DestZipExist=5\n", "", [&] { existing(entryTime - 100); }, -1, {}, kept,
-       {"a.zip"}},
-      {"filter and flat extraction", "DestZipFilter=*.txt; b?.bin\nDestZipFolder=0\n", "",
+      {"policy 0 keeps it", "DestZipExist=0\nZipDelDeComp=1\n", older, 0, {keptBy("Datei vorhanden")}, kept, {"a.zip"}},
+      {"policy 1 replaces it", "DestZipExist=1\n", newer, 0, {}, replaced, {"a.zip"}},
+      {"policy 2 replaces an older file", "DestZipExist=2\n", older, 0, {}, replaced, {"a.zip"}},
+      {"policy 2 keeps a newer file", "DestZipExist=2\nZipDelDeComp=1\n", newer, 0,
+       {keptBy("Neuere Datei existiert")}, kept, {"a.zip"}},
+      {"an unknown policy keeps it", "DestZipExist=5\n", older, -1, {}, kept, {"a.zip"}},
+      {"filter and flat extraction", "DestZipFilter=*.txt; b?.bin\nDestZipFolder=0\n",
        [&] { zip("a.zip", {{"d/a.txt", "A"}, {"d/b1.bin", "B"}, {"b.bin", "no"}, {"c.TXT", "C"}, {"README", "no"}}); },
        0, {"3 Dateien wurden dekomprimiert: $S/a.zip nach $D"}, {{"a.txt", "A"}, {"b1.bin", "B"}, {"c.TXT", "C"}},
        {"a.zip"}},
-      {"entries leaving the destination are refused, the archive kept", "ZipDelDeComp=1\nDestZipFolder=1\n", "",
-       [&] {
-         zip("slip.zip",
-             {{"../../escape.txt", "x"}, {"/abs.txt", "x"}, {"ok/../../evil2.txt", "x"}, {"ok/fine.txt", "fine"}});
-       }, 1,
-       {"z: Fehler: *../../escape.txt", "z: Fehler: */abs.txt", "z: Fehler: *ok/../../evil2.txt",
-        "1 Datei wurde dekomprimiert: $S/slip.zip nach $D"}, {{"ok/fine.txt", "fine"}}, {"slip.zip"}},
-      {"the folder structure gives each archive its own folder", "FStruct=1\n", "",
+      {"the folder structure gives each archive its own folder", "FStruct=1\n",
        [&] { zip("sub/data.zip", {{"x.txt", "X"}}); }, 0,
        {"1 Datei wurde dekomprimiert: $S/sub/data.zip nach $D/sub/data"}, {{"sub/data/x.txt", "X"}}, {"sub/data.zip"}},
       // (A dry run previews as this does: run_test, with the same check that nothing is written.)
-      {"a preview counts and writes nothing", "DoPreview=1\nZipDelDeComp=1\nFStruct=1\n", "--preview-jobs",
+      {"a preview counts and writes nothing", "DoPreview=1\nZipDelDeComp=1\nFStruct=1\n",
        [&] { zip("a.zip", {{"a.txt", "A"}, {"b.txt", "B"}, {"d/", ""}}); zip("sub/one.zip", {{"c", "C"}}); }, 0,
        {"2" + found + "svorschau ...", "2 Dateien würden dekomprimiert: $S/a.zip nach $D/a",
         "Zip Datei würde bei erfolgreicher Aktion gelöscht  $S/a.zip nach $D/a",
@@ -135,15 +127,12 @@ TEST_F(ZipJobs, Extraction) {
     c.setup();
     const auto before = Files(dst());
     Job(c.keys + "Action=4\nDoPreview=0\n");
-    const RunResult r = RunJobs(c.option.empty() ? Lines{} : Lines{c.option});
+    const RunResult r = RunJobs(c.keys.starts_with("DoPreview=1") ? Lines{"--preview-jobs"} : Lines{});
     EXPECT_TRUE(c.exit < 0 || r.exitCode == c.exit) << r.exitCode << r.out;
-    for (std::string line : c.lines) {
-      for (const auto& [token, path] : {std::pair{"$S", src().string()}, {"$D", dst().string()}}) {
-        for (auto at = line.find(token); at != std::string::npos; at = line.find(token)) line.replace(at, 2, path);
-      }
-      const auto star = line.find('*');
-      EXPECT_EQ(Count(r.logs, line.substr(0, star), {star == std::string::npos ? "" : line.substr(star + 1)}), 1)
-          << line << "\n" << r.out;
+    for (const std::string& row : c.lines) {
+      const std::string line = std::regex_replace(std::regex_replace(row, std::regex("\\$S"), src().string()),
+                                                  std::regex("\\$D"), dst().string());
+      EXPECT_EQ(Count(r.logs, line), 1) << line << "\n" << r.out;
     }
     EXPECT_TRUE(c.absent.empty() || Count(r.logs, "", {c.absent}) == 0) << r.out;
     EXPECT_EQ(Files(dst()), c.dstAfter);
@@ -155,8 +144,6 @@ TEST_F(ZipJobs, Extraction) {
     for (const auto& [rel, data] : Files(src())) kept.insert(rel);
     EXPECT_EQ(kept, c.srcAfter);
   }
-  EXPECT_FALSE(fs::exists(dst() / "../../escape.txt"));
-  EXPECT_FALSE(fs::exists(dir_ / "evil2.txt"));
 }
 
 using ZipSafety = ZipJobs;

@@ -36,7 +36,6 @@ int ErrorOf(const std::function<void()>& f) { return std::atoi(ErrorText(f).c_st
 class FileOpsTest : public Rig {
  protected:
   FileSystem& fs = svc.fs;
-  ScopedEnv xdg{"XDG_DATA_HOME", tmp / "xdg"};  // the home trash inside the test's folder
   std::string trash = tmp / "xdg/Trash";
 };
 

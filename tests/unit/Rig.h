@@ -17,11 +17,6 @@
 #include <gtest/gtest.h>
 #include <sys/xattr.h>
 
-#include <algorithm>
-#include <filesystem>
-#include <string>
-#include <vector>
-
 namespace orvKestrel::testing {
 
 inline constexpr std::time_t kOld = 1'600'000'000;
@@ -74,11 +69,6 @@ class Rig : public ::testing::Test {
   }
   std::string Dest(const std::string& rel, const std::string& data, std::time_t t = 0) {
     return Put(Dst(rel), data, t);
-  }
-  static std::string Put(const std::string& path, const std::string& data, std::time_t t) {
-    WriteFile(path, data);
-    if (t != 0) SetModified(path, t);
-    return path;
   }
   std::vector<std::string> Lines() const { return rec.Texts(); }
   // The lines after the count line.
@@ -144,6 +134,7 @@ class Rig : public ::testing::Test {
 
   TempDir tmp;
   CurrentDir cwd{tmp.str()};  // error.log lands here, out of the build tree
+  ScopedEnv xdg{"XDG_DATA_HOME", tmp / "xdg"};  // the home trash too
   std::string src = tmp / "src", dst = tmp / "dst";
   RecordingEvents rec;
   Faults faults;

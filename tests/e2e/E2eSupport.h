@@ -26,10 +26,7 @@
 namespace e2e {
 
 namespace fs = std::filesystem;
-using orvKestrel::testing::HaveTool;
-using orvKestrel::testing::Put;
-using orvKestrel::testing::Quote;
-using orvKestrel::testing::SplitLines;
+using namespace orvKestrel::testing;  // the helpers both levels share
 using Tree = std::map<std::string, std::string>;  // relative path -> contents
 using Lines = std::vector<std::string>;
 
@@ -38,10 +35,10 @@ inline void Plant(const fs::path& root, const std::map<std::string, std::string>
   for (const auto& [rel, data] : files) Put(root / rel, data, written);
 }
 
-inline std::string Get(const fs::path& p) { return orvKestrel::testing::ReadFile(p.string()); }
+inline std::string Get(const fs::path& p) { return ReadFile(p.string()); }
 
 // A folder of its own below the temporary folder, removed with everything in it.
-struct Scratch : orvKestrel::testing::TempDir {
+struct Scratch : TempDir {
   using TempDir::TempDir;
   fs::path operator/(const std::string& rel) const { return root() / rel; }
 };
@@ -163,7 +160,7 @@ inline std::string ZipListing(const fs::path& archive) {
                           "i.date_time, i.external_attr, i.CRC, i.file_size, i.compress_type, i.flag_bits, "
                           "i.create_system, i.create_version, i.extract_version, i.internal_attr, "
                           "i.extra.hex())' " + Quote(archive.string());
-  const std::string out = orvKestrel::testing::RunTool(cmd).output;
+  const std::string out = RunTool(cmd).output;
   EXPECT_EQ(out.find("Error"), std::string::npos) << archive << ": " << out;  // both fail alike
   return out;
 }
@@ -223,12 +220,12 @@ class JobFolderTest : public ::testing::Test {
   std::string D(const std::string& rel) const { return (dst() / rel).string(); }
   // Empty source and destination folders, for the next row of a table.
   void EmptyFolders() const {
-    for (const fs::path& f : {src(), dst()}) orvKestrel::testing::EmptyFolder(f);
+    for (const fs::path& f : {src(), dst()}) EmptyFolder(f);
   }
   void WriteJob(const std::string& keys, const std::string& name = "a", const fs::path& from = {},
                 const fs::path& to = {}) const {
-    const std::string folders = "\nFrom=" + (from.empty() ? src() : from).string() + "\nTo=" + (to.empty() ? dst() : to).string();
-    Put(jobs() / (name + ".kjb"), "[Job]\nName=" + name + folders + "\n" + keys);
+    const fs::path f = from.empty() ? src() : from, t = to.empty() ? dst() : to;
+    Put(jobs() / (name + ".kjb"), "[Job]\nName=" + name + "\nFrom=" + f.string() + "\nTo=" + t.string() + "\n" + keys);
   }
   // kestrel with args, in the scratch folder.
   RunResult Kestrel(const std::vector<std::string>& args, StartOptions o = {}) const {
@@ -257,7 +254,7 @@ class ArchiveTest : public JobFolderTest {
   void SetUp() override { if (!HaveTool("python3")) GTEST_SKIP() << "python3 is not installed (scripts/setup.sh)"; }
   // Runs a shell command; what it says goes into the failure, and is returned.
   static std::string Shell(const std::string& cmd) {
-    const auto [status, output] = orvKestrel::testing::RunTool(cmd);
+    const auto [status, output] = RunTool(cmd);
     EXPECT_EQ(status, 0) << cmd << "\n" << output;
     return output;
   }
@@ -266,7 +263,7 @@ class ArchiveTest : public JobFolderTest {
     return Shell("python3 " + Quote(Put(dir_ / "script.py", "import zipfile, os, sys, struct\n" + script)));
   }
   // The local time that Archive stamps every entry with.
-  static std::time_t EntryTime() { return orvKestrel::testing::LocalTime(2020, 1, 2, 3, 4, 6); }
+  static std::time_t EntryTime() { return LocalTime(2020, 1, 2, 3, 4, 6); }
   // An archive whose entries are stamped with EntryTime().
   void Archive(const fs::path& archive, const std::vector<Entry>& entries) const {
     fs::create_directories(archive.parent_path());

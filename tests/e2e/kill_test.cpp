@@ -103,7 +103,7 @@ class Kill : public JobFolderTest, public ::testing::WithParamInterface<Scenario
 };
 
 TEST_P(Kill, AJobKilledAnywhereLosesNothingAndTheNextRunFinishesIt) {
-  if (const std::string other = orvKestrel::testing::OtherFileSystemThan(fs::temp_directory_path());
+  if (const std::string other = OtherFileSystemThan(fs::temp_directory_path());
       s().otherFileSystem && !other.empty()) {
     other_.emplace("kill-dst", other);
   }

@@ -117,7 +117,7 @@ TEST_F(Parallel, OneWorkerAndFourGiveTheSameStreamAndTrees) {
   }
   ExpectSameWithFour(flat, 12);
   // Moves once more into another file system, where they copy and delete.
-  const std::string other = orvKestrel::testing::OtherFileSystemThan(fs::temp_directory_path());
+  const std::string other = OtherFileSystemThan(fs::temp_directory_path());
   if (other.empty()) return (void)std::printf("[ parallel ] no second file system: moves across not tested\n");
   const Scratch otherDir("parallel-dst", other);
   to_ = otherDir.root() / "dst";

@@ -20,7 +20,6 @@ Lines DriverEvents(const std::string& out) {
   return kept;
 }
 
-using orvKestrel::testing::KeyValue;
 
 class RunTest : public JobFolderTest {
  protected:

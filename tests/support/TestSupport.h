@@ -205,12 +205,11 @@ struct LoggedLine {
   bool view, file, sameView, isLast;
 };
 
+// What the tests look at of a CurrentJob event.
 struct CurrentJobEvent {
   std::string sFileName;
   std::int32_t lIndex, lCounter;
-  std::int16_t iStatus, IntervalType, IntervalTimeType;
-  std::string IntervalTime, IntervalDate;
-  std::int16_t IntervalWeekDay, IntervalMonthDay;
+  std::int16_t iStatus;
 };
 
 // Records every event in order; a test may act on a line or a progress event as it comes.
@@ -222,11 +221,9 @@ class RecordingEvents : public IKestrelEvents {
     if (onLine) onLine(lines.back());
   }
   void CurrentJob(const std::string& sFileName, std::int32_t lIndex, std::int32_t lCounter,
-                  std::int16_t iStatus, std::int16_t IntervalType, std::int16_t IntervalTimeType,
-                  const std::string& IntervalTime, const std::string& IntervalDate,
-                  std::int16_t IntervalWeekDay, std::int16_t IntervalMonthDay) override {
-    jobs.push_back({sFileName, lIndex, lCounter, iStatus, IntervalType, IntervalTimeType,
-                    IntervalTime, IntervalDate, IntervalWeekDay, IntervalMonthDay});
+                  std::int16_t iStatus, std::int16_t, std::int16_t, const std::string&, const std::string&,
+                  std::int16_t, std::int16_t) override {
+    jobs.push_back({sFileName, lIndex, lCounter, iStatus});
   }
   void KestrelCounter(std::int32_t lAllFiles, std::int32_t lCurrFile) override {
     counters.emplace_back(lAllFiles, lCurrFile);

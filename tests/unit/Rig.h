@@ -17,6 +17,8 @@
 #include <gtest/gtest.h>
 #include <sys/xattr.h>
 
+#include <list>
+
 namespace orvKestrel::testing {
 
 inline constexpr std::time_t kOld = 1'600'000'000;
@@ -117,14 +119,7 @@ class Rig : public ::testing::Test {
   // A fresh folder on another file system than tmp, removed with the rig; "" where there is none.
   std::string Elsewhere() {
     const std::string top = OtherFileSystemThan(tmp.str());
-    if (top.empty()) return top;
-    elsewhere.emplace_back(top + "/" + paths::GetFileName(tmp.str()) + "-" + std::to_string(elsewhere.size()));
-    std::filesystem::create_directories(elsewhere.back());
-    return elsewhere.back();
-  }
-  ~Rig() override {
-    std::error_code ec;
-    for (const auto& path : elsewhere) std::filesystem::remove_all(path, ec);
+    return top.empty() ? top : elsewhere.emplace_back("elsewhere", top).str();
   }
   // Clears the record and the job's error flag between two cases of a table.
   void Next() {
@@ -142,7 +137,7 @@ class Rig : public ::testing::Test {
   Services& svc = driver.svc;
   job j;
   JobRun run{j};
-  std::vector<std::string> elsewhere;
+  std::list<TempDir> elsewhere;
 };
 
 }  // namespace orvKestrel::testing

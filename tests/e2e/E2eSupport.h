@@ -19,9 +19,6 @@
 
 #include <chrono>
 #include <climits>
-#include <cstring>
-#include <set>
-#include <thread>
 
 namespace e2e {
 

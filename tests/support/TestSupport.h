@@ -10,9 +10,11 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
 #include <ctime>
 #include <filesystem>
 #include <fstream>
@@ -23,9 +25,11 @@
 #include <random>
 #include <ranges>
 #include <regex>
+#include <set>
 #include <sstream>
 #include <stdexcept>
 #include <string>
+#include <thread>
 #include <tuple>
 #include <vector>
 
@@ -120,11 +124,7 @@ inline std::time_t LocalTime(int y, int mo, int d, int h = 0, int mi = 0, int s 
 }
 
 // A text quoted for the shell.
-inline std::string Quote(const std::string& s) {
-  std::string out = "'";
-  for (char c : s) out += c == '\'' ? std::string("'\\''") : std::string(1, c);
-  return out + "'";
-}
+inline std::string Quote(const std::string& s) { return "'" + std::regex_replace(s, std::regex("'"), "'\\''") + "'"; }
 
 // The value of key in an INI text (first match, blanks around it trimmed), nullopt when missing.
 inline std::optional<std::string> KeyValue(const std::string& text, const std::string& key) {
@@ -162,9 +162,7 @@ inline std::string OtherFileSystemThan(const std::string& path) {
 
 // The permission bits of a file.
 inline mode_t ModeOf(const std::string& path) {
-  struct stat st {};
-  ::stat(path.c_str(), &st);
-  return st.st_mode & 07777;
+  return static_cast<mode_t>(std::filesystem::status(path).permissions()) & 07777;
 }
 
 // Sets (nullopt: removes) an environment variable of this process, and so of the children it

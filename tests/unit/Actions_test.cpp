@@ -7,10 +7,6 @@
 
 #include "Rig.h"
 
-#include <functional>
-#include <regex>
-#include <thread>
-
 namespace orvKestrel::testing {
 namespace {
 

@@ -4,8 +4,6 @@
 #include "selection/Sync.h"
 
 #include <atomic>
-#include <set>
-#include <thread>
 
 namespace orvKestrel::testing {
 namespace {

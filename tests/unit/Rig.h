@@ -18,6 +18,7 @@
 #include <sys/xattr.h>
 
 #include <list>
+#include <set>
 
 namespace orvKestrel::testing {
 
@@ -82,23 +83,22 @@ class Rig : public ::testing::Test {
   // its entry names in archive order, kBig as "BIG"), empty folders with a
   // trailing "/".
   std::string Tree() const {
-    std::vector<std::string> out;
+    std::set<std::string> out;
     for (const auto& [root, tag] : {std::pair{src, "s"}, std::pair{dst, "d"}}) {
       if (!Exists(root)) continue;
-      if (std::filesystem::is_empty(root)) out.push_back(std::string(tag) + "/");
+      if (std::filesystem::is_empty(root)) out.insert(std::string(tag) + "/");
       for (const auto& e : std::filesystem::recursive_directory_iterator(root)) {
         const std::string rel = tag + e.path().string().substr(root.size());
-        if (e.is_directory() && std::filesystem::is_empty(e.path())) out.push_back(rel + "/");
+        if (e.is_directory() && std::filesystem::is_empty(e.path())) out.insert(rel + "/");
         if (e.is_directory()) continue;
         std::string data = ReadFile(e.path().string()), names;
         if (data.starts_with("PK\x03\x04") || data.starts_with("PK\x05\x06")) {
           for (const auto& entry : PyEntries(tmp, e.path().string())) names += "," + entry.substr(0, entry.find('|'));
           data = "[" + names.substr(names.empty() ? 0 : 1) + "]";
         }
-        out.push_back(rel + "=" + (data == kBig ? "BIG" : data));
+        out.insert(rel + "=" + (data == kBig ? "BIG" : data));
       }
     }
-    std::sort(out.begin(), out.end());
     std::string text;
     for (const auto& e : out) text += (text.empty() ? "" : " ") + e;
     return text;

@@ -15,56 +15,30 @@
 
 #include <gtest/gtest.h>
 
-#include "support/TestSupport.h"  // also the file, string and stream headers
+#include "support/TestSupport.h"  // also the standard headers the tests share
 
-#include <algorithm>
 #include <chrono>
 #include <climits>
-#include <cstdio>
-#include <cstring>
-#include <map>
-#include <regex>
-#include <set>
-#include <thread>
 
 namespace e2e {
 
 namespace fs = std::filesystem;
-using orvKestrel::testing::Quote;
+using namespace orvKestrel::testing;  // the helpers both levels share
 using Tree = std::map<std::string, std::string>;  // relative path -> contents
 using Lines = std::vector<std::string>;
-
-// Writes a file (and its folders); a non-zero `written` becomes its access and write time.
-inline void Put(const fs::path& p, const std::string& data, std::time_t written = 0) {
-  orvKestrel::testing::WriteFile(p.string(), data);
-  if (written != 0) orvKestrel::testing::SetModified(p.string(), written);
-}
 
 // Writes each file of a tree below root.
 inline void Plant(const fs::path& root, const std::map<std::string, std::string>& files, std::time_t written = 0) {
   for (const auto& [rel, data] : files) Put(root / rel, data, written);
 }
 
-inline std::string Get(const fs::path& p) { return orvKestrel::testing::ReadFile(p.string()); }
-
-inline Lines SplitLines(const std::string& text) {
-  Lines out;
-  std::istringstream in(text);
-  for (std::string line; std::getline(in, line);) out.push_back(line);
-  return out;
-}
+inline std::string Get(const fs::path& p) { return ReadFile(p.string()); }
 
 // A folder of its own below the temporary folder, removed with everything in it.
-struct Scratch : orvKestrel::testing::TempDir {
+struct Scratch : TempDir {
   using TempDir::TempDir;
   fs::path operator/(const std::string& rel) const { return root() / rel; }
 };
-
-// The job file `name`.kjb in the folder jobs: its name and folders, then `keys`.
-inline void WriteJobFile(const fs::path& jobs, const std::string& name, const fs::path& from, const fs::path& to,
-                         const std::string& keys) {
-  Put(jobs / (name + ".kjb"), "[Job]\nName=" + name + "\nFrom=" + from.string() + "\nTo=" + to.string() + "\n" + keys);
-}
 
 // How a child kestrel is started besides its arguments.
 struct StartOptions {
@@ -107,19 +81,16 @@ inline bool Eventually(const std::function<bool()>& done, std::chrono::seconds l
   return true;
 }
 
-struct ChildEnd {
-  int exitCode = -1, signal = 0;  // exitCode -1: killed by a signal
-};
-
-// Waits for the child, at most limit: then it is killed and the test fails.
-inline ChildEnd WaitFor(pid_t pid, std::chrono::seconds limit = std::chrono::seconds(300)) {
+// Waits for the child, at most limit: then it is killed and the test fails. Its exit code, -1
+// when a signal ended it.
+inline int WaitFor(pid_t pid, std::chrono::seconds limit = std::chrono::seconds(300)) {
   int status = 0;
   if (!Eventually([&] { return ::waitpid(pid, &status, WNOHANG) == pid; }, limit)) {
     ADD_FAILURE() << "kestrel did not end within " << limit.count() << " s";
     ::kill(pid, SIGKILL);
     while (::waitpid(pid, &status, 0) < 0 && errno == EINTR) continue;
   }
-  return {WIFEXITED(status) ? WEXITSTATUS(status) : -1, WIFSIGNALED(status) ? WTERMSIG(status) : 0};
+  return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
 }
 
 // True while the process catches sig: its handler is installed (and, for a handler installed
@@ -161,9 +132,9 @@ inline RunResult RunKestrel(const std::vector<std::string>& args, const fs::path
   const Scratch io("io");
   o.outFile = (io / "out").string();
   o.errFile = (io / "err").string();
-  const ChildEnd end = WaitFor(StartKestrel(args, cwd, o));
-  EXPECT_EQ(end.signal, 0) << "kestrel died of a signal\n" << Get(o.errFile);
-  return {end.exitCode, Get(o.outFile), Get(o.errFile)};
+  const int exitCode = WaitFor(StartKestrel(args, cwd, o));
+  EXPECT_NE(exitCode, -1) << "kestrel died of a signal\n" << Get(o.errFile);
+  return {exitCode, Get(o.outFile), Get(o.errFile)};
 }
 
 // Every file below root (links not followed), relative path -> contents.
@@ -186,9 +157,7 @@ inline std::string ZipListing(const fs::path& archive) {
                           "i.date_time, i.external_attr, i.CRC, i.file_size, i.compress_type, i.flag_bits, "
                           "i.create_system, i.create_version, i.extract_version, i.internal_attr, "
                           "i.extra.hex())' " + Quote(archive.string());
-  const Scratch io("zip-listing");
-  (void)std::system((cmd + " >" + Quote((io / "out").string()) + " 2>&1").c_str());
-  const std::string out = Get(io / "out");
+  const std::string out = RunTool(cmd).output;
   EXPECT_EQ(out.find("Error"), std::string::npos) << archive << ": " << out;  // both fail alike
   return out;
 }
@@ -228,10 +197,6 @@ inline int Count(const Lines& lines, const std::string& prefix, const Lines& par
   }));
 }
 
-inline bool HaveTool(const std::string& t) {
-  return std::system(("command -v " + t + " >/dev/null 2>&1").c_str()) == 0;
-}
-
 // The command line with the tests' clock and short date format after it.
 inline std::vector<std::string> At(std::vector<std::string> args, const std::string& now = "2026-11-22 10:00:00") {
   for (std::string a : {"--now", now.c_str(), "--date-format", "%d.%m.%Y"}) args.push_back(a);
@@ -252,11 +217,12 @@ class JobFolderTest : public ::testing::Test {
   std::string D(const std::string& rel) const { return (dst() / rel).string(); }
   // Empty source and destination folders, for the next row of a table.
   void EmptyFolders() const {
-    for (const fs::path& f : {src(), dst()}) fs::remove_all(f), fs::create_directories(f);
+    for (const fs::path& f : {src(), dst()}) EmptyFolder(f);
   }
   void WriteJob(const std::string& keys, const std::string& name = "a", const fs::path& from = {},
                 const fs::path& to = {}) const {
-    WriteJobFile(jobs(), name, from.empty() ? src() : from, to.empty() ? dst() : to, keys);
+    const fs::path f = from.empty() ? src() : from, t = to.empty() ? dst() : to;
+    Put(jobs() / (name + ".kjb"), "[Job]\nName=" + name + "\nFrom=" + f.string() + "\nTo=" + t.string() + "\n" + keys);
   }
   // kestrel with args, in the scratch folder.
   RunResult Kestrel(const std::vector<std::string>& args, StartOptions o = {}) const {
@@ -283,19 +249,18 @@ struct Entry { std::string name, data; bool link = false; };
 class ArchiveTest : public JobFolderTest {
  protected:
   void SetUp() override { if (!HaveTool("python3")) GTEST_SKIP() << "python3 is not installed (scripts/setup.sh)"; }
-  // Runs a shell command; what it says goes into the failure.
-  void Shell(const std::string& cmd) const {
-    ASSERT_EQ(std::system((cmd + " >" + Quote((dir_ / "sh.out").string()) + " 2>&1").c_str()), 0)
-        << cmd << "\n" << Get(dir_ / "sh.out");
+  // Runs a shell command; what it says goes into the failure, and is returned.
+  static std::string Shell(const std::string& cmd) {
+    const auto [status, output] = RunTool(cmd);
+    EXPECT_EQ(status, 0) << cmd << "\n" << output;
+    return output;
   }
   // Runs a python script (zipfile, os, sys and struct imported); returns what it printed.
   std::string Python(const std::string& script) const {
-    Put(dir_ / "script.py", "import zipfile, os, sys, struct\n" + script);
-    Shell("python3 " + Quote((dir_ / "script.py").string()));
-    return Get(dir_ / "sh.out");
+    return Shell("python3 " + Quote(Put(dir_ / "script.py", "import zipfile, os, sys, struct\n" + script)));
   }
   // The local time that Archive stamps every entry with.
-  static std::time_t EntryTime() { return orvKestrel::testing::LocalTime(2020, 1, 2, 3, 4, 6); }
+  static std::time_t EntryTime() { return LocalTime(2020, 1, 2, 3, 4, 6); }
   // An archive whose entries are stamped with EntryTime().
   void Archive(const fs::path& archive, const std::vector<Entry>& entries) const {
     fs::create_directories(archive.parent_path());

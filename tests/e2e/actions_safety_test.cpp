@@ -6,7 +6,6 @@
 namespace e2e {
 namespace {
 
-using orvKestrel::testing::ScopedEnv;
 
 // A mount made for one test and undone when it ends: a bind mount of from at at, a tmpfs at at
 // when from is empty. Never copied.

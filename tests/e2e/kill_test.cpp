@@ -17,7 +17,7 @@ struct Scenario {
   bool otherFileSystem, olderCopies;
 };
 
-class Kill : public ::testing::TestWithParam<Scenario> {
+class Kill : public JobFolderTest, public ::testing::WithParamInterface<Scenario> {
  protected:
   Kill() {
     for (int n = 0; n < 1000; ++n) {  // 20 folders of 50 files of 16 to 64 KiB
@@ -36,7 +36,7 @@ class Kill : public ::testing::TestWithParam<Scenario> {
     fs::create_directories(dst_);
     for (const auto& [rel, data] : originals_) if (s().olderCopies) Put(dst_ / rel, "older " + rel, 1'500'000'000);
     // A copy leaves its sources as they are (CheckAfterKill makes sure).
-    if (s().action == 0 && fs::exists(dir_ / "src")) return;
+    if (s().action == 0 && !fs::is_empty(dir_ / "src")) return;
     fs::remove_all(dir_ / "src", ec);
     Plant(dir_ / "src", originals_, 1'600'000'000);
   }
@@ -97,20 +97,18 @@ class Kill : public ::testing::TestWithParam<Scenario> {
     EXPECT_EQ(Files(dir_ / "jobs").size(), 1u);
   }
 
-  Scratch dir_{"kill"};
   std::optional<Scratch> other_;
   fs::path dst_;
   Tree originals_;
 };
 
 TEST_P(Kill, AJobKilledAnywhereLosesNothingAndTheNextRunFinishesIt) {
-  if (const std::string other = orvKestrel::testing::OtherFileSystemThan(fs::temp_directory_path());
+  if (const std::string other = OtherFileSystemThan(fs::temp_directory_path());
       s().otherFileSystem && !other.empty()) {
     other_.emplace("kill-dst", other);
   }
   dst_ = other_ ? other_->root() / "dst" : dir_ / "dst";
-  WriteJobFile(dir_ / "jobs", "big", dir_ / "src", dst_,
-               "Action=" + std::to_string(s().action) + "\n" + s().keys + "\n" + kDue);
+  WriteJob("Action=" + std::to_string(s().action) + "\n" + s().keys + "\n" + kDue, "big", {}, dst_);
   // Four workers, more than the cores: a kill meets copies and archive entries made ahead.
   const std::vector<std::string> run{"run", "jobs", "--events", "jsonl", "--jobs", "4"};
   FreshTrees();

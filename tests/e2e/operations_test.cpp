@@ -138,7 +138,7 @@ TEST_F(Operations, ABusyJobFolderIsWaitedForOrRefused) {
   EXPECT_TRUE(Eventually([&] { return Get(err).find("waiting") != std::string::npos; }));
   EXPECT_FALSE(fs::exists(dst() / "a.txt"));
   ::close(held);
-  EXPECT_EQ(WaitFor(pid).exitCode, 0);
+  EXPECT_EQ(WaitFor(pid), 0);
   EXPECT_TRUE(fs::exists(dst() / "a.txt"));
 }
 

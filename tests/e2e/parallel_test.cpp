@@ -117,7 +117,7 @@ TEST_F(Parallel, OneWorkerAndFourGiveTheSameStreamAndTrees) {
   }
   ExpectSameWithFour(flat, 12);
   // Moves once more into another file system, where they copy and delete.
-  const std::string other = orvKestrel::testing::OtherFileSystemThan(fs::temp_directory_path());
+  const std::string other = OtherFileSystemThan(fs::temp_directory_path());
   if (other.empty()) return (void)std::printf("[ parallel ] no second file system: moves across not tested\n");
   const Scratch otherDir("parallel-dst", other);
   to_ = otherDir.root() / "dst";
@@ -157,7 +157,7 @@ TEST_F(Parallel, AStoppedRunNamesOnlyWhatItReportedAndLeavesNothing) {
                                  {.outFile = out.string()});
   ASSERT_TRUE(Eventually([&] { return Count(LogTexts(Get(out)), "Kopiert: ") >= 100; })) << Get(out);
   ::kill(pid, SIGTERM);
-  EXPECT_EQ(WaitFor(pid, std::chrono::seconds(60)).exitCode, 130);
+  EXPECT_EQ(WaitFor(pid, std::chrono::seconds(60)), 130);
   const auto reported = Count(LogTexts(Get(out)), "Kopiert: ");
   const auto copied = Files(dst());
   EXPECT_LT(copied.size(), 3000u) << "the stop came too late to test anything";

@@ -20,7 +20,6 @@ Lines DriverEvents(const std::string& out) {
   return kept;
 }
 
-using orvKestrel::testing::KeyValue;
 
 class RunTest : public JobFolderTest {
  protected:
@@ -250,7 +249,7 @@ TEST_F(RunTest, AHeldPassShowsProgressWhenAskedAndStopsOnSigint) {
   // The handler is installed to run once: when it no longer catches, it has seen the signal.
   ASSERT_TRUE(Eventually([&] { return !Catches(pid, SIGINT); }));
   Put(go, "");
-  EXPECT_EQ(WaitFor(pid).exitCode, 130);
+  EXPECT_EQ(WaitFor(pid), 130);
   EXPECT_TRUE(said(out, "\"LogMsg\":\"a: Aktion 'Aufträge ausführen' abgebrochen\",\"MsgID\":2") &&
               !said(out, "Auftrag ausgeführt")) << Get(out);
 }
@@ -278,7 +277,7 @@ TEST_F(RunTest, DaemonRunsEveryIntervalReopensItsLogAndStopsOnSigterm) {
       EXPECT_TRUE(Eventually([&] { return starts(log) >= 1; }));
     }
     ASSERT_EQ(::kill(pid, SIGTERM), 0);
-    EXPECT_EQ(WaitFor(pid, std::chrono::seconds(30)).exitCode, 130);
+    EXPECT_EQ(WaitFor(pid, std::chrono::seconds(30)), 130);
     EXPECT_EQ(Get(dir_ / "err"), "");
     const Lines lines = SplitLines(Get(rotated) + Get(log));
     EXPECT_EQ(Count(lines, "", {"a: Starte Auftrag"}), Count(lines, "", {"a: Auftrag ausgeführt"}));

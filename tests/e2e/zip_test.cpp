@@ -7,7 +7,6 @@
 namespace e2e {
 namespace {
 
-using orvKestrel::testing::WriteTime;
 
 class ZipJobs : public ArchiveTest {
  protected:

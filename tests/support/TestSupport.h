@@ -1,24 +1,35 @@
-// Shared helpers of the tests: temporary folders, small files, times, and an event recorder.
+// Shared helpers of the tests: temporary folders, small files, times, outside tools and an event
+// recorder. The standard headers the tests share come with it.
 #pragma once
 
 #include <orvKestrel/clsKestrel.h>
 
 #include <fcntl.h>
 #include <sys/stat.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
+#include <cerrno>
 #include <cstdint>
+#include <cstdio>
 #include <cstdlib>
+#include <cstring>
 #include <ctime>
 #include <filesystem>
 #include <fstream>
-#include <iterator>
 #include <functional>
+#include <iterator>
+#include <map>
 #include <optional>
 #include <random>
+#include <ranges>
+#include <regex>
+#include <set>
 #include <sstream>
 #include <stdexcept>
 #include <string>
+#include <thread>
 #include <tuple>
 #include <vector>
 
@@ -64,17 +75,25 @@ inline void WriteFile(const std::string& path, const std::string& data) {
   out << data;
 }
 
-inline void AppendFile(const std::string& path, const std::string& data) {
-  std::ofstream out(path, std::ios::binary | std::ios::app);
-  out << data;
-}
-
 inline std::string ReadFile(const std::string& path) {
   std::ifstream in(path, std::ios::binary);
   return {std::istreambuf_iterator<char>(in), {}};
 }
 
+inline std::vector<std::string> SplitLines(const std::string& text) {
+  std::vector<std::string> out;
+  std::istringstream in(text);
+  for (std::string line; std::getline(in, line);) out.push_back(line);
+  return out;
+}
+
 inline bool Exists(const std::string& path) { return std::filesystem::exists(path); }
+
+// Makes folder empty, creating it where it is missing.
+inline void EmptyFolder(const std::string& folder) {
+  std::filesystem::remove_all(folder);
+  std::filesystem::create_directories(folder);
+}
 
 // Sets a file's access and write times (whole seconds).
 inline void SetTimes(const std::string& path, std::time_t accessed, std::time_t written) {
@@ -82,6 +101,13 @@ inline void SetTimes(const std::string& path, std::time_t accessed, std::time_t 
   if (::utimensat(AT_FDCWD, path.c_str(), times, 0) != 0) throw std::runtime_error("cannot set the times of " + path);
 }
 inline void SetModified(const std::string& path, std::time_t t) { SetTimes(path, t, t); }
+
+// Writes a file (and its folders); a non-zero `written` becomes its access and write time.
+inline std::string Put(const std::string& path, const std::string& data, std::time_t written = 0) {
+  WriteFile(path, data);
+  if (written != 0) SetModified(path, written);
+  return path;
+}
 
 // The write time, 0 when the file cannot be read.
 inline std::time_t WriteTime(const std::string& path) {
@@ -98,27 +124,33 @@ inline std::time_t LocalTime(int y, int mo, int d, int h = 0, int mi = 0, int s 
 }
 
 // A text quoted for the shell.
-inline std::string Quote(const std::string& s) {
-  std::string out = "'";
-  for (char c : s) out += c == '\'' ? std::string("'\\''") : std::string(1, c);
-  return out + "'";
-}
+inline std::string Quote(const std::string& s) { return "'" + std::regex_replace(s, std::regex("'"), "'\\''") + "'"; }
 
 // The value of key in an INI text (first match, blanks around it trimmed), nullopt when missing.
 inline std::optional<std::string> KeyValue(const std::string& text, const std::string& key) {
-  const auto trim = [](std::string v) {
-    v.erase(0, v.find_first_not_of(' '));
-    v.erase(v.find_last_not_of(' ') + 1);
-    return v;
-  };
-  std::istringstream in(text);
-  for (std::string line; std::getline(in, line);) {
-    if (!line.empty() && line.back() == '\r') line.pop_back();
-    const auto eq = line.find('=');
-    if (eq != std::string::npos && trim(line.substr(0, eq)) == key) return trim(line.substr(eq + 1));
-  }
-  return std::nullopt;
+  std::smatch m;
+  if (!std::regex_search(text, m, std::regex("(^|\n) *" + key + " *= *([^\r\n]*?) *\r?(\n|$)"))) return std::nullopt;
+  return m[2].str();
 }
+
+struct ToolResult {
+  int status = -1;
+  std::string output;  // stdout and stderr
+};
+
+// Runs a shell command, e.g. an outside tool that writes or checks archives apart from the code
+// under test.
+inline ToolResult RunTool(const std::string& command) {
+  ToolResult r;
+  FILE* pipe = ::popen((command + " 2>&1").c_str(), "r");
+  char buf[4096];
+  while (std::size_t n = pipe != nullptr ? std::fread(buf, 1, sizeof buf, pipe) : 0) r.output.append(buf, n);
+  const int st = pipe != nullptr ? ::pclose(pipe) : -1;
+  r.status = st != -1 && WIFEXITED(st) ? WEXITSTATUS(st) : -1;
+  return r;
+}
+
+inline bool HaveTool(const std::string& name) { return RunTool("command -v " + name).status == 0; }
 
 // "/dev/shm" when it is writable and lies on another file system than path (a move there
 // copies, flushes and deletes instead of renaming), else "".
@@ -130,9 +162,7 @@ inline std::string OtherFileSystemThan(const std::string& path) {
 
 // The permission bits of a file.
 inline mode_t ModeOf(const std::string& path) {
-  struct stat st {};
-  ::stat(path.c_str(), &st);
-  return st.st_mode & 07777;
+  return static_cast<mode_t>(std::filesystem::status(path).permissions()) & 07777;
 }
 
 // Sets (nullopt: removes) an environment variable of this process, and so of the children it
@@ -173,12 +203,11 @@ struct LoggedLine {
   bool view, file, sameView, isLast;
 };
 
+// What the tests look at of a CurrentJob event.
 struct CurrentJobEvent {
   std::string sFileName;
   std::int32_t lIndex, lCounter;
-  std::int16_t iStatus, IntervalType, IntervalTimeType;
-  std::string IntervalTime, IntervalDate;
-  std::int16_t IntervalWeekDay, IntervalMonthDay;
+  std::int16_t iStatus;
 };
 
 // Records every event in order; a test may act on a line or a progress event as it comes.
@@ -190,11 +219,9 @@ class RecordingEvents : public IKestrelEvents {
     if (onLine) onLine(lines.back());
   }
   void CurrentJob(const std::string& sFileName, std::int32_t lIndex, std::int32_t lCounter,
-                  std::int16_t iStatus, std::int16_t IntervalType, std::int16_t IntervalTimeType,
-                  const std::string& IntervalTime, const std::string& IntervalDate,
-                  std::int16_t IntervalWeekDay, std::int16_t IntervalMonthDay) override {
-    jobs.push_back({sFileName, lIndex, lCounter, iStatus, IntervalType, IntervalTimeType,
-                    IntervalTime, IntervalDate, IntervalWeekDay, IntervalMonthDay});
+                  std::int16_t iStatus, std::int16_t, std::int16_t, const std::string&, const std::string&,
+                  std::int16_t, std::int16_t) override {
+    jobs.push_back({sFileName, lIndex, lCounter, iStatus});
   }
   void KestrelCounter(std::int32_t lAllFiles, std::int32_t lCurrFile) override {
     counters.emplace_back(lAllFiles, lCurrFile);
@@ -205,9 +232,8 @@ class RecordingEvents : public IKestrelEvents {
   std::vector<std::int16_t> Ids() const { return Each(&LoggedLine::id); }
   template <class T>
   std::vector<T> Each(T LoggedLine::*field) const {
-    std::vector<T> out;
-    for (const auto& l : lines) out.push_back(l.*field);
-    return out;
+    const auto each = lines | std::views::transform(field);
+    return {each.begin(), each.end()};
   }
   std::vector<LoggedLine> lines;
   std::vector<CurrentJobEvent> jobs;

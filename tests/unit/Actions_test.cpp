@@ -7,10 +7,6 @@
 
 #include "Rig.h"
 
-#include <functional>
-#include <regex>
-#include <thread>
-
 namespace orvKestrel::testing {
 namespace {
 
@@ -58,7 +54,6 @@ class Actions : public Rig {
     const auto isError = [](const std::string& t) { return t.find("Fehler: ") != std::string::npos; };
     EXPECT_EQ(run.jobError, std::ranges::any_of(Lines(), isError));
   }
-  ScopedEnv xdg{"XDG_DATA_HOME", tmp / "xdg"};  // the home trash inside the test's folder
 };
 
 const std::string kNewer = "Keine Aktion (Neuere Datei existiert): {s}a.txt nach {d}a.txt";
@@ -378,7 +373,7 @@ TEST_F(Policies, ASourceWrittenToBeforeItsDeletionIsKept) {
       j.EFSDelete = j.ExtFileTime = j.AttrArchive2 = 1;
       Next();
       driver.BeginCall();  // each row is a run of its own: an inode may come again
-      if (appended) faults.Before(FaultOp::Unlink, 1, [&] { AppendFile(s, "last line\n"); });
+      if (appended) faults.Before(FaultOp::Unlink, 1, [&] { std::ofstream(s, std::ios::app) << "last line\n"; });
       FileList list{s};
       move ? MoveFiles(run, svc, list) : CopyFiles(run, svc, list);
       faults.Disarm();

@@ -1,9 +1,6 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include <cerrno>
-#include <vector>
-
 #include "errortrap/modFailSafeLITE.h"
 #include "platform/SysError.h"
 #include "support/TestSupport.h"
@@ -11,10 +8,8 @@
 namespace orvKestrel {
 namespace {
 
-using testing::CurrentDir;
+using namespace testing;  // the shared helpers
 using ::testing::MatchesRegex;
-using testing::ReadFile;
-using testing::TempDir;
 
 std::string App() { return program_invocation_short_name; }
 

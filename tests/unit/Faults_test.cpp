@@ -9,15 +9,6 @@
 #include "zip/modZIP32vb.h"
 
 #include <gtest/gtest.h>
-#include <unistd.h>
-
-#include <algorithm>
-#include <cerrno>
-#include <cstdio>
-#include <cstring>
-#include <random>
-#include <set>
-#include <thread>
 
 namespace orvKestrel::testing {
 namespace {
@@ -198,7 +189,6 @@ std::vector<std::string> CheckInvariants(const Scenario& s, const RunResult& cle
   if (!r.jobFileProblem.empty()) out.push_back("job file " + r.jobFileProblem);
   return out;
 }
-
 
 // Deterministic bytes that do not compress to nothing.
 std::string Bytes(std::size_t n, unsigned seed) {

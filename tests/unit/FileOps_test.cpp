@@ -11,13 +11,6 @@
 #include <latch>
 #include <mutex>
 #include <numeric>
-#include <regex>
-#include <thread>
-
-#include <sys/stat.h>
-
-#include <cerrno>
-#include <cstring>
 
 namespace orvKestrel::testing {
 namespace {
@@ -36,7 +29,6 @@ int ErrorOf(const std::function<void()>& f) { return std::atoi(ErrorText(f).c_st
 class FileOpsTest : public Rig {
  protected:
   FileSystem& fs = svc.fs;
-  ScopedEnv xdg{"XDG_DATA_HOME", tmp / "xdg"};  // the home trash inside the test's folder
   std::string trash = tmp / "xdg/Trash";
 };
 
@@ -161,7 +153,6 @@ TEST_F(FileOpsTest, ANewCopyTakesItsLengthFromTheRememberedFreeSpace) {
   fs.CopyFile(big, Dst("big.bin"), false);
   EXPECT_LE(fs.FreeBytes(dst).Value(), before - static_cast<std::int64_t>(kBig.size()));
 }
-
 
 // The home trash gets the file and its info entry; a name taken gets a new one, and a name too
 // long for its ".trashinfo" is cut (that file could once not be recycled at all).

@@ -4,8 +4,6 @@
 #include "selection/Sync.h"
 
 #include <atomic>
-#include <set>
-#include <thread>
 
 namespace orvKestrel::testing {
 namespace {
@@ -51,7 +49,7 @@ TEST_F(Regression, AFileThatChangesWhileItIsCopiedIsNotPutInPlace) {
   // Appended to between two steps of the copy, as a writer on another thread would: the hook
   // makes the timing certain on a busy machine.
   const std::string file = Source("growing.log", std::string(4 << 20, 'x'));
-  faults.Before(FaultOp::Read, 2, [&] { AppendFile(file, "y"); });
+  faults.Before(FaultOp::Read, 2, [&] { std::ofstream(file, std::ios::app) << "y"; });
   EXPECT_THROW(svc.fs.CopyFile(file, Dst("growing.log"), false), KestrelError);
   faults.Disarm();
   EXPECT_TRUE(Names(dst).empty());  // neither the file nor its temporary

@@ -17,10 +17,8 @@
 #include <gtest/gtest.h>
 #include <sys/xattr.h>
 
-#include <algorithm>
-#include <filesystem>
-#include <string>
-#include <vector>
+#include <list>
+#include <set>
 
 namespace orvKestrel::testing {
 
@@ -75,11 +73,6 @@ class Rig : public ::testing::Test {
   std::string Dest(const std::string& rel, const std::string& data, std::time_t t = 0) {
     return Put(Dst(rel), data, t);
   }
-  static std::string Put(const std::string& path, const std::string& data, std::time_t t) {
-    WriteFile(path, data);
-    if (t != 0) SetModified(path, t);
-    return path;
-  }
   std::vector<std::string> Lines() const { return rec.Texts(); }
   // The lines after the count line.
   std::vector<std::string> FileLines() const {
@@ -90,23 +83,22 @@ class Rig : public ::testing::Test {
   // its entry names in archive order, kBig as "BIG"), empty folders with a
   // trailing "/".
   std::string Tree() const {
-    std::vector<std::string> out;
+    std::set<std::string> out;
     for (const auto& [root, tag] : {std::pair{src, "s"}, std::pair{dst, "d"}}) {
       if (!Exists(root)) continue;
-      if (std::filesystem::is_empty(root)) out.push_back(std::string(tag) + "/");
+      if (std::filesystem::is_empty(root)) out.insert(std::string(tag) + "/");
       for (const auto& e : std::filesystem::recursive_directory_iterator(root)) {
         const std::string rel = tag + e.path().string().substr(root.size());
-        if (e.is_directory() && std::filesystem::is_empty(e.path())) out.push_back(rel + "/");
+        if (e.is_directory() && std::filesystem::is_empty(e.path())) out.insert(rel + "/");
         if (e.is_directory()) continue;
         std::string data = ReadFile(e.path().string()), names;
         if (data.starts_with("PK\x03\x04") || data.starts_with("PK\x05\x06")) {
           for (const auto& entry : PyEntries(tmp, e.path().string())) names += "," + entry.substr(0, entry.find('|'));
           data = "[" + names.substr(names.empty() ? 0 : 1) + "]";
         }
-        out.push_back(rel + "=" + (data == kBig ? "BIG" : data));
+        out.insert(rel + "=" + (data == kBig ? "BIG" : data));
       }
     }
-    std::sort(out.begin(), out.end());
     std::string text;
     for (const auto& e : out) text += (text.empty() ? "" : " ") + e;
     return text;
@@ -127,14 +119,7 @@ class Rig : public ::testing::Test {
   // A fresh folder on another file system than tmp, removed with the rig; "" where there is none.
   std::string Elsewhere() {
     const std::string top = OtherFileSystemThan(tmp.str());
-    if (top.empty()) return top;
-    elsewhere.emplace_back(top + "/" + paths::GetFileName(tmp.str()) + "-" + std::to_string(elsewhere.size()));
-    std::filesystem::create_directories(elsewhere.back());
-    return elsewhere.back();
-  }
-  ~Rig() override {
-    std::error_code ec;
-    for (const auto& path : elsewhere) std::filesystem::remove_all(path, ec);
+    return top.empty() ? top : elsewhere.emplace_back("elsewhere", top).str();
   }
   // Clears the record and the job's error flag between two cases of a table.
   void Next() {
@@ -144,6 +129,7 @@ class Rig : public ::testing::Test {
 
   TempDir tmp;
   CurrentDir cwd{tmp.str()};  // error.log lands here, out of the build tree
+  ScopedEnv xdg{"XDG_DATA_HOME", tmp / "xdg"};  // the home trash too
   std::string src = tmp / "src", dst = tmp / "dst";
   RecordingEvents rec;
   Faults faults;
@@ -151,7 +137,7 @@ class Rig : public ::testing::Test {
   Services& svc = driver.svc;
   job j;
   JobRun run{j};
-  std::vector<std::string> elsewhere;
+  std::list<TempDir> elsewhere;
 };
 
 }  // namespace orvKestrel::testing

@@ -1,9 +1,5 @@
 #include <gmock/gmock.h>
 
-#include <cerrno>
-#include <functional>
-#include <set>
-
 #include "engine/Catalogue.h"
 #include "jobs/NumberText.h"
 #include "platform/SysError.h"
@@ -13,10 +9,7 @@ namespace orvKestrel {
 namespace {
 
 using ::testing::ElementsAre;
-using testing::KeyValue;
-using testing::LocalTime;
-using testing::ReadFile;
-using testing::WriteFile;
+using namespace testing;  // the shared helpers
 
 // Records the events and the driver's own lines (what the file step logs in between is its own
 // business), and lets a test act inside a log event.

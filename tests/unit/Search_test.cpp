@@ -9,8 +9,6 @@
 
 #include <fmt/format.h>
 
-#include <functional>
-
 namespace orvKestrel::testing {
 namespace {
 

@@ -6,9 +6,6 @@
 #include "Rig.h"
 #include "zip/ZipNames.h"
 
-#include <fcntl.h>
-#include <unistd.h>
-
 namespace orvKestrel {
 namespace {
 

@@ -1,41 +1,13 @@
-// Helpers of the zip tests: outside tools (python3, zip, unzip, 7z) that write and check
-// archives independently of the code under test.
+// Helpers of the zip tests: archives written and read apart from the code under test.
 #pragma once
 
 #include "support/TestSupport.h"
 
 #include <zip.h>
 
-#include <sys/wait.h>
-
-#include <cstdio>
-#include <filesystem>
-#include <map>
-#include <optional>
-#include <sstream>
-#include <string>
-#include <vector>
-
 namespace orvKestrel::testing {
 
 using Strings = std::vector<std::string>;
-
-struct ToolResult {
-  int status = -1;
-  std::string output;  // stdout and stderr
-};
-
-inline ToolResult RunTool(const std::string& command) {
-  ToolResult r;
-  FILE* pipe = ::popen((command + " 2>&1").c_str(), "r");
-  char buf[4096];
-  while (std::size_t n = pipe != nullptr ? std::fread(buf, 1, sizeof buf, pipe) : 0) r.output.append(buf, n);
-  const int st = pipe != nullptr ? ::pclose(pipe) : -1;
-  r.status = st != -1 && WIFEXITED(st) ? WEXITSTATUS(st) : -1;
-  return r;
-}
-
-inline bool HaveTool(const std::string& name) { return RunTool("command -v " + name).status == 0; }
 
 // "name|size|method|seconds since the epoch of the local time stored" per entry, in archive
 // order, read by python's zipfile (folders with their trailing "/"); a last line tells when
@@ -47,17 +19,9 @@ inline std::vector<std::string> PyEntries(const TempDir& dir, const std::string&
                                " time.mktime(i.date_time + (0, 0, -1))))\n");
   const bool system = std::filesystem::exists("/usr/bin/python3");
   const ToolResult r = RunTool((system ? "/usr/bin/python3 -I " : "python3 ") + Quote(dir / "script.py"));
-  std::vector<std::string> out;
-  std::istringstream lines(r.output);
-  for (std::string line; std::getline(lines, line);) out.push_back(line);
+  std::vector<std::string> out = SplitLines(r.output);
   if (r.status != 0) out.push_back("python failed: " + r.output);
   return out;
-}
-
-// Makes folder empty, creating it where it is missing.
-inline void EmptyFolder(const std::string& folder) {
-  std::filesystem::remove_all(folder);
-  std::filesystem::create_directories(folder);
 }
 
 // The entries of an archive with their contents ("<damaged>" where one does not read), read

@@ -3,22 +3,17 @@
 #include "errortrap/modFailSafeLITE.h"
 #include "support/TestSupport.h"
 
-#include <fcntl.h>
 #include <signal.h>
-#include <unistd.h>
 
 #include <gtest/gtest.h>
 
 #include <chrono>
-#include <thread>
 
 namespace orvKestrel {
 namespace {
 
 using namespace std::chrono_literals;
-using testing::ReadFile;
-using testing::TempDir;
-using testing::WriteFile;
+using namespace testing;  // the shared helpers
 
 // A host that counts its yields and records its message boxes.
 struct RecordingHost {

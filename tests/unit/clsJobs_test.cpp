@@ -5,15 +5,12 @@
 
 #include <gtest/gtest.h>
 
-#include <filesystem>
-
 namespace orvKestrel {
 namespace {
 
 namespace fs = std::filesystem;
 using namespace std::string_literals;
-using testing::TempDir;
-using testing::WriteFile;
+using namespace testing;  // the shared helpers
 
 // A host with a fixed clock whose message boxes record their text and answer with answer().
 Host FixedHost(std::vector<std::string>* asked = nullptr, std::function<BoxAnswer()> answer = nullptr) {

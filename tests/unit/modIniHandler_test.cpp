@@ -6,17 +6,11 @@
 #include "support/TestSupport.h"
 
 #include <gtest/gtest.h>
-#include <sys/stat.h>
-#include <unistd.h>
-
-#include <filesystem>
 
 namespace orvKestrel {
 namespace {
 
-using testing::ReadFile;
-using testing::TempDir;
-using testing::WriteFile;
+using namespace testing;  // the shared helpers
 
 TEST(Profile, ReadsValuesAsTheProfileFunctionsDo) {
   const std::string longValue(300, 'x');

@@ -3,6 +3,7 @@
 #include "platform/OrderedPool.h"
 #include "platform/Paths.h"
 #include "platform/Prefetch.h"
+#include "platform/StatusCache.h"
 #include "platform/SysError.h"
 
 #include "Rig.h"
@@ -345,26 +346,56 @@ TEST_F(Prefetch, UnusedCopiesLeaveNothingAndGuessesSkipWhatWillNotBeCopied) {
   EXPECT_EQ(descriptors(), before);
 }
 
-// What the workers looked up stands in for the run's own look only while the run has changed
-// nothing since: a file it wrote meanwhile is never judged by the older look.
-TEST_F(Prefetch, LookedUpStatusesCountOnlyWhileTheRunChangedNothing) {
-  FileSystem fs;
-  const FileSystem::StatusScope scope(fs);
-  const std::string made = Dst("made.txt"), absent = Dst("absent.txt");
-  const std::uint64_t before = fs.Changes();
-  const PathStatus stale = StatusOf(made);
-  // A worker's word for a file that is not there.
-  fs.Seed(before, PathStatus{absent, 0, {.isFile = true, .times = {}}, 0});
-  EXPECT_TRUE(fs.FileExists(absent)) << "a current look is taken as it is";
-  fs.WriteFileAtomic(made, "x");
-  fs.Seed(before, stale);
-  EXPECT_TRUE(fs.FileExists(made)) << "a look older than the run's change is not";
+// What the workers looked up stands in for the run's own look while it is current: the run
+// changed nothing since, or only gave new files free names that are no part of its path (a path
+// ending in a link may lead to any name).
+TEST_F(Prefetch, LookedUpStatusesCountOnlyWhileCurrent) {
+  const auto look = [](std::string path, bool link = false) { return PathStatus{path, 0, {}, {}, link}; };
+  const std::tuple<const char*, bool, const char*, bool> rows[] = {
+      {"/d/a.txt", false, "b.txt", true},    {"/d/a.txt", false, "a.txt", false},
+      {"/d/A.TXT", false, "a.txt", false},   // capitals some file systems fold
+      {"/d/a.txt/x", false, "a.txt", false}, {"/d/a.txt", true, "b.txt", false}};
+  for (const auto& [looked, link, named, current] : rows) {
+    StatusCache cache;
+    const std::uint64_t before = cache.Changes();
+    { const StatusCache::Change naming(cache, std::string_view(named)); }
+    EXPECT_EQ(cache.Current(before, look(looked, link)), current) << looked << " after " << named;
+  }
+  StatusCache cache;  // more names than are remembered leave no older look current
+  const std::uint64_t before = cache.Changes();
+  for (int i = 0; i < 5000; ++i) {
+    const std::string name = "n" + std::to_string(i);
+    const StatusCache::Change naming(cache, std::string_view(name));
+  }
+  EXPECT_FALSE(cache.Current(before, look("/d/a.txt")));
 
-  // A worker's open folder is used only while the run changed nothing since it was opened: the
+  // A worker's word for a file that is not there: taken after a copy made ahead got a free name,
+  // not after it replaced a file, nor after any other change.
+  for (const int change : {0, 1, 2}) {
+    SCOPED_TRACE(change);
+    EmptyFolder(dst);
+    FileSystem fs;
+    const auto into = fs.OpenBeneath(dst, "", false);
+    if (!into->ExactNames()) GTEST_SKIP() << "names may be folded in " << dst;
+    const FileSystem::StatusScope scope(fs);
+    const std::string source = Source("a.txt", "contents");
+    auto ready = PrepareCopy(nullptr, source, into->fd(), into->path(), false, [](std::uint64_t) { return true; });
+    ASSERT_TRUE(ready.has_value());
+    const std::uint64_t before = fs.Changes();
+    if (change == 2) {
+      fs.WriteFileAtomic(Dst("made.txt"), "x");
+    } else {
+      fs.CopyFile(source, *into, "a.txt", change == 1, &*ready);
+    }
+    fs.Seed(before, PathStatus{Dst("absent.txt"), 0, {.isFile = true, .times = {}}, {}, false});
+    EXPECT_EQ(fs.FileExists(Dst("absent.txt")), change == 0);
+  }
+
+  // A worker's open folder is used only while the run changed no folder since it was opened: the
   // run may have put another folder in its place.
   Dest("sub/f.txt", "old");
   FolderStatuses worker;
-  EXPECT_EQ(worker.Of(Dst("sub/f.txt"), 1).stat.size, 3u);
+  for (int i = 0; i < 2; ++i) EXPECT_EQ(worker.Of(Dst("sub/f.txt"), 1).stat.size, 3u);
   std::filesystem::rename(Dst("sub"), Dst("gone"));
   Dest("sub/f.txt", "newer");
   EXPECT_EQ(worker.Of(Dst("sub/f.txt"), 2).stat.size, 5u);

@@ -82,7 +82,7 @@ TEST_F(Regression, AnArchiveFolderShowsOnlyTheArchiveBeforeDuringAndAfter) {
   EXPECT_FALSE(seen.empty());  // the watcher saw the commit at work
   EXPECT_EQ(Names(j.To), std::vector<std::string>{"x.zip"});
   // A commit that fails leaves the archive as it was and nothing beside it: ChangingSources,
-  // AFailedReplacementKeepsTheOldArchive; adding to an archive: Compression_test's "4 adds".
+  // AFailedReplacementKeepsTheOldArchive; adding to an archive: ZipSafety.ARunNeverTakesItsOwnArchivesAsSources.
 }
 
 }  // namespace

@@ -227,7 +227,7 @@ TEST_F(RunDriverTest, StopEndsTheRunAfterTheCurrentJob) {
 }
 
 // A state of yesterday fires, in ISO too, and a state that reads as no date counts as never
-// fired: e2e dates_test (AStateInAnotherFormatNeverStopsTheSchedule). Here the edges: a daily
+// fired: e2e RunTest.AScheduleStateInAnotherDateFormatNeverStopsTheSchedule. Here the edges: a daily
 // schedule fires on the pass after the one that found the time, weekdays run from Monday 0 to
 // Sunday 6, a day of the month never moves to a shorter month's last day, and a date fires on
 // its day only.

@@ -89,7 +89,7 @@ TEST_F(Search, PatternsSelectAndPrune) {
 }
 
 // What the walk takes under the pattern "*": hidden folders (the lines of the walk and the skip:
-// e2e selection_test) and names with a line break, which "*" once missed; not pipes, nor the
+// e2e Selection) and names with a line break, which "*" once missed; not pipes, nor the
 // temporaries a killed run left (a later synchronisation carried such a partial file back into
 // the source folder). Links to files, linked folders, loops and dangling links: e2e hostile_test.
 TEST_F(Search, WhatTheWalkTakes) {
@@ -120,7 +120,7 @@ TEST_F(Search, AttributeSkipsReadTheSubFolderOnlyWhenAsked) {
 }
 
 // A From that is gone gives no files and no check line (the lines of a search that finds
-// nothing or something: e2e selection_test); a stop ends the walk without either.
+// nothing or something: e2e Selection); a stop ends the walk without either.
 TEST_F(Search, AMissingFromOrAStopEndsWithoutACheckLine) {
   for (const char* f : {"a.txt", "s1/b.txt", "s2/c.txt"}) WriteFile(Src(f), "");
   int yields = 0;
@@ -135,7 +135,7 @@ TEST_F(Search, AMissingFromOrAStopEndsWithoutACheckLine) {
 }
 
 // A From with a trailing separator gives the same sub-path. (Folders made below To, and none by a
-// preview: e2e selection_test's FStruct row, Actions.PreviewCreatesNoFolder.)
+// preview: e2e Selection's FStruct row, Actions.PreviewCreatesNoFolder.)
 TEST_F(Search, HandleFoldersBuildsTheSubPathBelowTo) {
   j.From = src + "/";
   EXPECT_EQ(HandleFolders(svc, Src("x/y/a.txt"), j), dst + "/x/y");
@@ -145,7 +145,7 @@ TEST_F(Search, HandleFoldersBuildsTheSubPathBelowTo) {
 // Wildcards become anchored expressions (folders: whole components framed by separators) with
 // every other character taken literally; regular expressions stay, and without the caller's
 // switch a folder expression's "^" means the start of a component (that "^sub" then excludes
-// sub, and with the switch names no folder: e2e selection_test). Kinds: 'f' a file wildcard,
+// sub, and with the switch names no folder: e2e Selection). Kinds: 'f' a file wildcard,
 // 'F' a file expression, 'd' a folder wildcard, 'D' a folder expression, 'C' the same with the
 // caller's switch, 'r' an expression as the matcher takes it.
 TEST_F(Search, PatternsMatch) {
@@ -178,7 +178,7 @@ TEST_F(Search, PatternsMatch) {
     EXPECT_EQ(re.Test(p, subject), matches) << kind << " " << pattern << " ~ " << subject;
   }
   // A nested repetition is rewritten so that it cannot backtrack without end. (An expression that
-  // does not compile fails the job before any file: e2e run_safety_test.)
+  // does not compile fails the job before any file: e2e RunSafety.)
   std::string nested = "(.*)*x";
   CleanFolderPattern(svc, nested, true);
   EXPECT_EQ(nested, "(.?)*x");
@@ -307,7 +307,7 @@ TEST_F(Filters, EachActionIsAnnouncedAsAProgressLine) {
 
 // ProcessFiles: the filters run in order on each other's survivors; a stop erases the list
 // without a word. (The check line, and an emptied list that never reaches the action: e2e
-// selection_test, OnlyTheSelectedFilesReachTheAction.)
+// Selection.OnlyTheSelectedFilesReachTheAction.)
 TEST_F(Filters, ProcessFilesHandsOnOnlyWhatSurvives) {
   // The extraction takes archives only; the extension filter, after the zip filter, would have
   // rewritten the list.

@@ -83,8 +83,13 @@ void OrderedPool::Work(unsigned worker) {
     lock.lock();
     if (Entry* done = Find(index)) done->state = State::Done;
     // Only the task the consumer waits for wakes it: a wake-up per task finished would cost a
-    // switch of threads per file once the consumer keeps up with the workers.
-    if (index == awaited_) done_.notify_all();
+    // switch of threads per file once the consumer keeps up with the workers. It is woken
+    // with the lock released, which it would otherwise wait for at once.
+    if (index == awaited_) {
+      lock.unlock();
+      done_.notify_all();
+      lock.lock();
+    }
   }
 }
 

@@ -363,10 +363,7 @@ TEST_F(Prefetch, LookedUpStatusesCountOnlyWhileCurrent) {
   }
   StatusCache cache;  // more names than are remembered leave no older look current
   const std::uint64_t before = cache.Changes();
-  for (int i = 0; i < 5000; ++i) {
-    const std::string name = "n" + std::to_string(i);
-    const StatusCache::Change naming(cache, std::string_view(name));
-  }
+  for (int i = 0; i < 5000; ++i) cache.Named("n" + std::to_string(i));
   EXPECT_FALSE(cache.Current(before, look("/d/a.txt")));
 
   // A worker's word for a file that is not there: taken after a copy made ahead got a free name,
@@ -382,11 +379,8 @@ TEST_F(Prefetch, LookedUpStatusesCountOnlyWhileCurrent) {
     auto ready = PrepareCopy(nullptr, source, into->fd(), into->path(), false, [](std::uint64_t) { return true; });
     ASSERT_TRUE(ready.has_value());
     const std::uint64_t before = fs.Changes();
-    if (change == 2) {
-      fs.WriteFileAtomic(Dst("made.txt"), "x");
-    } else {
-      fs.CopyFile(source, *into, "a.txt", change == 1, &*ready);
-    }
+    if (change == 2) fs.WriteFileAtomic(Dst("made.txt"), "x");
+    if (change < 2) fs.CopyFile(source, *into, "a.txt", change == 1, &*ready);
     fs.Seed(before, PathStatus{Dst("absent.txt"), 0, {.isFile = true, .times = {}}, {}, false});
     EXPECT_EQ(fs.FileExists(Dst("absent.txt")), change == 0);
   }

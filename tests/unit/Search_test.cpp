@@ -305,6 +305,26 @@ TEST_F(Filters, EachActionIsAnnouncedAsAProgressLine) {
   }
 }
 
+// Attributes drop a file only when its attributes equal those checked, all of them together.
+TEST_F(Filters, AttributesAreDroppedOnlyOnExactEquality) {
+  FileList list = Make({"plain", ".hidden", "ro", ".hidro"});
+  for (const char* f : {"ro", ".hidro"}) ::chmod(Src(f).c_str(), 0444);  // .hidro: hidden + read-only = 3
+  j.AttrHidden = j.AttrReadOnly = 1;
+  EXPECT_EQ(Kept(&FilterAttributes, list), "plain .hidro");
+  Fresh().AttrNormal = 1;
+  EXPECT_EQ(Kept(&FilterAttributes, list), ".hidden ro .hidro");
+  j.AttrNormal = 2;  // only a checked box counts
+  EXPECT_EQ(Kept(&FilterAttributes, list), "plain .hidden ro .hidro");
+  if (!UserXattrsWork(tmp.str())) GTEST_SKIP() << "no user extended attributes on " << tmp.str();
+  list = Make({"h", "ha", "a", "s"});
+  for (const auto& [f, v] : {std::pair{"h", "0x2"}, {"ha", "0x22"}, {"a", "0x20"}, {"s", "0x4"}})
+    SetDosAttrib(Src(f), v);
+  Fresh().AttrHidden = 1;
+  EXPECT_EQ(Kept(&FilterAttributes, list), "ha a s");  // hidden + archive survives
+  j.AttrArchive = j.AttrSystem = 1;
+  EXPECT_EQ(Kept(&FilterAttributes, list), "ha");
+}
+
 // ProcessFiles: the filters run in order on each other's survivors; a stop erases the list
 // without a word. (The check line, and an emptied list that never reaches the action: e2e
 // Selection.OnlyTheSelectedFilesReachTheAction.)

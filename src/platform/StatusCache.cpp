@@ -58,7 +58,6 @@ bool StatusCache::Current(std::uint64_t changes, const PathStatus& status) const
 void StatusCache::Changed(bool folders) {
   datedFrom_ = changes_.fetch_add(1, std::memory_order_acq_rel) + 1;
   folderChanges_.fetch_add(1, std::memory_order_acq_rel);
-  named_.clear();
   known_.clear();
   free_.reset();
   if (folders) folder_.reset();

@@ -110,8 +110,9 @@ class StatusCache {
   PathStatus last_;                // the look-up outside a scope
   std::atomic<std::uint64_t> changes_{0};
   std::atomic<std::uint64_t> folderChanges_{0};
-  // The names given since the last other change (folded), with the change count each last
-  // made; a look-up dated before datedFrom_ is not current.
+  // The names given (folded), with the change count each last made; a look-up dated before
+  // datedFrom_ is not current, so names given before then never count and need no clearing
+  // (a clear would cost the whole table at every other change).
   std::unordered_map<std::string, std::uint64_t> named_;
   std::uint64_t datedFrom_ = 0;
   std::optional<FreeFigure> free_;

@@ -51,10 +51,13 @@ std::optional<PreparedCopy> CopyAhead::Take(std::size_t index) {
   return std::exchange(slot->copy, std::nullopt);
 }
 
+// A file a worker has begun is waited for (its look-up comes first, and a copy it goes on to
+// make the run would wait for anyway); one not begun is dropped and left to the caller. Either
+// way no file is looked up twice: on two cores a second look costs more than the wait.
 std::optional<LookedUp> CopyAhead::Looked(std::size_t index) {
-  pool_.Reach(index);
+  const bool begun = pool_.Wait(index, true);
   const std::shared_ptr<Slot> slot = Drop(index);
-  if (!slot || !slot->lookedUp.load(std::memory_order_acquire)) return std::nullopt;
+  if (!slot || !begun || !slot->lookedUp.load(std::memory_order_acquire)) return std::nullopt;
   return std::exchange(slot->looked, std::nullopt);
 }
 

@@ -64,6 +64,8 @@ class FileTransfer {
       : run_(run), s_(s), job_(run.Job()), kind_(kind), src_(src), folders_(folders),
         ahead_(ahead), index_(index) {}
 
+  const std::string& Dest() const { return dest_; }
+
   void Run() {
     const bool times = SetsFileTimes(job_);
     if (times) ReadSourceFileTime(run_, s_, src_);
@@ -277,20 +279,32 @@ void TransferFiles(JobRun& run, Services& s, FileList& sArray, Kind kind) {
   const std::string suffix = run.Job().OnlyCompare == 1 ? " (" + s.T(kMsgOnlyExisting) + ")" : "";
   LogCount(s, sArray.size(), suffix);
   DestFolders folders;
-  Lookahead ahead(run, s, sArray, kind);  // a stop or failure closes the copies not taken
+  // A synchronisation's first pass notes the pairs that its second pass will keep.
+  const bool settle = SettledPairs::Apply(run.Job());
+  const bool noting = settle && run.syncPass == 1, seeding = settle && run.syncPass == 2;
+  if (!seeding) run.settled.Clear();
+  if (noting) run.settled.Reserve(sArray, run.Job().From);
+  // A stop or failure closes the copies not taken.
+  Lookahead ahead(run, s, sArray, kind, seeding ? &run.settled : nullptr);
   s.ForEachFile(sArray, [&](const std::string& src) {
     const auto index = static_cast<std::size_t>(&src - sArray.data());
     ahead.Reach(index);
     try {
       const FileSystem::StatusScope once(s.fs);
+      const std::string relative = settle ? RelativeTo(src, run.Job().From) : std::string();
+      if (seeding) run.settled.Seed(s.fs, relative, src, ahead.DestOf(src));
       ahead.Seed(index, s.fs);
-      FileTransfer(run, s, kind, src, folders, ahead, index).Run();
+      const std::uint64_t before = s.fs.Changes();
+      FileTransfer transfer(run, s, kind, src, folders, ahead, index);
+      transfer.Run();
+      if (noting) run.settled.Note(s.fs, run.Job(), relative, src, transfer.Dest(), before);
     } catch (...) {
       folders.Forget();  // the folder may be what failed
       LogError(run, s, kind, src);
     }
   });
   LogSyncPassEnd(run, s, kind);
+  if (seeding) run.settled.Clear();
   sArray.clear();
 }
 

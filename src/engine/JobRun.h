@@ -2,6 +2,7 @@
 // per job and hands it to the walk, the filters and the actions.
 #pragma once
 
+#include "actions/SettledPairs.h"
 #include "engine/Services.h"
 
 #include <cstdint>
@@ -22,6 +23,7 @@ struct JobRun {
   // A synchronisation's pass (1, 2; 0 outside one) and the folders it swaps.
   std::int16_t syncPass = 0;
   std::string savedFrom, savedTo;
+  actions::SettledPairs settled;  // by the first pass, for the second
   std::unordered_set<std::string> previewReported;  // synchronisation preview: reported files
   // Folders that a walk could not list (each ends in "/"): their files are unknown, not absent.
   std::vector<std::string> unlistedFolders;

@@ -163,6 +163,10 @@ class FileSystem {
   // A status a worker looked up when Changes() was `changes`: taken as read by this object
   // inside the current scope, unless the run has changed something since.
   void Seed(std::uint64_t changes, PathStatus status) { cache_.Seed(changes, std::move(status)); }
+  // Look-ups dated before this count are stale, whatever their paths (see StatusCache).
+  std::uint64_t DatedFrom() const { return cache_.DatedFrom(); }
+  // What the current scope looked up for path, if anything.
+  const PathStatus* Known(const std::string& path) const { return cache_.Known(path); }
 
   // --- queries (Folders.cpp) ---
   bool FileExists(const std::string& path);    // a regular file (links followed)

@@ -25,17 +25,19 @@ std::string Folded(std::string_view name) {
 
 const PathStatus& StatusCache::Look(const std::string& path) {
   if (scopes_ == 0) return last_ = StatusOf(path);
-  for (const PathStatus& s : known_) {
-    if (s.path == path) return s;
-  }
+  if (const PathStatus* known = Known(path)) return *known;
   return known_.emplace_back(StatusOf(path));
 }
 
-void StatusCache::Seed(std::uint64_t changes, PathStatus status) {
-  if (scopes_ == 0 || !Current(changes, status)) return;
+const PathStatus* StatusCache::Known(const std::string& path) const {
   for (const PathStatus& s : known_) {
-    if (s.path == status.path) return;
+    if (s.path == path) return &s;
   }
+  return nullptr;
+}
+
+void StatusCache::Seed(std::uint64_t changes, PathStatus status) {
+  if (scopes_ == 0 || !Current(changes, status) || Known(status.path)) return;
   known_.push_back(std::move(status));
 }
 

@@ -46,11 +46,15 @@ class StatusCache {
   // A status a worker looked up when Changes() was `changes`: taken as looked up here, inside a
   // scope, while it is Current.
   void Seed(std::uint64_t changes, PathStatus status);
+  // What was looked up for path in the current scope, if anything.
+  const PathStatus* Known(const std::string& path) const;
   // Whether what a look-up found when Changes() was `changes` is still what the run left there.
   bool Current(std::uint64_t changes, const PathStatus& status) const;
 
   // How many changes were made; safe to read from any thread.
   std::uint64_t Changes() const { return changes_.load(std::memory_order_acquire); }
+  // Look-ups dated before this count are not current, whatever their paths.
+  std::uint64_t DatedFrom() const { return datedFrom_; }
   // How many of them were more than a new name: a folder opened by path before may no longer be
   // the one the path names. Safe to read from any thread.
   std::uint64_t FolderChanges() const { return folderChanges_.load(std::memory_order_acquire); }

@@ -115,6 +115,7 @@ void SearchSync(JobRun& run, Services& s, bool bAll) {
     if (job.SyncDelete == 1) Walk(run, s, job.To, bAll);  // its list is not used
     ProcessFiles(run, s, first);
   }
+  first = FileList();  // its memory, before the second walk
   if (s.Stopped()) {
     run.syncPass = 0;
     return;

@@ -104,6 +104,15 @@ TEST_F(Parallel, OneWorkerAndFourGiveTheSameStreamAndTrees) {
     cases.push_back({sync + run});
     cases.push_back({sync + preview, {"--preview-jobs"}});
   }
+  // Files alike on both sides, which the pass back knows from the first pass, between files it
+  // copies: the workers copy only the latter, each for its own name.
+  cases.push_back({"Action=5\nExist=4\nExtFileTime=1\n" + run, {}, [this] {
+                     for (int i = 3; i < 24; i += 2) {
+                       const std::string rel = (i < 12 ? "d0/f" : "d1/f") + std::to_string(i) + ".txt";
+                       Put(to_ / rel, Data(i, 100 + 997 * i), kSource);
+                       if (i % 3 == 0) Put(to_ / (rel + ".back"), Data(i, 50 + i), kNew);
+                     }
+                   }});
   ExpectSameWithFour(cases, 12, 1);
   // Flattened, two sources meet at one name: the second is judged by what the first left there,
   // not by what the workers found before it.

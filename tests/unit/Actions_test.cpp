@@ -1,5 +1,6 @@
 // Copy, move and delete of a file list, one row per case: the job's switches, the trees before,
 // an armed fault, and the lines and trees afterwards.
+#include "actions/SettledPairs.h"
 #include "actions/modCheckExistingFiles.h"
 #include "platform/DateText.h"
 #include "platform/Paths.h"
@@ -291,6 +292,58 @@ TEST(MissingInPrimary, ComparesRelativePathsByBytesInTheSecondarysOrder) {
   EXPECT_EQ(MissingInPrimary(primary, "/p/", secondary, "/s"),
             MissingInPrimary(primary, "/p", secondary, "/s/"));
   EXPECT_EQ(MissingInPrimary({}, "/p", secondary, "/s").size(), secondary.size());
+}
+
+// What a synchronisation's first pass keeps of a pair comes back to its second pass exactly, and
+// only for a pair that the second pass keeps too: one it would replace, one reached through a
+// link, or one whose times do not fit, is looked at anew.
+TEST(SettledPairs, GiveBackExactlyAndOnlyWhatTheSecondPassKeeps) {
+  job j;
+  j.Action = 5, j.Exist = 4, j.EFSelect = 0, j.ExtFileTime = 1, j.FStruct = 1;
+  ASSERT_TRUE(actions::SettledPairs::Apply(j));
+  const auto status = [](const std::string& path, std::int64_t ns, std::time_t created, bool link) {
+    const std::time_t written = ns / 1'000'000'000 - (ns % 1'000'000'000 < 0 ? 1 : 0);
+    return PathStatus{path, 0, {.isFile = true, .size = 7, .times = {created, written + 9, written}},
+                      {0x801, static_cast<std::uint64_t>(ns & 0xffff), 7, ns, ns + 3}, link};
+  };
+  const auto same = [](const PathStatus* a, const PathStatus& b) {
+    return a && std::tie(a->err, a->stat.isFile, a->stat.isDir, a->stat.size, a->stat.times.created,
+                         a->stat.times.accessed, a->stat.times.written, a->id, a->link) ==
+                    std::tie(b.err, b.stat.isFile, b.stat.isDir, b.stat.size, b.stat.times.created,
+                             b.stat.times.accessed, b.stat.times.written, b.id, b.link);
+  };
+  const struct {
+    std::string rel;
+    std::int64_t firstNs, secondNs;
+    std::time_t created;
+    bool link, kept;
+  } rows[] = {{"equal.txt", 1'700'000'000'123'456'789, 1'700'000'000'123'456'789, 1'600'000'000, false, true},
+              {"created-long-before.txt", 1'700'000'000'000'000'000, 1'700'000'000'000'000'000, -900'000'000, false, false},
+              {"secondary-newer.txt", 1'700'000'000'999'999'999, 1'700'000'001'000'000'000, 0, false, false},
+              {"before-1970.txt", -1'500'000'000, -1'500'000'000, -7, false, true},
+              {"link.txt", 0, 0, 0, true, false}};
+  FileSystem fs;
+  actions::SettledPairs pairs;
+  for (const auto& r : rows) {
+    const FileSystem::StatusScope scope(fs);
+    fs.Seed(fs.Changes(), status("/p/" + r.rel, r.firstNs, r.created, false));
+    fs.Seed(fs.Changes(), status("/s/" + r.rel, r.secondNs, r.created, r.link));
+    pairs.Note(fs, j, r.rel, "/p/" + r.rel, "/s/" + r.rel, fs.Changes());
+  }
+  for (const auto& r : rows) {
+    SCOPED_TRACE(r.rel);
+    const FileSystem::StatusScope scope(fs);
+    pairs.Seed(fs, r.rel, "/s2/" + r.rel, "/p2/" + r.rel);
+    EXPECT_EQ(pairs.Has(r.rel, fs.DatedFrom()), r.kept);
+    EXPECT_EQ(same(fs.Known("/s2/" + r.rel), status("/s2/" + r.rel, r.secondNs, r.created, false)), r.kept);
+    EXPECT_EQ(same(fs.Known("/p2/" + r.rel), status("/p2/" + r.rel, r.firstNs, r.created, false)), r.kept);
+  }
+  // Any change of the run other than a new file's name makes every pair stale.
+  const TempDir dir;
+  fs.WriteFileAtomic((dir.root() / "x").string(), "x");
+  const FileSystem::StatusScope scope(fs);
+  pairs.Seed(fs, "equal.txt", "/s2/equal.txt", "/p2/equal.txt");
+  EXPECT_FALSE(pairs.Has("equal.txt", fs.DatedFrom()) || fs.Known("/s2/equal.txt"));
 }
 
 // The comparisons of the existing-destination policies, and the deletions of a source after its

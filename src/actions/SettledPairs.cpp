@@ -1,0 +1,149 @@
+#include "actions/SettledPairs.h"
+
+#include "actions/modCheckExistingFiles.h"
+#include "jobs/JobCodes.h"
+#include "selection/Selection.h"
+
+#include <algorithm>
+#include <bit>
+#include <functional>
+#include <utility>
+
+namespace orvKestrel::actions {
+namespace {
+
+constexpr std::int64_t kBillion = 1'000'000'000;
+// Devices told apart, each searched for at every pair: the two folders and a few mounted below.
+constexpr std::size_t kDevicesKept = 16;
+
+std::time_t Seconds(std::int64_t ns) {
+  return static_cast<std::time_t>(ns / kBillion - (ns % kBillion < 0 ? 1 : 0));
+}
+
+// A status that stands for the file itself (a regular file reached without a link), whose
+// times the pair can give back exactly.
+bool Plain(const PathStatus* status) {
+  return status != nullptr && status->err == 0 && status->stat.isFile && !status->link &&
+         status->stat.size == status->id.size &&
+         status->stat.times.written == Seconds(status->id.modifiedNs);
+}
+
+std::size_t HashOf(std::string_view key) { return std::hash<std::string_view>{}(key); }
+
+template <class T, class V>
+bool Fits(V value) {
+  return std::in_range<T>(value);
+}
+
+}  // namespace
+
+bool SettledPairs::Apply(const job& job) {
+  return job.Action == action::kSync && job.Exist == 4 && job.EFSDelete != 1 &&
+         !SetsFileTimes(job) && (job.FStruct == 1 || job.SubFolder == 0);
+}
+
+void SettledPairs::Note(FileSystem& fs, const job& job, std::string_view relative,
+                        const std::string& source, const std::string& dest,
+                        std::uint64_t changes) {
+  if (relative.empty() || fs.Changes() != changes) return;
+  if (pairs_.empty()) base_ = changes;
+  const PathStatus* first = fs.Known(source);
+  const PathStatus* second = fs.Known(dest);
+  if (!Plain(first) || !Plain(second) ||
+      Qualifies(second->stat, first->stat, static_cast<std::int16_t>(job.ExtFileTime),
+                job.EFSelect)) {
+    return;
+  }
+  // What does not fit a pair's fields is looked up again by the second pass.
+  if (!Fits<std::uint32_t>(changes - base_) || !Fits<std::uint32_t>(keys_.size()) ||
+      !Fits<std::uint16_t>(relative.size()) || !Fits<std::uint32_t>(pairs_.size() + 1)) {
+    return;
+  }
+  const auto firstSide = SideOf(*first), secondSide = SideOf(*second);
+  if (!firstSide || !secondSide) return;
+  const auto firstDevice = Device(first->id.device), secondDevice = Device(second->id.device);
+  if (!firstDevice || !secondDevice) return;
+  pairs_.push_back({*firstSide, *secondSide, static_cast<std::uint32_t>(changes - base_),
+                    static_cast<std::uint32_t>(keys_.size()),
+                    static_cast<std::uint16_t>(relative.size()), *firstDevice, *secondDevice});
+  keys_.append(relative);
+  if (2 * pairs_.size() > slots_.size()) {
+    Rehash(2 * pairs_.size());
+  } else {
+    Place(static_cast<std::uint32_t>(pairs_.size() - 1));
+  }
+}
+
+void SettledPairs::Seed(FileSystem& fs, std::string_view relative, const std::string& source,
+                        const std::string& dest) const {
+  const Pair* pair = Find(relative);
+  if (pair == nullptr) return;
+  fs.Seed(base_ + pair->changes, StatusOf(source, pair->second, pair->secondDevice));
+  fs.Seed(base_ + pair->changes, StatusOf(dest, pair->first, pair->firstDevice));
+}
+
+std::optional<SettledPairs::Side> SettledPairs::SideOf(const PathStatus& status) const {
+  const std::time_t written = Seconds(status.id.modifiedNs);
+  std::time_t created = 0, accessed = 0;
+  if (__builtin_sub_overflow(status.stat.times.created, written, &created) ||
+      __builtin_sub_overflow(status.stat.times.accessed, written, &accessed) ||
+      !Fits<std::int32_t>(created) || !Fits<std::int32_t>(accessed)) {
+    return std::nullopt;
+  }
+  return Side{status.id.size, status.id.inode, status.id.modifiedNs, status.id.changedNs,
+              static_cast<std::int32_t>(created), static_cast<std::int32_t>(accessed)};
+}
+
+bool SettledPairs::Has(std::string_view relative, std::uint64_t datedFrom) const {
+  const Pair* pair = Find(relative);
+  return pair != nullptr && base_ + pair->changes >= datedFrom;
+}
+
+PathStatus SettledPairs::StatusOf(const std::string& path, const Side& side,
+                                  std::uint16_t device) const {
+  const std::time_t written = Seconds(side.modifiedNs);
+  const FileTimes times{written + side.created, written + side.accessed, written};
+  const FileIdentity id{devices_[device], side.inode, side.size, side.modifiedNs, side.changedNs};
+  return PathStatus{path, 0, FileStat{false, true, side.size, times}, id, false};
+}
+
+std::optional<std::uint16_t> SettledPairs::Device(std::uint64_t device) {
+  const auto known = std::find(devices_.begin(), devices_.end(), device);
+  if (known != devices_.end()) return static_cast<std::uint16_t>(known - devices_.begin());
+  if (devices_.size() == kDevicesKept) return std::nullopt;
+  devices_.push_back(device);
+  return static_cast<std::uint16_t>(devices_.size() - 1);
+}
+
+void SettledPairs::Reserve(const FileList& list, const std::string& root) {
+  std::size_t text = 0;
+  for (const std::string& file : list) text += file.size() - std::min(file.size(), root.size());
+  keys_.reserve(text);
+  pairs_.reserve(list.size());
+  Rehash(list.size());
+}
+
+// At most half the slots are taken: a miss ends after a probe or two.
+void SettledPairs::Rehash(std::size_t files) {
+  slots_.assign(std::max<std::size_t>(std::bit_ceil(2 * files), 16), 0);
+  for (std::uint32_t i = 0; i < pairs_.size(); ++i) Place(i);
+}
+
+const SettledPairs::Pair* SettledPairs::Find(std::string_view relative) const {
+  if (slots_.empty()) return nullptr;
+  const std::size_t mask = slots_.size() - 1;
+  for (std::size_t at = HashOf(relative) & mask; slots_[at] != 0; at = (at + 1) & mask) {
+    const Pair& pair = pairs_[slots_[at] - 1];
+    if (Key(pair) == relative) return &pair;
+  }
+  return nullptr;
+}
+
+void SettledPairs::Place(std::uint32_t index) {
+  const std::size_t mask = slots_.size() - 1;
+  std::size_t at = HashOf(Key(pairs_[index])) & mask;
+  while (slots_[at] != 0) at = (at + 1) & mask;
+  slots_[at] = index + 1;
+}
+
+}  // namespace orvKestrel::actions

@@ -6,6 +6,7 @@
 #include <sys/stat.h>
 
 #include <algorithm>
+#include <thread>
 #include <utility>
 
 namespace orvKestrel {
@@ -18,6 +19,7 @@ constexpr std::uint64_t kMaxBytes = std::uint64_t{8} << 20;
 // files handed out reach (a few MiB in all): waiting for the run at every file would cost more
 // than the copy. Larger ones wait until the run is within the window of them.
 constexpr std::uint64_t kSmallBytes = std::uint64_t{64} << 10;
+constexpr int kYields = 16;
 
 }  // namespace
 
@@ -55,9 +57,20 @@ std::optional<PreparedCopy> CopyAhead::Take(std::size_t index) {
 // make the run would wait for anyway); one not begun is dropped and left to the caller. Either
 // way no file is looked up twice: on two cores a second look costs more than the wait.
 std::optional<LookedUp> CopyAhead::Looked(std::size_t index) {
-  const bool begun = pool_.Wait(index, true);
   const std::shared_ptr<Slot> slot = Drop(index);
-  if (!slot || !begun || !slot->lookedUp.load(std::memory_order_acquire)) return std::nullopt;
+  // A begun look-up ends within microseconds: yielding to it a few times costs less than
+  // sleeping until it is through, two switches of threads.
+  for (int i = 0; slot && i < kYields && slot->begun.load(std::memory_order_acquire) &&
+                  !slot->lookedUp.load(std::memory_order_acquire);
+       ++i) {
+    std::this_thread::yield();
+  }
+  if (slot && slot->lookedUp.load(std::memory_order_acquire)) {
+    pool_.Reach(index);
+  } else if (!pool_.Wait(index, true)) {
+    return std::nullopt;
+  }
+  if (!slot || !slot->lookedUp.load(std::memory_order_acquire)) return std::nullopt;
   return std::exchange(slot->looked, std::nullopt);
 }
 
@@ -65,21 +78,26 @@ std::optional<LookedUp> CopyAhead::Looked(std::size_t index) {
 // of it: copies hold memory and disk space, look-ups do not. A failed copy is not reported
 // here: the run's thread meets the same failure when it copies the file.
 void CopyAhead::Work(std::size_t index, unsigned worker, Slot& slot) {
+  slot.begun.store(true, std::memory_order_release);
   Looks& looks = looks_[worker];
-  slot.looked = LookUp(slot.order, looks.dests, looks.sources);
-  const bool exists = slot.looked->dest.err == 0;
-  slot.looked->copying = exists ? slot.order.whenExists : slot.order.whenMissing;
+  LookedUp looked = LookUp(slot.order, looks.dests, looks.sources);
+  looked.copying = looked.dest.err == 0 ? slot.order.whenExists : slot.order.whenMissing;
+  // Once handed over, the look-up is the run's: the copy keeps what it needs of it.
+  const bool copying = looked.copying;
+  const std::uint64_t changes = looked.changes;
+  std::optional<PathStatus> source;
+  if (copying && slot.order.move) source = looked.source;
+  slot.looked = std::move(looked);
   slot.lookedUp.store(true, std::memory_order_release);
-  if (!slot.looked->copying) return;
+  if (!copying) return;
   try {
-    if (auto made = Prepare(index, slot.order, *slot.looked)) {
-      made->DateOpened(slot.looked->changes);
+    if (auto made = Prepare(index, slot.order, source)) {
+      made->DateOpened(changes);
       slot.copy.emplace(std::move(*made));
     }
   } catch (...) {
   }
 }
-
 
 PathStatus FolderStatuses::Of(const std::string& path, std::uint64_t folderChanges) {
   const auto slash = path.rfind('/');
@@ -118,11 +136,11 @@ LookedUp CopyAhead::LookUp(const CopyOrder& order, FolderStatuses& dests,
 }
 
 std::optional<PreparedCopy> CopyAhead::Prepare(std::size_t index, const CopyOrder& order,
-                                               const LookedUp& looked) {
+                                               const std::optional<PathStatus>& source) {
   const int anchor = Anchor();
   if (anchor < 0) return std::nullopt;
   // A move within one file system is a rename: nothing to copy.
-  if (order.move && (looked.source->err != 0 || looked.source->id.device == anchorDevice_)) {
+  if (order.move && (!source || source->err != 0 || source->id.device == anchorDevice_)) {
     return std::nullopt;
   }
   return PrepareCopy(faults_, order.source, anchor, anchorPath_, order.move, [&](std::uint64_t n) {

@@ -111,7 +111,8 @@ class CopyAhead {
  private:
   struct Slot {
     CopyOrder order;
-    std::optional<LookedUp> looked;  // set before lookedUp, and then only read
+    std::optional<LookedUp> looked;  // set before lookedUp, then the run's alone
+    std::atomic<bool> begun{false};  // a worker has taken it
     std::atomic<bool> lookedUp{false};
     std::optional<PreparedCopy> copy;  // read once the pool says the task is through
   };
@@ -121,8 +122,9 @@ class CopyAhead {
   void Work(std::size_t index, unsigned worker, Slot& slot);
   std::shared_ptr<Slot> Drop(std::size_t index);  // the slots before index; slot index if there
   LookedUp LookUp(const CopyOrder& order, FolderStatuses& dests, FolderStatuses& sources) const;
+  // source: the source's status when the order is a move.
   std::optional<PreparedCopy> Prepare(std::size_t index, const CopyOrder& order,
-                                      const LookedUp& looked);
+                                      const std::optional<PathStatus>& source);
   int Anchor();  // opened by the first worker that finds the folder
 
   std::string anchorPath_;

@@ -67,7 +67,7 @@ std::optional<PreparedCopy> Lookahead::Take(std::size_t index) {
 // A new destination is copied unless only existing files count; an existing one is replaced
 // (3) or given another name (2, which copies in any case). Keeping (0), deleting the source
 // (1) and a comparison (4) of an existing destination mostly copy nothing.
-CopyOrder Lookahead::OrderFor(const std::string& source) const {
+CopyOrder Lookahead::OrderFor(const std::string& source) {
   CopyOrder order;
   order.source = source;
   order.dest = DestOf(source);
@@ -80,8 +80,8 @@ CopyOrder Lookahead::OrderFor(const std::string& source) const {
   return order;
 }
 
-std::string Lookahead::DestOf(const std::string& source) const {
-  const std::string folder = job_.FStruct == 1 ? DestinationFolder(source, job_) : job_.To;
+std::string Lookahead::DestOf(const std::string& source) {
+  const std::string& folder = job_.FStruct == 1 ? destinations_.Of(source, job_) : job_.To;
   return paths::BuildPath(folder, paths::GetFileName(source));
 }
 

@@ -7,6 +7,7 @@
 #include "actions/SettledPairs.h"
 #include "actions/Transfer.h"
 #include "platform/Prefetch.h"
+#include "selection/DestinationMemo.h"
 
 #include <deque>
 #include <memory>
@@ -29,10 +30,10 @@ class Lookahead {
   // That copy, once.
   std::optional<PreparedCopy> Take(std::size_t index);
   // The destination the run gives source when the policy keeps its name.
-  std::string DestOf(const std::string& source) const;
+  std::string DestOf(const std::string& source);
 
  private:
-  CopyOrder OrderFor(const std::string& source) const;
+  CopyOrder OrderFor(const std::string& source);
 
   // The workers' number for file index, when it was given to them.
   std::optional<std::size_t> Given(std::size_t index);
@@ -45,6 +46,7 @@ class Lookahead {
   const FileList& list_;
   Kind kind_;
   const SettledPairs* settled_;
+  DestinationMemo destinations_;
   std::unique_ptr<CopyAhead> ahead_;
   std::size_t index_ = 0;  // the file Seed was last called for
   std::optional<PreparedCopy> taken_;  // its copy

@@ -1,6 +1,7 @@
 #include "engine/Services.h"
 #include "engine/Traced.h"
 
+#include "selection/DestinationMemo.h"
 #include "selection/RegExp.h"
 #include "zip/modZIP32vb.h"
 

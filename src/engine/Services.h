@@ -23,6 +23,7 @@ using FileList = std::vector<std::string>;
 
 class ZipLibrary;
 class RegExpCache;
+class DestinationMemo;
 
 class Services {
  public:
@@ -67,6 +68,7 @@ class Services {
   Catalogue catalogue;
   std::unique_ptr<ZipLibrary> zip;
   std::unique_ptr<RegExpCache> regex;  // the run's pattern object; replaced by each Search
+  std::unique_ptr<DestinationMemo> destinations;  // HandlePreviewFolders's last answer
 
   std::atomic<bool> stop{false};
   std::atomic<bool> zipping{false};

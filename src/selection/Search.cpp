@@ -5,6 +5,7 @@
 #include "jobs/JobCodes.h"
 #include "platform/Paths.h"
 #include "platform/SysError.h"
+#include "selection/DestinationMemo.h"
 #include "selection/RegExp.h"
 #include "selection/Selection.h"
 
@@ -235,12 +236,31 @@ std::string HandleFolders(Services& s, const std::string& sArrayStr, job& job) {
 
 std::string HandlePreviewFolders(Services& s, const std::string& sArrayStr, job& job) {
   Proc p(s.trap, Traced(__func__), "sArrayStr", sArrayStr, "job", job);
-  return DestinationFolder(sArrayStr, job);
+  if (!s.destinations) s.destinations = std::make_unique<DestinationMemo>();
+  return s.destinations->Of(sArrayStr, job);
 }
 
 std::string DestinationFolder(const std::string& file, const job& job) {
   const std::vector<std::string> levels = DestinationLevels(file, job);
   return levels.empty() ? job.To : levels.back();
+}
+
+// The folder depends on the text before the file's name alone, unless that name is no plain
+// name ("..", say), which changes the folder that holds the file.
+const std::string& DestinationMemo::Of(const std::string& file, const job& job) {
+  const std::size_t slash = file.rfind('/');
+  const std::string_view name =
+      slash == std::string::npos ? std::string_view() : std::string_view(file).substr(slash + 1);
+  const bool plain = !name.empty() && name != "." && name != "..";
+  const std::string_view parent(file.data(), plain ? slash : 0);
+  if (!plain || !held_ || parent != parent_ || job.From != from_ || job.To != to_) {
+    folder_ = DestinationFolder(file, job);
+    held_ = plain;
+    parent_ = parent;
+    from_ = job.From;
+    to_ = job.To;
+  }
+  return folder_;
 }
 
 }  // namespace orvKestrel

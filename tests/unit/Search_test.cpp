@@ -1,6 +1,7 @@
 // The folder walk and its patterns, the filters, the dispatch of what survives them, and the
 // attributes and types of files they look at.
 #include "platform/SysError.h"
+#include "selection/DestinationMemo.h"
 #include "selection/RegExp.h"
 #include "selection/modDetermineFileType.h"
 #include "selection/modFilterAttribute.h"
@@ -140,6 +141,14 @@ TEST_F(Search, HandleFoldersBuildsTheSubPathBelowTo) {
   j.From = src + "/";
   EXPECT_EQ(HandleFolders(svc, Src("x/y/a.txt"), j), dst + "/x/y");
   EXPECT_EQ(HandleFolders(svc, Src("a.txt"), j), dst);
+  // The folder kept for the files of one folder is the one worked out anew: also after a last
+  // part that is no name, and after the job's folders were swapped.
+  DestinationMemo memo;
+  for (const char* rel : {"x/a.txt", "x/b.txt", "x/..", "x/c.txt", "x/.", "a.txt", "x/y/z/d.txt"}) {
+    EXPECT_EQ(memo.Of(Src(rel), j), DestinationFolder(Src(rel), j)) << rel;
+  }
+  std::swap(j.From, j.To);
+  EXPECT_EQ(memo.Of(Src("x/y/z/d.txt"), j), DestinationFolder(Src("x/y/z/d.txt"), j));
 }
 
 // Wildcards become anchored expressions (folders: whole components framed by separators) with

@@ -6,7 +6,7 @@
 namespace orvKestrel::actions {
 
 Lookahead::Lookahead(const JobRun& run, const Services& s, const FileList& list, Kind kind,
-                     const SettledPairs* settled)
+                     SettledPairs* settled)
     : fs_(s.fs), job_(run.Job()), list_(list), kind_(kind), settled_(settled) {
   if (s.jobs > 1 && job_.Exist >= 0 && job_.Exist <= 4 && list.size() > 1) {
     ahead_ = std::make_unique<CopyAhead>(static_cast<unsigned>(s.jobs), job_.To, s.fs.Faults(),
@@ -15,12 +15,12 @@ Lookahead::Lookahead(const JobRun& run, const Services& s, const FileList& list,
 }
 
 void Lookahead::Reach(std::size_t index) {
-  if (!ahead_ || handed_ > index + CopyAhead::kLookAhead / 2 || handed_ == list_.size()) return;
-  const std::size_t end = std::min(list_.size(), index + 1 + CopyAhead::kLookAhead);
+  if (!ahead_ || handed_ > index + depth_ / 2 || handed_ == list_.size()) return;
+  const std::size_t end = std::min(list_.size(), index + 1 + depth_);
   std::vector<CopyOrder> orders;
   for (; handed_ < end; ++handed_) {
     const std::string& source = list_[handed_];
-    if (settled_ && settled_->Has(RelativeTo(source, job_.From), fs_.DatedFrom())) continue;
+    if (settled_ && settled_->Ahead(RelativeTo(source, job_.From), fs_.DatedFrom())) continue;
     orders.push_back(OrderFor(source));
     given_.push_back(handed_);
   }
@@ -42,6 +42,8 @@ void Lookahead::Seed(std::size_t index, FileSystem& fs) {
   if (!looked) return;  // a worker had not begun it: the run looks itself
   fs.Seed(looked->changes, std::move(looked->dest));
   if (looked->source) fs.Seed(looked->changes, std::move(*looked->source));
+  // The files ahead are handed out as far as the last one looked up asks.
+  depth_ = looked->copying ? CopyAhead::kCopyAhead : CopyAhead::kLookAhead;
   if (!looked->copying) return;
   // Waits for the copy being made: the run would wait for it when it copies the file. A path
   // that could be opened names that file until this run changes it otherwise than by giving a

@@ -20,7 +20,7 @@ class Lookahead {
   // Nothing is prepared with one job, or for a policy that never copies. The pairs in settled
   // (if any) that are still current are neither looked up nor copied: the run knows them.
   Lookahead(const JobRun& run, const Services& s, const FileList& list, Kind kind,
-            const SettledPairs* settled = nullptr);
+            SettledPairs* settled = nullptr);
   // Called for each file in list order before it is handled: the files up to the look-ahead
   // beyond it go to the workers, a batch at a time.
   void Reach(std::size_t index);
@@ -39,13 +39,14 @@ class Lookahead {
   std::optional<std::size_t> Given(std::size_t index);
 
   std::size_t handed_ = 0;  // the files before it went to the workers, or were known
+  std::size_t depth_ = CopyAhead::kCopyAhead;  // how far ahead of the run they go
   std::deque<std::size_t> given_;  // the files given to the workers, by their place in the list
   std::size_t givenFirst_ = 0;     // the workers' number for given_.front()
   const FileSystem& fs_;
   const job& job_;
   const FileList& list_;
   Kind kind_;
-  const SettledPairs* settled_;
+  SettledPairs* settled_;
   DestinationMemo destinations_;
   std::unique_ptr<CopyAhead> ahead_;
   std::size_t index_ = 0;  // the file Seed was last called for

@@ -67,16 +67,11 @@ void SettledPairs::Note(FileSystem& fs, const job& job, std::string_view relativ
                     static_cast<std::uint32_t>(keys_.size()),
                     static_cast<std::uint16_t>(relative.size()), *firstDevice, *secondDevice});
   keys_.append(relative);
-  if (2 * pairs_.size() > slots_.size()) {
-    Rehash(2 * pairs_.size());
-  } else {
-    Place(static_cast<std::uint32_t>(pairs_.size() - 1));
-  }
 }
 
 void SettledPairs::Seed(FileSystem& fs, std::string_view relative, const std::string& source,
-                        const std::string& dest) const {
-  const Pair* pair = Find(relative);
+                        const std::string& dest) {
+  const Pair* pair = Find(relative, inHand_);
   if (pair == nullptr) return;
   fs.Seed(base_ + pair->changes, StatusOf(source, pair->second, pair->secondDevice));
   fs.Seed(base_ + pair->changes, StatusOf(dest, pair->first, pair->firstDevice));
@@ -94,8 +89,8 @@ std::optional<SettledPairs::Side> SettledPairs::SideOf(const PathStatus& status)
               static_cast<std::int32_t>(created), static_cast<std::int32_t>(accessed)};
 }
 
-bool SettledPairs::Has(std::string_view relative, std::uint64_t datedFrom) const {
-  const Pair* pair = Find(relative);
+bool SettledPairs::Ahead(std::string_view relative, std::uint64_t datedFrom) {
+  const Pair* pair = Find(relative, ahead_);
   return pair != nullptr && base_ + pair->changes >= datedFrom;
 }
 
@@ -120,30 +115,34 @@ void SettledPairs::Reserve(const FileList& list, const std::string& root) {
   for (const std::string& file : list) text += file.size() - std::min(file.size(), root.size());
   keys_.reserve(text);
   pairs_.reserve(list.size());
-  Rehash(list.size());
 }
 
-// At most half the slots are taken: a miss ends after a probe or two.
-void SettledPairs::Rehash(std::size_t files) {
-  slots_.assign(std::max<std::size_t>(std::bit_ceil(2 * files), 16), 0);
-  for (std::uint32_t i = 0; i < pairs_.size(); ++i) Place(i);
-}
-
-const SettledPairs::Pair* SettledPairs::Find(std::string_view relative) const {
-  if (slots_.empty()) return nullptr;
+// The second walk mostly lists the files in the first walk's order (one file system lists equal
+// names in one order): the pair after the asker's last one is tried before any other.
+const SettledPairs::Pair* SettledPairs::Find(std::string_view relative, std::size_t& cursor) {
+  if (cursor < pairs_.size() && Key(pairs_[cursor]) == relative) return &pairs_[cursor++];
+  if (pairs_.empty()) return nullptr;
+  if (slots_.empty()) Index();
   const std::size_t mask = slots_.size() - 1;
   for (std::size_t at = HashOf(relative) & mask; slots_[at] != 0; at = (at + 1) & mask) {
-    const Pair& pair = pairs_[slots_[at] - 1];
-    if (Key(pair) == relative) return &pair;
+    const std::size_t index = slots_[at] - 1;
+    if (Key(pairs_[index]) == relative) {
+      cursor = index + 1;
+      return &pairs_[index];
+    }
   }
   return nullptr;
 }
 
-void SettledPairs::Place(std::uint32_t index) {
+// At most half the slots are taken: a miss ends after a probe or two.
+void SettledPairs::Index() {
+  slots_.assign(std::bit_ceil(2 * pairs_.size()), 0);
   const std::size_t mask = slots_.size() - 1;
-  std::size_t at = HashOf(Key(pairs_[index])) & mask;
-  while (slots_[at] != 0) at = (at + 1) & mask;
-  slots_[at] = index + 1;
+  for (std::uint32_t i = 0; i < pairs_.size(); ++i) {
+    std::size_t at = HashOf(Key(pairs_[i])) & mask;
+    while (slots_[at] != 0) at = (at + 1) & mask;
+    slots_[at] = i + 1;
+  }
 }
 
 }  // namespace orvKestrel::actions

@@ -29,12 +29,13 @@ class SettledPairs {
   // source with source as its destination, keeps them too.
   void Note(FileSystem& fs, const job& job, std::string_view relative, const std::string& source,
             const std::string& dest, std::uint64_t changes);
-  // Whether a pair is kept for relative that was noted at datedFrom or later (FileSystem).
-  bool Has(std::string_view relative, std::uint64_t datedFrom) const;
-  // Second pass: gives fs, inside its scope, the statuses of source (the first pass's
-  // destination) and dest kept for relative.
+  // Second pass, for the files ahead of the one in hand, in list order: whether a pair is kept
+  // for relative that was noted at datedFrom or later (FileSystem).
+  bool Ahead(std::string_view relative, std::uint64_t datedFrom);
+  // Second pass, for the file in hand, in list order: gives fs, inside its scope, the statuses
+  // of source (the first pass's destination) and dest kept for relative.
   void Seed(FileSystem& fs, std::string_view relative, const std::string& source,
-            const std::string& dest) const;
+            const std::string& dest);
   // Room for the pairs of list, whose files lie below root.
   void Reserve(const FileList& list, const std::string& root);
   void Clear() { *this = SettledPairs(); }
@@ -55,23 +56,26 @@ class SettledPairs {
     std::uint16_t keyLength = 0;
     std::uint16_t firstDevice = 0, secondDevice = 0;  // in devices_
   };
-  const Pair* Find(std::string_view relative) const;
+  // cursor: where the asker's last pair was found, plus one.
+  const Pair* Find(std::string_view relative, std::size_t& cursor);
   std::string_view Key(const Pair& pair) const {
     return {keys_.data() + pair.keyAt, pair.keyLength};
   }
   std::optional<std::uint16_t> Device(std::uint64_t device);
   std::optional<Side> SideOf(const PathStatus& status) const;
   PathStatus StatusOf(const std::string& path, const Side& side, std::uint16_t device) const;
-  void Place(std::uint32_t index);  // pairs_[index] into slots_
-  void Rehash(std::size_t files);
+  void Index();  // slots_ for every pair
 
   // A million pairs take about 120 MB: no path is kept whole, and each pair is one record of
   // 96 bytes.
   std::string keys_;  // the relative paths, one after another
   std::vector<Pair> pairs_;
-  std::vector<std::uint32_t> slots_;  // open addressing: 1 + an index into pairs_; 0 when free
+  // Open addressing: 1 + an index into pairs_, 0 when free; made when a file is asked about
+  // out of the first pass's order.
+  std::vector<std::uint32_t> slots_;
   std::vector<std::uint64_t> devices_;
   std::uint64_t base_ = 0;
+  std::size_t ahead_ = 0, inHand_ = 0;  // the askers' cursors
 };
 
 }  // namespace orvKestrel::actions

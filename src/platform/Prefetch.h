@@ -96,7 +96,9 @@ class CopyAhead {
 
   // How many files may be handed to the workers ahead of the one in hand: they look up files
   // further ahead than they copy, and are woken once per batch of files, not once per file.
-  static constexpr std::size_t kLookAhead = 64;
+  // While they copy, fewer: every small file handed out is copied at once.
+  static constexpr std::size_t kLookAhead = 256;
+  static constexpr std::size_t kCopyAhead = 64;
   // The next files of the list; files are numbered from 0 in the order they are added.
   void Add(std::vector<CopyOrder> orders);
   // The copy of file index when it was made (waits while a worker is making it); nothing

@@ -334,7 +334,7 @@ TEST(SettledPairs, GiveBackExactlyAndOnlyWhatTheSecondPassKeeps) {
     SCOPED_TRACE(r.rel);
     const FileSystem::StatusScope scope(fs);
     pairs.Seed(fs, r.rel, "/s2/" + r.rel, "/p2/" + r.rel);
-    EXPECT_EQ(pairs.Has(r.rel, fs.DatedFrom()), r.kept);
+    EXPECT_EQ(pairs.Ahead(r.rel, fs.DatedFrom()), r.kept);
     EXPECT_EQ(same(fs.Known("/s2/" + r.rel), status("/s2/" + r.rel, r.secondNs, r.created, false)), r.kept);
     EXPECT_EQ(same(fs.Known("/p2/" + r.rel), status("/p2/" + r.rel, r.firstNs, r.created, false)), r.kept);
   }
@@ -343,7 +343,7 @@ TEST(SettledPairs, GiveBackExactlyAndOnlyWhatTheSecondPassKeeps) {
   fs.WriteFileAtomic((dir.root() / "x").string(), "x");
   const FileSystem::StatusScope scope(fs);
   pairs.Seed(fs, "equal.txt", "/s2/equal.txt", "/p2/equal.txt");
-  EXPECT_FALSE(pairs.Has("equal.txt", fs.DatedFrom()) || fs.Known("/s2/equal.txt"));
+  EXPECT_FALSE(pairs.Ahead("equal.txt", fs.DatedFrom()) || fs.Known("/s2/equal.txt"));
 }
 
 // The comparisons of the existing-destination policies, and the deletions of a source after its

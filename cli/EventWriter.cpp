@@ -55,7 +55,7 @@ void EventWriter::LogMessage(const std::string& LogMsg, std::int16_t MsgID, bool
                              bool bSameView, bool bIsLast) {
   if (bFile && log_.Named()) log_.Write(LogStamp(clock_.Now()) + EscapeControls(LogMsg) + "\n");
   if (view_.format == EventFormat::Jsonl) {
-    out_.Add(JsonLine()
+    out_.Add(JsonLine(json_)
                  .Text("event", "LogMessage")
                  .Text("LogMsg", LogMsg)
                  .Number("MsgID", MsgID)
@@ -119,7 +119,7 @@ void EventWriter::CurrentJob(const std::string& sFileName, std::int32_t lIndex,
   }
   progress_.Job(sFileName);
   if (view_.format != EventFormat::Jsonl) return;
-  out_.Add(JsonLine()
+  out_.Add(JsonLine(json_)
                .Text("event", "CurrentJob")
                .Text("sFileName", sFileName)
                .Number("lIndex", lIndex)
@@ -137,7 +137,7 @@ void EventWriter::CurrentJob(const std::string& sFileName, std::int32_t lIndex,
 void EventWriter::KestrelCounter(std::int32_t lAllFiles, std::int32_t lCurrFile) {
   progress_.Files(lAllFiles, lCurrFile);
   if (view_.format == EventFormat::Jsonl) {
-    out_.Add(JsonLine()
+    out_.Add(JsonLine(json_)
                  .Text("event", "KestrelCounter")
                  .Number("lAllFiles", lAllFiles)
                  .Number("lCurrFile", lCurrFile)

@@ -66,6 +66,7 @@ class EventWriter : public orvKestrel::IKestrelEvents {
 
   ViewSettings view_;
   OutputBuffer out_;
+  std::string json_;  // the event's JSON line
   HostFile& log_;
   orvKestrel::Clock clock_;
   SummaryCounter summaries_;

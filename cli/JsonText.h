@@ -17,10 +17,8 @@ std::string EscapeControls(std::string_view text);
 // and escaped as nlohmann's dump() escapes them, so the bytes are those of the other objects.
 class JsonLine {
  public:
-  JsonLine() {
-    line_.reserve(256);  // an event's line, file name included, mostly fits
-    line_ = '{';
-  }
+  // line: where the object is written, the caller's so that its room is kept for the next one.
+  explicit JsonLine(std::string& line) : line_(line) { line_.assign(1, '{'); }
   JsonLine& Text(std::string_view key, std::string_view value);
   JsonLine& Number(std::string_view key, long long value);
   JsonLine& Bool(std::string_view key, bool value);
@@ -29,7 +27,7 @@ class JsonLine {
 
  private:
   void Key(std::string_view key);
-  std::string line_;
+  std::string& line_;
 };
 
 }  // namespace kestrel

@@ -37,6 +37,10 @@ struct DirEntry {
   bool isOther = false;  // a device, pipe or socket: never a file of a job
 };
 
+// The entries of folder path but "." and ".."; nothing, with errno set, when it cannot be listed.
+// FileSystem::ListFolder without the faults a test arranged: for threads of their own.
+std::optional<std::vector<DirEntry>> ReadFolder(const std::string& path);
+
 // True for the names of the engine's own temporary files: ".kestrel-<16 hex>.tmp" (a copy, a
 // replaced small file, an extracted entry, an archive being written; with ".XXXXXX" added:
 // libzip's temporary of that archive), and the forms that earlier versions used. Renamed into
@@ -127,6 +131,7 @@ class SourceFile {
 
 class ContainedFolder;
 class PreparedCopy;
+class FolderReadAhead;
 
 class FileSystem {
  public:
@@ -177,7 +182,9 @@ class FileSystem {
   bool FolderStillExists(const std::string& path);
   // The entries of a folder in the order the file system gives them, without "." and "..";
   // nullopt when the folder cannot be opened.
-  std::optional<std::vector<DirEntry>> ListFolder(const std::string& path);
+  // ahead: the walk's listings read in advance, taken when path is among them.
+  std::optional<std::vector<DirEntry>> ListFolder(const std::string& path,
+                                                  FolderReadAhead* ahead = nullptr);
   ErrorOr<FileStat> Stat(const std::string& path);  // an error when missing
   std::uint64_t FolderSize(const std::string& path);  // all files below, recursively
   bool FolderIsEmpty(const std::string& path);         // no entry at all, hidden ones included

@@ -1,5 +1,6 @@
 // Folder queries and enumeration.
 #include "platform/FileSystem.h"
+#include "platform/FolderReadAhead.h"
 #include "platform/SysError.h"
 
 #include <dirent.h>
@@ -59,6 +60,28 @@ bool RemoveLeftover(FileSystem& fs, const std::string& folder, const DirEntry& e
   } catch (const KestrelError&) {
     return false;
   }
+}
+
+std::optional<std::vector<DirEntry>> ReadFolder(const std::string& path) {
+  DirHandle dir(opendir(path.empty() ? "." : path.c_str()));
+  if (!dir) return std::nullopt;
+  std::vector<DirEntry> entries;
+  while (const dirent* e = readdir(dir.get())) {
+    if (IsDot(e->d_name)) continue;
+    DirEntry entry{e->d_name, e->d_type == DT_DIR, e->d_type == DT_LNK,
+                   e->d_type != DT_REG && e->d_type != DT_DIR && e->d_type != DT_LNK};
+    if (e->d_type == DT_UNKNOWN) {  // some file systems do not fill d_type
+      struct stat st {};
+      const std::string full = path + (path.empty() || path.back() == '/' ? "" : "/") + e->d_name;
+      if (::lstat(full.c_str(), &st) == 0) {
+        entry.isDir = S_ISDIR(st.st_mode);
+        entry.isLink = S_ISLNK(st.st_mode);
+        entry.isOther = !S_ISREG(st.st_mode) && !entry.isDir && !entry.isLink;
+      }
+    }
+    entries.push_back(std::move(entry));
+  }
+  return entries;
 }
 
 void RemoveEngineTemporaries(FileSystem& fs, const std::string& folder) {
@@ -136,30 +159,19 @@ bool FileSystem::FolderStillExists(const std::string& path) {
   return true;
 }
 
-std::optional<std::vector<DirEntry>> FileSystem::ListFolder(const std::string& path) {
+std::optional<std::vector<DirEntry>> FileSystem::ListFolder(const std::string& path,
+                                                            FolderReadAhead* ahead) {
   if (const int err = Injected(FaultOp::List)) {
     errno = err;
     return std::nullopt;
   }
-  DirHandle dir(opendir(path.empty() ? "." : path.c_str()));
-  if (!dir) return std::nullopt;
-  std::vector<DirEntry> entries;
-  while (const dirent* e = readdir(dir.get())) {
-    if (IsDot(e->d_name)) continue;
-    DirEntry entry{e->d_name, e->d_type == DT_DIR, e->d_type == DT_LNK,
-                   e->d_type != DT_REG && e->d_type != DT_DIR && e->d_type != DT_LNK};
-    if (e->d_type == DT_UNKNOWN) {  // some file systems do not fill d_type
-      struct stat st {};
-      const std::string full = path + (path.empty() || path.back() == '/' ? "" : "/") + e->d_name;
-      if (::lstat(full.c_str(), &st) == 0) {
-        entry.isDir = S_ISDIR(st.st_mode);
-        entry.isLink = S_ISLNK(st.st_mode);
-        entry.isOther = !S_ISREG(st.st_mode) && !entry.isDir && !entry.isLink;
-      }
+  if (ahead) {
+    if (std::optional<FolderListing> read = ahead->Take(path)) {
+      errno = read->err;
+      return std::move(read->entries);
     }
-    entries.push_back(std::move(entry));
   }
-  return entries;
+  return ReadFolder(path);
 }
 
 ErrorOr<FileStat> FileSystem::Stat(const std::string& path) {

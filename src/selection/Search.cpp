@@ -3,6 +3,7 @@
 // them. Each folder is listed once; the entry types come with the listing.
 #include "engine/Traced.h"
 #include "jobs/JobCodes.h"
+#include "platform/FolderReadAhead.h"
 #include "platform/Paths.h"
 #include "platform/SysError.h"
 #include "selection/DestinationMemo.h"
@@ -10,6 +11,7 @@
 #include "selection/Selection.h"
 
 #include <algorithm>
+#include <optional>
 #include <utility>
 
 namespace orvKestrel {
@@ -183,8 +185,11 @@ void Search(JobRun& run, Services& s, bool bAll, bool bOpposite) {
   ProcessFiles(run, s, list);
 }
 
+namespace {
+
+// The walk below vsFolderPath; ahead, when given, reads the sub-folders' listings in advance.
 void FindFiles(JobRun& run, Services& s, const std::string& vsFolderPath,
-               const std::string& vsSearch, bool bSearchInFolder) {
+               const std::string& vsSearch, bool bSearchInFolder, FolderReadAhead* ahead) {
   const job& job = run.Job();
   Proc p(s.trap, Traced(__func__), "vsFolderPath", vsFolderPath, "vsSearch", vsSearch,
          "bSearchInFolder", bSearchInFolder, "job", job);
@@ -193,11 +198,26 @@ void FindFiles(JobRun& run, Services& s, const std::string& vsFolderPath,
   std::string folder = vsFolderPath;
   if (folder.empty() || folder.back() != '/') folder += '/';
   // The mask is always "*.*", which takes every entry.
-  const auto entries = s.fs.ListFolder(folder);
+  const auto entries = s.fs.ListFolder(folder, ahead);
   if (!entries) {  // a folder that cannot be listed simply gives no files
     run.unlistedFolders.push_back(folder);
     return;
   }
+  if (ahead && bSearchInFolder) {
+    std::vector<std::string> below;
+    for (const DirEntry& entry : *entries) {
+      if (entry.isDir) below.push_back(folder + entry.name + '/');
+    }
+    ahead->Expect(folder, below);
+  }
+  // The sub-folders left out, or not reached when the walk ends early, are not read for it.
+  const struct Forgetting {
+    FolderReadAhead* ahead;
+    const std::string& folder;
+    ~Forgetting() {
+      if (ahead) ahead->Forget(folder);
+    }
+  } forgetting{ahead, folder};
   GetFilesInFolder(run, s, folder, *entries);
   if (!bSearchInFolder) return;
   for (const DirEntry& entry : *entries) {
@@ -217,8 +237,18 @@ void FindFiles(JobRun& run, Services& s, const std::string& vsFolderPath,
     const bool enter =
         PassesMatch(run, s, p, job.DoFolderMatch, job.FolderMatch, sub + "/", folder, ok);
     if (!ok) return;
-    if (enter) FindFiles(run, s, sub, vsSearch, bSearchInFolder);
+    if (enter) FindFiles(run, s, sub, vsSearch, bSearchInFolder, ahead);
   }
+}
+
+}  // namespace
+
+// With more than one job, a thread of its own lists the folders the walk is about to enter.
+void FindFiles(JobRun& run, Services& s, const std::string& vsFolderPath,
+               const std::string& vsSearch, bool bSearchInFolder) {
+  std::optional<FolderReadAhead> ahead;
+  if (s.jobs > 1 && bSearchInFolder) ahead.emplace();
+  FindFiles(run, s, vsFolderPath, vsSearch, bSearchInFolder, ahead ? &*ahead : nullptr);
 }
 
 std::string HandleFolders(Services& s, const std::string& sArrayStr, job& job) {

@@ -51,9 +51,12 @@ TEST_F(Search, DepthFirstPreOrderInListingOrderWithFilesBeforeSubFolders) {
     for (const auto& sub : subs) list(sub + "/");
   };
   list("");
-  EXPECT_EQ(Walk(), expected);
   EXPECT_EQ(expected.size(), 1005u);
-  EXPECT_EQ(Walk(false).size(), 1000u);
+  for (const int jobs : {1, 4}) {  // with listings read ahead by a thread of their own
+    svc.jobs = jobs;
+    EXPECT_EQ(Walk(), expected) << jobs;
+    EXPECT_EQ(Walk(false).size(), 1000u) << jobs;
+  }
 }
 
 // Names without a base name are never selected; file patterns match the base name; folder
@@ -82,10 +85,13 @@ TEST_F(Search, PatternsSelectAndPrune) {
       {file(2, ""), ""}, {file(2, "", 1), ""}, {file(1, ""), all}, {file(1, "", 1), ""},
       {folder(2, ""), top}, {folder(2, "", 1), top}, {folder(1, ""), all}, {folder(1, "", 1), top},
   };
-  for (const auto& [set, expected] : rows) {
-    set(Fresh());
-    SCOPED_TRACE(j.Filename + " | " + j.FolderMatch);
-    EXPECT_EQ(Sorted(), expected);
+  for (const int jobs : {1, 4}) {
+    for (const auto& [set, expected] : rows) {
+      set(Fresh());
+      svc.jobs = jobs;
+      SCOPED_TRACE(j.Filename + " | " + j.FolderMatch + " | jobs " + std::to_string(jobs));
+      EXPECT_EQ(Sorted(), expected);
+    }
   }
 }
 

@@ -154,6 +154,42 @@ TEST_F(Parallel, ArchivesWithOneWorkerAndFourAreTheSame) {
                      1);
 }
 
+// A synchronisation over a few thousand files in nested folders, both sides alike: the folders
+// listed ahead and a stream of many blocks written by the host's own thread change nothing. Every
+// line is whole, and the counter of each pass runs up one by one.
+TEST_F(Parallel, AStreamOfManyBlocksOverNestedFoldersIsWholeAndInOrder) {
+  for (int i = 0; i < 3000; ++i) {
+    const std::string rel = "d" + std::to_string(i % 7) + (i % 3 ? "/e" + std::to_string(i % 5) : "") +
+                            (i % 11 == 0 ? "/g" : "") + "/f" + std::to_string(i) + ".txt";
+    Put(src() / rel, Data(i, 10), kSource);
+    Put(dst() / rel, Data(i, 10), kSource);
+  }
+  WriteJob(std::string(kDue) + "SubFolder=1\nFStruct=1\nAction=5\nExist=4\nExtFileTime=1\n");
+  std::vector<Lines> streams;
+  for (const char* jobs : {"1", "4"}) {
+    const RunResult r = RunJobs({"--jobs", jobs});
+    EXPECT_EQ(r.exitCode, 0);
+    EXPECT_GT(r.out.size(), 8 * 64 * 1024u);
+    Lines stream;
+    int counted = 0, passes = 0;
+    for (const std::string& line : SplitLines(r.out)) {
+      auto event = nlohmann::json::parse(line, nullptr, false);
+      ASSERT_TRUE(event.is_object()) << line;
+      event.erase("seconds");
+      if (event["event"] == "KestrelCounter") {
+        const int current = event["lCurrFile"];
+        if (current == 1) counted = 0, ++passes;
+        EXPECT_EQ(current, ++counted) << line;
+      }
+      stream.push_back(event.dump());
+    }
+    EXPECT_EQ(passes, 2);
+    EXPECT_EQ(Count(r.logs, "Keine Aktion"), 6000) << jobs;
+    streams.push_back(std::move(stream));
+  }
+  EXPECT_TRUE(streams[0] == streams[1]);
+}
+
 // Stopped after the k-th file: every file under a destination name is complete and was
 // reported, and no temporary is left, with the copies made ahead of k closed unnamed.
 TEST_F(Parallel, AStoppedRunNamesOnlyWhatItReportedAndLeavesNothing) {

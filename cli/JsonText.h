@@ -27,6 +27,7 @@ class JsonLine {
 
  private:
   void Key(std::string_view key);
+  bool Escaped(std::string_view value);
   std::string& line_;
 };
 

@@ -74,6 +74,8 @@ ErrorOr<std::shared_ptr<const DestFolder>> WalkLevels(std::shared_ptr<const Dest
   return at;
 }
 
+}  // namespace
+
 // Only file systems known to compare names by their bytes; of those, ext4, tmpfs and f2fs fold
 // case in a folder marked for it.
 bool NamesByBytes(int folder) {
@@ -92,8 +94,6 @@ bool NamesByBytes(int folder) {
   if (dir.get() < 0 || ::ioctl(dir.get(), FS_IOC_GETFLAGS, &flags) != 0) return false;
   return (flags & FS_CASEFOLD_FL) == 0;
 }
-
-}  // namespace
 
 DestFolder::~DestFolder() {
   if (fd_ >= 0) ::close(fd_);

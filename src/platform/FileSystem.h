@@ -41,6 +41,10 @@ struct DirEntry {
 // FileSystem::ListFolder without the faults a test arranged: for threads of their own.
 std::optional<std::vector<DirEntry>> ReadFolder(const std::string& path);
 
+// Whether the folder open as folder tells names apart by their bytes (folds no case), as far as
+// its file system is known to; false when in doubt.
+bool NamesByBytes(int folder);
+
 // True for the names of the engine's own temporary files: ".kestrel-<16 hex>.tmp" (a copy, a
 // replaced small file, an extracted entry, an archive being written; with ".XXXXXX" added:
 // libzip's temporary of that archive), and the forms that earlier versions used. Renamed into

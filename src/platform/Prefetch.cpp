@@ -6,6 +6,7 @@
 #include <sys/stat.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <thread>
 #include <utility>
 
@@ -99,7 +100,8 @@ void CopyAhead::Work(std::size_t index, unsigned worker, Slot& slot) {
   }
 }
 
-PathStatus FolderStatuses::Of(const std::string& path, std::uint64_t folderChanges) {
+PathStatus FolderStatuses::Of(const std::string& path, std::uint64_t folderChanges,
+                              std::uint64_t& changes) {
   const auto slash = path.rfind('/');
   if (slash == std::string::npos || slash == 0) return StatusOf(path);
   const std::string_view folder(path.data(), slash), name(path.data() + slash + 1);
@@ -113,6 +115,7 @@ PathStatus FolderStatuses::Of(const std::string& path, std::uint64_t folderChang
     folderChanges_ = folderChanges;
     fd_ = UniqueFd();
     opened_ = false;
+    names_.reset();
     return StatusOf(path);
   }
   if (!opened_) {
@@ -120,7 +123,27 @@ PathStatus FolderStatuses::Of(const std::string& path, std::uint64_t folderChang
     opened_ = true;
   }
   if (fd_.get() < 0) return StatusOf(path);
-  return StatusAt(fd_.get(), path.c_str() + slash + 1, path);
+  if (names_ && !names_->contains(std::string(name))) {
+    changes = std::min(changes, listedAt_);
+    return PathStatus{path, ENOENT, {}, {}, false};
+  }
+  PathStatus found = StatusAt(fd_.get(), path.c_str() + slash + 1, path);
+  if (found.err == ENOENT && listing_ && !names_ && !List(changes)) listing_ = false;
+  return found;
+}
+
+// Only where names are told apart by their bytes (a name the listing lacks may differ from
+// one it holds in case alone elsewhere), and not a folder too large to hold its names.
+bool FolderStatuses::List(std::uint64_t changes) {
+  constexpr std::size_t kMaxNames = 1 << 16;
+  if (!NamesByBytes(fd_.get())) return false;
+  const auto entries = ReadFolder(folder_);
+  if (!entries || entries->size() > kMaxNames) return false;
+  names_.emplace();
+  names_->reserve(entries->size());
+  for (const DirEntry& entry : *entries) names_->insert(entry.name);
+  listedAt_ = changes;
+  return true;
 }
 
 // The change counts are read first: the run judges by them whether what is found here is
@@ -130,8 +153,10 @@ LookedUp CopyAhead::LookUp(const CopyOrder& order, FolderStatuses& dests,
   LookedUp looked;
   looked.changes = run_ ? run_->Changes() : 0;
   const std::uint64_t folderChanges = run_ ? run_->FolderChanges() : 0;
-  looked.dest = dests.Of(order.dest, folderChanges);
-  if (order.lookSource || order.move) looked.source = sources.Of(order.source, folderChanges);
+  looked.dest = dests.Of(order.dest, folderChanges, looked.changes);
+  if (order.lookSource || order.move) {
+    looked.source = sources.Of(order.source, folderChanges, looked.changes);
+  }
   return looked;
 }
 

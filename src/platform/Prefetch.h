@@ -18,6 +18,7 @@
 #include <mutex>
 #include <optional>
 #include <string>
+#include <unordered_set>
 #include <vector>
 
 namespace orvKestrel {
@@ -56,14 +57,25 @@ std::optional<PreparedCopy> PrepareCopy(FaultPoints* faults, const std::string& 
 // in it, so the kernel resolves one part of the path per file instead of all of them.
 class FolderStatuses {
  public:
-  // folderChanges: the run's FolderChanges(), read before this look-up.
-  PathStatus Of(const std::string& path, std::uint64_t folderChanges);
+  // listing: a folder where a name was missing is listed, and a name the listing lacks is
+  // answered as missing without asking: a copy into a folder being filled would otherwise
+  // look up every new name while the run names the files before it there, each waiting on
+  // the other for the folder.
+  explicit FolderStatuses(bool listing = false) : listing_(listing) {}
+  // folderChanges: the run's FolderChanges(); changes: its Changes(), both read before this
+  // look-up. An answer from the listing lowers changes to what it was when the folder was listed.
+  PathStatus Of(const std::string& path, std::uint64_t folderChanges, std::uint64_t& changes);
 
  private:
+  bool List(std::uint64_t changes);
+
+  bool listing_;
   std::string folder_;
   std::uint64_t folderChanges_ = 0;  // when the folder was first looked in
   bool opened_ = false;
   UniqueFd fd_;
+  std::optional<std::unordered_set<std::string>> names_;  // the folder's names when listed
+  std::uint64_t listedAt_ = 0;
 };
 
 // One file of the list, as the run expects to treat it.
@@ -119,7 +131,7 @@ class CopyAhead {
     std::optional<PreparedCopy> copy;  // read once the pool says the task is through
   };
   struct Looks {  // one worker's open folders
-    FolderStatuses dests, sources;
+    FolderStatuses dests{true}, sources;
   };
   void Work(std::size_t index, unsigned worker, Slot& slot);
   std::shared_ptr<Slot> Drop(std::size_t index);  // the slots before index; slot index if there

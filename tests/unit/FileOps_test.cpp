@@ -389,10 +389,25 @@ TEST_F(Prefetch, LookedUpStatusesCountOnlyWhileCurrent) {
   // run may have put another folder in its place.
   Dest("sub/f.txt", "old");
   FolderStatuses worker;
-  for (int i = 0; i < 2; ++i) EXPECT_EQ(worker.Of(Dst("sub/f.txt"), 1).stat.size, 3u);
+  std::uint64_t changes = 7;
+  for (int i = 0; i < 2; ++i) EXPECT_EQ(worker.Of(Dst("sub/f.txt"), 1, changes).stat.size, 3u);
   std::filesystem::rename(Dst("sub"), Dst("gone"));
   Dest("sub/f.txt", "newer");
-  EXPECT_EQ(worker.Of(Dst("sub/f.txt"), 2).stat.size, 5u);
+  EXPECT_EQ(worker.Of(Dst("sub/f.txt"), 2, changes).stat.size, 5u);
+
+  // A folder where a name was missing is listed: a name it lacked is missing as of the listing
+  // (dated then), a name it held is looked up.
+  FolderStatuses lister(true);
+  for (const std::uint64_t at : {3, 4}) EXPECT_EQ(lister.Of(Dst("sub/none.txt"), 2, changes = at).err, ENOENT);
+  Dest("sub/late.txt", "late");
+  std::filesystem::remove(Dst("sub/f.txt"));
+  changes = 9;
+  EXPECT_EQ(lister.Of(Dst("sub/late.txt"), 2, changes).err, ENOENT);
+  EXPECT_EQ(changes, 4u);
+  changes = 9;
+  EXPECT_EQ(lister.Of(Dst("sub/f.txt"), 2, changes).err, ENOENT);
+  EXPECT_EQ(changes, 9u) << "looked up";
+  EXPECT_EQ(lister.Of(Dst("sub/late.txt"), 3, changes).stat.size, 4u) << "a folder change forgets the listing";
 }
 
 }  // namespace

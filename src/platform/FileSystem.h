@@ -40,6 +40,8 @@ struct DirEntry {
 // The entries of folder path but "." and ".."; nothing, with errno set, when it cannot be listed.
 // FileSystem::ListFolder without the faults a test arranged: for threads of their own.
 std::optional<std::vector<DirEntry>> ReadFolder(const std::string& path);
+// The same for the folder open as folder (an O_PATH descriptor will do).
+std::optional<std::vector<DirEntry>> ReadFolderAt(int folder);
 
 // Whether the folder open as folder tells names apart by their bytes (folds no case), as far as
 // its file system is known to; false when in doubt.

@@ -2,6 +2,7 @@
 #include "platform/FileSystem.h"
 #include "platform/FolderReadAhead.h"
 #include "platform/SysError.h"
+#include "platform/UniqueFd.h"
 
 #include <dirent.h>
 #include <fcntl.h>
@@ -62,26 +63,40 @@ bool RemoveLeftover(FileSystem& fs, const std::string& folder, const DirEntry& e
   }
 }
 
-std::optional<std::vector<DirEntry>> ReadFolder(const std::string& path) {
-  DirHandle dir(opendir(path.empty() ? "." : path.c_str()));
+namespace {
+
+std::optional<std::vector<DirEntry>> ReadEntries(DirHandle dir) {
   if (!dir) return std::nullopt;
   std::vector<DirEntry> entries;
   while (const dirent* e = readdir(dir.get())) {
     if (IsDot(e->d_name)) continue;
     DirEntry entry{e->d_name, e->d_type == DT_DIR, e->d_type == DT_LNK,
                    e->d_type != DT_REG && e->d_type != DT_DIR && e->d_type != DT_LNK};
-    if (e->d_type == DT_UNKNOWN) {  // some file systems do not fill d_type
-      struct stat st {};
-      const std::string full = path + (path.empty() || path.back() == '/' ? "" : "/") + e->d_name;
-      if (::lstat(full.c_str(), &st) == 0) {
-        entry.isDir = S_ISDIR(st.st_mode);
-        entry.isLink = S_ISLNK(st.st_mode);
-        entry.isOther = !S_ISREG(st.st_mode) && !entry.isDir && !entry.isLink;
-      }
+    struct stat st {};
+    // Some file systems do not fill d_type.
+    if (e->d_type == DT_UNKNOWN &&
+        ::fstatat(dirfd(dir.get()), e->d_name, &st, AT_SYMLINK_NOFOLLOW) == 0) {
+      entry.isDir = S_ISDIR(st.st_mode);
+      entry.isLink = S_ISLNK(st.st_mode);
+      entry.isOther = !S_ISREG(st.st_mode) && !entry.isDir && !entry.isLink;
     }
     entries.push_back(std::move(entry));
   }
   return entries;
+}
+
+}  // namespace
+
+std::optional<std::vector<DirEntry>> ReadFolder(const std::string& path) {
+  return ReadEntries(DirHandle(opendir(path.empty() ? "." : path.c_str())));
+}
+
+std::optional<std::vector<DirEntry>> ReadFolderAt(int folder) {
+  UniqueFd fd(::openat(folder, ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+  if (fd.get() < 0) return std::nullopt;
+  DirHandle dir(fdopendir(fd.get()));
+  if (dir) fd.release();
+  return ReadEntries(std::move(dir));
 }
 
 void RemoveEngineTemporaries(FileSystem& fs, const std::string& folder) {

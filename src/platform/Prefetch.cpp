@@ -115,6 +115,7 @@ PathStatus FolderStatuses::Of(const std::string& path, std::uint64_t folderChang
     folderChanges_ = folderChanges;
     fd_ = UniqueFd();
     opened_ = false;
+    listTried_ = false;
     names_.reset();
     return StatusOf(path);
   }
@@ -128,22 +129,24 @@ PathStatus FolderStatuses::Of(const std::string& path, std::uint64_t folderChang
     return PathStatus{path, ENOENT, {}, {}, false};
   }
   PathStatus found = StatusAt(fd_.get(), path.c_str() + slash + 1, path);
-  if (found.err == ENOENT && listing_ && !names_ && !List(changes)) listing_ = false;
+  if (found.err == ENOENT && listing_ && !listTried_) {
+    listTried_ = true;
+    List(changes);
+  }
   return found;
 }
 
 // Only where names are told apart by their bytes (a name the listing lacks may differ from
 // one it holds in case alone elsewhere), and not a folder too large to hold its names.
-bool FolderStatuses::List(std::uint64_t changes) {
+void FolderStatuses::List(std::uint64_t changes) {
   constexpr std::size_t kMaxNames = 1 << 16;
-  if (!NamesByBytes(fd_.get())) return false;
-  const auto entries = ReadFolder(folder_);
-  if (!entries || entries->size() > kMaxNames) return false;
+  if (!NamesByBytes(fd_.get())) return;
+  const auto entries = ReadFolderAt(fd_.get());
+  if (!entries || entries->size() > kMaxNames) return;
   names_.emplace();
   names_->reserve(entries->size());
   for (const DirEntry& entry : *entries) names_->insert(entry.name);
   listedAt_ = changes;
-  return true;
 }
 
 // The change counts are read first: the run judges by them whether what is found here is

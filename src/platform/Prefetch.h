@@ -67,9 +67,10 @@ class FolderStatuses {
   PathStatus Of(const std::string& path, std::uint64_t folderChanges, std::uint64_t& changes);
 
  private:
-  bool List(std::uint64_t changes);
+  void List(std::uint64_t changes);
 
   bool listing_;
+  bool listTried_ = false;  // in this folder
   std::string folder_;
   std::uint64_t folderChanges_ = 0;  // when the folder was first looked in
   bool opened_ = false;

@@ -30,11 +30,6 @@ bool Plain(const PathStatus* status) {
 
 std::size_t HashOf(std::string_view key) { return std::hash<std::string_view>{}(key); }
 
-template <class T, class V>
-bool Fits(V value) {
-  return std::in_range<T>(value);
-}
-
 }  // namespace
 
 bool SettledPairs::Apply(const job& job) {
@@ -55,8 +50,10 @@ void SettledPairs::Note(FileSystem& fs, const job& job, std::string_view relativ
     return;
   }
   // What does not fit a pair's fields is looked up again by the second pass.
-  if (!Fits<std::uint32_t>(changes - base_) || !Fits<std::uint32_t>(keys_.size()) ||
-      !Fits<std::uint16_t>(relative.size()) || !Fits<std::uint32_t>(pairs_.size() + 1)) {
+  if (!std::in_range<std::uint32_t>(changes - base_) ||
+      !std::in_range<std::uint32_t>(keys_.size()) ||
+      !std::in_range<std::uint16_t>(relative.size()) ||
+      !std::in_range<std::uint32_t>(pairs_.size() + 1)) {
     return;
   }
   const auto firstSide = SideOf(*first), secondSide = SideOf(*second);
@@ -82,7 +79,7 @@ std::optional<SettledPairs::Side> SettledPairs::SideOf(const PathStatus& status)
   std::time_t created = 0, accessed = 0;
   if (__builtin_sub_overflow(status.stat.times.created, written, &created) ||
       __builtin_sub_overflow(status.stat.times.accessed, written, &accessed) ||
-      !Fits<std::int32_t>(created) || !Fits<std::int32_t>(accessed)) {
+      !std::in_range<std::int32_t>(created) || !std::in_range<std::int32_t>(accessed)) {
     return std::nullopt;
   }
   return Side{status.id.size, status.id.inode, status.id.modifiedNs, status.id.changedNs,

@@ -45,6 +45,7 @@ std::optional<FolderListing> FolderReadAhead::Take(const std::string& folder) {
   FolderListing listing = std::move(item->listing);
   lock.unlock();
   work_.notify_one();  // room for one more
+  if (listing.unread) return std::nullopt;
   return listing;
 }
 
@@ -77,8 +78,12 @@ void FolderReadAhead::Read(const std::stop_token& stop) {
     item->state = State::Reading;
     lock.unlock();
     FolderListing listing;
-    listing.entries = ReadFolder(item->path);
-    listing.err = listing.entries ? 0 : errno;
+    try {
+      listing.entries = ReadFolder(item->path);
+      listing.err = listing.entries ? 0 : errno;
+    } catch (...) {  // out of memory: the walk lists the folder itself
+      listing.unread = true;
+    }
     lock.lock();
     if (item->state == State::Dropped) continue;  // forgotten meanwhile
     item->listing = std::move(listing);

@@ -23,6 +23,7 @@ namespace orvKestrel {
 struct FolderListing {
   std::optional<std::vector<DirEntry>> entries;
   int err = 0;
+  bool unread = false;  // the reader could not hold it: the walk lists it itself
 };
 
 class FolderReadAhead {
